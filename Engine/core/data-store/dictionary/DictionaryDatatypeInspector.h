@@ -1,0 +1,86 @@
+#pragma once
+
+#include "core/data-store/dictionary/ResourceValue.h"
+#include "core/platform/system/Unmovable.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace kavix {
+
+class DictionaryDatatype;
+class InputStream;
+
+/// Takes the description of one problem, a clause without a full stop. It may throw to end the search.
+using ProblemReport = std::function<void(std::string&& problem)>;
+
+/// What an image may ask for.
+struct ImageLimits {
+    uint64_t m_length;        // of the image, in bytes
+    uint64_t m_maxResourceID; // which the image must have too
+    uint64_t m_freeBytes;     // of the budget
+};
+
+/// What the dictionaries of a store share, for reading, while nobody writes.
+struct StoreContents {
+    bool m_use32BitResourceIDs;
+    uint64_t m_nextResourceID;                       // the arrays have entries up to here
+    const uint64_t* m_resourceData;
+    const std::atomic<uint8_t>* m_resourceDatatypeIDs;
+    const uint8_t* m_dataPoolBase;
+    uint64_t m_dataPoolEnd;
+};
+
+/// The state of one table. A probe length is the number of buckets that finding a value takes: at least 1.
+struct TableStatistics {
+    uint8_t m_datatypeID;
+    uint64_t m_numberOfBuckets;
+    uint64_t m_liveBuckets;
+    uint64_t m_deletedBuckets;
+    uint64_t m_reservedBuckets;
+    uint64_t m_committedBytes;
+    uint64_t m_totalProbeLength; // over all live buckets
+    uint64_t m_maxProbeLength;
+};
+
+/// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its caller,
+/// and the figures that take a walk over everything. One object per family, static; found by datatype ID like the factory.
+/// Nothing here changes anything. checkBinaryValue is thread-safe; the rest needs that nobody writes to the dictionary.
+class DictionaryDatatypeInspector : private Unmovable {
+
+public:
+
+    /// The inspector of a datatype, or null.
+    static const DictionaryDatatypeInspector* tryGetInspector(uint8_t datatypeID) noexcept;
+
+    explicit DictionaryDatatypeInspector(std::initializer_list<uint8_t> datatypeIDs);
+
+    virtual ~DictionaryDatatypeInspector();
+
+    /// Throws unless a value is a binary form that parsing could have made: right size, in range, normalised.
+    /// @throws KavixException  says what is wrong
+    virtual void checkBinaryValue(const ResourceValue& value) const = 0;
+
+    /// Reports what is wrong with the structure of an image, so that loading it is safe: nothing is reserved, committed or
+    /// read that the image does not have and the budget does not allow. Reads headers and counts and skips the rest.
+    /// @throws KavixException  the stream ends early, and what report throws
+    virtual void checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const = 0;
+
+    /// Reports everything that is wrong with a loaded dictionary: counts, every bucket, every resource of its datatypes.
+    /// Survives any content whose structure checkImage() accepted.
+    virtual void verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const = 0;
+
+    /// The state of each table of a sound dictionary, in the order of the datatype IDs.
+    virtual std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype& dictionary, const StoreContents& contents) const = 0;
+
+private:
+
+    const std::vector<uint8_t> m_datatypeIDs;
+
+};
+
+}

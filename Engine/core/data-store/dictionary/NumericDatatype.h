@@ -1,0 +1,191 @@
+#pragma once
+
+#include "core/data-store/dictionary/DataPool.h"
+#include "core/data-store/dictionary/DecimalRecord.h"
+#include "core/data-store/dictionary/DictionaryDatatype.h"
+#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/platform/collections/ParallelHashTable.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kavix {
+
+/// The dictionary of numeric resources of one store: a table of xsd:decimal values and one of each integer datatype. A
+/// value keeps the datatype under which it was entered, so "5"^^xsd:int and "5"^^xsd:long are two resources.
+///
+///   resource      data word             bucket                            record in the data pool
+///   an integer    the value             resource ID, value                none
+///   a decimal     the record's offset   the record's offset               resource ID, unscaled value, fraction digits
+///
+/// ResourceID is the width in which buckets and records store resource IDs, unsigned int or unsigned long; every
+/// interface has 64 bits. The narrow dictionary relies on the bound given to initialize(): at most 2^32 - 2.
+/// Callers, publication order: see DictionaryDatatype. Records are never freed or moved by this class.
+template<typename ResourceID>
+class NumericDatatype final : public DictionaryDatatype {
+
+public:
+
+    using Record = DecimalRecord<ResourceID>;
+
+    /// Buckets of integer tables: the key word is the resource ID. The hash is part of the image format.
+    struct IntegerPolicy {
+
+        using Key = int64_t;
+        using KeyWord = ResourceID;
+
+        struct Bucket {
+            std::atomic<ResourceID> m_resourceID; // padded to 8 bytes with zeroes that nobody writes
+            alignas(8) int64_t m_value;
+        };
+
+        static std::atomic<KeyWord>& getKeyWord(Bucket& bucket) noexcept { return bucket.m_resourceID; }
+        static const std::atomic<KeyWord>& getKeyWord(const Bucket& bucket) noexcept { return bucket.m_resourceID; }
+
+        static uint64_t getHash(int64_t key) noexcept { return static_cast<uint64_t>(key) * 0x9e3779b1ULL; }
+
+        static uint64_t getEntryHash(const Bucket& bucket, KeyWord) noexcept { return getHash(bucket.m_value); }
+
+        static bool isEqual(const Bucket& bucket, KeyWord, int64_t key) noexcept { return bucket.m_value == key; }
+
+        static void setValue(Bucket& bucket, int64_t key) noexcept { bucket.m_value = key; }
+
+        static void copyValue(const Bucket& from, Bucket& to) noexcept { to.m_value = from.m_value; }
+
+        static uint64_t getResourceID(const Bucket&, KeyWord keyWord) noexcept { return keyWord; }
+
+    };
+
+    /// Buckets of the decimal table: the key word is the offset of the record in the data pool, whose base is read at
+    /// every access. The hash is part of the image format.
+    struct DecimalPolicy {
+
+        using Key = XSDDecimal;
+        using KeyWord = uint64_t;
+
+        struct Bucket {
+            std::atomic<uint64_t> m_recordOffset;
+        };
+
+        const DataPool& m_dataPool;
+
+        static std::atomic<KeyWord>& getKeyWord(Bucket& bucket) noexcept { return bucket.m_recordOffset; }
+        static const std::atomic<KeyWord>& getKeyWord(const Bucket& bucket) noexcept { return bucket.m_recordOffset; }
+
+        /// 64-bit FNV-1a over the unscaled value and the number of fraction digits, each as one unit.
+        static uint64_t getHash(const XSDDecimal& key) noexcept {
+            constexpr uint64_t OFFSET_BASIS = 0xcbf29ce484222325ULL;
+            constexpr uint64_t PRIME = 0x100000001b3ULL;
+            return (((static_cast<uint64_t>(key.getUnscaledValue()) ^ OFFSET_BASIS) * PRIME) ^ key.getFractionDigits()) * PRIME;
+        }
+
+        const uint8_t* getRecord(KeyWord recordOffset) const noexcept { return m_dataPool.getBase() + recordOffset; }
+
+        uint64_t getEntryHash(const Bucket&, KeyWord keyWord) const noexcept { return getHash(Record::readValue(getRecord(keyWord))); }
+
+        bool isEqual(const Bucket&, KeyWord keyWord, const XSDDecimal& key) const noexcept { return Record::readValue(getRecord(keyWord)) == key; }
+
+        static void setValue(Bucket&, const XSDDecimal&) noexcept { }
+
+        static void copyValue(const Bucket&, Bucket&) noexcept { }
+
+        uint64_t getResourceID(const Bucket&, KeyWord keyWord) const noexcept { return Record::readResourceID(getRecord(keyWord)); }
+
+    };
+
+    static_assert(sizeof(typename IntegerPolicy::Bucket) == 16 && offsetof(typename IntegerPolicy::Bucket, m_value) == 8);
+    static_assert(sizeof(typename DecimalPolicy::Bucket) == 8);
+    static_assert(std::atomic<ResourceID>::is_always_lock_free && std::atomic<uint64_t>::is_always_lock_free);
+
+    /// How much of the data pool a usage context takes at a time, less one record.
+    static constexpr uint64_t DATA_POOL_CHUNK_SIZE = 65536;
+
+    NumericDatatype(MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool);
+
+    ~NumericDatatype() override;
+
+    void initialize(uint64_t maxResourceID, uint64_t unused) override;
+    void restoreEmpty(const std::vector<uint64_t>& countsByDatatypeID) override;
+
+    uint64_t getNumberOfMappableEntriesInCompaction() override;
+    void prepareCompact(uint64_t resourceID, uint64_t newResourceID, DictionaryCompactionState& state) override;
+    void finishCompact(const DictionaryCompactionState& state) override;
+
+    void deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>& visibility, uint64_t resourceID, uint8_t datatypeID) override;
+
+    void getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const override;
+    void getResource(uint64_t resourceID, uint8_t datatypeID, std::string& text) const override;
+
+    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept override;
+    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const override;
+
+    uint64_t resolveResource(DictionaryUsageContext* context, const ResourceValue& value) override;
+    uint64_t resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) override;
+
+    void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) override;
+
+    void save(OutputStream& output) const override;
+    void load(InputStream& input) override;
+
+    std::unique_ptr<ComponentInfo> getComponentInfo() const override;
+
+    using DecimalTable = ParallelHashTable<DecimalPolicy>;
+    using IntegerTable = ParallelHashTable<IntegerPolicy>;
+
+    /// The tables, for inspection while nobody writes.
+    const DecimalTable& getDecimalTable() const noexcept { return m_decimalTable; }
+    const IntegerTable& getIntegerTable(uint8_t datatypeID) const noexcept { return m_integerTables[datatypeID]; }
+
+private:
+
+    /// The thirteen integer tables, in the order of the datatype IDs.
+    struct IntegerTables {
+
+        explicit IntegerTables(MemoryManager& memoryManager) : IntegerTables(memoryManager, std::make_index_sequence<NUMBER_OF_INTEGER_DATATYPES>()) { }
+
+        IntegerTable& operator[](uint8_t datatypeID) noexcept { return m_tables[datatypeID - D_XSD_INTEGER]; }
+
+        IntegerTable m_tables[NUMBER_OF_INTEGER_DATATYPES];
+
+    private:
+
+        template<size_t... Indexes>
+        IntegerTables(MemoryManager& memoryManager, std::index_sequence<Indexes...>) : m_tables{((void)Indexes, IntegerTable(memoryManager, IntegerPolicy()))...} { }
+
+    };
+
+    template<typename Getter>
+    uint64_t doResolveResource(DictionaryUsageContext* context, const Getter& nextResourceID, const XSDDecimal& value);
+
+    template<typename Getter>
+    uint64_t doResolveResource(const Getter& nextResourceID, uint8_t datatypeID, int64_t value);
+
+    uint64_t doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept;
+
+    uint64_t doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept;
+
+    /// Writes the record of a decimal and the array entries of its resource; returns the offset of the record.
+    uint64_t addDecimal(DictionaryUsageContext* context, ResourceID resourceID, const XSDDecimal& value);
+
+    uint64_t allocateRecord(DictionaryUsageContext* context);
+
+    void ensureResourceUsable(uint64_t resourceID);
+
+    XSDDecimal getDecimal(uint64_t resourceID) const noexcept { return Record::readValue(m_dataPool.getBase() + m_resourceData[resourceID]); }
+
+    // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize.
+    mutable DecimalTable m_decimalTable;
+    mutable IntegerTables m_integerTables;
+
+};
+
+extern template class NumericDatatype<unsigned int>;
+extern template class NumericDatatype<unsigned long>;
+
+}

@@ -1,0 +1,185 @@
+#pragma once
+
+#include "core/data-store/dictionary/IntegerText.h"
+#include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "core/platform/collections/ParallelHashTableImpl.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace kavix {
+
+template<typename ResourceID>
+NumericDatatype<ResourceID>::NumericDatatype(MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) :
+    DictionaryDatatype(nextResourceID, resourceData, resourceDatatypeIDs, dataPool),
+    m_decimalTable(memoryManager, DecimalPolicy{dataPool}),
+    m_integerTables(memoryManager)
+{
+}
+
+template<typename ResourceID>
+NumericDatatype<ResourceID>::~NumericDatatype() = default;
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::initialize(uint64_t maxResourceID, uint64_t) {
+    m_maxResourceID = maxResourceID;
+    m_maxResourceIDForBlocks = maxResourceID - RESOURCE_ID_BLOCK_SIZE; // wraps for a smaller bound, which then rules single IDs only
+    m_decimalTable.initialize(DecimalTable::MINIMUM_NUMBER_OF_BUCKETS);
+    for (IntegerTable& table : m_integerTables.m_tables)
+        table.initialize(IntegerTable::MINIMUM_NUMBER_OF_BUCKETS);
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::restoreEmpty(const std::vector<uint64_t>& countsByDatatypeID) {
+    const auto initializeTable = [&countsByDatatypeID](auto& table, uint8_t datatypeID) {
+        const size_t neededNumberOfBuckets = static_cast<size_t>(static_cast<double>(countsByDatatypeID[datatypeID]) / table.LOAD_FACTOR) + 1;
+        table.initialize(std::max(table.MINIMUM_NUMBER_OF_BUCKETS, std::bit_ceil(neededNumberOfBuckets)));
+    };
+    initializeTable(m_decimalTable, D_XSD_DECIMAL);
+    for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
+        initializeTable(m_integerTables[datatypeID], datatypeID);
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const {
+    if (datatypeID == D_XSD_DECIMAL)
+        value.setBinaryValue(datatypeID, getDecimal(resourceID));
+    else
+        value.setBinaryValue(datatypeID, m_resourceData[resourceID]);
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::getResource(uint64_t resourceID, uint8_t datatypeID, std::string& text) const {
+    if (datatypeID == D_XSD_DECIMAL) {
+        char buffer[XSDDecimal::MAX_TEXT_LENGTH];
+        text.assign(buffer, getDecimal(resourceID).toString(buffer, false));
+    }
+    else {
+        text.clear();
+        uint64_t magnitude = m_resourceData[resourceID];
+        if (static_cast<int64_t>(magnitude) < 0) {
+            text.push_back('-');
+            magnitude = 0 - magnitude; // unsigned, so that the smallest integer has a magnitude
+        }
+        appendNumber(magnitude, text);
+    }
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept {
+    if (value.datatypeID == D_XSD_DECIMAL)
+        return doTryResolveResource(visibility, value.getBinaryValue<XSDDecimal>());
+    return doTryResolveResource(visibility, value.datatypeID, value.getBinaryValue<int64_t>());
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const {
+    if (datatypeID == D_XSD_DECIMAL)
+        return doTryResolveResource(visibility, XSDDecimal(lexicalForm, length));
+    return doTryResolveResource(visibility, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
+    const uint64_t resourceID = m_decimalTable.find(value, [&visibility](uint64_t recordOffset) { return recordOffset < visibility.second; });
+    return resourceID < visibility.first ? resourceID : 0;
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
+    const uint64_t resourceID = m_integerTables[datatypeID].find(value, [](ResourceID) { return true; });
+    return resourceID < visibility.first ? resourceID : 0;
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const ResourceValue& value) {
+    if (value.datatypeID == D_XSD_DECIMAL)
+        return doResolveResource(context, nextResourceIDGetter(context), value.getBinaryValue<XSDDecimal>());
+    return doResolveResource(nextResourceIDGetter(context), value.datatypeID, value.getBinaryValue<int64_t>());
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) {
+    if (datatypeID == D_XSD_DECIMAL)
+        return doResolveResource(context, nextResourceIDGetter(context), XSDDecimal(lexicalForm, length));
+    return doResolveResource(nextResourceIDGetter(context), datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
+}
+
+template<typename ResourceID>
+template<typename Getter>
+uint64_t NumericDatatype<ResourceID>::doResolveResource(DictionaryUsageContext* context, const Getter& nextResourceID, const XSDDecimal& value) {
+    return m_decimalTable.findOrInsert(value, [&] {
+        const ResourceID resourceID = static_cast<ResourceID>(nextResourceID());
+        return typename DecimalTable::Entry{addDecimal(context, resourceID, value), resourceID};
+    });
+}
+
+template<typename ResourceID>
+template<typename Getter>
+uint64_t NumericDatatype<ResourceID>::doResolveResource(const Getter& nextResourceID, uint8_t datatypeID, int64_t value) {
+    return m_integerTables[datatypeID].findOrInsert(value, [&] {
+        const uint64_t resourceID = nextResourceID();
+        setResource(resourceID, static_cast<uint64_t>(value), datatypeID);
+        return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
+    });
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::addDecimal(DictionaryUsageContext* context, ResourceID resourceID, const XSDDecimal& value) {
+    const uint64_t recordOffset = allocateRecord(context);
+    Record::write(m_dataPool.getBase() + recordOffset, resourceID, value);
+    setResource(resourceID, recordOffset, D_XSD_DECIMAL);
+    return recordOffset;
+}
+
+template<typename ResourceID>
+uint64_t NumericDatatype<ResourceID>::allocateRecord(DictionaryUsageContext* context) {
+    uint64_t end;
+    if (context == nullptr)
+        return m_dataPool.allocate(Record::SIZE, end);
+    if (context->m_dataPoolChunkNext + Record::SIZE > context->m_dataPoolChunkEnd) [[unlikely]] {
+        // The rest of the old chunk, less than a record, is abandoned.
+        context->m_dataPoolChunkNext = m_dataPool.allocate(DATA_POOL_CHUNK_SIZE + Record::SIZE, end);
+        context->m_dataPoolChunkEnd = end;
+    }
+    const uint64_t recordOffset = context->m_dataPoolChunkNext;
+    context->m_dataPoolChunkNext += Record::SIZE;
+    return recordOffset;
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::ensureResourceUsable(uint64_t resourceID) {
+    m_resourceData.ensureEndAtLeast(resourceID + 1);
+    m_resourceDatatypeIDs.ensureEndAtLeast(resourceID + 1);
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) {
+    if (value.datatypeID == D_XSD_DECIMAL) {
+        const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
+        m_decimalTable.findOrInsert(decimal, [&] {
+            ensureResourceUsable(resourceID);
+            return typename DecimalTable::Entry{addDecimal(context, static_cast<ResourceID>(resourceID), decimal), resourceID};
+        });
+    }
+    else {
+        const int64_t integer = value.getBinaryValue<int64_t>();
+        m_integerTables[value.datatypeID].findOrInsert(integer, [&] {
+            ensureResourceUsable(resourceID);
+            setResource(resourceID, static_cast<uint64_t>(integer), value.datatypeID);
+            return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
+        });
+    }
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) {
+    const uint64_t data = m_resourceData[resourceID];
+    if (datatypeID != D_XSD_DECIMAL)
+        m_integerTables[datatypeID].markDeleted(static_cast<int64_t>(data), static_cast<ResourceID>(resourceID));
+    else if (data >= DataPool::FIRST_OFFSET) // otherwise the ID never had a record
+        m_decimalTable.markDeleted(getDecimal(resourceID), data);
+}
+
+}

@@ -1,0 +1,118 @@
+#include "core/data-store/dictionary/NumericLexicalForms.h"
+
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DecimalDigits.h"
+#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "core/data-store/dictionary/IntegerText.h"
+#include "core/data-store/dictionary/Prefixes.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace kavix {
+
+namespace {
+
+std::string encodeDatatypeIRI(const IntegerDatatypeInfo& info) {
+    std::string text;
+    Prefixes::s_defaultPrefixes.encodeIRI(info.datatypeIRI.data(), info.datatypeIRI.size(), text);
+    return text;
+}
+
+bool isInRange(const IntegerDatatypeInfo& info, int64_t value) noexcept {
+    return info.minimum <= value && value <= info.maximum;
+}
+
+// What is wrong with a form that parseIntegerSigned() refuses: no integer, or one outside 64 bits with a sign.
+LexicalFormStatus classifyRefusedInteger(uint8_t datatypeID, const char* text, size_t length) noexcept {
+    const char* const end = text + length;
+    const bool isNegative = text != end && *text == '-';
+    if (text != end && (isNegative || *text == '+'))
+        ++text;
+    if (text == end || !std::all_of(text, end, DecimalDigits::isDigit))
+        return LexicalFormStatus::MALFORMED;
+    bool isInValueSpace = false;
+    switch (datatypeID) {
+    case D_XSD_INTEGER:
+        isInValueSpace = true;
+        break;
+    case D_XSD_NON_NEGATIVE_INTEGER:
+    case D_XSD_POSITIVE_INTEGER:
+        isInValueSpace = !isNegative;
+        break;
+    case D_XSD_NON_POSITIVE_INTEGER:
+    case D_XSD_NEGATIVE_INTEGER:
+        isInValueSpace = isNegative;
+        break;
+    case D_XSD_UNSIGNED_LONG: {
+        constexpr std::string_view UNSIGNED_LONG_MAXIMUM = "18446744073709551615";
+        text = std::find_if(text, end, [](char digit) { return digit != '0'; });
+        const std::string_view digits(text, static_cast<size_t>(end - text));
+        // Of two numbers with equally many digits, the larger one is the later text.
+        isInValueSpace = !isNegative && (digits.size() < UNSIGNED_LONG_MAXIMUM.size() || (digits.size() == UNSIGNED_LONG_MAXIMUM.size() && digits <= UNSIGNED_LONG_MAXIMUM));
+        break;
+    }
+    default: // the other datatypes hold 64 bits with a sign or less
+        break;
+    }
+    return isInValueSpace ? LexicalFormStatus::BEYOND_CAPACITY : LexicalFormStatus::OUT_OF_RANGE;
+}
+
+}
+
+int64_t parseIntegerValue(uint8_t datatypeID, const char* text, size_t length) {
+    const auto [isValid, value] = parseIntegerSigned(text, length);
+    const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(datatypeID);
+    if (!isValid) [[unlikely]]
+        Errors::throwInvalidLexicalForm(text, length, encodeDatatypeIRI(info));
+    if (!isInRange(info, value)) [[unlikely]]
+        Errors::throwValueOutOfRange(text, length, encodeDatatypeIRI(info));
+    return value;
+}
+
+NumericValue parseNumericValue(uint8_t datatypeID, const char* text, size_t length) {
+    if (datatypeID == D_XSD_DECIMAL)
+        return XSDDecimal(text, length);
+    return parseIntegerValue(datatypeID, text, length);
+}
+
+LexicalFormStatus tryParseNumericValue(uint8_t datatypeID, const char* text, size_t length, ResourceValue& value) noexcept {
+    if (datatypeID == D_XSD_DECIMAL) {
+        XSDDecimal decimal;
+        const LexicalFormStatus status = XSDDecimal::tryParse(text, length, decimal);
+        if (status == LexicalFormStatus::VALID)
+            value.setBinaryValue(datatypeID, decimal);
+        return status;
+    }
+    const auto [isValid, integer] = parseIntegerSigned(text, length);
+    if (!isValid) [[unlikely]]
+        return classifyRefusedInteger(datatypeID, text, length);
+    if (!isInRange(getIntegerDatatypeInfo(datatypeID), integer)) [[unlikely]]
+        return LexicalFormStatus::OUT_OF_RANGE;
+    value.setBinaryValue(datatypeID, integer);
+    return LexicalFormStatus::VALID;
+}
+
+size_t writeNumericLexicalForm(uint8_t datatypeID, const uint8_t* data, char* buffer) noexcept {
+    if (datatypeID == D_XSD_DECIMAL) {
+        XSDDecimal decimal;
+        std::memcpy(static_cast<void*>(&decimal), data, sizeof(decimal));
+        return decimal.toString(buffer, false);
+    }
+    uint64_t magnitude;
+    std::memcpy(&magnitude, data, sizeof(magnitude));
+    if (static_cast<int64_t>(magnitude) >= 0)
+        return appendNumber(magnitude, buffer);
+    buffer[0] = '-';
+    return 1 + appendNumber(0 - magnitude, buffer + 1); // unsigned, so that the smallest integer has a magnitude
+}
+
+bool isCanonicalNumericForm(uint8_t datatypeID, const ResourceValue& value, const char* text, size_t length) noexcept {
+    char canonicalForm[MAX_NUMERIC_LEXICAL_FORM_LENGTH];
+    return length == writeNumericLexicalForm(datatypeID, value.data, canonicalForm) && std::memcmp(text, canonicalForm, length) == 0;
+}
+
+}

@@ -1,0 +1,55 @@
+#include "core/data-store/dictionary/Transaction.h"
+
+#include "core/data-store/dictionary/Dictionary.h"
+#include "core/platform/collections/ThreadSlots.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+
+namespace kavix {
+
+Transaction::Transaction(Dictionary& dictionary) :
+    m_dictionary(dictionary),
+    m_firstResourceID(dictionary.beginTransaction()),
+    m_isRunning(true)
+{
+}
+
+Transaction::~Transaction() {
+    if (m_isRunning)
+        rollback();
+}
+
+DictionaryUsageContext& Transaction::getOwnContext() {
+    if (!m_isRunning) [[unlikely]]
+        Errors::throwTransactionHasEnded();
+    ThreadSlots::ensureSlot();
+    return m_contexts[s_currentThreadContextIndex];
+}
+
+uint64_t Transaction::resolve(std::string_view lexicalForm, uint8_t datatypeID) {
+    return m_dictionary.doResolve(&getOwnContext(), lexicalForm, datatypeID);
+}
+
+uint64_t Transaction::resolve(std::string_view lexicalForm, std::string_view datatypeIRI) {
+    return resolve(lexicalForm, Dictionary::getDatatypeID(datatypeIRI));
+}
+
+uint64_t Transaction::resolve(const ResourceValue& value) {
+    return m_dictionary.doResolve(&getOwnContext(), value);
+}
+
+void Transaction::commit() noexcept {
+    if (m_isRunning) {
+        m_isRunning = false;
+        m_dictionary.endTransaction();
+    }
+}
+
+void Transaction::rollback() {
+    if (m_isRunning) {
+        m_dictionary.deleteResourcesFrom(m_firstResourceID);
+        m_isRunning = false;
+        m_dictionary.endTransaction();
+    }
+}
+
+}

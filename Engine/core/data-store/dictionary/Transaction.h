@@ -1,0 +1,67 @@
+#pragma once
+
+#include "core/data-store/dictionary/DictionaryUsageContext.h"
+#include "core/data-store/dictionary/ResourceValue.h"
+#include "core/platform/collections/ThreadContext.h"
+#include "core/platform/system/Unmovable.h"
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace kavix {
+
+class Dictionary;
+
+/// A writing transaction: what it enters becomes visible to new snapshots all at once with commit(), or is taken back.
+/// One at a time for each dictionary; any number of threads may enter values through it, each with a usage context of its
+/// own that the transaction keeps for it.
+///
+///   running --commit--> committed        running --rollback, or destruction--> rolled back
+///
+/// Invariant: the values it entered, and no others, have the resource IDs from its first ID on. It holds because the
+/// dictionary takes no other new values while it runs, and its contexts begin and end with it.
+/// Threads   resolve: any number at once. The rest: one thread, while nobody resolves.
+class Transaction : private Unmovable {
+
+public:
+
+    /// Begins a transaction.
+    /// @throws KavixException  another transaction runs, or the dictionary is being restored or compacted
+    explicit Transaction(Dictionary& dictionary);
+
+    /// Rolls back unless committed.
+    ~Transaction();
+
+    /// Returns the resource ID of a literal and enters the literal under a new one if it is new. New IDs are taken in
+    /// blocks of 1024 for each thread, pool space in chunks of 64 KiB.
+    /// @throws KavixException  the datatype is unknown; the lexical form is invalid; the IDs, the budget or the thread
+    ///                         slots are exhausted; the transaction has ended: nothing was entered
+    uint64_t resolve(std::string_view lexicalForm, uint8_t datatypeID);
+    uint64_t resolve(std::string_view lexicalForm, std::string_view datatypeIRI);
+
+    /// The same for a value in binary form, which is checked as a lexical form would be.
+    uint64_t resolve(const ResourceValue& value);
+
+    /// Makes the values visible to snapshots taken from now on and ends the transaction.
+    void commit() noexcept;
+
+    /// Takes back every value that the transaction entered and ends it; values that existed before stay. The IDs are not
+    /// used again. Costs one look-up for each value entered.
+    /// @throws KavixException  the thread slots are exhausted: the transaction still runs
+    void rollback();
+
+    bool isRunning() const noexcept { return m_isRunning; }
+
+private:
+
+    DictionaryUsageContext& getOwnContext();
+
+    Dictionary& m_dictionary;
+    const uint64_t m_firstResourceID;
+    bool m_isRunning;
+    std::array<DictionaryUsageContext, NUMBER_OF_THREAD_SLOTS> m_contexts; // each used by the thread that has the slot
+
+};
+
+}

@@ -1,0 +1,229 @@
+#pragma once
+
+#include "core/platform/collections/ThreadContext.h"
+#include "core/platform/system/MemoryRegion.h"
+#include "core/platform/system/SpinWait.h"
+#include "core/platform/system/Unmovable.h"
+
+#include <atomic>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <pthread.h>
+
+namespace kavix {
+
+/// A hash table with linear probing that many threads search and extend while it grows.
+///
+///   bucket:  empty --claim--> busy --publish--> live --delete--> deleted
+///              ^----give up----'        (the key word alone tells the state)
+///
+///   key word   0 empty; all ones busy: a writer fills the bucket; all ones but the lowest deleted; otherwise live
+///
+/// The resize state decides what a thread that enters does first:
+///
+///   value                meaning                                            changed by               to
+///   -1                   no resize runs                                     a leader, by exchange    -2
+///   -2                   a leader stops the others and allocates            the leader               0, or -1 on failure
+///   0 .. chunks - 1      the next chunk of old buckets to be moved          any thread, by exchange  the next number
+///   chunks or more       all claimed, some are still being moved            who finishes the last    -1
+///
+/// Invariants
+///  - The key and value of a live bucket never change; only deletion overwrites the key.
+///  - The used count covers live, deleted and reserved buckets and stays at or below the threshold, so every probe meets
+///    an empty bucket and ends.
+///  - Outside a resize there is one array; during one, no thread looks up or inserts.
+///  - The array, its mask and size, the threshold and the chunk count change only while every slot is stopped, or alone;
+///    they are read only by threads that hold a slot.
+/// Callers   find, findOrInsert, markDeleted: any thread that has a slot to itself; statistics: any thread. The rest,
+///           construction and destruction: one thread, nobody else inside.
+/// Orders    Keys: published by release, read by acquire; whoever sees a key sees its value.
+///           Slots: acquire on entry, release on leaving; whoever stops a slot sees its work.
+///           Used and deleted counts: relaxed; they ration and count buckets and publish nothing.
+///           Resize state: acquire and release; the finisher's -1 publishes the moved array to those who wait inside.
+/// Progress  Lookups take no lock but wait for a busy bucket and for a resize: not wait-free.
+/// Failures  No memory to grow: the table is as before, the caller gets the error, the rest go on.
+///           Creating an entry throws: its bucket is empty again, the reservation is kept.
+/// Cost      Expected constant probes up to load 0.7; growth moves an entry once per doubling. The shared used count is
+///           touched once per 100 insertions of a thread.
+///
+/// Policy says what a bucket is:
+///   Bucket, KeyWord, Key                             the types; an empty bucket is all zero bytes
+///   getKeyWord(bucket) -> std::atomic<KeyWord>&
+///   getHash(key), getEntryHash(bucket, keyWord)      the same for an entry and its key
+///   isEqual(bucket, keyWord, key)                    whether a live bucket holds the key
+///   setValue(bucket, key), copyValue(from, to)       everything of a bucket but the key word
+///   getResourceID(bucket, keyWord)                   of a live bucket
+/// Buckets are saved as raw bytes: their layout, the hash and the markers are part of the image format.
+template<typename Policy>
+class ParallelHashTable : private Unmovable {
+
+public:
+
+    using Bucket = typename Policy::Bucket;
+    using KeyWord = typename Policy::KeyWord;
+    using Key = typename Policy::Key;
+
+    static constexpr KeyWord EMPTY = 0;
+    static constexpr KeyWord BUSY = std::numeric_limits<KeyWord>::max();
+    static constexpr KeyWord DELETED = BUSY - 1;
+
+    static constexpr size_t MINIMUM_NUMBER_OF_BUCKETS = 1024;
+    static constexpr size_t CHUNK_SIZE = 1024; // buckets
+    static constexpr uint32_t RESERVATION_BATCH = 100;
+    static constexpr double LOAD_FACTOR = 0.7;
+
+    /// A new entry: what is published in its bucket, and its resource ID.
+    struct Entry {
+        KeyWord m_keyWord;
+        uint64_t m_resourceID;
+    };
+
+    /// A table without buckets: initialize() or load() comes before any other use.
+    ParallelHashTable(MemoryManager& memoryManager, const Policy& policy);
+
+    ~ParallelHashTable();
+
+    /// Makes the table empty.
+    /// @param numberOfBuckets  a power of two, at least 1024
+    /// @throws as MemoryRegion  the table has no buckets then
+    void initialize(size_t numberOfBuckets);
+
+    /// Returns the resource ID of a key, or 0 if it is absent. Live buckets whose key word isVisible(keyWord) refuses are
+    /// passed over.
+    template<typename IsVisible>
+    uint64_t find(const Key& key, IsVisible isVisible) noexcept;
+
+    /// Returns the resource ID of a key; if it is absent, enters what createEntry() returns. The key word of that entry
+    /// is none of the three markers, and everything a reader needs to use it was written before createEntry() returned.
+    /// @throws as MemoryRegion if the table must grow and cannot, and whatever createEntry() throws: the key is absent
+    template<typename CreateEntry>
+    uint64_t findOrInsert(const Key& key, CreateEntry&& createEntry);
+
+    /// Marks the entry of a key deleted if it has the given key word; otherwise changes nothing. The bucket stays occupied
+    /// until the table is rebuilt.
+    void markDeleted(const Key& key, KeyWord keyWord) noexcept;
+
+    /// Removes every entry and keeps the size.
+    void clear() noexcept;
+
+    /// Enters a key in the course of a rebuild, without regard to the threshold: the table held the key before. A bucket for
+    /// which isSame(bucket, keyWord) holds is overwritten.
+    template<typename IsSame>
+    void reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept;
+
+    /// Makes the table as small as its contents allow.
+    /// @param minimumNumberOfBuckets  a power of two, at least 1024
+    void shrinkToFit(size_t minimumNumberOfBuckets) noexcept;
+
+    /// Writes the table as raw memory.
+    void save(OutputStream& output) const;
+
+    /// Replaces the table by what save() wrote. No field but the header is checked.
+    /// @throws KavixException  "Invalid input file: cannot load ParallelHashTable.", "Premature end of file.", or as
+    ///                         MemoryRegion: the table is to be discarded or initialised again
+    void load(InputStream& input);
+
+    /// Runs an operation while this thread is inside the table, after any resize in progress.
+    template<typename Operation>
+    void runInside(Operation&& operation);
+
+    size_t getNumberOfBuckets() const noexcept { return m_numberOfBuckets.load(std::memory_order_relaxed); }
+
+    size_t getCommittedBytes() const noexcept { return m_buckets.getCommittedBytes(); }
+
+    uint64_t getDeletedCount() const noexcept { return m_deletedCount.load(std::memory_order_relaxed); }
+
+    /// The used count less all free reservations: live and deleted entries. Read without stopping anybody: while others
+    /// insert it may be off by what they reserve at this moment, and even wrap.
+    uint64_t getNumberOfUsedBuckets() const noexcept;
+
+    /// The sum of all free reservations; off by what others reserve or spend at this moment.
+    uint64_t getNumberOfReservedBuckets() const noexcept { return sumFreeReservations(); }
+
+    const Policy& getPolicy() const noexcept { return m_policy; }
+
+    uint64_t getResizeThreshold() const noexcept { return m_resizeThreshold; }
+
+    Bucket* getBuckets() noexcept { return m_buckets.getData(); }
+
+    const Bucket* getBuckets() const noexcept { return m_buckets.getData(); }
+
+private:
+
+    static constexpr int64_t NO_RESIZE = -1;
+    static constexpr int64_t RESIZE_PREPARATION = -2;
+
+    class Visit;
+    class Claim;
+    class ResizePreparation;
+
+    static uint64_t getThreshold(size_t numberOfBuckets) noexcept { return static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * LOAD_FACTOR); }
+
+    ThreadContext& getOwnContext() noexcept {
+        assert(s_currentThreadContextIndex < NUMBER_OF_THREAD_SLOTS && "the thread has no slot");
+        return m_threadContexts[s_currentThreadContextIndex];
+    }
+
+    /// Loads the key word of a bucket once it is not busy.
+    static KeyWord loadKeyWord(Bucket& bucket) noexcept;
+
+    Bucket& getBucket(size_t index) noexcept { return m_buckets.getData()[index & m_mask]; }
+
+    void ensureReservation(ThreadContext& own);
+
+    static void spendReservation(ThreadContext& own) noexcept { own.setFreeReservation(own.getFreeReservation() - 1); }
+
+    uint64_t sumFreeReservations() const noexcept;
+
+    void resetFreeReservations() noexcept;
+
+    void endResize() noexcept;
+
+    /// Starts a resize, or joins the one that another thread started; returns when it is over.
+    /// @throws as MemoryRegion if the new array cannot be allocated: the table is exactly as before
+    void startHandleResize(ThreadContext& own);
+
+    /// Takes part in the resize in whose course the state was read; returns when the state is -1.
+    void handleResize(ThreadContext& own, size_t state) noexcept;
+
+    void prepareResize();
+
+    void moveChunk(ThreadContext& own, size_t chunk) noexcept;
+
+    /// Puts an entry into the first empty bucket from start on, in the array of mask + 1 buckets.
+    void placeEntry(size_t start, size_t mask, KeyWord keyWord, const Bucket& from) noexcept;
+
+    // Each owned by one thread, or by a leader.
+    ThreadContext m_threadContexts[NUMBER_OF_THREAD_SLOTS];
+
+    // Fixed after construction.
+    const Policy m_policy;
+
+    // Atomic and shared.
+    std::atomic<int64_t> m_resizeState;
+
+    // Changed only while nobody else is inside.
+    size_t m_mask; // the number of buckets less 1
+    MemoryRegion<Bucket> m_buckets;
+
+    // Atomic and shared, on a line of their own: every thread writes the used count now and then.
+    alignas(128) std::atomic<uint64_t> m_usedCount; // buckets handed out: live, deleted, and unspent reservations
+    std::atomic<uint64_t> m_deletedCount;
+
+    // Changed only while nobody else is inside; the number of buckets is atomic for the statistics.
+    alignas(128) std::atomic<size_t> m_numberOfBuckets;
+    uint64_t m_resizeThreshold; // the used count may not exceed it
+    MemoryRegion<Bucket> m_oldBuckets; // empty except during a resize
+    size_t m_chunkCount;
+
+    std::atomic<size_t> m_chunksRemaining; // not yet completely moved
+
+    // For those who wait until the resize has been prepared.
+    pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
+
+};
+
+}

@@ -1,0 +1,469 @@
+#pragma once
+
+#include "core/platform/collections/ParallelHashTable.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <utility>
+
+namespace kavix {
+
+/// A stay inside the table through the calling thread's slot; begins by helping a resize in progress.
+template<typename Policy>
+class ParallelHashTable<Policy>::Visit : private Unmovable {
+
+public:
+
+    explicit Visit(ParallelHashTable& table) noexcept : m_context(table.getOwnContext()) {
+        m_context.enter();
+        assert(table.getNumberOfBuckets() != 0 && "the table was never initialised");
+        // Acquire. Pairs with the release store that ends a resize: we see the array as it is afterwards.
+        const int64_t state = table.m_resizeState.load(std::memory_order_acquire);
+        if (state != NO_RESIZE)
+            table.handleResize(m_context, static_cast<size_t>(state));
+    }
+
+    ~Visit() { m_context.leave(); }
+
+    ThreadContext& getContext() noexcept { return m_context; }
+
+private:
+
+    ThreadContext& m_context;
+
+};
+
+/// A bucket that this thread has claimed: published, or else empty again at the end of the scope.
+template<typename Policy>
+class ParallelHashTable<Policy>::Claim : private Unmovable {
+
+public:
+
+    explicit Claim(Bucket& bucket) noexcept : m_bucket(bucket), m_keyWord(EMPTY) { }
+
+    // Release. Pairs with the acquire in loadKeyWord(): whoever sees the key word sees the value of the bucket and all
+    // that was written for the entry before. (For a claim given up there is nothing to see.)
+    ~Claim() { Policy::getKeyWord(m_bucket).store(m_keyWord, std::memory_order_release); }
+
+    void publish(KeyWord keyWord) noexcept { m_keyWord = keyWord; }
+
+private:
+
+    Bucket& m_bucket;
+    KeyWord m_keyWord;
+
+};
+
+template<typename Policy>
+ParallelHashTable<Policy>::ParallelHashTable(MemoryManager& memoryManager, const Policy& policy) :
+    m_policy(policy),
+    m_resizeState(NO_RESIZE),
+    m_mask(0),
+    m_buckets(memoryManager),
+    m_usedCount(0),
+    m_deletedCount(0),
+    m_numberOfBuckets(0),
+    m_resizeThreshold(0),
+    m_oldBuckets(memoryManager),
+    m_chunkCount(0),
+    m_chunksRemaining(0)
+{
+}
+
+template<typename Policy>
+ParallelHashTable<Policy>::~ParallelHashTable() {
+    ::pthread_cond_destroy(&m_condition);
+    ::pthread_mutex_destroy(&m_mutex);
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::initialize(size_t numberOfBuckets) {
+    assert(std::has_single_bit(numberOfBuckets) && numberOfBuckets >= MINIMUM_NUMBER_OF_BUCKETS);
+    // Relaxed, in this operation: nobody else is inside.
+    m_numberOfBuckets.store(0, std::memory_order_relaxed);
+    m_buckets.initialize(numberOfBuckets);
+    m_buckets.ensureEndAtLeast(numberOfBuckets);
+    m_mask = numberOfBuckets - 1;
+    resetFreeReservations();
+    m_numberOfBuckets.store(numberOfBuckets, std::memory_order_relaxed);
+    m_usedCount.store(0, std::memory_order_relaxed);
+    m_deletedCount.store(0, std::memory_order_relaxed);
+    m_resizeThreshold = getThreshold(numberOfBuckets);
+    endResize();
+}
+
+template<typename Policy>
+typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::loadKeyWord(Bucket& bucket) noexcept {
+    // Acquire. Pairs with the release in ~Claim() and placeEntry(): whoever sees a live key word sees its value.
+    KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_acquire);
+    if (keyWord == BUSY) [[unlikely]] {
+        // Ends when the thread that claimed the bucket publishes it or gives it up; it never waits for us meanwhile.
+        SpinWait wait;
+        do {
+            wait.step();
+            keyWord = Policy::getKeyWord(bucket).load(std::memory_order_acquire);
+        } while (keyWord == BUSY);
+    }
+    return keyWord;
+}
+
+template<typename Policy>
+template<typename IsVisible>
+uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible) noexcept {
+    const Visit visit(*this);
+    for (size_t index = m_policy.getHash(key);; ++index) {
+        Bucket& bucket = getBucket(index);
+        const KeyWord keyWord = loadKeyWord(bucket);
+        if (keyWord == EMPTY)
+            return 0;
+        if (keyWord != DELETED && isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key))
+            return m_policy.getResourceID(bucket, keyWord);
+    }
+}
+
+template<typename Policy>
+template<typename CreateEntry>
+uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry&& createEntry) {
+    Visit visit(*this);
+    // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
+    ensureReservation(visit.getContext());
+    for (size_t index = m_policy.getHash(key);;) {
+        Bucket& bucket = getBucket(index);
+        KeyWord keyWord = loadKeyWord(bucket);
+        if (keyWord == EMPTY) {
+            // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes
+            // nothing; the claim only keeps others away.
+            if (!Policy::getKeyWord(bucket).compare_exchange_strong(keyWord, BUSY, std::memory_order_release, std::memory_order_relaxed))
+                continue; // another thread took the bucket, maybe for this very key
+            Claim claim(bucket);
+            const Entry entry = createEntry();
+            assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
+            Policy::setValue(bucket, key);
+            claim.publish(entry.m_keyWord);
+            spendReservation(visit.getContext());
+            return entry.m_resourceID;
+        }
+        if (keyWord != DELETED && m_policy.isEqual(bucket, keyWord, key))
+            return m_policy.getResourceID(bucket, keyWord);
+        ++index;
+    }
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::markDeleted(const Key& key, KeyWord keyWord) noexcept {
+    const Visit visit(*this);
+    for (size_t index = m_policy.getHash(key);; ++index) {
+        Bucket& bucket = getBucket(index);
+        const KeyWord bucketKeyWord = loadKeyWord(bucket);
+        if (bucketKeyWord == EMPTY)
+            return;
+        if (bucketKeyWord == keyWord) {
+            // Relaxed, both: deletion publishes nothing. No reader can see the entry: its ID is beyond every snapshot.
+            Policy::getKeyWord(bucket).store(DELETED, std::memory_order_relaxed);
+            m_deletedCount.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+    }
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::ensureReservation(ThreadContext& own) {
+    while (own.getFreeReservation() == 0) {
+        // Relaxed: this only rations buckets. The threshold changes only while every other slot is stopped, and entering
+        // our slot made its present value visible.
+        uint64_t usedCount = m_usedCount.load(std::memory_order_relaxed);
+        if (usedCount + RESERVATION_BATCH <= m_resizeThreshold) {
+            if (m_usedCount.compare_exchange_weak(usedCount, usedCount + RESERVATION_BATCH, std::memory_order_relaxed))
+                own.setFreeReservation(RESERVATION_BATCH);
+        }
+        else
+            startHandleResize(own);
+    }
+}
+
+template<typename Policy>
+uint64_t ParallelHashTable<Policy>::sumFreeReservations() const noexcept {
+    uint64_t result = 0;
+    for (const ThreadContext& context : m_threadContexts)
+        result += context.getFreeReservation();
+    return result;
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::resetFreeReservations() noexcept {
+    for (ThreadContext& context : m_threadContexts)
+        context.setFreeReservation(0);
+}
+
+template<typename Policy>
+uint64_t ParallelHashTable<Policy>::getNumberOfUsedBuckets() const noexcept {
+    return m_usedCount.load(std::memory_order_relaxed) - sumFreeReservations();
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::endResize() noexcept {
+    m_oldBuckets.deinitialize();
+    m_chunkCount = 0;
+    // Relaxed, both: nobody else is inside.
+    m_chunksRemaining.store(0, std::memory_order_relaxed);
+    m_resizeState.store(NO_RESIZE, std::memory_order_relaxed);
+}
+
+template<typename Policy>
+template<typename Operation>
+void ParallelHashTable<Policy>::runInside(Operation&& operation) {
+    const Visit visit(*this);
+    std::forward<Operation>(operation)();
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::clear() noexcept {
+    if (getNumberOfUsedBuckets() == 0)
+        return; // nothing but unspent reservations, which stay
+    resetFreeReservations();
+    std::memset(static_cast<void*>(m_buckets.getData()), 0, m_buckets.getEnd() * sizeof(Bucket));
+    // Relaxed, both: nobody else is inside.
+    m_usedCount.store(0, std::memory_order_relaxed);
+    m_deletedCount.store(0, std::memory_order_relaxed);
+    m_chunkCount = 0;
+    m_chunksRemaining.store(0, std::memory_order_relaxed);
+    m_resizeState.store(NO_RESIZE, std::memory_order_relaxed);
+}
+
+template<typename Policy>
+template<typename IsSame>
+void ParallelHashTable<Policy>::reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept {
+    size_t index = m_policy.getHash(key);
+    for (KeyWord keyWord = loadKeyWord(getBucket(index)); keyWord != EMPTY && !isSame(getBucket(index), keyWord); keyWord = loadKeyWord(getBucket(index)))
+        ++index;
+    Bucket& bucket = getBucket(index);
+    Policy::setValue(bucket, key);
+    // Release. Pairs with the acquire in loadKeyWord().
+    Policy::getKeyWord(bucket).store(newKeyWord, std::memory_order_release);
+    ThreadContext& own = getOwnContext();
+    if (own.getFreeReservation() == 0) {
+        m_usedCount.fetch_add(RESERVATION_BATCH, std::memory_order_relaxed);
+        own.setFreeReservation(RESERVATION_BATCH);
+    }
+    spendReservation(own);
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::placeEntry(size_t start, size_t mask, KeyWord keyWord, const Bucket& from) noexcept {
+    Bucket* const buckets = m_buckets.getData();
+    for (size_t index = start & mask;; index = (index + 1) & mask) {
+        std::atomic<KeyWord>& target = Policy::getKeyWord(buckets[index]);
+        KeyWord expected = target.load(std::memory_order_relaxed); // only a look; the claim decides
+        // Release on success, relaxed on failure: the claim publishes nothing and another mover's entry is not read.
+        if (expected == EMPTY && target.compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed)) {
+            Policy::copyValue(from, buckets[index]);
+            // Release. Pairs with the acquire in loadKeyWord(): whoever sees the key word sees the value.
+            target.store(keyWord, std::memory_order_release);
+            return;
+        }
+    }
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::shrinkToFit(size_t minimumNumberOfBuckets) noexcept {
+    assert(std::has_single_bit(minimumNumberOfBuckets) && minimumNumberOfBuckets >= MINIMUM_NUMBER_OF_BUCKETS);
+    // Relaxed, in this operation: nobody else is inside.
+    const uint64_t usedCount = getNumberOfUsedBuckets();
+    m_usedCount.store(usedCount, std::memory_order_relaxed);
+    resetFreeReservations();
+    const size_t neededNumberOfBuckets = static_cast<size_t>(static_cast<double>(usedCount) / LOAD_FACTOR) + 1;
+    const size_t newNumberOfBuckets = std::max(minimumNumberOfBuckets, std::bit_ceil(neededNumberOfBuckets));
+    const size_t oldNumberOfBuckets = getNumberOfBuckets();
+    if (oldNumberOfBuckets <= newNumberOfBuckets)
+        return;
+    // An entry of the tail starts from its old index in the smaller table. That keeps it reachable: its hash modulo the
+    // smaller size comes at or before that index, wrapped clusters included, and no bucket between becomes empty.
+    // Deleted markers move like entries, so the deleted count stays right.
+    Bucket* const buckets = m_buckets.getData();
+    for (size_t index = newNumberOfBuckets; index < oldNumberOfBuckets; ++index) {
+        const KeyWord keyWord = loadKeyWord(buckets[index]);
+        if (keyWord != EMPTY)
+            placeEntry(index, newNumberOfBuckets - 1, keyWord, buckets[index]);
+    }
+    m_mask = newNumberOfBuckets - 1;
+    m_buckets.truncate(newNumberOfBuckets);
+    m_numberOfBuckets.store(newNumberOfBuckets, std::memory_order_relaxed);
+    m_resizeThreshold = getThreshold(newNumberOfBuckets);
+}
+
+/// The time in which a leader prepares a resize: every other slot is stopped, and the state says so. At the end of the
+/// scope the state becomes the outcome, those who wait for it are woken, and the slots are released.
+template<typename Policy>
+class ParallelHashTable<Policy>::ResizePreparation : private Unmovable {
+
+public:
+
+    ResizePreparation(ParallelHashTable& table, ThreadContext& own) noexcept : m_table(table), m_own(own), m_outcome(NO_RESIZE) {
+        for (ThreadContext& context : m_table.m_threadContexts)
+            if (&context != &m_own)
+                context.enter();
+    }
+
+    ~ResizePreparation() {
+        ::pthread_mutex_lock(&m_table.m_mutex);
+        // Release. Pairs with the acquire loads of the state: whoever sees the outcome sees the new array.
+        m_table.m_resizeState.store(m_outcome, std::memory_order_release);
+        ::pthread_cond_broadcast(&m_table.m_condition);
+        ::pthread_mutex_unlock(&m_table.m_mutex);
+        for (ThreadContext& context : m_table.m_threadContexts)
+            if (&context != &m_own)
+                context.leave();
+    }
+
+    void succeed() noexcept { m_outcome = 0; }
+
+private:
+
+    ParallelHashTable& m_table;
+    ThreadContext& m_own;
+    int64_t m_outcome;
+
+};
+
+template<typename Policy>
+void ParallelHashTable<Policy>::startHandleResize(ThreadContext& own) {
+    int64_t state = NO_RESIZE;
+    // Acquire and release on success: we continue from the last resize and begin ours. Acquire on failure: we join the
+    // resize whose state we see.
+    if (m_resizeState.compare_exchange_strong(state, RESIZE_PREPARATION, std::memory_order_acq_rel, std::memory_order_acquire)) {
+        {
+            ResizePreparation preparation(*this, own);
+            prepareResize();
+            preparation.succeed();
+        }
+        state = 0;
+    }
+    handleResize(own, static_cast<size_t>(state));
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::prepareResize() {
+    const size_t oldNumberOfBuckets = getNumberOfBuckets();
+    // Where more than half of the buckets are deleted, a rebuild at the same size makes enough room.
+    const size_t newNumberOfBuckets = getDeletedCount() <= oldNumberOfBuckets / 2 ? 2 * oldNumberOfBuckets : oldNumberOfBuckets;
+    try {
+        m_oldBuckets.initialize(newNumberOfBuckets);
+        m_oldBuckets.ensureEndAtLeast(newNumberOfBuckets);
+    }
+    catch (...) {
+        m_oldBuckets.deinitialize();
+        throw;
+    }
+    m_chunkCount = oldNumberOfBuckets / CHUNK_SIZE;
+    // Release. The decrements in handleResize() continue this release sequence.
+    m_chunksRemaining.store(m_chunkCount, std::memory_order_release);
+    m_buckets.swapContents(m_oldBuckets);
+    m_mask = newNumberOfBuckets - 1;
+    m_numberOfBuckets.store(newNumberOfBuckets, std::memory_order_relaxed); // relaxed: every other slot is stopped
+    m_resizeThreshold = getThreshold(newNumberOfBuckets);
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) noexcept {
+    // The state is compared unsigned: as a signed number, "preparing" would look like a chunk to claim.
+    constexpr size_t OVER = static_cast<size_t>(NO_RESIZE);
+    constexpr size_t PREPARING = static_cast<size_t>(RESIZE_PREPARATION);
+    SpinWait wait;
+    while (state != OVER) {
+        assert((state == PREPARING || m_chunkCount != 0) && "nobody would end this resize");
+        if (state == PREPARING) {
+            // The leader waits for our slot. Let it have it, wait for the outcome, and come back.
+            own.leave();
+            ::pthread_mutex_lock(&m_mutex);
+            // Ends when the leader stores the outcome and broadcasts, under this mutex. (Relaxed: the mutex synchronises.)
+            while (m_resizeState.load(std::memory_order_relaxed) == RESIZE_PREPARATION)
+                ::pthread_cond_wait(&m_condition, &m_mutex);
+            ::pthread_mutex_unlock(&m_mutex);
+            own.enter();
+        }
+        else if (state < m_chunkCount) {
+            int64_t expected = static_cast<int64_t>(state);
+            // Acquire and release: a chunk is claimed by one thread. Acquire on failure: we go on from what we see.
+            if (!m_resizeState.compare_exchange_strong(expected, expected + 1, std::memory_order_acq_rel, std::memory_order_acquire)) {
+                state = static_cast<size_t>(expected);
+                continue;
+            }
+            moveChunk(own, state);
+            // Acquire and release. Release: the last one sees every chunk moved. Acquire: we may be the last one.
+            if (m_chunksRemaining.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+                m_deletedCount.store(0, std::memory_order_relaxed); // relaxed: a count
+                m_oldBuckets.deinitialize();
+                // Release. Pairs with every acquire load of the state: whoever sees the end sees the whole new array.
+                m_resizeState.store(NO_RESIZE, std::memory_order_release);
+                return;
+            }
+        }
+        else
+            wait.step(); // every chunk is claimed; ends when the thread that finishes the last one stores -1
+        // Acquire. Pairs with the release stores of the leader and of the finisher.
+        state = static_cast<size_t>(m_resizeState.load(std::memory_order_acquire));
+    }
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::moveChunk(ThreadContext& own, size_t chunk) noexcept {
+    Bucket* const first = m_oldBuckets.getData() + chunk * CHUNK_SIZE;
+    for (Bucket* bucket = first; bucket != first + CHUNK_SIZE; ++bucket) {
+        const KeyWord keyWord = loadKeyWord(*bucket);
+        if (keyWord == DELETED)
+            own.setFreeReservation(own.getFreeReservation() + 1); // its share of the used count is ours to spend
+        else if (keyWord != EMPTY)
+            placeEntry(m_policy.getEntryHash(*bucket, keyWord), m_mask, keyWord, *bucket);
+    }
+}
+
+namespace ParallelHashTableImage {
+
+inline constexpr char HEADER[] = "ParallelHashTable";
+inline constexpr uint64_t HEADER_LENGTH = sizeof(HEADER) - 1;
+
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::save(OutputStream& output) const {
+    const uint64_t headerLength = ParallelHashTableImage::HEADER_LENGTH;
+    output.write(&headerLength, sizeof(headerLength));
+    output.write(ParallelHashTableImage::HEADER, headerLength);
+    // Relaxed: nobody changes the table meanwhile.
+    const uint64_t fields[] = {getNumberOfBuckets(), m_resizeThreshold, m_usedCount.load(std::memory_order_relaxed), getDeletedCount()};
+    for (const uint64_t field : fields)
+        output.write(&field, sizeof(field));
+    for (const ThreadContext& context : m_threadContexts) {
+        const uint32_t freeReservation = context.getFreeReservation();
+        output.write(&freeReservation, sizeof(freeReservation));
+    }
+    m_buckets.save(output);
+}
+
+template<typename Policy>
+void ParallelHashTable<Policy>::load(InputStream& input) {
+    const auto readNumber = [&input](auto number) {
+        readExactly(input, &number, sizeof(number));
+        return number;
+    };
+    if (readNumber(uint64_t()) != ParallelHashTableImage::HEADER_LENGTH)
+        Errors::throwCannotLoadParallelHashTable();
+    char header[ParallelHashTableImage::HEADER_LENGTH];
+    readExactly(input, header, sizeof(header));
+    if (std::memcmp(header, ParallelHashTableImage::HEADER, sizeof(header)) != 0)
+        Errors::throwCannotLoadParallelHashTable();
+    // Relaxed, in this operation: nobody else is inside.
+    m_numberOfBuckets.store(readNumber(uint64_t()), std::memory_order_relaxed);
+    m_resizeThreshold = readNumber(uint64_t());
+    m_usedCount.store(readNumber(uint64_t()), std::memory_order_relaxed);
+    m_deletedCount.store(readNumber(uint64_t()), std::memory_order_relaxed);
+    for (ThreadContext& context : m_threadContexts)
+        context.setFreeReservation(readNumber(uint32_t()));
+    m_buckets.load(input);
+    m_mask = getNumberOfBuckets() - 1;
+    endResize();
+}
+
+}

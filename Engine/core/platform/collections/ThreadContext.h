@@ -1,0 +1,75 @@
+#pragma once
+
+#include "core/platform/system/Unmovable.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <pthread.h>
+
+namespace kavix {
+
+/// How many threads may use tables at the same time.
+inline constexpr size_t NUMBER_OF_THREAD_SLOTS = 256;
+
+/// The value of s_currentThreadContextIndex in a thread that has no slot.
+inline constexpr size_t NO_THREAD_SLOT = NUMBER_OF_THREAD_SLOTS;
+
+/// The slot of the calling thread in every table, assigned by ThreadSlots. Two threads never have the same one.
+inline constinit thread_local size_t s_currentThreadContextIndex = NO_THREAD_SLOT;
+
+/// One thread's door to one table. Its thread passes it with every lookup and insertion; a thread that resizes the table
+/// (the leader) stops every other thread by holding their doors.
+///
+///   entry count:  0 nobody; 1 held, by its thread or by a leader; 2 held and one waits; 3 held and two wait: an old leader
+///                 is still releasing, the owner waits, and the leader of the next resize is stopping
+///   Whoever adds 1 to 0 holds the slot. Whoever finds more waits until a holder hands it over: a holder that leaves 2 or
+///   more sets the released flag and wakes one of those who wait, and that one clears the flag and holds the slot.
+///
+/// Orders    entry count: acquire on entry, release on leaving; whoever stops a slot sees what its thread did inside, and
+///           a thread that enters sees what the leader changed. Those who wait synchronise by the mutex.
+///           free reservation: relaxed; changed by whoever holds the slot, read by statistics.
+/// A slot fills a 128-byte line (two cache lines, which processors fetch in pairs), so slots never share one.
+class alignas(128) ThreadContext : private Unmovable {
+
+public:
+
+    ThreadContext() noexcept = default;
+
+    ~ThreadContext();
+
+    /// Enters, or stops, the slot: returns when the caller holds it.
+    void enter() noexcept {
+        // Acquire. Pairs with the release in leave().
+        if (m_entryCount.fetch_add(1, std::memory_order_acquire) != 0)
+            waitUntilHandedOver();
+    }
+
+    void leave() noexcept {
+        // Release. Pairs with the acquire in enter().
+        if (m_entryCount.fetch_sub(1, std::memory_order_release) >= 2)
+            handOver();
+    }
+
+    /// How many buckets may be filled through this slot without touching the table's used count.
+    uint32_t getFreeReservation() const noexcept { return m_freeReservation.load(std::memory_order_relaxed); }
+
+    void setFreeReservation(uint32_t freeReservation) noexcept { m_freeReservation.store(freeReservation, std::memory_order_relaxed); }
+
+private:
+
+    void waitUntilHandedOver() noexcept;
+
+    void handOver() noexcept;
+
+    std::atomic<uint32_t> m_entryCount{0};
+    std::atomic<uint32_t> m_freeReservation{0};
+    uint8_t m_releasedFlag = 0; // guarded by the mutex
+    pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
+
+};
+
+static_assert(sizeof(ThreadContext) == 128 && alignof(ThreadContext) == 128);
+
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "core/platform/stream/InputStream.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kavix {
+
+/// A file that is read from its beginning. One thread at a time.
+///
+/// Small reads are served from a buffer of BUFFER_SIZE bytes; a read of that size or more goes to the file directly once
+/// the buffer is used up. A read may return fewer bytes than were asked for; readExactly() gets them all.
+class FileInputStream : public InputStream {
+
+public:
+
+    /// In bytes.
+    static constexpr size_t BUFFER_SIZE = 65536;
+
+    /// @throws SystemCallException  the file cannot be opened for reading
+    explicit FileInputStream(std::string fileName);
+
+    FileInputStream(const FileInputStream&) = delete;
+
+    FileInputStream& operator=(const FileInputStream&) = delete;
+
+    ~FileInputStream() override;
+
+    /// @throws SystemCallException  the file is a pipe or the like: the position is unchanged
+    void rewind() override;
+
+    /// @throws SystemCallException  the file cannot be read, for example because it is a directory
+    size_t read(void* data, size_t numberOfBytes) override;
+
+    /// Moves the position without reading where the file allows it.
+    void skip(uint64_t numberOfBytes) override;
+
+    const std::string& getFileName() const noexcept { return m_fileName; }
+
+private:
+
+    std::string m_fileName;
+    std::unique_ptr<uint8_t[]> m_buffer;
+    size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have yet to be read
+    size_t m_bufferEnd = 0;
+    int m_fileDescriptor;
+
+};
+
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+namespace kavix {
+
+/// A base of classes whose objects stay where they were made: others hold their address.
+class Unmovable {
+
+public:
+
+    Unmovable(const Unmovable&) = delete;
+    Unmovable& operator=(const Unmovable&) = delete;
+
+protected:
+
+    Unmovable() = default;
+    ~Unmovable() = default;
+
+};
+
+}

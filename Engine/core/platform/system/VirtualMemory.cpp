@@ -1,0 +1,24 @@
+#include "core/platform/system/VirtualMemory.h"
+
+#include <sys/mman.h>
+
+namespace kavix::VirtualMemory {
+
+void* reserve(size_t length) noexcept {
+    void* const address = ::mmap(nullptr, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return address == MAP_FAILED ? nullptr : address;
+}
+
+bool commit(void* address, size_t length) noexcept {
+    return ::mprotect(address, length, PROT_READ | PROT_WRITE) == 0;
+}
+
+void decommit(void* address, size_t length) noexcept {
+    ::mmap(address, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+}
+
+void release(void* address, size_t length) noexcept {
+    ::munmap(address, length);
+}
+
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+
+/// The system's calls for address space and pages. Each does one call and nothing else; lengths are in bytes and whole
+/// pages. Thread-safe.
+namespace kavix::VirtualMemory {
+
+/// Reserves inaccessible address space. Returns null and sets errno on failure.
+void* reserve(size_t length) noexcept;
+
+/// Makes pages readable and writable; they are zero where they were never used. Returns false and sets errno on failure.
+bool commit(void* address, size_t length) noexcept;
+
+/// Gives the pages back and leaves inaccessible address space. A refusal has no consequence but memory kept.
+void decommit(void* address, size_t length) noexcept;
+
+/// Gives address space and pages back.
+void release(void* address, size_t length) noexcept;
+
+}
