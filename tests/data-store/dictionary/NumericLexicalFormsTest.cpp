@@ -1,0 +1,276 @@
+#include "core/data-store/dictionary/NumericLexicalForms.h"
+
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DatatypeIRIs.h"
+#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "support/ExpectError.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+namespace kavix {
+
+namespace {
+
+using namespace std::string_literals;
+
+constexpr int64_t SMALLEST = std::numeric_limits<int64_t>::min();
+constexpr int64_t LARGEST = std::numeric_limits<int64_t>::max();
+
+const char* const NUMERIC_DATATYPE = "Engine/core/data-store/dictionary/NumericDatatype";
+
+struct DatatypeRow {
+    uint8_t m_datatypeID;
+    const char* m_name;
+    const char* m_datatypeIRI;
+    int64_t m_minimum;
+    int64_t m_maximum;
+    // Just outside the range, and what that is.
+    const char* m_belowMinimum;
+    LexicalFormStatus m_belowMinimumStatus;
+    const char* m_aboveMaximum;
+    LexicalFormStatus m_aboveMaximumStatus;
+};
+
+constexpr LexicalFormStatus OUT = LexicalFormStatus::OUT_OF_RANGE;
+constexpr LexicalFormStatus BEYOND = LexicalFormStatus::BEYOND_CAPACITY;
+
+const DatatypeRow DATATYPES[] = {
+    {23, "xsd:integer", XSD_INTEGER, SMALLEST, LARGEST, "-9223372036854775809", BEYOND, "9223372036854775808", BEYOND},
+    {24, "xsd:nonNegativeInteger", XSD_NON_NEGATIVE_INTEGER, 0, LARGEST, "-1", OUT, "9223372036854775808", BEYOND},
+    {25, "xsd:nonPositiveInteger", XSD_NON_POSITIVE_INTEGER, SMALLEST, 0, "-9223372036854775809", BEYOND, "1", OUT},
+    {26, "xsd:negativeInteger", XSD_NEGATIVE_INTEGER, SMALLEST, -1, "-9223372036854775809", BEYOND, "0", OUT},
+    {27, "xsd:positiveInteger", XSD_POSITIVE_INTEGER, 1, LARGEST, "0", OUT, "9223372036854775808", BEYOND},
+    {28, "xsd:long", XSD_LONG, SMALLEST, LARGEST, "-9223372036854775809", OUT, "9223372036854775808", OUT},
+    {29, "xsd:int", XSD_INT, -2147483648, 2147483647, "-2147483649", OUT, "2147483648", OUT},
+    {30, "xsd:short", XSD_SHORT, -32768, 32767, "-32769", OUT, "32768", OUT},
+    {31, "xsd:byte", XSD_BYTE, -128, 127, "-129", OUT, "128", OUT},
+    {32, "xsd:unsignedLong", XSD_UNSIGNED_LONG, 0, LARGEST, "-1", OUT, "9223372036854775808", BEYOND},
+    {33, "xsd:unsignedInt", XSD_UNSIGNED_INT, 0, 4294967295, "-1", OUT, "4294967296", OUT},
+    {34, "xsd:unsignedShort", XSD_UNSIGNED_SHORT, 0, 65535, "-1", OUT, "65536", OUT},
+    {35, "xsd:unsignedByte", XSD_UNSIGNED_BYTE, 0, 255, "-1", OUT, "256", OUT},
+};
+
+int64_t parse(uint8_t datatypeID, const std::string& text) {
+    return parseIntegerValue(datatypeID, text.data(), text.size());
+}
+
+LexicalFormStatus classify(uint8_t datatypeID, const std::string& text) {
+    ResourceValue value;
+    return tryParseNumericValue(datatypeID, text.data(), text.size(), value);
+}
+
+bool isCanonical(uint8_t datatypeID, const std::string& text) {
+    ResourceValue value;
+    EXPECT_EQ(tryParseNumericValue(datatypeID, text.data(), text.size(), value), LexicalFormStatus::VALID) << text;
+    return isCanonicalNumericForm(datatypeID, value, text.data(), text.size());
+}
+
+}
+
+TEST(IntegerDatatypeInfos, RecordsAreInTheOrderOfTheirDatatypeIDs) {
+    ASSERT_EQ(std::size(s_integerDatatypeInfos), std::size(DATATYPES));
+    for (size_t index = 0; index < std::size(DATATYPES); ++index) {
+        const DatatypeRow& row = DATATYPES[index];
+        SCOPED_TRACE(row.m_name);
+        const IntegerDatatypeInfo& info = s_integerDatatypeInfos[index];
+        EXPECT_EQ(info.datatypeID, index + 23);
+        EXPECT_EQ(info.datatypeID, row.m_datatypeID);
+        EXPECT_EQ(info.datatypeIRI, "http://www.w3.org/2001/XMLSchema#" + std::string(row.m_name).substr(4));
+        EXPECT_EQ(info.datatypeIRI, row.m_datatypeIRI);
+        EXPECT_EQ(info.minimum, row.m_minimum);
+        EXPECT_EQ(info.maximum, row.m_maximum);
+        EXPECT_EQ(&getIntegerDatatypeInfo(row.m_datatypeID), &info);
+        EXPECT_TRUE(isIntegerDatatype(row.m_datatypeID));
+        EXPECT_TRUE(isNumericDatatype(row.m_datatypeID));
+    }
+    EXPECT_EQ(s_xsdDecimal, "http://www.w3.org/2001/XMLSchema#decimal");
+    EXPECT_FALSE(isIntegerDatatype(D_XSD_DECIMAL));
+    EXPECT_TRUE(isNumericDatatype(D_XSD_DECIMAL));
+    EXPECT_FALSE(isNumericDatatype(D_XSD_FLOAT));
+    EXPECT_FALSE(isNumericDatatype(36));
+}
+
+TEST(IntegerDatatypeInfos, IRIsLeadToDatatypeIDs) {
+    EXPECT_EQ(s_datatypeIRIsToIDs.size(), 14u);
+    EXPECT_EQ(s_datatypeIRIsToIDs.at(XSD_DECIMAL), D_XSD_DECIMAL);
+    for (const DatatypeRow& row : DATATYPES)
+        EXPECT_EQ(s_datatypeIRIsToIDs.at(row.m_datatypeIRI), row.m_datatypeID);
+}
+
+TEST(NumericLexicalForms, BothEndsOfEveryRangeAreAcceptedAndTheNextNumbersAreNot) {
+    for (const DatatypeRow& row : DATATYPES) {
+        SCOPED_TRACE(row.m_name);
+        for (const int64_t end : {row.m_minimum, row.m_maximum}) {
+            const std::string text = std::to_string(end);
+            EXPECT_EQ(parse(row.m_datatypeID, text), end);
+            EXPECT_EQ(std::get<int64_t>(parseNumericValue(row.m_datatypeID, text.data(), text.size())), end);
+            ResourceValue value;
+            EXPECT_EQ(tryParseNumericValue(row.m_datatypeID, text.data(), text.size(), value), LexicalFormStatus::VALID);
+            EXPECT_EQ(value.datatypeID, row.m_datatypeID);
+            EXPECT_EQ(value.data, value.buffer);
+            EXPECT_EQ(value.dataSize, 8u);
+            EXPECT_EQ(value.getBinaryValue<int64_t>(), end);
+        }
+        EXPECT_EQ(classify(row.m_datatypeID, row.m_belowMinimum), row.m_belowMinimumStatus);
+        EXPECT_EQ(classify(row.m_datatypeID, row.m_aboveMaximum), row.m_aboveMaximumStatus);
+        for (const std::string text : {row.m_belowMinimum, row.m_aboveMaximum}) {
+            // What does not even fit 64 bits is refused by the integer parser, as a form.
+            const bool fits64Bits = text.size() < 19;
+            test::expectError(NUMERIC_DATATYPE, fits64Bits ? 78 : 76,
+                fits64Bits ? "Value '" + text + "' is not in the range of datatype " + row.m_name + "." : "Lexical form '" + text + "' is invalid for datatype " + row.m_name + ".",
+                [&] { parse(row.m_datatypeID, text); });
+        }
+    }
+}
+
+TEST(NumericLexicalForms, MinusZeroIsZeroWhereTheRangeContainsZero) {
+    for (const DatatypeRow& row : DATATYPES) {
+        SCOPED_TRACE(row.m_name);
+        const bool containsZero = row.m_minimum <= 0 && row.m_maximum >= 0;
+        EXPECT_EQ(containsZero, row.m_datatypeID != D_XSD_NEGATIVE_INTEGER && row.m_datatypeID != D_XSD_POSITIVE_INTEGER);
+        for (const std::string& text : {"0"s, "-0"s, "+0"s, "-000"s, "-" + std::string(40, '0')}) {
+            EXPECT_EQ(classify(row.m_datatypeID, text), containsZero ? LexicalFormStatus::VALID : OUT);
+            if (containsZero)
+                EXPECT_EQ(parse(row.m_datatypeID, text), 0);
+            else
+                test::expectError(NUMERIC_DATATYPE, 78, "Value '" + text + "' is not in the range of datatype " + row.m_name + ".", [&] { parse(row.m_datatypeID, text); });
+        }
+    }
+}
+
+TEST(NumericLexicalForms, MalformedIntegersAreRefusedByEveryDatatype) {
+    const std::string forms[] = {"", " ", " 5 ", "5 ", "+", "-", "+-5", ".", "5.", ".5", "1.5", "1.0", "1e5", "INF", "NaN", "abc", "1,000", "\xD9\xA5", "\0"s, "5\0"s, "1\0002"s, "99999999999999999999x", "-99999999999999999999.0"};
+    for (const DatatypeRow& row : DATATYPES)
+        for (const std::string& form : forms) {
+            SCOPED_TRACE(row.m_name + " "s + form);
+            EXPECT_EQ(classify(row.m_datatypeID, form), LexicalFormStatus::MALFORMED);
+            if (form.find('\0') == std::string::npos) // what() ends at a NUL
+                test::expectError(NUMERIC_DATATYPE, 76, "Lexical form '" + form + "' is invalid for datatype " + row.m_name + ".", [&] { parse(row.m_datatypeID, form); });
+            else
+                EXPECT_THROW(parse(row.m_datatypeID, form), KavixException);
+        }
+}
+
+TEST(NumericLexicalForms, ErrorsQuoteTheFormAsItWasWritten) {
+    test::expectError(NUMERIC_DATATYPE, 78, "Value '128' is not in the range of datatype xsd:byte.", [] { parse(D_XSD_BYTE, "128"); });
+    test::expectError(NUMERIC_DATATYPE, 78, "Value '+00128' is not in the range of datatype xsd:byte.", [] { parse(D_XSD_BYTE, "+00128"); });
+    test::expectError(NUMERIC_DATATYPE, 78, "Value '-1' is not in the range of datatype xsd:unsignedInt.", [] { parse(D_XSD_UNSIGNED_INT, "-1"); });
+    test::expectError(NUMERIC_DATATYPE, 76, "Lexical form 'abc' is invalid for datatype xsd:int.", [] { parse(D_XSD_INT, "abc"); });
+    test::expectError(NUMERIC_DATATYPE, 76, "Lexical form '1.5' is invalid for datatype xsd:integer.", [] { parseNumericValue(D_XSD_INTEGER, "1.5", 3); });
+    test::expectError("Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form 'abc' is invalid for datatype xsd:decimal.", [] { parseNumericValue(D_XSD_DECIMAL, "abc", 3); });
+}
+
+TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoBehindANul) {
+    try {
+        parse(D_XSD_INT, "1\0002"s);
+        ADD_FAILURE() << "nothing was thrown";
+    }
+    catch (const KavixException& exception) {
+        EXPECT_EQ(exception.getMessage(), "Lexical form '1\0002' is invalid for datatype xsd:int."s);
+    }
+}
+
+TEST(NumericLexicalForms, IntegersOutside64BitsAreToldApartByWhatTheDatatypeHolds) {
+    const std::string hugeNumber = "1" + std::string(30, '0');
+    const struct {
+        uint8_t datatypeID;
+        std::string text;
+        LexicalFormStatus expected;
+    } rows[] = {
+        {D_XSD_INTEGER, hugeNumber, BEYOND},
+        {D_XSD_INTEGER, "-" + hugeNumber, BEYOND},
+        {D_XSD_NON_NEGATIVE_INTEGER, hugeNumber, BEYOND},
+        {D_XSD_NON_NEGATIVE_INTEGER, "-" + hugeNumber, OUT},
+        {D_XSD_POSITIVE_INTEGER, "+" + hugeNumber, BEYOND},
+        {D_XSD_POSITIVE_INTEGER, "-" + hugeNumber, OUT},
+        {D_XSD_NON_POSITIVE_INTEGER, hugeNumber, OUT},
+        {D_XSD_NON_POSITIVE_INTEGER, "-" + hugeNumber, BEYOND},
+        {D_XSD_NEGATIVE_INTEGER, hugeNumber, OUT},
+        {D_XSD_NEGATIVE_INTEGER, "-" + hugeNumber, BEYOND},
+        {D_XSD_LONG, hugeNumber, OUT},
+        {D_XSD_INT, "-" + hugeNumber, OUT},
+        {D_XSD_SHORT, hugeNumber, OUT},
+        {D_XSD_BYTE, hugeNumber, OUT},
+        {D_XSD_UNSIGNED_INT, hugeNumber, OUT},
+        {D_XSD_UNSIGNED_SHORT, hugeNumber, OUT},
+        {D_XSD_UNSIGNED_BYTE, hugeNumber, OUT},
+        {D_XSD_UNSIGNED_LONG, "9223372036854775807", LexicalFormStatus::VALID},
+        {D_XSD_UNSIGNED_LONG, "9223372036854775808", BEYOND},
+        {D_XSD_UNSIGNED_LONG, "+9223372036854775808", BEYOND},
+        {D_XSD_UNSIGNED_LONG, "9999999999999999999", BEYOND},
+        {D_XSD_UNSIGNED_LONG, "10000000000000000000", BEYOND},
+        {D_XSD_UNSIGNED_LONG, "18446744073709551615", BEYOND},
+        {D_XSD_UNSIGNED_LONG, "00000000000000000000018446744073709551615", BEYOND},
+        {D_XSD_UNSIGNED_LONG, "18446744073709551616", OUT},
+        {D_XSD_UNSIGNED_LONG, "0018446744073709551616", OUT},
+        {D_XSD_UNSIGNED_LONG, "20000000000000000000", OUT},
+        {D_XSD_UNSIGNED_LONG, hugeNumber, OUT},
+        {D_XSD_UNSIGNED_LONG, "-9223372036854775809", OUT},
+        {D_XSD_UNSIGNED_LONG, "-" + hugeNumber, OUT},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.datatypeID) + " " + row.text);
+        EXPECT_EQ(classify(row.datatypeID, row.text), row.expected);
+    }
+}
+
+TEST(NumericLexicalForms, DecimalsAreParsedAndClassified) {
+    EXPECT_EQ(std::get<XSDDecimal>(parseNumericValue(D_XSD_DECIMAL, "1.5", 3)), XSDDecimal::fromNormalisedFields(15, 1));
+    ResourceValue value;
+    EXPECT_EQ(tryParseNumericValue(D_XSD_DECIMAL, "1.5", 3, value), LexicalFormStatus::VALID);
+    EXPECT_EQ(value.datatypeID, D_XSD_DECIMAL);
+    EXPECT_EQ(value.data, value.buffer);
+    EXPECT_EQ(value.dataSize, 16u);
+    EXPECT_EQ(value.getBinaryValue<XSDDecimal>(), XSDDecimal::fromNormalisedFields(15, 1));
+    EXPECT_EQ(classify(D_XSD_DECIMAL, "1e5"), LexicalFormStatus::MALFORMED);
+    EXPECT_EQ(classify(D_XSD_DECIMAL, "0.00000000000000000001"), BEYOND);
+}
+
+TEST(NumericLexicalForms, AnUnsuccessfulAttemptLeavesTheValueAsItWas) {
+    for (const uint8_t datatypeID : {D_XSD_DECIMAL, D_XSD_BYTE})
+        for (const std::string text : {"abc", "100000000000000000000"}) {
+            ResourceValue value;
+            value.setBinaryValue(D_XSD_LONG, int64_t{42});
+            EXPECT_NE(tryParseNumericValue(datatypeID, text.data(), text.size(), value), LexicalFormStatus::VALID);
+            EXPECT_EQ(value.datatypeID, D_XSD_LONG);
+            EXPECT_EQ(value.data, value.buffer);
+            EXPECT_EQ(value.dataSize, 8u);
+            EXPECT_EQ(value.getBinaryValue<int64_t>(), 42);
+        }
+}
+
+TEST(NumericLexicalForms, OnlyTheFormThatAValuePrintsAsIsCanonical) {
+    for (const DatatypeRow& row : DATATYPES) {
+        SCOPED_TRACE(row.m_name);
+        EXPECT_TRUE(isCanonical(row.m_datatypeID, std::to_string(row.m_minimum)));
+        EXPECT_TRUE(isCanonical(row.m_datatypeID, std::to_string(row.m_maximum)));
+    }
+    for (const std::string text : {"0", "7", "-7", "0.5", "-0.5", "2.5", "9223372036854775807", "-9223372036854775808", "-0.9223372036854775808"}) {
+        SCOPED_TRACE(text);
+        EXPECT_TRUE(isCanonical(D_XSD_DECIMAL, text));
+    }
+    for (const std::string text : {"+7", "07", "-0", "+0", "00", "-07"}) {
+        SCOPED_TRACE(text);
+        EXPECT_FALSE(isCanonical(D_XSD_INTEGER, text));
+        EXPECT_FALSE(isCanonical(D_XSD_DECIMAL, text));
+    }
+    for (const std::string text : {"7.0", "7.", ".5", "0.50", "00.5", "+0.5", "0.0", "-0.0"}) {
+        SCOPED_TRACE(text);
+        EXPECT_FALSE(isCanonical(D_XSD_DECIMAL, text));
+    }
+    // A form of another value of the same length.
+    ResourceValue value;
+    value.setBinaryValue(D_XSD_INT, int64_t{12});
+    EXPECT_TRUE(isCanonicalNumericForm(D_XSD_INT, value, "12", 2));
+    EXPECT_FALSE(isCanonicalNumericForm(D_XSD_INT, value, "13", 2));
+    EXPECT_FALSE(isCanonicalNumericForm(D_XSD_INT, value, "1", 1));
+    EXPECT_FALSE(isCanonicalNumericForm(D_XSD_INT, value, "123", 3));
+    EXPECT_FALSE(isCanonicalNumericForm(D_XSD_INT, value, nullptr, 0));
+}
+
+}
