@@ -13,7 +13,7 @@ uint64_t DataPool::allocate(uint64_t size, uint64_t& end) {
     // Relaxed, in this operation: the counter hands out bytes and publishes nothing.
     uint64_t offset = m_nextOffset.load(std::memory_order_relaxed);
     do {
-        if (size > m_bytes.getMaximumNumberOfItems() - offset)
+        if (m_bytes.getMaximumNumberOfItems() < offset || size > m_bytes.getMaximumNumberOfItems() - offset)
             Errors::throwRegionCapacityExceeded(offset + size, m_bytes.getMaximumNumberOfItems());
         // Before the counter moves, so that an allocated block is always usable.
         m_bytes.ensureEndAtLeast(offset + size);

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -121,8 +122,13 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     dictionaryOptions.maxResourceID = counters.m_maxResourceID;
     auto dictionary = std::make_unique<Dictionary>(dictionaryOptions);
     dictionary->loadSections(reader, counters);
-    if (options.checkEveryValue)
+    if (options.checkEveryValue) {
         dictionary->verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });
+        const std::array<uint64_t, 256> counts = dictionary->countResourcesByDatatypeID();
+        const uint64_t numberOfResources = std::accumulate(counts.begin(), counts.end(), uint64_t(0));
+        if (numberOfResources != counters.m_numberOfResources)
+            Errors::throwInvalidStore(StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) + " resources, and there are " + std::to_string(numberOfResources));
+    }
     return dictionary;
 }
 
@@ -131,6 +137,8 @@ void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& 
     const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
     if (reader.getNumberOfSections() != NUMBER_OF_SHARED_SECTIONS + factories.size())
         Errors::throwInvalidStore("header", "it has " + std::to_string(reader.getNumberOfSections()) + " sections instead of " + std::to_string(NUMBER_OF_SHARED_SECTIONS + factories.size()));
+    // The empty tables give their memory back as the image replaces them.
+    const uint64_t bytesOfEmptyTables = getUsedBytes();
     const uint64_t numberOfIDs = counters.m_nextResourceID;
     // Lengths are compared before memory is committed, so a wrong count costs nothing.
     reader.checkLength(StoreFormat::DATATYPE_IDS, numberOfIDs);
@@ -138,10 +146,12 @@ void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& 
     reader.checkLength(StoreFormat::DATA_POOL, counters.m_dataPoolEnd - DataPool::FIRST_OFFSET);
     m_resourceDatatypeIDs.ensureEndAtLeast(numberOfIDs);
     m_resourceData.ensureEndAtLeast(numberOfIDs);
-    m_dataPool.setEnd(counters.m_dataPoolEnd);
+    const bool hasRecords = counters.m_dataPoolEnd != DataPool::FIRST_OFFSET;
+    if (hasRecords)
+        m_dataPool.setEnd(counters.m_dataPoolEnd);
     reader.readSection(StoreFormat::DATATYPE_IDS, m_resourceDatatypeIDs.getData(), numberOfIDs);
     reader.readSection(StoreFormat::RESOURCE_DATA, m_resourceData.getData(), numberOfIDs * sizeof(uint64_t));
-    if (counters.m_dataPoolEnd != DataPool::FIRST_OFFSET)
+    if (hasRecords)
         reader.readSection(StoreFormat::DATA_POOL, m_dataPool.getBase() + DataPool::FIRST_OFFSET, counters.m_dataPoolEnd - DataPool::FIRST_OFFSET);
     // Relaxed: nobody else is inside.
     m_nextResourceID.store(numberOfIDs, std::memory_order_relaxed);
@@ -149,7 +159,7 @@ void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& 
         const std::string name = getDictionarySectionName(*factories[index]);
         const DictionaryDatatypeInspector& inspector = getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first);
         reader.inspectSection(name, [&](InputStream& input, uint64_t length) {
-            inspector.checkImage(input, ImageLimits{length, counters.m_maxResourceID, m_memoryManager.getFreeBytes()}, [&name](std::string&& problem) { Errors::throwInvalidStore(std::string(name), std::move(problem)); });
+            inspector.checkImage(input, ImageLimits{length, counters.m_maxResourceID, m_memoryManager.getFreeBytes() + bytesOfEmptyTables}, [&name](std::string&& problem) { Errors::throwInvalidStore(std::string(name), std::move(problem)); });
         });
         reader.readSection(name, [this, index](InputStream& input) { m_dictionaryDatatypes[index]->load(input); });
     }

@@ -70,8 +70,10 @@ private:
     static constexpr uint64_t MAX_NUMBER_OF_BUCKETS = uint64_t(1) << 40;
 
     void read(void* data, uint64_t numberOfBytes) {
-        if (numberOfBytes > m_remainingBytes)
+        if (numberOfBytes > m_remainingBytes) {
+            m_report("the image is shorter than its tables");
             Errors::throwPrematureEndOfFile();
+        }
         readExactly(m_input, data, numberOfBytes);
         m_remainingBytes -= numberOfBytes;
     }
@@ -112,7 +114,8 @@ private:
         }
         if (resizeThreshold != static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * 0.7))
             report("the threshold " + std::to_string(resizeThreshold) + " does not belong to " + std::to_string(numberOfBuckets) + " buckets");
-        if (deletedCount > usedCount || freeReservations > usedCount - deletedCount || usedCount - freeReservations >= numberOfBuckets)
+        // More reserved buckets than the threshold allows would let threads fill the table until no search in it ends.
+        if (usedCount > resizeThreshold || deletedCount > usedCount || freeReservations > usedCount - deletedCount)
             report("the counts of used (" + std::to_string(usedCount) + "), deleted (" + std::to_string(deletedCount) + ") and reserved buckets (" + std::to_string(freeReservations) + ") are not possible");
         const uint64_t maximumNumberOfItems = readNumber<uint64_t>();
         const uint64_t end = maximumNumberOfItems == 0 ? 0 : readNumber<uint64_t>();

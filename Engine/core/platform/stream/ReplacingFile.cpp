@@ -20,14 +20,27 @@ namespace {
 constexpr char TEMPORARY_SUFFIX[] = ".new";
 constexpr mode_t PERMISSIONS = 0666; // less what the user masks out
 
-std::string resolveSymbolicLinks(const std::string& fileName) {
-    char resolved[PATH_MAX];
-    return ::realpath(fileName.c_str(), resolved) != nullptr ? std::string(resolved) : fileName;
-}
-
 std::string getFolder(const std::string& fileName) {
     const size_t slash = fileName.rfind('/');
     return slash == std::string::npos ? "." : slash == 0 ? "/" : fileName.substr(0, slash);
+}
+
+/// The file that a name leads to, which need not exist yet.
+std::string resolveSymbolicLinks(const std::string& fileName) {
+    std::string result = fileName;
+    for (;;) {
+        char buffer[PATH_MAX];
+        if (::realpath(result.c_str(), buffer) != nullptr)
+            return buffer;
+        if (errno != ENOENT)
+            return result; // opening the file will say why
+        const ssize_t length = ::readlink(result.c_str(), buffer, sizeof(buffer));
+        if (length < 0)
+            return result;
+        // A link to a file that is not there. Ends, since a circle of links is another error than a missing file.
+        const std::string target(buffer, static_cast<size_t>(length));
+        result = target.starts_with('/') ? target : getFolder(result) + "/" + target;
+    }
 }
 
 /// Whether a name still leads to the open file: the previous writer may have renamed it while we waited for its lock.
@@ -36,9 +49,11 @@ bool isNameOf(const std::string& fileName, int fileDescriptor) {
     return ::stat(fileName.c_str(), &byName) == 0 && ::fstat(fileDescriptor, &byDescriptor) == 0 && byName.st_dev == byDescriptor.st_dev && byName.st_ino == byDescriptor.st_ino;
 }
 
-int openAndLock(const std::string& fileName) {
+/// @param permissions  of a file that does not exist yet, less what the user masks out
+int openAndLock(const std::string& fileName, mode_t permissions) {
     for (;;) {
-        const int fileDescriptor = ::open(fileName.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, PERMISSIONS);
+        // No link is followed: what it leads to is somebody else's, and would be emptied.
+        const int fileDescriptor = ::open(fileName.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, permissions);
         if (fileDescriptor < 0)
             Errors::throwCannotOpenOutputFile(errno, std::string(fileName));
         if (::flock(fileDescriptor, LOCK_EX | LOCK_NB) != 0) {
@@ -52,19 +67,55 @@ int openAndLock(const std::string& fileName) {
     }
 }
 
+/// A temporary file that is removed and closed again unless it is handed over.
+class TemporaryFile : private Unmovable {
+
+public:
+
+    TemporaryFile(const std::string& fileName, mode_t permissions) : m_fileName(fileName), m_fileDescriptor(openAndLock(fileName, permissions)) { }
+
+    ~TemporaryFile() {
+        if (m_isOurs)
+            ::unlink(m_fileName.c_str());
+        if (m_fileDescriptor >= 0)
+            ::close(m_fileDescriptor);
+    }
+
+    int getFileDescriptor() const noexcept { return m_fileDescriptor; }
+
+    /// Hands the open file over; removing it stays our task.
+    int releaseFileDescriptor() noexcept { return std::exchange(m_fileDescriptor, -1); }
+
+    void keep() noexcept { m_isOurs = false; }
+
+private:
+
+    const std::string& m_fileName;
+    int m_fileDescriptor;
+    bool m_isOurs = true;
+
+};
+
 }
 
 ReplacingFile::ReplacingFile(const std::string& fileName) :
     m_fileName(resolveSymbolicLinks(fileName)),
     m_temporaryFileName(m_fileName + TEMPORARY_SUFFIX)
 {
-    const int fileDescriptor = openAndLock(m_temporaryFileName);
-    m_stream = std::make_unique<FileOutputStream>(m_temporaryFileName, fileDescriptor);
-    if (::ftruncate(fileDescriptor, 0) != 0)
-        Errors::throwCannotWriteFile(errno, std::string(m_temporaryFileName));
     struct stat target;
-    if (::stat(m_fileName.c_str(), &target) == 0)
-        ::fchmod(fileDescriptor, target.st_mode & 07777); // the new file is for whom the old one was, as far as we may say so
+    const bool hasTarget = ::stat(m_fileName.c_str(), &target) == 0;
+    if (hasTarget && !S_ISREG(target.st_mode)) // a device or a pipe would be gone
+        Errors::throwCannotOpenOutputFile(S_ISDIR(target.st_mode) ? EISDIR : EINVAL, std::string(m_fileName));
+    // The new file is for whom the old one was, as far as we may say so, and from its beginning on.
+    TemporaryFile file(m_temporaryFileName, hasTarget ? target.st_mode & PERMISSIONS : PERMISSIONS);
+    if (::ftruncate(file.getFileDescriptor(), 0) != 0)
+        Errors::throwCannotWriteFile(errno, std::string(m_temporaryFileName));
+    if (hasTarget)
+        ::fchmod(file.getFileDescriptor(), target.st_mode & 07777);
+    std::string streamFileName = m_temporaryFileName;
+    // The object's memory comes first, so that nothing fails between handing the file over and taking it.
+    m_stream.reset(new FileOutputStream(std::move(streamFileName), file.releaseFileDescriptor()));
+    file.keep();
 }
 
 ReplacingFile::~ReplacingFile() {

@@ -21,7 +21,8 @@ class ReplacingFile : private Unmovable {
 public:
 
     /// Opens and locks the temporary file. A target that is a symbolic link keeps being one.
-    /// @throws SystemCallException  another process or object is writing this file, or the folder cannot be written
+    /// @throws SystemCallException  another process or object is writing this file, it is no regular file, or the folder cannot
+    ///                              be written: nothing is left behind
     explicit ReplacingFile(const std::string& fileName);
 
     /// Removes the temporary file unless it was committed. Never throws.

@@ -82,7 +82,9 @@ void MemoryRegion<T>::truncate(size_t n) noexcept {
     const size_t keptBytes = roundToPages(n * sizeof(T));
     const size_t committedBytes = m_committedBytes.load(std::memory_order_relaxed);
     if (committedBytes > keptBytes) {
-        VirtualMemory::decommit(bytes + keptBytes, committedBytes - keptBytes);
+        // If the system keeps the pages, they are zero at least when they are used again, as new ones would be.
+        if (!VirtualMemory::decommit(bytes + keptBytes, committedBytes - keptBytes))
+            std::memset(bytes + keptBytes, 0, committedBytes - keptBytes);
         m_memoryManager.release(committedBytes - keptBytes);
         m_committedBytes.store(keptBytes, std::memory_order_relaxed);
     }

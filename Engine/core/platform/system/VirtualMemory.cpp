@@ -13,8 +13,8 @@ bool commit(void* address, size_t length) noexcept {
     return ::mprotect(address, length, PROT_READ | PROT_WRITE) == 0;
 }
 
-void decommit(void* address, size_t length) noexcept {
-    ::mmap(address, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+bool decommit(void* address, size_t length) noexcept {
+    return ::mmap(address, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 
 void release(void* address, size_t length) noexcept {

@@ -12,8 +12,8 @@ void* reserve(size_t length) noexcept;
 /// Makes pages readable and writable; they are zero where they were never used. Returns false and sets errno on failure.
 bool commit(void* address, size_t length) noexcept;
 
-/// Gives the pages back and leaves inaccessible address space. A refusal has no consequence but memory kept.
-void decommit(void* address, size_t length) noexcept;
+/// Gives the pages back and leaves inaccessible address space. Returns false if the system refused: all is as before.
+bool decommit(void* address, size_t length) noexcept;
 
 /// Gives address space and pages back.
 void release(void* address, size_t length) noexcept;
