@@ -1,0 +1,72 @@
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kavix::numdict {
+
+/// A directory of its own for a test, removed with all that is in it.
+class TemporaryDirectory {
+
+public:
+
+    TemporaryDirectory() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "numdict-test-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr)
+            throw std::runtime_error("no temporary directory");
+        m_path = pattern;
+    }
+
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    ~TemporaryDirectory() {
+        std::error_code error;
+        std::filesystem::remove_all(m_path, error);
+    }
+
+    std::string getPath(const std::string& name) const { return (m_path / name).string(); }
+
+    std::string write(const std::string& name, const std::string& content) const {
+        std::ofstream(getPath(name), std::ios::binary) << content;
+        return getPath(name);
+    }
+
+    bool isEmpty() const { return std::filesystem::is_empty(m_path); }
+
+private:
+
+    std::filesystem::path m_path;
+
+};
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+struct ProgramResult {
+    int m_exitCode;
+    std::string m_output;
+    std::string m_errors;
+};
+
+/// Runs the program by the shell, with these arguments as the shell reads them; they may redirect.
+inline ProgramResult runProgram(const std::string& arguments) {
+    TemporaryDirectory directory;
+    const std::string outputPath = directory.getPath("output");
+    const std::string errorPath = directory.getPath("errors");
+    const std::string command = "{ '" NUMDICT_PROGRAM "' " + arguments + "; } > '" + outputPath + "' 2> '" + errorPath + "'";
+    const int status = std::system(command.c_str());
+    return ProgramResult{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(outputPath), readFile(errorPath)};
+}
+
+}

@@ -1,0 +1,154 @@
+#include "numdict/ProgramRunner.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <set>
+#include <string>
+
+using namespace kavix::numdict;
+using nlohmann::json;
+
+namespace {
+
+const std::string DATA = KAVIX_SOURCE_DIRECTORY "/tests/numdict/data/";
+
+std::set<std::string> keysOf(const json& object) {
+    std::set<std::string> keys;
+    for (const auto& item : object.items())
+        keys.insert(item.key());
+    return keys;
+}
+
+}
+
+TEST(Numdict, ExitCodesTellWhatHappened) {
+    TemporaryDirectory directory;
+    const std::string good = "'" + directory.write("good.ttl", "<s> <p> 5 , 6.5 .") + "'";
+    const struct {
+        const char* name;
+        std::string arguments;
+        int exitCode;
+        const char* errors;
+    } rows[] = {
+        {"all well", "import " + good, 0, ""},
+        {"rejected literals", "import " + DATA + "mixed.nt", 1, ""},
+        {"damaged file", "import " + DATA + "damaged.ttl", 1, ""},
+        {"strict", "import --strict " + DATA + "mixed.nt", 1, "stopped at the first fault"},
+        {"look-up finds nothing", "import " + good + " --get 77", 1, ""},
+        {"no command", "", 2, "subcommand"},
+        {"unknown command", "exprot", 2, ""},
+        {"no file", "import", 2, "FILE"},
+        {"missing file", "import /nonexistent.ttl", 2, "there is no file"},
+        {"directory", "import /tmp", 2, "is a directory"},
+        {"unknown extension", "import /dev/null", 2, "--format"},
+        {"unknown format", "import --format rdf " + good, 2, "nt, nq, ttl, trig"},
+        {"standard input without format", "import - < /dev/null", 2, "--format"},
+        {"standard input twice", "import - - --format nt < /dev/null", 2, "only once"},
+        {"no threads", "import --threads 0 " + good, 2, "--threads"},
+        {"too many threads", "import --threads 256 " + good, 2, "--threads"},
+        {"strange width", "import --id-width 16 " + good, 2, "--id-width"},
+        {"strange memory", "import --memory lots " + good, 2, "512M"},
+        {"rejected to a device", "import --rejected /dev/null " + good, 2, "regular file"},
+        {"too little memory", "import --memory 1000 " + good, 3, "--memory"},
+        {"rejected to nowhere", "import --rejected /nonexistent/r.nq " + good, 4, "cannot write"},
+        {"standard output full", "import --quiet " + good + " > /dev/full", 4, "standard output"},
+        {"parse to a full disk", "parse 5 > /dev/full", 4, "standard output"},
+        {"generate to a full disk", "generate --literals 10 > /dev/full", 4, "standard output"},
+        {"generate to a full file", "generate --literals 10 -o /dev/full", 4, "/dev/full"},
+        {"generate what", "generate --literals many", 2, "--literals"},
+        {"parse well", "parse 5", 0, ""},
+        {"parse nothing", "parse", 2, "--file"},
+        {"parse a missing file", "parse --file /nonexistent", 2, "/nonexistent"},
+        {"parse badly", "parse 5 hello", 1, ""},
+        {"equal well", "equal 5", 0, ""},
+        {"equal of a bad literal", "equal '\"300\"^^xsd:byte'", 1, "not in the range"},
+        {"equal of no literal", "equal hello", 2, "no literal"},
+        {"help", "--help", 0, ""},
+        {"help of a command", "import --help", 0, ""},
+        {"empty file", "import --format nt /dev/null", 0, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ProgramResult result = runProgram(row.arguments);
+        EXPECT_EQ(result.m_exitCode, row.exitCode) << result.m_errors;
+        EXPECT_NE(result.m_errors.find(row.errors), std::string::npos) << result.m_errors;
+        if (*row.errors == '\0' && row.exitCode < 2) {
+            EXPECT_EQ(result.m_errors, "");
+        }
+    }
+}
+
+TEST(Numdict, TheJSONReportHasExactlyItsKeys) {
+    const ProgramResult result = runProgram("import --json --threads 1 --resolve 5 --get 1 -- " + DATA + "mixed.nt " + DATA + "damaged.ttl");
+    EXPECT_EQ(result.m_exitCode, 1);
+    const json report = json::parse(result.m_output); // throws if anything stands beside the object
+    const std::set<std::string> counts{"literals", "accepted", "malformed", "outOfRange", "beyondCapacity", "nonCanonical", "distinctValues"};
+    EXPECT_EQ(keysOf(report), (std::set<std::string>{"files", "datatypes", "total", "rejectedExamples", "seconds", "literalsPerSecond", "memory"}));
+    EXPECT_EQ(keysOf(report["files"][0]), (std::set<std::string>{"path", "statements", "bytes", "error"}));
+    EXPECT_EQ(keysOf(report["files"][1]["error"]), (std::set<std::string>{"line", "column", "message"}));
+    EXPECT_EQ(keysOf(report["total"]), counts);
+    EXPECT_EQ(report["datatypes"].size(), 14u);
+    for (const json& datatype : report["datatypes"])
+        EXPECT_EQ(keysOf(datatype), counts);
+    EXPECT_EQ(keysOf(report["rejectedExamples"][0]), (std::set<std::string>{"file", "line", "literal", "datatype", "reason", "message"}));
+    EXPECT_EQ(keysOf(report["memory"]), (std::set<std::string>{"budget", "used"}));
+    EXPECT_NE(result.m_errors.find("5 has ID 1\n"), std::string::npos);
+    EXPECT_NE(result.m_errors.find("ID 1 is 5\n"), std::string::npos);
+}
+
+TEST(Numdict, ParseAnswersEachLiteralWithALineOfJSON) {
+    TemporaryDirectory directory;
+    const std::string file = directory.write("literals", "\"-0\"^^xsd:int\r\n\n0.50\n\"x\"@en");
+    const ProgramResult result = runProgram("parse --json 5 -0.5 '\"300\"^^xsd:byte' 99999999999999999999 '\"a' --file '" + file + "'");
+    EXPECT_EQ(result.m_exitCode, 1);
+    EXPECT_EQ(result.m_output,
+        "{\"literal\":\"5\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":true,\"lexicalForm\":\"5\",\"turtle\":\"5\",\"binary\":\"0500000000000000\"}\n"
+        "{\"literal\":\"-0.5\",\"datatype\":\"xsd:decimal\",\"datatypeID\":22,\"valid\":true,\"lexicalForm\":\"-0.5\",\"turtle\":\"-0.5\",\"binary\":\"fbffffffffffffff0100000000000000\"}\n"
+        "{\"literal\":\"\\\"300\\\"^^xsd:byte\",\"datatype\":\"xsd:byte\",\"datatypeID\":31,\"valid\":false,\"reason\":\"outOfRange\",\"message\":\"Value '300' is not in the range of datatype xsd:byte.\"}\n"
+        "{\"literal\":\"99999999999999999999\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":false,\"reason\":\"beyondCapacity\",\"message\":\"Lexical form '99999999999999999999' is invalid for datatype xsd:integer.\"}\n"
+        "{\"literal\":\"\\\"a\",\"datatype\":null,\"datatypeID\":null,\"valid\":false,\"reason\":\"syntax\",\"message\":\"Column 3: the closing quote is missing.\"}\n"
+        "{\"literal\":\"\\\"-0\\\"^^xsd:int\",\"datatype\":\"xsd:int\",\"datatypeID\":29,\"valid\":true,\"lexicalForm\":\"0\",\"turtle\":\"\\\"0\\\"^^xsd:int\",\"binary\":\"0000000000000000\"}\n"
+        "{\"literal\":\"0.50\",\"datatype\":\"xsd:decimal\",\"datatypeID\":22,\"valid\":true,\"lexicalForm\":\"0.5\",\"turtle\":\"0.5\",\"binary\":\"05000000000000000100000000000000\"}\n"
+        "{\"literal\":\"\\\"x\\\"@en\",\"datatype\":\"rdf:langString\",\"datatypeID\":null,\"valid\":false,\"reason\":\"notNumeric\",\"message\":\"rdf:langString is not one of the numeric datatypes: xsd:decimal, xsd:integer and its derived types.\"}\n");
+}
+
+TEST(Numdict, EqualListsTheOtherDatatypes) {
+    EXPECT_EQ(runProgram("equal 2.5").m_output, "\"2.5E0\"^^xsd:double\n\"2.5E0\"^^xsd:float\n");
+    EXPECT_EQ(runProgram("equal -- '\"-1\"^^xsd:short'").m_output, "\"-1.0E0\"^^xsd:double\n\"-1.0E0\"^^xsd:float\n-1.0\n-1\n\"-1\"^^xsd:nonPositiveInteger\n\"-1\"^^xsd:negativeInteger\n\"-1\"^^xsd:long\n\"-1\"^^xsd:int\n\"-1\"^^xsd:byte\n");
+}
+
+TEST(Numdict, LookUpsFollowTheReport) {
+    const ProgramResult result = runProgram("import " + DATA + "mixed.nt --threads 1 --resolve 5 '\"005\"^^xsd:int' 1.5 '\"6\"^^xsd:int' hello --get 1 3 0 18446744073709551615");
+    EXPECT_EQ(result.m_exitCode, 1);
+    const std::string expected = "\n5 has ID 1\n\"5\"^^xsd:int has ID 2\n1.5 has ID 3\n\"6\"^^xsd:int was not imported\nhello: Column 1: this is no Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int.\nID 1 is 5\nID 3 is 1.5\nno literal has ID 0\nno literal has ID 18446744073709551615\n";
+    EXPECT_TRUE(result.m_output.ends_with(expected)) << result.m_output;
+}
+
+TEST(Numdict, StandardInputIsReadPlainAndPacked) {
+    const std::string file = DATA + "mixed.nt";
+    const std::string tail = "import - --format nt --json --threads 4";
+    for (const std::string& arguments : {tail + " < " + file, "--help > /dev/null; cat " + file + " | '" NUMDICT_PROGRAM "' " + tail, "--help > /dev/null; gzip -c " + file + " | '" NUMDICT_PROGRAM "' " + tail}) {
+        SCOPED_TRACE(arguments);
+        const ProgramResult result = runProgram(arguments);
+        EXPECT_EQ(json::parse(result.m_output)["total"]["literals"], 9);
+    }
+}
+
+TEST(Numdict, GeneratedDataIsTheSameEveryTimeAndImportsWhole) {
+    const ProgramResult first = runProgram("generate --literals 20k --seed 3");
+    EXPECT_EQ(first.m_output, runProgram("generate --literals 20000 --seed 3").m_output);
+    EXPECT_NE(first.m_output, runProgram("generate --literals 20000 --seed 4").m_output);
+    TemporaryDirectory directory;
+    const std::string path = directory.write("generated.nt", first.m_output);
+    const json report = json::parse(runProgram("import --json " + path).m_output);
+    EXPECT_EQ(report["total"]["literals"], 20000);
+    EXPECT_EQ(report["total"]["accepted"], 20000);
+    EXPECT_GT(report["total"]["distinctValues"], 1000);
+    EXPECT_LT(report["total"]["distinctValues"], 10000); // many values are met again and again
+    EXPECT_EQ(report["datatypes"]["xsd:integer"]["distinctValues"], 10);
+}
+
+TEST(Numdict, NothingIsSaidOnStandardErrorWhenItIsQuiet) {
+    EXPECT_EQ(runProgram("import --quiet " + DATA + "mixed.nt").m_errors, "");
+}

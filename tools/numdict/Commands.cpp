@@ -1,0 +1,46 @@
+#include "numdict/Commands.h"
+
+#include "numdict/Failures.h"
+#include "numdict/Limits.h"
+#include "numdict/StandardOutput.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <optional>
+#include <string>
+
+namespace kavix::numdict {
+
+namespace {
+
+int report(int exitCode, const std::string& message) {
+    // Standard error may be closed; the exit code still says it.
+    std::fputs(fmt::format("numdict: {}\n", message).c_str(), stderr);
+    return exitCode;
+}
+
+}
+
+int runGuarded(const std::function<int()>& command) {
+    try {
+        const int exitCode = command();
+        flushStandardOutput();
+        return exitCode;
+    }
+    catch (const UsageError& error) {
+        return report(EXIT_WRONG_USAGE, error.what());
+    }
+    catch (const std::bad_alloc&) {
+        return report(EXIT_FAILURE_INSIDE, "the machine is out of memory");
+    }
+    catch (const std::exception& error) {
+        if (const std::optional<std::string> advice = tryExplainLimit(error))
+            return report(EXIT_LIMIT_REACHED, *advice);
+        return report(EXIT_FAILURE_INSIDE, error.what());
+    }
+}
+
+}

@@ -1,0 +1,91 @@
+#include "numdict/LineBlocks.h"
+
+#include "numdict/Failures.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace kavix::numdict {
+
+LineBlocks::LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, size_t blockSize) :
+    m_path(std::move(path)),
+    m_blockSize(blockSize),
+    m_fileBytesRead(fileBytesRead),
+    m_isFinished(false),
+    m_nextLine(1),
+    m_isAtStart(true)
+{
+}
+
+bool LineBlocks::next(LineBlock& block) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_isFinished.load(std::memory_order_relaxed))
+        return false;
+    try {
+        if (doNext(block))
+            return true;
+        m_isFinished.store(true, std::memory_order_relaxed);
+        return false;
+    }
+    catch (...) {
+        m_isFinished.store(true, std::memory_order_relaxed);
+        throw;
+    }
+}
+
+bool LineBlocks::doNext(LineBlock& block) {
+    if (m_failure)
+        throw *m_failure;
+    if (!m_source)
+        m_source.emplace(m_path, m_fileBytesRead);
+    size_t limit = std::max(m_blockSize, m_carry.size());
+    if (block.m_bytes.size() <= limit)
+        block.m_bytes.resize(limit + 1);
+    std::memcpy(block.m_bytes.data(), m_carry.data(), m_carry.size());
+    size_t length = m_carry.size();
+    size_t linesEnd = 0; // behind the last line end
+    m_carry.clear();
+    bool isAtEnd = false;
+    try {
+        for (;;) {
+            if (length == limit) {
+                if (linesEnd != 0)
+                    break;
+                if (length > MAXIMUM_LINE_LENGTH)
+                    throw InputFailure("the line is longer than 1 GiB: this is no file in a line format", m_nextLine);
+                limit *= 2;
+                if (block.m_bytes.size() <= limit)
+                    block.m_bytes.resize(limit + 1);
+            }
+            const size_t count = m_source->read(block.m_bytes.data() + length, limit - length);
+            if (count == 0) {
+                isAtEnd = true;
+                break;
+            }
+            if (const void* lineEnd = memrchr(block.m_bytes.data() + length, '\n', count))
+                linesEnd = static_cast<size_t>(static_cast<const char*>(lineEnd) - block.m_bytes.data()) + 1;
+            length += count;
+        }
+    }
+    catch (const InputFailure& failure) {
+        // The lines that were read whole are good; the failure follows them. The rest of a line is dropped.
+        length = linesEnd;
+        const auto numberOfLines = static_cast<uint64_t>(std::count(block.m_bytes.data(), block.m_bytes.data() + length, '\n'));
+        m_failure.emplace(failure.what(), m_nextLine + numberOfLines);
+        if (length == 0)
+            throw *m_failure;
+    }
+    if (!isAtEnd) {
+        m_carry.assign(block.m_bytes.data() + linesEnd, block.m_bytes.data() + length);
+        length = linesEnd;
+    }
+    if (std::exchange(m_isAtStart, false) && length >= 3 && std::memcmp(block.m_bytes.data(), "\xEF\xBB\xBF", 3) == 0)
+        std::memset(block.m_bytes.data(), ' ', 3);
+    block.m_length = length;
+    block.m_firstLine = m_nextLine;
+    m_nextLine += static_cast<uint64_t>(std::count(block.m_bytes.data(), block.m_bytes.data() + length, '\n'));
+    return length != 0;
+}
+
+}

@@ -1,0 +1,106 @@
+#include "numdict/LiteralCollector.h"
+
+#include "numdict/TurtleText.h"
+#include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/dictionary/Transaction.h"
+
+#include <string>
+
+namespace kavix::numdict {
+
+namespace {
+
+constexpr size_t REJECTED_TEXT_SIZE = 64 * 1024;
+
+constexpr uint64_t PUBLISHING_INTERVAL = 4096;
+
+std::string_view trim(std::string_view text) {
+    constexpr std::string_view WHITE_SPACE(" \t\r\n");
+    const size_t start = text.find_first_not_of(WHITE_SPACE);
+    return start == std::string_view::npos ? std::string_view() : text.substr(start, text.find_last_not_of(WHITE_SPACE) + 1 - start);
+}
+
+}
+
+LiteralCollector::LiteralCollector(Transaction& transaction, const Options& options, ImportCounts& counts, ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop) :
+    m_transaction(transaction),
+    m_options(options),
+    m_counts(counts),
+    m_progress(progress),
+    m_rejectedStatements(rejectedStatements),
+    m_shouldStop(shouldStop),
+    m_fileIndex(0),
+    m_unpublishedLiterals(0),
+    m_firstRejectedLine(0)
+{
+}
+
+LiteralCollector::~LiteralCollector() = default;
+
+void LiteralCollector::startFile(size_t fileIndex) {
+    m_statementWriter.reset();
+    m_fileIndex = fileIndex;
+}
+
+void LiteralCollector::flush() {
+    m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
+    m_unpublishedLiterals = 0;
+    if (m_statementWriter && !m_statementWriter->getText().empty()) {
+        m_rejectedStatements->append(m_fileIndex, m_firstRejectedLine, m_statementWriter->getText());
+        m_statementWriter->getText().clear();
+    }
+}
+
+bool LiteralCollector::receive(const Statement& statement, const StatementContext& context) {
+    // Relaxed: whoever sets it has said why elsewhere; a few statements more do no harm.
+    if (m_shouldStop.load(std::memory_order_relaxed))
+        return false;
+    ++m_counts.m_files[m_fileIndex].m_statements;
+    if (statement.m_object->type != SERD_LITERAL || statement.m_datatypeIRI.empty())
+        return true;
+    const size_t datatype = findNumericDatatype(statement.m_datatypeIRI);
+    if (datatype == NO_NUMERIC_DATATYPE)
+        return true;
+    DatatypeCounts& counts = m_counts.m_datatypes[datatype];
+    ++counts.m_literals;
+    if (++m_unpublishedLiterals == PUBLISHING_INTERVAL) {
+        m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
+        m_unpublishedLiterals = 0;
+    }
+    const std::string_view writtenForm(reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+    const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm) : writtenForm;
+    const uint8_t datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
+    ResourceValue value;
+    const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
+    if (status != LexicalFormStatus::VALID)
+        return reject(statement, context, datatype, toRejection(status), lexicalForm);
+    m_transaction.resolve(value);
+    ++counts.m_accepted;
+    if (!isCanonicalNumericForm(datatypeID, value, writtenForm.data(), writtenForm.size()))
+        ++counts.m_nonCanonical;
+    return true;
+}
+
+bool LiteralCollector::reject(const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection, std::string_view lexicalForm) {
+    ++m_counts.m_datatypes[datatype].m_rejected[static_cast<size_t>(rejection)];
+    const uint64_t line = context.getLine();
+    if (m_counts.m_examples.wants(datatype, rejection, m_fileIndex, line)) {
+        const std::string_view writtenForm(reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+        m_counts.m_examples.add(RejectedExample{m_fileIndex, line, makeTurtleString(writtenForm) + "^^" + getNumericName(datatype), datatype, rejection, getRejectionMessage(NUMERIC_NAMES[datatype].m_datatypeID, lexicalForm)});
+    }
+    if (m_rejectedStatements != nullptr) {
+        if (!m_statementWriter)
+            m_statementWriter.emplace(context.getEnvironment());
+        if (m_statementWriter->getText().empty())
+            m_firstRejectedLine = line;
+        m_statementWriter->write(statement);
+        if (m_statementWriter->getText().size() > REJECTED_TEXT_SIZE)
+            flush();
+    }
+    if (m_options.m_isStrict)
+        m_shouldStop.store(true, std::memory_order_relaxed);
+    return !m_options.m_isStrict;
+}
+
+}

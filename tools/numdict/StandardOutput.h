@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string_view>
+
+namespace kavix::numdict {
+
+/// Writes to standard output, buffered by the system's library.
+/// @throws SystemFailure  it cannot be written
+void writeStandardOutput(std::string_view text);
+
+/// Hands what is buffered to the system. Called before a command ends, so that a full disk is not success.
+/// @throws SystemFailure  it cannot be written
+void flushStandardOutput();
+
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <serd/serd.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kavix::numdict {
+
+/// Where a file breaks the rules of its syntax; line and column from 1, columns in bytes.
+struct SyntaxError {
+    uint64_t m_line;
+    uint64_t m_column;
+    std::string m_message;
+};
+
+/// What knows the surroundings of a statement: asked only where they matter, since finding a line number costs time.
+class StatementContext {
+
+public:
+
+    /// The line in which the object of the present statement ends, from 1.
+    virtual uint64_t getLine() const = 0;
+
+    /// The prefixes and the base IRI in force.
+    virtual SerdEnv* getEnvironment() const = 0;
+
+protected:
+
+    ~StatementContext() = default;
+
+};
+
+/// A statement as it was read; everything is valid only during the call that passes it. Absent nodes are null.
+struct Statement {
+    const SerdNode* m_graph;
+    const SerdNode* m_subject;
+    const SerdNode* m_predicate;
+    const SerdNode* m_object;
+    const SerdNode* m_datatype;
+    const SerdNode* m_language;
+    std::string_view m_datatypeIRI; // expanded; empty where there is no datatype
+};
+
+/// Takes the statements of a file in their order.
+class StatementSink {
+
+public:
+
+    /// Returns whether to go on reading. Whatever it throws comes out of the reader.
+    virtual bool receive(const Statement& statement, const StatementContext& context) = 0;
+
+protected:
+
+    ~StatementSink() = default;
+
+};
+
+}
