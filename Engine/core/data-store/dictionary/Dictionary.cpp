@@ -189,18 +189,20 @@ void Dictionary::enterSingle() {
     while (!m_writerGate.tryEnterSingle()) {
         if (m_writerGate.isInTransaction())
             Errors::throwTransactionRuns();
-        wait.step(); // ends when the snapshot that closed the gate for a moment has been taken
+        wait.step(); // ends when whoever closed the gate for a moment, or waits to, has done so
     }
 }
 
 bool Dictionary::tryCloseGate() const noexcept {
+    m_writerGate.beginWaitingToClose();
     SpinWait wait;
-    while (!m_writerGate.tryClose()) {
-        if (m_writerGate.isInTransaction())
-            return false;
+    bool isClosed = m_writerGate.tryClose();
+    while (!isClosed && !m_writerGate.isInTransaction()) {
         wait.step(); // ends when the single values under way have been entered
+        isClosed = m_writerGate.tryClose();
     }
-    return true;
+    m_writerGate.endWaitingToClose();
+    return isClosed;
 }
 
 Dictionary::Snapshot Dictionary::getCounters() const noexcept {

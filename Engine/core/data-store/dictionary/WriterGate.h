@@ -19,13 +19,21 @@ namespace kavix {
 ///
 /// Orders    acquire on entering and closing, release on leaving and opening: whoever closes the gate sees all that was
 ///           entered before; whoever enters sees what the transaction left.
-/// Progress  lock-free; nobody waits in here.
+/// Progress  lock-free; nobody waits in here. While somebody says that he waits to close the gate, no single value is let
+///           in, so that a steady stream of them cannot keep him waiting.
 class WriterGate : private Unmovable {
 
 public:
 
-    /// Enters for one single value, unless the gate is closed or a transaction runs.
+    /// Keeps single values out while somebody waits for those inside to leave.
+    void beginWaitingToClose() noexcept { m_waitingToClose.fetch_add(1, std::memory_order_relaxed); } // only asks for way
+
+    void endWaitingToClose() noexcept { m_waitingToClose.fetch_sub(1, std::memory_order_relaxed); }
+
+    /// Enters for one single value, unless the gate is closed, somebody waits to close it, or a transaction runs.
     bool tryEnterSingle() noexcept {
+        if (m_waitingToClose.load(std::memory_order_relaxed) != 0) // a courtesy; who misses it delays the other once
+            return false;
         uint64_t state = m_state.load(std::memory_order_relaxed); // only a look; the exchange synchronises
         do {
             if (state >= CLOSED)
@@ -70,6 +78,7 @@ private:
     static constexpr uint64_t CLOSED = TRANSACTION - 1;
 
     std::atomic<uint64_t> m_state{0};
+    std::atomic<uint64_t> m_waitingToClose{0};
 
 };
 

@@ -1,0 +1,315 @@
+#include "core/data-store/dictionary/ComponentInfo.h"
+#include "core/data-store/dictionary/Dictionary.h"
+#include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/dictionary/Transaction.h"
+#include "core/platform/errors/SystemCallException.h"
+#include "support/MemoryStreams.h"
+#include "support/NumericImage.h"
+#include "support/NumericStore.h"
+#include "support/SystemCallInjection.h"
+#include "support/Threads.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kavix::test {
+
+namespace {
+
+template<typename ResourceID>
+class NumericDatatypeFaultTest : public ::testing::Test {
+protected:
+    using Store = NumericStore<ResourceID>;
+
+    /// What must hold after every failure: sound tables, and every charged byte is somebody's.
+    static void checkInvariants(Store& store) {
+        checkTables<ResourceID>(saveToImage(*store.m_dictionary));
+        EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") + store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes());
+    }
+
+    static void expectSystemCallFailed(const SystemCallException& exception, SystemCall systemCall) {
+        EXPECT_STREQ(exception.getSystemCall(), systemCall == SystemCall::MMAP ? "mmap" : "mprotect");
+        EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
+        EXPECT_EQ(exception.getSourceFile(), "Engine/core/platform/system/MemoryRegion");
+        EXPECT_EQ(exception.getLine(), systemCall == SystemCall::MMAP ? 212 : 167);
+    }
+};
+
+TYPED_TEST_SUITE(NumericDatatypeFaultTest, ResourceIDTypes);
+
+// Values that bring every kind of growth about: resizes, both arrays, chunks and single records of the pool.
+std::vector<ResourceValue> makeWorkload() {
+    std::vector<ResourceValue> values;
+    for (int i = 0; i < 1500; ++i) {
+        values.push_back(makeInteger(D_XSD_INT, i));
+        values.push_back(makeDecimal(std::to_string(i) + ".5"));
+    }
+    return values;
+}
+
+TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
+    const std::vector<ResourceValue> values = makeWorkload();
+    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+        for (const bool usesContext : {true, false})
+            for (uint64_t n = 1;; ++n) {
+                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (usesContext ? " with a context" : ""));
+                typename TestFixture::Store store;
+                store.initialize();
+                DictionaryUsageContext context;
+                DictionaryUsageContext* const usedContext = usesContext ? &context : nullptr;
+                bool wasHit = false;
+                std::map<size_t, uint64_t> resourceIDs;
+                {
+                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    for (size_t i = 0; i < values.size(); ++i) {
+                        try {
+                            resourceIDs[i] = store.resolve(values[i], usedContext);
+                        }
+                        catch (const SystemCallException& exception) {
+                            ASSERT_FALSE(wasHit);
+                            wasHit = true;
+                            this->expectSystemCallFailed(exception, systemCall);
+                            this->checkInvariants(store);
+                            EXPECT_EQ(store.tryResolve(values[i]), 0u);
+                            for (const auto& [index, resourceID] : resourceIDs)
+                                ASSERT_EQ(store.tryResolve(values[index]), resourceID);
+                            resourceIDs[i] = store.resolve(values[i], usedContext); // the next call succeeds
+                        }
+                    }
+                    ASSERT_EQ(fault.wasHit(), wasHit); // no failure is swallowed
+                }
+                for (const auto& [index, resourceID] : resourceIDs) {
+                    ASSERT_EQ(store.tryResolve(values[index]), resourceID);
+                    ResourceValue value;
+                    store.m_dictionary->getResource(resourceID, values[index].datatypeID, value);
+                    ASSERT_EQ(std::memcmp(value.data, values[index].data, value.dataSize), 0);
+                }
+                this->checkInvariants(store);
+                if (!wasHit) {
+                    EXPECT_GT(n, 4u); // the work really needed the call
+                    break;
+                }
+            }
+}
+
+TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringRestores) {
+    const std::vector<ResourceValue> values = makeWorkload();
+    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+        for (uint64_t n = 1;; ++n) {
+            SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n));
+            typename TestFixture::Store store;
+            store.initialize();
+            DictionaryUsageContext context;
+            bool wasHit = false;
+            {
+                const SystemCallFault fault(systemCall, n, ENOMEM);
+                for (size_t i = 0; i < values.size(); ++i) {
+                    try {
+                        store.m_dictionary->restoreResource(&context, 10 + 3 * i, values[i]);
+                    }
+                    catch (const SystemCallException& exception) {
+                        ASSERT_FALSE(wasHit);
+                        wasHit = true;
+                        this->expectSystemCallFailed(exception, systemCall);
+                        this->checkInvariants(store);
+                        EXPECT_EQ(store.tryResolve(values[i]), 0u);
+                        store.m_dictionary->restoreResource(&context, 10 + 3 * i, values[i]);
+                    }
+                }
+            }
+            for (size_t i = 0; i < values.size(); ++i)
+                ASSERT_EQ(store.tryResolve(values[i]), 10 + 3 * i);
+            this->checkInvariants(store);
+            if (!wasHit)
+                break;
+        }
+}
+
+TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAndLoading) {
+    typename TestFixture::Store source;
+    source.initialize();
+    for (const ResourceValue& value : makeWorkload())
+        source.resolve(value);
+    const std::string bytes = saveToBytes(*source.m_dictionary);
+    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+        for (const bool loads : {false, true}) {
+            uint64_t n = 1;
+            for (;; ++n) {
+                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (loads ? " of loading" : " of initialization"));
+                typename TestFixture::Store store;
+                store.initialize();
+                store.resolve("5", D_XSD_INT);
+                MemoryInputStream input(bytes);
+                const auto act = [&] { loads ? store.m_dictionary->load(input) : store.m_dictionary->initialize(5000, 0); };
+                bool wasHit = false;
+                {
+                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    try {
+                        act();
+                    }
+                    catch (const SystemCallException& exception) {
+                        wasHit = true;
+                        this->expectSystemCallFailed(exception, systemCall);
+                    }
+                }
+                if (!wasHit)
+                    break;
+                // The dictionary is to be discarded or initialised again; either returns all it was charged.
+                if (n % 2 == 0) {
+                    store.initialize();
+                    EXPECT_EQ(store.resolve("5", D_XSD_INT), 2u);
+                    this->checkInvariants(store);
+                }
+                else {
+                    store.m_dictionary.reset();
+                    EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes());
+                }
+            }
+            EXPECT_EQ(n, 15u); // once for each table
+        }
+}
+
+TYPED_TEST(NumericDatatypeFaultTest, ALoadThatFailsAnywhereCanBeRepeated) {
+    typename TestFixture::Store store;
+    store.initialize();
+    for (const ResourceValue& value : makeWorkload())
+        store.resolve(value);
+    const std::string bytes = saveToBytes(*store.m_dictionary);
+    for (size_t length = 0; length < bytes.size(); length += 4999) {
+        MemoryInputStream input(bytes.substr(0, length));
+        EXPECT_ANY_THROW(store.m_dictionary->load(input));
+    }
+    loadFromBytes(*store.m_dictionary, bytes);
+    EXPECT_EQ(saveToBytes(*store.m_dictionary), bytes);
+    this->checkInvariants(store);
+}
+
+TYPED_TEST(NumericDatatypeFaultTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
+    typename TestFixture::Store store;
+    store.initialize();
+    const std::vector<ResourceValue> values = makeWorkload();
+    std::atomic<uint64_t> failures{0};
+    {
+        const SystemCallFault fault(SystemCall::MPROTECT, 3, ENOMEM, 60);
+        runThreads(4, [&](size_t) {
+            DictionaryUsageContext context;
+            for (const ResourceValue& value : values)
+                for (;;) {
+                    try {
+                        store.resolve(value, &context);
+                        break;
+                    }
+                    catch (const SystemCallException&) {
+                        failures.fetch_add(1);
+                    }
+                }
+        });
+    }
+    EXPECT_EQ(failures.load(), 60u); // each failed call is one error of one thread
+    std::vector<bool> isUsed(store.m_nextResourceID.load(), false);
+    for (const ResourceValue& value : values) {
+        const uint64_t resourceID = store.tryResolve(value);
+        ASSERT_NE(resourceID, 0u);
+        ASSERT_FALSE(isUsed[resourceID]);
+        isUsed[resourceID] = true;
+    }
+    this->checkInvariants(store);
+}
+
+/// Fails at the n-th write.
+class FailingOutputStream : public OutputStream {
+
+public:
+
+    explicit FailingOutputStream(uint64_t writes) : m_writesLeft(writes) { }
+
+    void flush() override { }
+
+    void write(const void*, size_t) override {
+        if (m_writesLeft-- == 0)
+            throw std::runtime_error("the device is full");
+    }
+
+private:
+
+    uint64_t m_writesLeft;
+
+};
+
+TYPED_TEST(NumericDatatypeFaultTest, AFailedSaveChangesNothing) {
+    typename TestFixture::Store store;
+    store.initialize();
+    store.resolve("5", D_XSD_INT);
+    const std::string before = saveToBytes(*store.m_dictionary);
+    for (const uint64_t writes : {0, 1, 3, 4, 5, 263, 264, 300, 3000}) {
+        FailingOutputStream output(writes);
+        EXPECT_THROW(std::as_const(*store.m_dictionary).save(output), std::runtime_error);
+    }
+    EXPECT_EQ(saveToBytes(*store.m_dictionary), before);
+    EXPECT_EQ(store.resolve("6", D_XSD_INT), 2u);
+}
+
+TEST(DictionaryFault, TheNthSystemCallFailsDuringConstruction) {
+    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+        for (uint64_t n = 1;; ++n) {
+            const SystemCallFault fault(systemCall, n, ENOMEM);
+            try {
+                const Dictionary dictionary{Dictionary::Options()};
+                ASSERT_FALSE(fault.wasHit());
+                EXPECT_EQ(n, systemCall == SystemCall::MMAP ? 3u + 14u + 1u : 14u + 1u); // shared objects reserve, tables commit
+                break;
+            }
+            catch (const SystemCallException& exception) {
+                EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
+            }
+        }
+}
+
+TEST(DictionaryFault, AFailureInATransactionIsTakenBackWithIt) {
+    Dictionary dictionary{Dictionary::Options()};
+    const std::vector<ResourceValue> values = makeWorkload();
+    const uint64_t earlierID = dictionary.resolve(values[0]);
+    for (uint64_t n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        bool wasHit = false;
+        {
+            Transaction transaction(dictionary);
+            const SystemCallFault fault(SystemCall::MPROTECT, n, ENOMEM);
+            for (const ResourceValue& value : values) {
+                try {
+                    transaction.resolve(value);
+                }
+                catch (const SystemCallException&) {
+                    wasHit = true;
+                    break;
+                }
+            }
+        }
+        ASSERT_EQ(dictionary.tryResolve(values[0]), earlierID);
+        for (size_t i = 1; i < values.size(); ++i)
+            ASSERT_EQ(dictionary.tryResolve(values[i]), 0u);
+        const auto counts = dictionary.countResourcesByDatatypeID();
+        EXPECT_EQ(counts[D_XSD_INT], 1u);
+        EXPECT_EQ(counts[D_XSD_DECIMAL], 0u);
+        if (!wasHit)
+            break;
+    }
+    Transaction transaction(dictionary);
+    for (const ResourceValue& value : values)
+        transaction.resolve(value);
+    transaction.commit();
+    for (const ResourceValue& value : values)
+        ASSERT_NE(dictionary.tryResolve(value), 0u);
+}
+
+}
+
+}
