@@ -5,11 +5,21 @@
 
 namespace kavix {
 
+namespace {
+
+/// Makes the linker take an object from the static library, where the compiler would drop an address that nobody uses.
+template<typename T>
+void link(const T& object) noexcept {
+    const T* volatile address = &object;
+    [[maybe_unused]] const T* const read = address;
+}
+
+}
+
 void registerBuiltInDatatypeFamilies() noexcept {
-    // Factories and inspectors register themselves when they are constructed, during static initialisation. Naming them
-    // here makes the linker take them from the static library.
-    [[maybe_unused]] static const DictionaryDatatypeFactory* volatile s_factory = &s_NumericDatatypeFactory;
-    [[maybe_unused]] static const DictionaryDatatypeInspector* volatile s_inspector = &s_NumericDatatypeInspector;
+    // These register themselves when they are constructed, during static initialisation.
+    link(s_NumericDatatypeFactory);
+    link(s_NumericDatatypeInspector);
 }
 
 }
