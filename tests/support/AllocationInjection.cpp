@@ -11,7 +11,7 @@ namespace {
 thread_local uint64_t s_allocationsLeft = 0; // 1: the next one fails; 0: none
 thread_local bool s_wasHit = false;
 
-void* allocate(size_t size, size_t alignment) {
+[[maybe_unused]] void* allocate(size_t size, size_t alignment) {
     if (s_allocationsLeft != 0 && --s_allocationsLeft == 0) {
         s_wasHit = true;
         throw std::bad_alloc();
@@ -40,6 +40,17 @@ bool AllocationFault::wasHit() const {
 
 }
 
+// The sanitizers bring allocation operators of their own, which must stay: nothing fails there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KAVIX_TEST_KEEPS_ALLOCATION_OPERATORS
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KAVIX_TEST_KEEPS_ALLOCATION_OPERATORS
+#endif
+#endif
+
+#if !defined(KAVIX_TEST_KEEPS_ALLOCATION_OPERATORS)
+
 void* operator new(size_t size) {
     return kavix::test::allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 }
@@ -63,3 +74,5 @@ void operator delete(void* memory, std::align_val_t) noexcept {
 void operator delete(void* memory, size_t, std::align_val_t) noexcept {
     std::free(memory);
 }
+
+#endif

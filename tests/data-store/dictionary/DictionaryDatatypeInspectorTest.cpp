@@ -68,7 +68,7 @@ TEST_F(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
 }
 
 TEST_F(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
-    for (const uint64_t size : {0, 1, 4, 7, 8, 9, 15, 16, 17}) {
+    for (const uint64_t size : {0u, 1u, 4u, 7u, 8u, 9u, 15u, 16u, 17u}) {
         ResourceValue value;
         value.setBinaryForm(D_XSD_INT, size);
         if (size != 8)
@@ -77,10 +77,15 @@ TEST_F(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
         if (size != 16)
             expectInvalid(value, "it has " + std::to_string(size) + " bytes instead of 16");
     }
-    ResourceValue value;
-    value.datatypeID = D_XSD_INT;
-    expectInvalid(value, "it has 0 bytes instead of 8");
+}
 
+TEST_F(DictionaryDatatypeInspectorTest, AValueMustHaveData) {
+    for (const uint64_t size : {0u, 8u}) {
+        ResourceValue value;
+        value.datatypeID = D_XSD_INT;
+        value.dataSize = size;
+        expectInvalid(value, "it has no data");
+    }
 }
 
 }

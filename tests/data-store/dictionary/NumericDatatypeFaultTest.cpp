@@ -249,7 +249,7 @@ TYPED_TEST(NumericDatatypeFaultTest, AFailedSaveChangesNothing) {
     store.initialize();
     store.resolve("5", D_XSD_INT);
     const std::string before = saveToBytes(*store.m_dictionary);
-    for (const uint64_t writes : {0, 1, 3, 4, 5, 263, 264, 300, 3000}) {
+    for (const uint64_t writes : {0u, 1u, 3u, 4u, 5u, 263u, 264u, 300u, 3000u}) {
         FailingOutputStream output(writes);
         EXPECT_THROW(std::as_const(*store.m_dictionary).save(output), std::runtime_error);
     }

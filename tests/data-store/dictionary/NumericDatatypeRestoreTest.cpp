@@ -191,6 +191,12 @@ TYPED_TEST(NumericDatatypeRestoreTest, AnIDThatWasNeverUsedIsIgnored) {
     EXPECT_EQ(saveToBytes(*this->m_store.m_dictionary), before);
 }
 
+TYPED_TEST(NumericDatatypeRestoreTest, ADecimalWithoutARecordIsIgnoredWhereThePoolHasNoPageYet) {
+    this->m_store.m_resourceData.ensureEndAtLeast(100);
+    this->deleteResource(50, D_XSD_DECIMAL);
+    EXPECT_EQ(saveToImage(*this->m_store.m_dictionary)[D_XSD_DECIMAL].m_deletedCount, 0u);
+}
+
 TYPED_TEST(NumericDatatypeRestoreTest, ProbesPassOverDeletedBuckets) {
     // Multiples of 2^20 start at one bucket of a table of 1024.
     std::vector<uint64_t> resourceIDs;

@@ -97,7 +97,7 @@ class NumericDatatypeStressTest : public ::testing::Test { };
 TYPED_TEST_SUITE(NumericDatatypeStressTest, ResourceIDTypes);
 
 TYPED_TEST(NumericDatatypeStressTest, EveryValueHasOneIDThroughManyResizes) {
-    for (const size_t wanted : {1, 2, 8, 32, 256}) {
+    for (const size_t wanted : {1u, 2u, 8u, 32u, 256u}) {
         const size_t numberOfThreads = std::min(wanted, getNumberOfFreeSlots());
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
         NumericStore<TypeParam> store;
@@ -185,13 +185,13 @@ TYPED_TEST(NumericDatatypeStressTest, WhoeverSeesADatatypeSeesTheResource) {
 }
 
 TYPED_TEST(NumericDatatypeStressTest, ABudgetThatRunsOutInTheMiddleStopsEverybodyAndBreaksNothing) {
-    for (const size_t numberOfThreads : {1, 8, 32}) {
+    for (const size_t numberOfThreads : {1u, 8u, 32u}) {
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
         NumericStore<TypeParam> store(2 << 20);
         store.initialize();
         const size_t numberOfValues = 64000 / STRESS_DIVISOR;
         if (STRESS_DIVISOR != 1) {
-            ASSERT_TRUE(store.m_memoryManager.trySetTotalBytes(700 << 10));
+            ASSERT_TRUE(store.m_memoryManager.trySetTotalBytes(400 << 10));
         }
         const uint64_t totalBytes = store.m_memoryManager.getTotalBytes();
         Answers answers(numberOfValues);

@@ -43,7 +43,7 @@ TEST(RestorationStress, ManyThreadsGiveTheSameIDsAsOne) {
             if (areCountsRight)
                 counts[D_XSD_INTEGER] = counts[D_XSD_DECIMAL] = NUMBER_OF_RECORDS / 2;
             std::vector<std::string> expected;
-            for (const size_t numberOfThreads : {1, 8}) {
+            for (const size_t numberOfThreads : {1u, 8u}) {
                 Dictionary dictionary(makeOptions(width));
                 Restoration restoration(dictionary, counts);
                 test::runThreads(numberOfThreads, [&](size_t thread) {

@@ -130,7 +130,7 @@ TEST(Restoration, UnlessFinishedEverythingIsTakenBack) {
 
 TEST(Restoration, WrongCountsOnlyCostTime) {
     for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const uint64_t count : {0, 1, 716, 717, 100000}) {
+        for (const uint64_t count : {0u, 1u, 716u, 717u, 100000u}) {
             SCOPED_TRACE(count);
             Dictionary dictionary(makeOptions(width));
             std::vector<uint64_t> counts(D_XSD_INT + 1);

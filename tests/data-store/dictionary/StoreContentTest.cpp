@@ -3,6 +3,8 @@
 
 #include "core/data-store/dictionary/Dictionary.h"
 
+#include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
+#include "support/ExpectError.h"
 #include "support/SampleStore.h"
 
 #include <gtest/gtest.h>
@@ -89,7 +91,7 @@ std::vector<StructureRow> getImpossibleCounters() {
         {"bound of IDs 2^64 - 1", [](SampleStore& store) { store.m_maxResourceID = UINT64_MAX; }, "counters", "its bound of resource IDs, 18446744073709551615, is not possible"},
         {"pool end inside the reserved offsets", [](SampleStore& store) { store.m_poolEnd = 63; }, "counters", "the end of the data pool, 63, is not possible"},
         {"pool end 2^64 - 1", [](SampleStore& store) { store.m_poolEnd = UINT64_MAX; }, "counters", "the end of the data pool, 18446744073709551615, is not possible"},
-        {"pool end one beyond the pool's size", [](SampleStore& store) { store.m_poolEnd = (1ULL << 30) + 4096 * 32 + 1; }, "counters", "the end of the data pool, 1073872897, is not possible"},
+        {"pool end one beyond the pool's size", [](SampleStore& store) { store.m_poolEnd = (1ULL << 30) + 4096 * 96 + 1; }, "counters", "the end of the data pool, 1074135041, is not possible"},
     };
 }
 
@@ -362,6 +364,18 @@ TEST(StoreContent, MoreThanTheBudgetIsRefusedBeforeItIsReserved) {
         catch (const KavixException& exception) {
             EXPECT_EQ(exception.getMessage().rfind("The Kavix instance has run out of memory.", 0), 0u) << exception.getMessage();
         }
+}
+
+TEST(StoreContent, AnImageIsComparedWithTheBudgetAsAWhole) {
+    const std::string image = SampleStore(ResourceIDWidth::BITS_32).m_image.toBytes();
+    const DictionaryDatatypeInspector& inspector = *DictionaryDatatypeInspector::tryGetInspector(D_XSD_INT);
+    const auto check = [&](uint64_t freeBytes) {
+        test::MemoryInputStream input(image);
+        inspector.checkImage(input, ImageLimits{image.size(), 4096, freeBytes}, [](std::string&& problem) { ADD_FAILURE() << problem; });
+    };
+    const uint64_t sizeOfTables = 8 * 1024 + 13 * 16 * 1024;
+    EXPECT_NO_THROW(check(sizeOfTables));
+    test::expectOutOfMemory(sizeOfTables - 1, 16 * 1024 - 1, 16 * 1024, [&] { check(sizeOfTables - 1); });
 }
 
 TEST(StoreContent, ASoundDictionaryHasNoProblems) {

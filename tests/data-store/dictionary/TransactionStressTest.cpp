@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace kavix::test {
@@ -44,7 +45,6 @@ TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNot
     const uint64_t numberOfTransactions = 240 / STRESS_DIVISOR;
     std::atomic<uint64_t> numberCommitted{0}; // transactions up to here have ended
     std::atomic<bool> isOver{false};
-    std::atomic<uint64_t> next{0};
     std::atomic<uint64_t> arrived{0};
     std::atomic<uint64_t> round{0};
     std::atomic<Transaction*> current{nullptr};
@@ -106,7 +106,17 @@ TEST_P(TransactionStressTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransact
     std::atomic<uint64_t> refused{0};
     std::atomic<uint64_t> entered{0};
     std::atomic<uint64_t> begun{0};
-    runThreads(6, [&](size_t threadIndex) {
+    runThreads(7, [&](size_t threadIndex) {
+        if (threadIndex == 6) {
+            // Every ID below a snapshot's bound has been entered completely.
+            for (uint64_t checked = 1; entered.load() != 5 * numberOfValues;) {
+                for (const uint64_t bound = m_dictionary.takeSnapshot().first; checked < bound; ++checked)
+                    if (m_dictionary.tryGetResourceDatatypeID(checked) == D_NONE)
+                        ADD_FAILURE() << "a snapshot includes ID " << checked << ", whose value is still being entered";
+                std::this_thread::yield();
+            }
+            return;
+        }
         for (uint64_t i = 0; i < numberOfValues; ++i) {
             if (threadIndex == 0) {
                 if (i % 40 == 0) {

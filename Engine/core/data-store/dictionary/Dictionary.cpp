@@ -2,6 +2,7 @@
 
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 #include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/DictionaryFamilies.h"
@@ -29,10 +30,13 @@ uint64_t checkMaxResourceID(const Dictionary::Options& options) {
 }
 
 uint64_t Dictionary::getMaximumDataPoolSize(uint64_t maxResourceID) noexcept {
-    // Room for a record of every resource, and as much again for what contexts leave unused of their chunks.
-    constexpr uint64_t BYTES_PER_RESOURCE = 32;
+    // Room for a record of every resource, even if each block of 1024 IDs came with a chunk of 64 KiB and used one record;
+    // but for the largest numbers of resources the address space has room only if chunks are used.
+    constexpr uint64_t BYTES_PER_RESOURCE = 96;
     constexpr uint64_t MINIMUM_SIZE = uint64_t(1) << 30;
-    return MINIMUM_SIZE + maxResourceID * BYTES_PER_RESOURCE;
+    constexpr uint64_t MAXIMUM_SIZE = uint64_t(1) << 45;
+    static_assert(MAXIMUM_SIZE / MAX_RESOURCE_ID_64 > DecimalRecord<unsigned long>::SIZE);
+    return std::min(MAXIMUM_SIZE, MINIMUM_SIZE + maxResourceID * BYTES_PER_RESOURCE);
 }
 
 const DictionaryDatatypeInspector& Dictionary::getInspector(uint8_t datatypeID) {
@@ -185,8 +189,9 @@ std::string Dictionary::getTurtleLiteral(uint64_t resourceID, const Prefixes& pr
 }
 
 void Dictionary::enterSingle() {
+    constexpr unsigned MAX_TIMES_TO_GIVE_WAY = 64;
     SpinWait wait;
-    while (!m_writerGate.tryEnterSingle()) {
+    for (unsigned attempts = 0; !m_writerGate.tryEnterSingle(attempts < MAX_TIMES_TO_GIVE_WAY); ++attempts) {
         if (m_writerGate.isInTransaction())
             Errors::throwTransactionRuns();
         wait.step(); // ends when whoever closed the gate for a moment, or waits to, has done so

@@ -59,17 +59,17 @@ public:
     static constexpr uint64_t MIN_MAX_RESOURCE_ID = 2048;
     static constexpr uint64_t MAX_RESOURCE_ID_32 = 0xfffffffeULL;
     static constexpr uint64_t MAX_RESOURCE_ID_64 = 1ULL << 40;
-    static constexpr uint64_t DEFAULT_RESOURCE_ID_64 = 1ULL << 34;
+    static constexpr uint64_t DEFAULT_RESOURCE_ID_64 = 1ULL << 33;
 
     struct Options {
 
-        /// How many bytes the dictionary may commit; an initial dictionary takes about 300 KB.
+        /// How many bytes the dictionary may commit; an empty dictionary takes about 220 KB.
         uint64_t memoryBudgetBytes = 1ULL << 30;
 
         ResourceIDWidth resourceIDWidth = ResourceIDWidth::BITS_32;
 
-        /// Resource IDs stay below this bound; 0 means 2^32 - 2 or 2^34, by width. It also sets how much address space
-        /// (not memory) is reserved: about 41 bytes an ID.
+        /// Resource IDs stay below this bound; 0 means 2^32 - 2 or 2^33, by width. It also sets how much address space
+        /// (not memory) is reserved: about 105 bytes an ID.
         uint64_t maxResourceID = 0;
 
     };
@@ -105,7 +105,8 @@ public:
     /// The same for a value in binary form, which is checked as a lexical form would be.
     uint64_t resolve(const ResourceValue& value);
 
-    /// Returns the resource ID of a literal, or 0 if the literal is absent or not visible in the snapshot.
+    /// Returns the resource ID of a literal, or 0 if the literal is absent or not visible in the snapshot. Without a
+    /// snapshot also what a running transaction has entered is found, which may be rolled back later.
     /// @throws KavixException  the datatype is unknown, the lexical form is invalid, the thread slots are exhausted
     uint64_t tryResolve(std::string_view lexicalForm, uint8_t datatypeID, const Snapshot& snapshot = EVERYTHING) const;
     uint64_t tryResolve(std::string_view lexicalForm, std::string_view datatypeIRI, const Snapshot& snapshot = EVERYTHING) const { return tryResolve(lexicalForm, getDatatypeID(datatypeIRI), snapshot); }
@@ -169,6 +170,7 @@ public:
     /// @return the new resource ID of every old one below the old counter; 0 for those that are gone
     /// @throws KavixException  a transaction runs, or the budget is short of what is needed on the way (about 32 bytes a kept
     ///                         resource and the records of the kept decimals): the dictionary is as it was
+    /// @throws std::bad_alloc  there is no memory for the result: the dictionary is as it was
     std::vector<uint64_t> compact(const std::function<bool(uint64_t resourceID)>& isKept);
 
 private:

@@ -67,9 +67,6 @@ std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t reso
     m_dataPool.swapContents(newPool);
     for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
         dictionaryDatatype->finishCompact(state);
-    // Even where the system does not take the pages back, no ID given out later may find an old datatype.
-    for (uint64_t resourceID = nextNewResourceID; resourceID < oldEnd; ++resourceID)
-        m_resourceDatatypeIDs[resourceID].store(D_NONE, std::memory_order_relaxed); // relaxed: nobody else is inside
     m_resourceData.truncate(nextNewResourceID);
     m_resourceDatatypeIDs.truncate(nextNewResourceID);
     m_nextResourceID.store(nextNewResourceID, std::memory_order_relaxed); // relaxed: nobody else is inside

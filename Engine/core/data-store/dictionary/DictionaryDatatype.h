@@ -84,7 +84,7 @@ public:
     virtual uint64_t resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) = 0;
 
     /// Enters a value in binary form under a given ID; does nothing if the value is present under any ID. The counter of
-    /// resource IDs and the bound are not regarded.
+    /// resource IDs and the bound are not regarded; the ID must be below the capacity of the shared arrays.
     virtual void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) = 0;
 
     /// Writes and reads the image of the dictionary, without the shared objects. A failed load leaves it to be discarded.

@@ -25,7 +25,9 @@ NumericDatatypeInspector::NumericDatatypeInspector() :
 void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) const {
     const bool isDecimal = value.datatypeID == D_XSD_DECIMAL;
     const uint64_t size = isDecimal ? sizeof(XSDDecimal) : sizeof(int64_t);
-    if (value.data == nullptr || value.dataSize != size) [[unlikely]]
+    if (value.data == nullptr) [[unlikely]]
+        Errors::throwInvalidBinaryValue(value.datatypeID, "it has no data");
+    if (value.dataSize != size) [[unlikely]]
         Errors::throwInvalidBinaryValue(value.datatypeID, "it has " + std::to_string(value.dataSize) + " bytes instead of " + std::to_string(size));
     if (isDecimal) {
         const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();

@@ -52,7 +52,11 @@ void StoreReader::throwSectionTooShort(const std::string& name, uint64_t remaini
 }
 
 std::string StoreReader::getName(const StoreFormat::Section& section) {
-    return std::string(section.m_name, ::strnlen(section.m_name, sizeof(section.m_name)));
+    std::string name(section.m_name, ::strnlen(section.m_name, sizeof(section.m_name)));
+    for (char& character : name)
+        if (character < ' ' || character > '~')
+            character = '?'; // names of a damaged file appear in messages
+    return name;
 }
 
 const StoreFormat::Section& StoreReader::getSection(const std::string& name) const {

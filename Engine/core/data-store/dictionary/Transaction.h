@@ -30,7 +30,8 @@ public:
     /// @throws KavixException  another transaction runs, or the dictionary is being restored or compacted
     explicit Transaction(Dictionary& dictionary);
 
-    /// Rolls back unless committed.
+    /// Rolls back unless committed. The thread must have a thread slot or be able to get one, as the one that began the
+    /// transaction has; otherwise the process ends.
     ~Transaction();
 
     /// Returns the resource ID of a literal and enters the literal under a new one if it is new. New IDs are taken in

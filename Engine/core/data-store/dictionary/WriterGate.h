@@ -19,8 +19,9 @@ namespace kavix {
 ///
 /// Orders    acquire on entering and closing, release on leaving and opening: whoever closes the gate sees all that was
 ///           entered before; whoever enters sees what the transaction left.
-/// Progress  lock-free; nobody waits in here. While somebody says that he waits to close the gate, no single value is let
-///           in, so that a steady stream of them cannot keep him waiting.
+/// Progress  lock-free; nobody waits in here. While somebody says that he waits to close the gate, single values give way,
+///           so that a steady stream of them cannot keep him waiting; but only for a while, so that a steady stream of
+///           those who close it cannot keep single values waiting either.
 class WriterGate : private Unmovable {
 
 public:
@@ -30,9 +31,10 @@ public:
 
     void endWaitingToClose() noexcept { m_waitingToClose.fetch_sub(1, std::memory_order_relaxed); }
 
-    /// Enters for one single value, unless the gate is closed, somebody waits to close it, or a transaction runs.
-    bool tryEnterSingle() noexcept {
-        if (m_waitingToClose.load(std::memory_order_relaxed) != 0) // a courtesy; who misses it delays the other once
+    /// Enters for one single value, unless the gate is closed or a transaction runs, or, to give way, somebody waits to
+    /// close it.
+    bool tryEnterSingle(bool givesWay = true) noexcept {
+        if (givesWay && m_waitingToClose.load(std::memory_order_relaxed) != 0) // who misses it delays the other once
             return false;
         uint64_t state = m_state.load(std::memory_order_relaxed); // only a look; the exchange synchronises
         do {

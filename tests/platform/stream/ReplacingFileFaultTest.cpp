@@ -1,0 +1,227 @@
+// Every call that saving makes fails once, or the process is killed there: the old file or the new one is in place.
+
+#include "core/platform/stream/ReplacingFile.h"
+
+#include "core/platform/errors/SystemCallException.h"
+#include "support/AllocationInjection.h"
+#include "support/ExpectError.h"
+#include "support/FileCallInjection.h"
+#include "support/SystemCallInjection.h"
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <new>
+#include <set>
+#include <string>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kavix {
+
+using test::FileCall;
+using test::FileCallFault;
+using test::FileCallHook;
+using test::readFile;
+using test::SystemCall;
+using test::SystemCallFault;
+using test::TemporaryFolder;
+using test::writeFile;
+
+namespace {
+
+using Names = std::set<std::string>;
+
+const std::string OLD(70'000, 'o');
+const std::string NEW(150'000, 'n');
+
+void replace(const std::string& fileName) {
+    ReplacingFile file(fileName);
+    for (size_t position = 0; position < NEW.size(); position += 10'000)
+        file.getStream().write(NEW.data() + position, 10'000);
+    file.commit();
+}
+
+size_t countOpenFiles() {
+    size_t count = 0;
+    for ([[maybe_unused]] const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+
+}
+
+TEST(ReplacingFileFault, EveryCallMayFailOnce) {
+    struct Row {
+        const char* name;
+        FileCall fileCall;
+        uint64_t n;
+        int errorNumber;
+        const char* sourceFile;
+        long line;
+        const char* systemCall;
+        std::string message; // %: the file
+        bool isInPlace;
+    };
+    const char* const replacingFile = "Engine/core/platform/stream/ReplacingFile";
+    const char* const fileOutputStream = "Engine/core/platform/stream/FileOutputStream";
+    const Row rows[] = {
+        {"opening the new file", FileCall::OPEN, 1, EACCES, fileOutputStream, 20, "open", "File '%.new' cannot be opened for writing.", false},
+        {"locking the new file", FileCall::FLOCK, 1, ENOLCK, replacingFile, 50, "flock", "File '%.new' is being written by another process.", false},
+        {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write", "An error occurred while writing file '%.new', which is now incomplete.", false},
+        {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync", "The device did not take all of file '%.new', which may be incomplete.", false},
+        {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename", "File '%.new' is complete but cannot take the place of file '%', which is unchanged.", false},
+        {"opening the folder", FileCall::OPEN, 2, EMFILE, replacingFile, 95, "fsync", "File '%' is written and in place, but folder '", true},
+        {"synchronising the folder", FileCall::FSYNC, 2, EIO, replacingFile, 95, "fsync", "File '%' is written and in place, but folder '", true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const TemporaryFolder folder;
+        const std::string fileName = folder / "store";
+        writeFile(fileName, OLD);
+        std::string message = row.message;
+        for (size_t position; (position = message.find('%')) != std::string::npos;)
+            message.replace(position, 1, fileName);
+        const size_t openFiles = countOpenFiles();
+        {
+            const FileCallFault fault(row.fileCall, row.n, row.errorNumber);
+            test::expectSystemCallError(row.sourceFile, row.line, row.systemCall, row.errorNumber, message, [&] { replace(fileName); });
+            EXPECT_TRUE(fault.wasHit());
+        }
+        EXPECT_EQ(readFile(fileName), row.isInPlace ? NEW : OLD);
+        if (row.fileCall != FileCall::FLOCK) {
+            EXPECT_EQ(folder.list(), Names{"store"}) << "nothing is left behind";
+        }
+        EXPECT_EQ(countOpenFiles(), openFiles);
+        replace(fileName);
+        EXPECT_EQ(readFile(fileName), NEW);
+        EXPECT_EQ(folder.list(), Names{"store"});
+    }
+}
+
+TEST(ReplacingFileFault, EveryWriteMayFailOnce) {
+    const TemporaryFolder folder;
+    const std::string fileName = folder / "store";
+    writeFile(fileName, OLD);
+    uint64_t failures = 0;
+    for (uint64_t n = 1;; ++n) {
+        SCOPED_TRACE("write " + std::to_string(n));
+        const test::ShortTransfers shortTransfers(20'000);
+        const SystemCallFault fault(SystemCall::WRITE, n, ENOSPC);
+        try {
+            replace(fileName);
+            EXPECT_FALSE(fault.wasHit());
+            break;
+        }
+        catch (const SystemCallException& exception) {
+            ++failures;
+            EXPECT_EQ(exception.getErrorNumber(), ENOSPC);
+            EXPECT_EQ(readFile(fileName), OLD);
+            EXPECT_EQ(folder.list(), Names{"store"});
+        }
+    }
+    EXPECT_GE(failures, 8u);
+    EXPECT_EQ(readFile(fileName), NEW);
+}
+
+TEST(ReplacingFileFault, ADeviceThatStaysFullLeavesTheOldFile) {
+    const TemporaryFolder folder;
+    writeFile(folder / "store", OLD);
+    {
+        const SystemCallFault fault(SystemCall::WRITE, 1, ENOSPC, SystemCallFault::FOREVER);
+        EXPECT_THROW(replace(folder / "store"), SystemCallException);
+    }
+    EXPECT_EQ(readFile(folder / "store"), OLD);
+    EXPECT_EQ(folder.list(), Names{"store"});
+}
+
+TEST(ReplacingFileFault, EveryAllocationMayFailOnce) {
+    const TemporaryFolder folder;
+    const std::string fileName = folder / "store";
+    writeFile(fileName, OLD);
+    const size_t openFiles = countOpenFiles();
+    for (uint64_t n = 1;; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        ASSERT_LT(n, 100u);
+        bool hasThrown = false;
+        {
+            const test::AllocationFault fault(n);
+            try {
+                replace(fileName);
+            }
+            catch (const std::bad_alloc&) {
+                hasThrown = true;
+            }
+        }
+        EXPECT_EQ(countOpenFiles(), openFiles) << "a descriptor left open would keep the lock";
+        EXPECT_EQ(folder.list(), Names{"store"});
+        if (!hasThrown)
+            break;
+    }
+    EXPECT_EQ(readFile(fileName), NEW);
+}
+
+/// The previous writer renames its file between our opening it and our lock: we lock what is the target by now.
+TEST(ReplacingFileFault, AFileThatWasRenamedMeanwhileIsNotWritten) {
+    const TemporaryFolder folder;
+    const std::string fileName = folder / "store";
+    writeFile(fileName + ".new", OLD);
+    int calls = 0;
+    {
+        const FileCallHook hook([&] {
+            if (++calls == 2) // after open
+                std::filesystem::rename(fileName + ".new", fileName);
+        });
+        ReplacingFile file(fileName);
+        EXPECT_EQ(readFile(fileName), OLD);
+        EXPECT_EQ(folder.list(), (Names{"store", "store.new"}));
+    }
+    EXPECT_EQ(readFile(fileName), OLD);
+    EXPECT_EQ(folder.list(), Names{"store"});
+}
+
+TEST(ReplacingFileFault, AKilledProcessLeavesTheOldFileOrTheNewOne) {
+    const TemporaryFolder folder;
+    const std::string fileName = folder / "store";
+    bool sawOld = false, sawNew = false;
+    for (int killedAt = 1;; ++killedAt) {
+        SCOPED_TRACE("killed at call " + std::to_string(killedAt));
+        ASSERT_LT(killedAt, 1000);
+        writeFile(fileName, OLD);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            int calls = 0;
+            const std::function<void()> killInTime = [&] {
+                if (++calls == killedAt)
+                    ::kill(::getpid(), SIGKILL);
+            };
+            const FileCallHook fileCallHook(killInTime);
+            const test::SystemCallHook writeHook(SystemCall::WRITE, killInTime);
+            const test::ShortTransfers shortTransfers(2'000);
+            replace(fileName);
+            ::_exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        const std::string content = readFile(fileName);
+        EXPECT_TRUE(content == OLD || content == NEW) << content.size() << " bytes";
+        sawOld |= content == OLD;
+        sawNew |= content == NEW;
+        if (WIFEXITED(status)) {
+            EXPECT_EQ(content, NEW);
+            EXPECT_GT(killedAt, 50);
+            break;
+        }
+        EXPECT_TRUE(content == NEW || sawNew == false) << "once the new file was in place, it stays";
+    }
+    EXPECT_TRUE(sawOld && sawNew);
+    EXPECT_EQ(folder.list(), Names{"store"}) << "the last writer took over what the killed ones left";
+}
+
+}
