@@ -49,7 +49,7 @@ const DictionaryDatatypeInspector& Dictionary::getInspector(uint8_t datatypeID) 
 Dictionary::Dictionary(const Options& options) :
     m_resourceIDWidth(options.resourceIDWidth),
     m_maxResourceID(checkMaxResourceID(options)),
-    m_memoryManager(options.memoryBudgetBytes),
+    m_memoryManager(options.memoryBudgetBytes, options.useHugePages),
     m_nextResourceID(FIRST_RESOURCE_ID),
     m_resourceData(m_memoryManager),
     m_resourceDatatypeIDs(m_memoryManager),

@@ -72,6 +72,9 @@ public:
         /// (not memory) is reserved: about 105 bytes an ID.
         uint64_t maxResourceID = 0;
 
+        /// Ask the system for huge pages; see MemoryRegion.
+        bool useHugePages = true;
+
     };
 
     struct OpenOptions {
@@ -85,6 +88,9 @@ public:
         /// Verify every bucket and every resource, so that content made to do harm is refused too; otherwise only the
         /// structure and the checksums, which is enough for a store that this system wrote.
         bool checkEveryValue = true;
+
+        /// As in Options.
+        bool useHugePages = true;
 
     };
 

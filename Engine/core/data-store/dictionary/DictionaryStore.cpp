@@ -120,6 +120,7 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     dictionaryOptions.memoryBudgetBytes = options.memoryBudgetBytes;
     dictionaryOptions.resourceIDWidth = reader.getResourceIDWidth();
     dictionaryOptions.maxResourceID = counters.m_maxResourceID;
+    dictionaryOptions.useHugePages = options.useHugePages;
     auto dictionary = std::make_unique<Dictionary>(dictionaryOptions);
     dictionary->loadSections(reader, counters);
     if (options.checkEveryValue) {

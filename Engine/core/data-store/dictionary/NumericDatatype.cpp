@@ -2,6 +2,7 @@
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "core/data-store/dictionary/NumericDatatypeBatchImpl.h"
 #include "core/data-store/dictionary/NumericDatatypeImpl.h"
 #include "core/data-store/dictionary/NumericDatatypeMaintenanceImpl.h"
 

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +41,8 @@ public:
         using Key = int64_t;
         using KeyWord = ResourceID;
 
+        static constexpr bool ENTRY_IS_IN_BUCKET = true;
+
         struct Bucket {
             std::atomic<ResourceID> m_resourceID; // padded to 8 bytes with zeroes that nobody writes
             alignas(8) int64_t m_value;
@@ -53,6 +56,8 @@ public:
         static uint64_t getEntryHash(const Bucket& bucket, KeyWord) noexcept { return getHash(bucket.m_value); }
 
         static bool isEqual(const Bucket& bucket, KeyWord, int64_t key) noexcept { return bucket.m_value == key; }
+
+        static void prefetchEntry(KeyWord) noexcept { }
 
         static void setValue(Bucket& bucket, int64_t key) noexcept { bucket.m_value = key; }
 
@@ -68,6 +73,8 @@ public:
 
         using Key = XSDDecimal;
         using KeyWord = uint64_t;
+
+        static constexpr bool ENTRY_IS_IN_BUCKET = false;
 
         struct Bucket {
             std::atomic<uint64_t> m_recordOffset;
@@ -90,6 +97,8 @@ public:
         uint64_t getEntryHash(const Bucket&, KeyWord keyWord) const noexcept { return getHash(Record::readValue(getRecord(keyWord))); }
 
         bool isEqual(const Bucket&, KeyWord keyWord, const XSDDecimal& key) const noexcept { return Record::readValue(getRecord(keyWord)) == key; }
+
+        void prefetchEntry(KeyWord keyWord) const noexcept { __builtin_prefetch(getRecord(keyWord)); }
 
         static void setValue(Bucket&, const XSDDecimal&) noexcept { }
 
@@ -129,6 +138,16 @@ public:
     uint64_t resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) override;
 
     void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) override;
+
+    /// resolveResource() for many values of one datatype, in order, with the waits for memory overlapping.
+    /// @param resourceIDs  one for each value
+    /// @throws as resolveResource() at the first value that fails: those before it are entered, those from it on are not
+    void resolveResources(DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs);
+    void resolveResources(DictionaryUsageContext* context, std::span<const XSDDecimal> values, uint64_t* resourceIDs);
+
+    /// tryResolveResource() for many values of one datatype.
+    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) const noexcept;
+    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const XSDDecimal> values, uint64_t* resourceIDs) const noexcept;
 
     void save(OutputStream& output) const override;
     void load(InputStream& input) override;

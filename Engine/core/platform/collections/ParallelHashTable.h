@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <limits>
 #include <pthread.h>
+#include <span>
 
 namespace kavix {
 
@@ -55,6 +56,7 @@ namespace kavix {
 ///   isEqual(bucket, keyWord, key)                    whether a live bucket holds the key
 ///   setValue(bucket, key), copyValue(from, to)       everything of a bucket but the key word
 ///   getResourceID(bucket, keyWord)                   of a live bucket
+///   ENTRY_IS_IN_BUCKET, prefetchEntry(keyWord)       whether isEqual() reads nothing but the bucket; fetches what else
 /// Buckets are saved as raw bytes: their layout, the hash and the markers are part of the image format.
 template<typename Policy>
 class ParallelHashTable : private Unmovable {
@@ -100,6 +102,21 @@ public:
     /// @throws as MemoryRegion if the table must grow and cannot, and whatever createEntry() throws: the key is absent
     template<typename CreateEntry>
     uint64_t findOrInsert(const Key& key, CreateEntry&& createEntry);
+
+    /// find() for many keys: resourceIDs[i] becomes what find(keys[i]) returns. Fetches ahead, so that the waits for memory
+    /// overlap; enters the table once for BATCH_SIZE keys.
+    template<typename IsVisible>
+    void findAll(std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept;
+
+    /// findOrInsert() for many keys, in order: keys are looked up together, and then the absent ones entered one after the
+    /// other. createEntry(i) is called for keys[i].
+    /// @throws as findOrInsert() at the first key that fails: the keys before it have their IDs, what is written to
+    ///         resourceIDs from it on is unspecified, and none of them was entered
+    template<typename CreateEntry>
+    void findOrInsertAll(std::span<const Key> keys, uint64_t* resourceIDs, CreateEntry createEntry);
+
+    /// How many keys a thread looks up before it lets a resize go first.
+    static constexpr size_t BATCH_SIZE = 1024;
 
     /// Marks the entry of a key deleted if it has the given key word; otherwise changes nothing. The bucket stays occupied
     /// until the table is rebuilt.
@@ -158,6 +175,7 @@ private:
     class Visit;
     class Claim;
     class ResizePreparation;
+    class Lookups;
 
     static uint64_t getThreshold(size_t numberOfBuckets) noexcept { return static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * LOAD_FACTOR); }
 
@@ -166,12 +184,19 @@ private:
         return m_threadContexts[s_currentThreadContextIndex];
     }
 
+    /// findOrInsert() for a thread that is inside and has a reservation.
+    /// @param index  where to start probing: the hash of the key, or the index of a bucket that was once found empty when
+    ///               probing for it, since the buckets before that one still do not have the key
+    template<typename CreateEntry>
+    uint64_t findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry&& createEntry);
+
     /// Loads the key word of a bucket once it is not busy.
     static KeyWord loadKeyWord(Bucket& bucket) noexcept;
 
     Bucket& getBucket(size_t index) noexcept { return m_buckets.getData()[index & m_mask]; }
 
-    void ensureReservation(ThreadContext& own);
+    /// Returns whether the table was resized meanwhile.
+    bool ensureReservation(ThreadContext& own);
 
     static void spendReservation(ThreadContext& own) noexcept { own.setFreeReservation(own.getFreeReservation() - 1); }
 
@@ -189,6 +214,9 @@ private:
     void handleResize(ThreadContext& own, size_t state) noexcept;
 
     void prepareResize();
+
+    /// Maps the pages of the new array that a chunk's entries will mostly go to.
+    void touchTargets(size_t chunk) noexcept;
 
     void moveChunk(ThreadContext& own, size_t chunk) noexcept;
 

@@ -129,7 +129,13 @@ uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry&& c
     Visit visit(*this);
     // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
     ensureReservation(visit.getContext());
-    for (size_t index = m_policy.getHash(key);;) {
+    return findOrInsertInside(visit.getContext(), key, m_policy.getHash(key), createEntry);
+}
+
+template<typename Policy>
+template<typename CreateEntry>
+uint64_t ParallelHashTable<Policy>::findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry&& createEntry) {
+    for (;;) {
         Bucket& bucket = getBucket(index);
         KeyWord keyWord = loadKeyWord(bucket);
         if (keyWord == EMPTY) {
@@ -142,7 +148,7 @@ uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry&& c
             assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
             Policy::setValue(bucket, key);
             claim.publish(entry.m_keyWord);
-            spendReservation(visit.getContext());
+            spendReservation(own);
             return entry.m_resourceID;
         }
         if (keyWord != DELETED && m_policy.isEqual(bucket, keyWord, key))
@@ -169,7 +175,8 @@ void ParallelHashTable<Policy>::markDeleted(const Key& key, KeyWord keyWord) noe
 }
 
 template<typename Policy>
-void ParallelHashTable<Policy>::ensureReservation(ThreadContext& own) {
+bool ParallelHashTable<Policy>::ensureReservation(ThreadContext& own) {
+    bool isResized = false;
     while (own.getFreeReservation() == 0) {
         // Relaxed: this only rations buckets. The threshold changes only while every other slot is stopped, and entering
         // our slot made its present value visible.
@@ -178,9 +185,12 @@ void ParallelHashTable<Policy>::ensureReservation(ThreadContext& own) {
             if (m_usedCount.compare_exchange_weak(usedCount, usedCount + RESERVATION_BATCH, std::memory_order_relaxed))
                 own.setFreeReservation(RESERVATION_BATCH);
         }
-        else
+        else {
             startHandleResize(own);
+            isResized = true;
+        }
     }
+    return isResized;
 }
 
 template<typename Policy>
@@ -408,8 +418,22 @@ void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) n
 }
 
 template<typename Policy>
+void ParallelHashTable<Policy>::touchTargets(size_t chunk) noexcept {
+    // Entries of a chunk go to about the same index, and to as much again beyond the old size. Reading an untouched page
+    // first would map a shared page of zeroes, which the write that follows replaces at great cost; an exchange that
+    // changes nothing maps the page for writing at once, whatever others do with the bucket meanwhile. Each mover
+    // touches its own targets, so page faults are shared out like the moving.
+    constexpr size_t BUCKETS_PER_PAGE = 4096 / sizeof(Bucket);
+    const size_t oldNumberOfBuckets = m_chunkCount * CHUNK_SIZE;
+    for (size_t target = chunk * CHUNK_SIZE; target <= m_mask; target += oldNumberOfBuckets)
+        for (size_t offset = 0; offset < CHUNK_SIZE; offset += BUCKETS_PER_PAGE)
+            Policy::getKeyWord(m_buckets.getData()[target + offset]).fetch_or(0, std::memory_order_relaxed); // publishes nothing
+}
+
+template<typename Policy>
 void ParallelHashTable<Policy>::moveChunk(ThreadContext& own, size_t chunk) noexcept {
     Bucket* const first = m_oldBuckets.getData() + chunk * CHUNK_SIZE;
+    touchTargets(chunk);
     for (Bucket* bucket = first; bucket != first + CHUNK_SIZE; ++bucket) {
         const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == DELETED)

@@ -17,7 +17,9 @@ class MemoryManager : private Unmovable {
 
 public:
 
-    explicit MemoryManager(uint64_t totalBytes) noexcept : m_totalBytes(totalBytes), m_freeBytes(totalBytes) { }
+    /// @param useHugePages  let large regions ask the system for huge pages, which it may grant or not; the budget is
+    ///                      charged the same
+    explicit MemoryManager(uint64_t totalBytes, bool useHugePages = false) noexcept : m_totalBytes(totalBytes), m_freeBytes(totalBytes), m_useHugePages(useHugePages) { }
 
     /// Takes bytes from the budget.
     /// @throws KavixException  "The Kavix instance has run out of memory. …": nothing was taken
@@ -44,10 +46,13 @@ public:
     /// The bytes charged; momentarily off while other threads change the budget.
     uint64_t getChargedBytes() const noexcept { return getTotalBytes() - getFreeBytes(); }
 
+    bool getUseHugePages() const noexcept { return m_useHugePages; }
+
 private:
 
     std::atomic<uint64_t> m_totalBytes;
     std::atomic<uint64_t> m_freeBytes;
+    const bool m_useHugePages;
 
 };
 

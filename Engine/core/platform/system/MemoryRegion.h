@@ -22,6 +22,9 @@ namespace kavix {
 ///  - Bytes charged to the memory manager == bytes committed, also after every failure.
 ///  - Items 0 to end - 1 are usable and were zero when they were committed; end <= maximum number of items.
 ///  - Committed bytes are whole pages and never exceed the reserved, rounded capacity.
+///  - A region that asks for huge pages makes whole huge pages accessible, so up to one of them may be accessible, and
+///    backed by memory, beyond what is committed and charged; nobody uses it before it is committed. Elsewhere the
+///    committed bytes are the accessible ones.
 /// Callers   ensureEndAtLeast, doEnsureEndAtLeast, getEnd, item access below the end: any thread. The rest: one thread,
 ///           nobody else inside.
 /// Orders    end: published by release, read by acquire; whoever sees an end can use the items below it. The committed
@@ -93,6 +96,17 @@ public:
 
 private:
 
+    static constexpr size_t HUGE_PAGE_SIZE = size_t(1) << 21;
+
+    /// Smaller regions have no room for huge pages, or waste most of them.
+    static constexpr size_t MINIMUM_BYTES_FOR_HUGE_PAGES = 2 * HUGE_PAGE_SIZE;
+
+    /// Whether a region of that many reserved bytes asks for huge pages.
+    bool wantsHugePages(size_t reservedBytes) const noexcept { return m_memoryManager.getUseHugePages() && reservedBytes >= MINIMUM_BYTES_FOR_HUGE_PAGES; }
+
+    /// Makes at least a number of bytes accessible; returns false and sets errno if the system refuses.
+    bool tryMakeAccessible(size_t numberOfBytes) noexcept;
+
     size_t roundToPages(size_t numberOfBytes) const noexcept {
         return numberOfBytes == 0 ? 0 : (((numberOfBytes - 1) >> m_pageSizeShift) + 1) << m_pageSizeShift;
     }
@@ -104,6 +118,7 @@ private:
     MemoryManager& m_memoryManager;
     size_t m_maximumNumberOfItems;
     std::atomic<size_t> m_committedBytes; // written under the lock, or alone
+    size_t m_accessibleBytes;             // used under the lock, or alone
 
 };
 

@@ -20,7 +20,8 @@ MemoryRegion<T>::MemoryRegion(MemoryManager& memoryManager) noexcept :
     m_pageSizeShift(static_cast<uint8_t>(std::bit_width(getVMPageSize()) - 1)),
     m_memoryManager(memoryManager),
     m_maximumNumberOfItems(0),
-    m_committedBytes(0)
+    m_committedBytes(0),
+    m_accessibleBytes(0)
 {
 }
 
@@ -34,6 +35,7 @@ void MemoryRegion<T>::deinitialize() noexcept {
         m_committedBytes.store(0, std::memory_order_relaxed);
         m_end.store(0, std::memory_order_relaxed);
         m_maximumNumberOfItems = 0;
+        m_accessibleBytes = 0;
     }
 }
 
@@ -52,6 +54,25 @@ void MemoryRegion<T>::initialize(size_t maximumNumberOfItems) {
     if (m_data == nullptr)
         Errors::throwCannotReserveAddressSpace(errno, reservedBytes);
     m_maximumNumberOfItems = maximumNumberOfItems;
+    if (wantsHugePages(reservedBytes))
+        VirtualMemory::adviseHugePages(m_data, reservedBytes);
+}
+
+template<typename T>
+bool MemoryRegion<T>::tryMakeAccessible(size_t numberOfBytes) noexcept {
+    if (numberOfBytes <= m_accessibleBytes)
+        return true;
+    const size_t reservedBytes = roundToPages(m_maximumNumberOfItems * sizeof(T));
+    uint8_t* const bytes = reinterpret_cast<uint8_t*>(m_data);
+    if (wantsHugePages(reservedBytes)) {
+        // To the end of a huge page by address: a page fault gets a huge page only where all of it is accessible.
+        const uintptr_t address = reinterpret_cast<uintptr_t>(bytes + numberOfBytes);
+        numberOfBytes = std::min(reservedBytes, numberOfBytes + static_cast<size_t>(-address % HUGE_PAGE_SIZE));
+    }
+    if (!VirtualMemory::commit(bytes + m_accessibleBytes, numberOfBytes - m_accessibleBytes))
+        return false;
+    m_accessibleBytes = numberOfBytes;
+    return true;
 }
 
 template<typename T>
@@ -65,7 +86,7 @@ void MemoryRegion<T>::doEnsureEndAtLeast(size_t n) {
     const size_t oldCommittedBytes = m_committedBytes.load(std::memory_order_relaxed);
     const size_t newCommittedBytes = roundToPages(n * sizeof(T)); // cannot wrap: n is within the reserved capacity
     MemoryCharge charge(m_memoryManager, newCommittedBytes - oldCommittedBytes);
-    if (!VirtualMemory::commit(reinterpret_cast<uint8_t*>(m_data) + oldCommittedBytes, newCommittedBytes - oldCommittedBytes))
+    if (!tryMakeAccessible(newCommittedBytes))
         Errors::throwCannotCommitMemory(errno);
     charge.keep();
     m_committedBytes.store(newCommittedBytes, std::memory_order_relaxed);
@@ -83,10 +104,14 @@ void MemoryRegion<T>::truncate(size_t n) noexcept {
     const size_t committedBytes = m_committedBytes.load(std::memory_order_relaxed);
     if (committedBytes > keptBytes) {
         // If the system keeps the pages, they are zero at least when they are used again, as new ones would be.
-        if (!VirtualMemory::decommit(bytes + keptBytes, committedBytes - keptBytes))
+        if (VirtualMemory::decommit(bytes + keptBytes, m_accessibleBytes - keptBytes))
+            m_accessibleBytes = keptBytes;
+        else
             std::memset(bytes + keptBytes, 0, committedBytes - keptBytes);
         m_memoryManager.release(committedBytes - keptBytes);
         m_committedBytes.store(keptBytes, std::memory_order_relaxed);
+        if (const size_t reservedBytes = roundToPages(m_maximumNumberOfItems * sizeof(T)); wantsHugePages(reservedBytes))
+            VirtualMemory::adviseHugePages(bytes + keptBytes, reservedBytes - keptBytes); // fresh address space forgot it
     }
     const size_t zeroEnd = std::min(oldEnd * sizeof(T), keptBytes);
     std::memset(bytes + n * sizeof(T), 0, zeroEnd - n * sizeof(T));
@@ -105,6 +130,7 @@ void MemoryRegion<T>::swapContents(MemoryRegion& other) noexcept {
     swapAtomics(m_end, other.m_end);
     std::swap(m_maximumNumberOfItems, other.m_maximumNumberOfItems);
     swapAtomics(m_committedBytes, other.m_committedBytes);
+    std::swap(m_accessibleBytes, other.m_accessibleBytes);
 }
 
 template<typename T>

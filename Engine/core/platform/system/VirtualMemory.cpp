@@ -17,6 +17,10 @@ bool decommit(void* address, size_t length) noexcept {
     return ::mmap(address, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 
+void adviseHugePages(void* address, size_t length) noexcept {
+    ::madvise(address, length, MADV_HUGEPAGE);
+}
+
 void release(void* address, size_t length) noexcept {
     ::munmap(address, length);
 }

@@ -15,6 +15,9 @@ bool commit(void* address, size_t length) noexcept;
 /// Gives the pages back and leaves inaccessible address space. Returns false if the system refused: all is as before.
 bool decommit(void* address, size_t length) noexcept;
 
+/// Asks the system to use huge pages where the range has room for them. It may or may not; nothing else changes.
+void adviseHugePages(void* address, size_t length) noexcept;
+
 /// Gives address space and pages back.
 void release(void* address, size_t length) noexcept;
 

@@ -1,0 +1,150 @@
+#pragma once
+
+#include "core/platform/collections/ParallelHashTableImpl.h"
+
+#include <algorithm>
+#include <array>
+
+namespace kavix {
+
+/// Look-ups of many keys whose waits for memory overlap: some dozens are under way at any time. One that needs a line that
+/// may not be in the cache asks for it and lets the others go first; when its turn comes again the line is there.
+template<typename Policy>
+class ParallelHashTable<Policy>::Lookups : private Unmovable {
+
+public:
+
+    /// @param resourceIDs   gets the resource ID of each key, or 0
+    /// @param emptyBuckets  gets, for each absent key, the index of the empty bucket that ended its search; may be null
+    Lookups(ParallelHashTable& table, std::span<const Key> keys, uint64_t* resourceIDs, size_t* emptyBuckets) noexcept :
+        m_policy(table.m_policy),
+        m_buckets(table.m_buckets.getData()),
+        m_mask(table.m_mask),
+        m_keys(keys),
+        m_resourceIDs(resourceIDs),
+        m_emptyBuckets(emptyBuckets)
+    {
+    }
+
+    template<typename IsVisible>
+    void run(IsVisible isVisible) noexcept {
+        size_t next = 0;
+        size_t numberUnderWay = 0;
+        while (next < m_keys.size() && numberUnderWay < MAX_UNDER_WAY)
+            start(m_underWay[numberUnderWay++], next++);
+        while (numberUnderWay != 0)
+            for (size_t position = 0; position < numberUnderWay;) {
+                Lookup& lookup = m_underWay[position];
+                if (!advance(lookup, isVisible))
+                    ++position;
+                else if (next < m_keys.size())
+                    start(m_underWay[position++], next++);
+                else
+                    lookup = m_underWay[--numberUnderWay];
+            }
+    }
+
+private:
+
+    static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page, so lines do not share buckets
+    static constexpr size_t BUCKETS_PER_LINE = LINE_SIZE / sizeof(Bucket);
+    static constexpr size_t MAX_UNDER_WAY = 48; // more than a processor has outstanding reads
+
+    struct Lookup {
+        size_t m_index;        // of the bucket to look at next
+        uint32_t m_keyNumber;
+        bool m_isEntryFetched; // of that bucket
+    };
+
+    void start(Lookup& lookup, size_t keyNumber) noexcept {
+        lookup.m_keyNumber = static_cast<uint32_t>(keyNumber);
+        lookup.m_isEntryFetched = false;
+        goTo(lookup, m_policy.getHash(m_keys[keyNumber]));
+    }
+
+    void goTo(Lookup& lookup, size_t index) noexcept {
+        lookup.m_index = index & m_mask;
+        __builtin_prefetch(&m_buckets[lookup.m_index]);
+    }
+
+    void finishPresent(const Lookup& lookup, uint64_t resourceID) noexcept { m_resourceIDs[lookup.m_keyNumber] = resourceID; }
+
+    void finishAbsent(const Lookup& lookup, size_t index) noexcept {
+        m_resourceIDs[lookup.m_keyNumber] = 0;
+        if (m_emptyBuckets != nullptr)
+            m_emptyBuckets[lookup.m_keyNumber] = index;
+    }
+
+    /// Goes on until it would have to wait; returns whether the look-up is done.
+    template<typename IsVisible>
+    bool advance(Lookup& lookup, IsVisible& isVisible) noexcept {
+        const Key& key = m_keys[lookup.m_keyNumber];
+        for (size_t index = lookup.m_index;;) {
+            Bucket& bucket = m_buckets[index];
+            const KeyWord keyWord = loadKeyWord(bucket);
+            if (keyWord == EMPTY) {
+                finishAbsent(lookup, index);
+                return true;
+            }
+            if (keyWord != DELETED && isVisible(keyWord)) {
+                if constexpr (!Policy::ENTRY_IS_IN_BUCKET) {
+                    lookup.m_isEntryFetched = !lookup.m_isEntryFetched;
+                    if (lookup.m_isEntryFetched) {
+                        m_policy.prefetchEntry(keyWord);
+                        lookup.m_index = index;
+                        return false;
+                    }
+                }
+                if (m_policy.isEqual(bucket, keyWord, key)) {
+                    finishPresent(lookup, m_policy.getResourceID(bucket, keyWord));
+                    return true;
+                }
+            }
+            index = (index + 1) & m_mask;
+            if (index % BUCKETS_PER_LINE == 0) {
+                goTo(lookup, index);
+                return false;
+            }
+        }
+    }
+
+    const Policy& m_policy;
+    Bucket* const m_buckets;
+    const size_t m_mask;
+    const std::span<const Key> m_keys;
+    uint64_t* const m_resourceIDs;
+    size_t* const m_emptyBuckets;
+    std::array<Lookup, MAX_UNDER_WAY> m_underWay;
+
+};
+
+template<typename Policy>
+template<typename IsVisible>
+void ParallelHashTable<Policy>::findAll(std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept {
+    for (size_t first = 0; first < keys.size(); first += BATCH_SIZE) {
+        const Visit visit(*this);
+        Lookups(*this, keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE)), resourceIDs + first, nullptr).run(isVisible);
+    }
+}
+
+template<typename Policy>
+template<typename CreateEntry>
+void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint64_t* resourceIDs, CreateEntry createEntry) {
+    size_t emptyBuckets[BATCH_SIZE];
+    for (size_t first = 0; first < keys.size(); first += BATCH_SIZE) {
+        const std::span<const Key> batch = keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE));
+        Visit visit(*this);
+        Lookups(*this, batch, resourceIDs + first, emptyBuckets).run([](KeyWord) { return true; });
+        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A key that another
+        // thread, or an earlier place of this batch, has entered meanwhile is found.
+        bool isResized = false;
+        for (size_t index = 0; index < batch.size(); ++index)
+            if (resourceIDs[first + index] == 0) {
+                isResized |= ensureReservation(visit.getContext()); // the empty buckets were those of the old array
+                const size_t start = isResized ? m_policy.getHash(batch[index]) : emptyBuckets[index];
+                resourceIDs[first + index] = findOrInsertInside(visit.getContext(), batch[index], start, [&] { return createEntry(first + index); });
+            }
+    }
+}
+
+}
