@@ -27,6 +27,11 @@ void DataPool::setEnd(uint64_t end) {
     m_nextOffset.store(end, std::memory_order_relaxed); // relaxed: nobody else is inside
 }
 
+void DataPool::clear() noexcept {
+    m_bytes.truncate(0);
+    m_nextOffset.store(FIRST_OFFSET, std::memory_order_relaxed); // relaxed: nobody else is inside
+}
+
 void DataPool::swapContents(DataPool& other) noexcept {
     m_bytes.swapContents(other.m_bytes);
     // Relaxed: nobody else is inside.

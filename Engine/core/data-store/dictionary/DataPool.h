@@ -35,6 +35,9 @@ public:
     /// @throws as MemoryRegion::doEnsureEndAtLeast(): the end is unchanged
     void setEnd(uint64_t end);
 
+    /// Makes the pool empty and gives its pages back; nobody else may be inside.
+    void clear() noexcept;
+
     /// Exchanges the contents of two pools of one memory manager; nobody else may be inside.
     void swapContents(DataPool& other) noexcept;
 

@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
+#include "core/data-store/dictionary/DictionaryCompactionState.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 #include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/DictionaryFamilies.h"
@@ -242,12 +243,14 @@ void Dictionary::endTransaction() noexcept {
     m_writerGate.open();
 }
 
-void Dictionary::reinitialize() {
+void Dictionary::removeEverything() {
+    // A compaction that keeps nothing needs no memory, so this cannot fail.
+    const DictionaryCompactionState nothing(m_memoryManager, 0);
     for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
-        dictionaryDatatype->initialize(m_maxResourceID, 0);
+        dictionaryDatatype->finishCompact(nothing);
     m_resourceData.truncate(0);
     m_resourceDatatypeIDs.truncate(0);
-    m_dataPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
+    m_dataPool.clear();
     m_nextResourceID.store(FIRST_RESOURCE_ID, std::memory_order_relaxed); // relaxed: nobody else is inside
 }
 

@@ -216,8 +216,8 @@ private:
 
     void endTransaction() noexcept;
 
-    /// Makes the dictionary empty; nobody else is inside.
-    void reinitialize();
+    /// Makes the dictionary empty, whose tables have buckets; nobody else is inside. The calling thread has a slot.
+    void removeEverything();
 
     /// Takes back every resource from an ID on.
     void deleteResourcesFrom(uint64_t firstResourceID);

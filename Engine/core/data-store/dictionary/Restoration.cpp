@@ -12,6 +12,21 @@
 
 namespace kavix {
 
+/// Ends the transaction of the dictionary at the end of the scope.
+class Restoration::EndOfTransaction : private Unmovable {
+
+public:
+
+    explicit EndOfTransaction(Dictionary& dictionary) noexcept : m_dictionary(dictionary) { }
+
+    ~EndOfTransaction() { m_dictionary.endTransaction(); }
+
+private:
+
+    Dictionary& m_dictionary;
+
+};
+
 Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByDatatypeID) :
     m_dictionary(dictionary),
     m_isRunning(false),
@@ -31,8 +46,10 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
             dictionaryDatatype->restoreEmpty(countsByDatatypeID);
     }
     catch (...) {
-        m_dictionary.reinitialize();
-        m_dictionary.endTransaction();
+        // A table that could not be sized has no buckets. If not even the smallest ones can be had, that error goes out.
+        const EndOfTransaction end(m_dictionary);
+        for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionary.m_dictionaryDatatypes)
+            dictionaryDatatype->initialize(m_dictionary.m_maxResourceID, 0);
         throw;
     }
     m_isRunning = true;
@@ -40,7 +57,7 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
 
 Restoration::~Restoration() {
     if (m_isRunning) {
-        m_dictionary.reinitialize();
+        m_dictionary.removeEverything();
         m_dictionary.endTransaction();
     }
 }

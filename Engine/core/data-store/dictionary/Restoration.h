@@ -29,7 +29,8 @@ public:
     ///                         empty
     Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByDatatypeID);
 
-    /// Takes everything back unless finished.
+    /// Takes everything back unless finished. The thread must have a thread slot or be able to get one, as the one that
+    /// began has; otherwise the process ends.
     ~Restoration();
 
     /// Enters a literal under an ID.
@@ -43,6 +44,8 @@ public:
     void finish();
 
 private:
+
+    class EndOfTransaction;
 
     Dictionary& m_dictionary;
     bool m_isRunning;

@@ -426,8 +426,10 @@ void ParallelHashTable<Policy>::touchTargets(size_t chunk) noexcept {
     constexpr size_t BUCKETS_PER_PAGE = 4096 / sizeof(Bucket);
     const size_t oldNumberOfBuckets = m_chunkCount * CHUNK_SIZE;
     for (size_t target = chunk * CHUNK_SIZE; target <= m_mask; target += oldNumberOfBuckets)
-        for (size_t offset = 0; offset < CHUNK_SIZE; offset += BUCKETS_PER_PAGE)
-            Policy::getKeyWord(m_buckets.getData()[target + offset]).fetch_or(0, std::memory_order_relaxed); // publishes nothing
+        for (size_t offset = 0; offset < CHUNK_SIZE; offset += BUCKETS_PER_PAGE) {
+            KeyWord expected = EMPTY; // not an operation such as "or 0", which compilers may replace by a load
+            Policy::getKeyWord(m_buckets.getData()[target + offset]).compare_exchange_strong(expected, EMPTY, std::memory_order_relaxed, std::memory_order_relaxed); // publishes nothing
+        }
 }
 
 template<typename Policy>
