@@ -1,0 +1,104 @@
+#include "support/NumericBatches.h"
+#include "support/NumericImage.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kavix::test {
+
+namespace {
+
+template<typename Kit>
+class NumericDatatypeBatchProperty : public ::testing::Test { };
+
+TYPED_TEST_SUITE(NumericDatatypeBatchProperty, AllBatchKits, BatchKitNames);
+
+TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAMapDoes) {
+    using Kit = TypeParam;
+    for (const unsigned seed : {1u, 2u, 3u, 4u, 5u, 6u}) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937_64 random(seed);
+        typename Kit::Store store;
+        store.initialize();
+        std::map<uint64_t, uint64_t> model; // the ID of each number
+        uint64_t nextResourceID = 1;
+        uint64_t range = 50;
+        for (int step = 0; step < 120; ++step) {
+            range += random() % 100;
+            const size_t n = random() % 8 == 0 ? 1000 + random() % 1200 : random() % 120;
+            std::vector<uint64_t> numbers;
+            for (size_t i = 0; i < n; ++i)
+                numbers.push_back(random() % range);
+            // Three values to a hash.
+            std::vector<typename Kit::Value> values;
+            for (const uint64_t number : numbers)
+                values.push_back(Kit::makeValueWithHash(number / 3 * 5 + (number % 3 << 20)));
+            const auto getID = [&](uint64_t number) {
+                const auto found = model.find(number);
+                return found == model.end() ? 0 : found->second;
+            };
+            const unsigned operation = random() % 8;
+            if (operation < 4) {
+                std::vector<uint64_t> expected;
+                for (const uint64_t number : numbers) {
+                    if (model.emplace(number, nextResourceID).second)
+                        ++nextResourceID;
+                    expected.push_back(model[number]);
+                }
+                ASSERT_EQ(operation == 0 ? Kit::resolveSingly(store, nullptr, values) : Kit::resolveAll(store, nullptr, values), expected);
+                for (size_t i = 0; i < n; ++i)
+                    Kit::expectPublished(store, expected[i], values[i]);
+            }
+            else if (operation < 7) {
+                const Visibility visibility{operation == 4 ? UINT64_MAX : random() % (nextResourceID + 1), UINT64_MAX};
+                std::vector<uint64_t> expected;
+                for (const uint64_t number : numbers)
+                    expected.push_back(getID(number) < visibility.first ? getID(number) : 0);
+                ASSERT_EQ(Kit::tryResolveAll(store, values, visibility), expected);
+            }
+            else
+                for (size_t i = 0; i < n / 2; ++i)
+                    if (const uint64_t resourceID = getID(numbers[i]); resourceID != 0) {
+                        store.m_dictionary->deleteUncommittedResourceID(ALL_VISIBLE, resourceID, Kit::DATATYPE_ID);
+                        model.erase(numbers[i]);
+                    }
+            ASSERT_EQ(store.m_nextResourceID.load(), nextResourceID);
+        }
+        const NumericImage image = saveToImage(*store.m_dictionary);
+        checkTables<typename Kit::ResourceID>(image);
+        const ImageTable& table = image[Kit::DATATYPE_ID];
+        EXPECT_EQ(table.m_usedCount - table.sumFreeReservations() - table.m_deletedCount, model.size());
+        EXPECT_GT(table.m_numberOfBuckets, 2048u);
+    }
+}
+
+TYPED_TEST(NumericDatatypeBatchProperty, HowAListIsCutIntoBatchesDoesNotMatter) {
+    using Kit = TypeParam;
+    std::mt19937_64 random(11);
+    std::vector<typename Kit::Value> values;
+    for (int i = 0; i < 8000; ++i)
+        values.push_back(Kit::makeValue(random() % 6000));
+    typename Kit::Store single;
+    const std::vector<uint64_t> expected = Kit::resolveSingly(single.initialize(), nullptr, values);
+    for (const size_t size : {1u, 2u, 3u, 47u, 48u, 49u, 100u, 1023u, 1024u, 1025u, 2048u, 8000u}) {
+        SCOPED_TRACE(size);
+        typename Kit::Store store;
+        store.initialize();
+        std::vector<uint64_t> resourceIDs(values.size());
+        for (size_t first = 0; first < values.size(); first += size)
+            Kit::resolveAll(store, nullptr, std::span(values).subspan(first, std::min(size, values.size() - first)), resourceIDs.data() + first);
+        EXPECT_EQ(resourceIDs, expected);
+        Kit::expectSameResources(single, store);
+    }
+}
+
+}
+
+}

@@ -1,0 +1,79 @@
+#include "core/platform/errors/SystemCallException.h"
+#include "core/platform/system/MemoryRegion.h"
+#include "core/platform/system/VMPageSize.h"
+#include "support/MemoryStreams.h"
+#include "support/SystemCallInjection.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace kavix {
+
+using test::SystemCall;
+using test::SystemCallFault;
+
+namespace {
+
+constexpr size_t HUGE = size_t(1) << 21;
+
+}
+
+TEST(MemoryRegionHugePageFault, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
+    const size_t page = getVMPageSize();
+    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT}) {
+        uint64_t n = 1;
+        for (bool wasHit = true; wasHit; ++n) {
+            SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n));
+            MemoryManager memoryManager(64 * HUGE, true);
+            MemoryRegion<uint8_t> region(memoryManager);
+            const struct { std::function<void()> act; size_t end; } steps[] = {
+                {[&] { region.initialize(5 * HUGE + 3 * page); }, 0},
+                {[&] { region.ensureEndAtLeast(1); }, page},
+                {[&] { region.ensureEndAtLeast(HUGE + 1); }, HUGE + page},
+                {[&] { region.ensureEndAtLeast(3 * HUGE); }, 3 * HUGE},
+                {[&] { region.truncate(HUGE + 1); }, HUGE + page}, // a refused decommit is no error
+                {[&] { region.ensureEndAtLeast(2 * HUGE + page); }, 2 * HUGE + page},
+                {[&] { region.truncate(page + 7); }, 2 * page},
+                {[&] { region.truncate(0); }, 0},
+                {[&] { region.ensureEndAtLeast(5 * HUGE + 3 * page); }, 5 * HUGE + 3 * page},
+            };
+            const SystemCallFault fault(systemCall, n, ENOMEM);
+            std::vector<uint8_t> model;
+            for (const auto& step : steps) {
+                const size_t endBefore = region.getEnd();
+                try {
+                    step.act();
+                }
+                catch (const SystemCallException& exception) {
+                    EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
+                    ASSERT_EQ(region.getEnd(), endBefore);
+                    ASSERT_EQ(region.getCommittedBytes(), endBefore);
+                    ASSERT_EQ(memoryManager.getChargedBytes(), endBefore);
+                    ASSERT_TRUE(std::equal(model.begin(), model.end(), region.getData()));
+                    step.act();
+                }
+                ASSERT_EQ(region.getEnd(), step.end);
+                ASSERT_EQ(region.getCommittedBytes(), step.end);
+                ASSERT_EQ(memoryManager.getChargedBytes(), step.end);
+                if (step.end < endBefore)
+                    std::fill(model.begin() + static_cast<ptrdiff_t>(&step == &steps[4] ? HUGE + 1 : &step == &steps[6] ? page + 7 : 0), model.end(), uint8_t(0));
+                model.resize(step.end, 0); // new bytes are zero, whether they are new pages or kept ones
+                ASSERT_EQ(std::memcmp(model.data(), region.getData(), model.size()), 0);
+                std::fill(model.begin(), model.end(), uint8_t(&step - steps + 1));
+                if (!model.empty())
+                    std::memcpy(region.getData(), model.data(), model.size());
+            }
+            wasHit = fault.wasHit();
+        }
+        EXPECT_EQ(n, systemCall == SystemCall::MMAP ? 6u : 7u); // a reservation and three truncations; five growths at most
+    }
+}
+
+}
