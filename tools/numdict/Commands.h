@@ -15,7 +15,10 @@ struct ImportCommand {
     std::string m_format;             // empty: by extension
     unsigned m_numberOfThreads = 0;   // 0: as many as there are processors
     std::string m_memory;             // empty: half of the machine's
-    unsigned m_resourceIDWidth = 32;
+    unsigned m_resourceIDWidth = 0;   // 0: that of the store, or 32
+    std::string m_storePath;          // empty: the dictionary ends with the program
+    bool m_isDryRun = false;
+    bool m_isTrusted = false;
     bool m_isStrict = false;
     bool m_isTrimming = false;
     bool m_isJSON = false;

@@ -2,19 +2,21 @@
 #include "numdict/Failures.h"
 #include "numdict/Import.h"
 #include "numdict/LiteralDescription.h"
+#include "numdict/MemoryBudget.h"
 #include "numdict/ProgressDisplay.h"
 #include "numdict/ReportPrinter.h"
-#include "numdict/Sizes.h"
 #include "numdict/StandardOutput.h"
+#include "numdict/StoreFile.h"
 #include "core/data-store/dictionary/Dictionary.h"
-
-#include <unistd.h>
+#include "core/platform/stream/ReplacingFile.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -25,8 +27,6 @@ namespace {
 
 /// A dictionary serves 256 threads; the program's first thread may be one more than the workers.
 constexpr unsigned MAXIMUM_NUMBER_OF_THREADS = 255;
-
-constexpr uint64_t MINIMUM_DEFAULT_BUDGET = uint64_t(1) << 30;
 
 std::vector<InputFile> makeInputFiles(const ImportCommand& command) {
     std::optional<RDFFormat> format;
@@ -52,24 +52,43 @@ std::vector<InputFile> makeInputFiles(const ImportCommand& command) {
     return files;
 }
 
-uint64_t getMemoryBudget(const ImportCommand& command) {
-    if (command.m_memory.empty()) {
-        const auto pages = static_cast<uint64_t>(std::max(0L, ::sysconf(_SC_PHYS_PAGES)));
-        const auto pageSize = static_cast<uint64_t>(std::max(0L, ::sysconf(_SC_PAGESIZE)));
-        return std::max(MINIMUM_DEFAULT_BUDGET, pages * pageSize / 2);
-    }
-    const std::optional<uint64_t> budget = tryParseSize(command.m_memory);
-    if (!budget)
-        throw UsageError(fmt::format("import: --memory '{}' is no size; write 512M, 2G, 2GiB or a number of bytes", command.m_memory));
-    return *budget;
-}
-
 unsigned getNumberOfThreads(const ImportCommand& command) {
     if (command.m_numberOfThreads > MAXIMUM_NUMBER_OF_THREADS)
         throw UsageError(fmt::format("import: --threads can be 1 to {}", MAXIMUM_NUMBER_OF_THREADS));
     if (command.m_numberOfThreads != 0)
         return command.m_numberOfThreads;
     return std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
+}
+
+/// What can be said about the store before anything is done.
+void checkStorePath(const ImportCommand& command) {
+    if (command.m_storePath.empty())
+        return;
+    std::error_code error;
+    if (std::filesystem::exists(command.m_storePath, error)) {
+        checkStoreExists("import", command.m_storePath);
+        for (const std::string& path : command.m_paths)
+            if (path != "-" && std::filesystem::equivalent(path, command.m_storePath, error))
+                throw UsageError(fmt::format("import: '{}' cannot be both a file to read and the store", path));
+    }
+    if (command.m_rejectedPath == command.m_storePath)
+        throw UsageError("import: --rejected and --store need different files");
+}
+
+/// The dictionary to import into: that of the store, or a new one.
+std::unique_ptr<Dictionary> makeDictionary(const ImportCommand& command) {
+    const uint64_t budget = getMemoryBudget("import", command.m_memory);
+    std::error_code error;
+    if (!command.m_storePath.empty() && std::filesystem::exists(command.m_storePath, error)) {
+        const auto width = static_cast<unsigned>(readResourceIDWidth(command.m_storePath));
+        if (command.m_resourceIDWidth != 0 && command.m_resourceIDWidth != width)
+            throw UsageError(fmt::format("import: '{}' has resource IDs of {} bits, not {}; leave --id-width out", command.m_storePath, width, command.m_resourceIDWidth));
+        return openStoreFile(command.m_storePath, budget, StoreOptions{command.m_memory, command.m_isTrusted, command.m_isQuiet});
+    }
+    Dictionary::Options options;
+    options.memoryBudgetBytes = budget;
+    options.resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
+    return std::make_unique<Dictionary>(options);
 }
 
 /// Answers the look-ups; returns whether all were found.
@@ -106,23 +125,44 @@ int runImportCommand(const ImportCommand& command) {
     options.m_collectorOptions.m_isTrimming = command.m_isTrimming;
     options.m_rejectedPath = command.m_rejectedPath;
 
-    Dictionary::Options dictionaryOptions;
-    dictionaryOptions.memoryBudgetBytes = getMemoryBudget(command);
-    dictionaryOptions.resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
-    Dictionary dictionary(dictionaryOptions);
+    const bool hasStore = !command.m_storePath.empty();
+    checkStorePath(command);
+    std::optional<ReplacingFile> newStore;
+    if (hasStore && !command.m_isDryRun)
+        newStore.emplace(command.m_storePath); // locked before the old one is read, so that nobody's import in between is lost
+    const std::unique_ptr<Dictionary> dictionary = makeDictionary(command);
+    const uint64_t valuesBefore = hasStore ? countResources(*dictionary) : 0;
 
     ImportReport report;
     {
         ImportProgress progress;
-        Import import(dictionary, std::move(options), progress);
+        Import import(*dictionary, std::move(options), progress);
         std::optional<ProgressDisplay> display;
         if (!command.m_isQuiet)
             display.emplace(progress);
         report = import.run();
     }
+    std::exception_ptr failure;
+    if (hasStore) {
+        std::error_code error;
+        StoreOutcome& store = report.m_store.emplace();
+        store.m_path = command.m_storePath;
+        store.m_isNew = !std::filesystem::exists(command.m_storePath, error);
+        store.m_values = report.m_total.m_distinctValues;
+        store.m_newValues = store.m_values - valuesBefore;
+        if (newStore && !report.m_limitMessage && !report.m_isStoppedByStrict) {
+            try {
+                store.m_bytes = saveStoreFile(*dictionary, *newStore, command.m_isQuiet);
+                store.m_isWritten = true;
+            }
+            catch (...) {
+                failure = std::current_exception(); // the report is worth having all the same
+            }
+        }
+    }
     writeStandardOutput(command.m_isJSON ? formatReportAsJSON(report) : formatReport(report));
     std::string answers;
-    const bool areAllFound = lookUp(command, dictionary, answers);
+    const bool areAllFound = lookUp(command, *dictionary, answers);
     if (command.m_isJSON)
         std::fputs(answers.c_str(), stderr); // standard output holds one object and nothing else
     else if (!answers.empty())
@@ -131,6 +171,11 @@ int runImportCommand(const ImportCommand& command) {
         std::fputs(fmt::format("numdict: the import was stopped. {}\n", *report.m_limitMessage).c_str(), stderr);
     else if (report.m_isStoppedByStrict)
         std::fputs("numdict: the import was stopped at the first fault (--strict); the figures cover what was read until then\n", stderr);
+    flushStandardOutput(); // before the store, so that it is as it was if this fails
+    if (failure)
+        std::rethrow_exception(failure);
+    if (report.m_store && report.m_store->m_isWritten)
+        newStore->commit();
     const int exitCode = report.getExitCode();
     return exitCode == EXIT_ALL_WELL && !areAllFound ? EXIT_DAMAGED_INPUT : exitCode;
 }

@@ -103,6 +103,16 @@ struct ImportCounts {
     void add(ImportCounts&& other);
 };
 
+/// What became of the store that was imported into.
+struct StoreOutcome {
+    std::string m_path;
+    bool m_isNew = false;
+    bool m_isWritten = false;   // false: it is as it was
+    uint64_t m_values = 0;      // which it would have, if it was not written
+    uint64_t m_newValues = 0;
+    uint64_t m_bytes = 0;       // 0 if it was not written
+};
+
 /// What an import found and took.
 struct ImportReport {
     std::vector<std::string> m_paths;
@@ -115,6 +125,7 @@ struct ImportReport {
     uint64_t m_memoryUsedBytes = 0;
     std::optional<std::string> m_limitMessage; // why the import stopped early, if a limit was reached
     bool m_isStoppedByStrict = false;
+    std::optional<StoreOutcome> m_store;
 
     uint64_t getStatements() const noexcept;
 

@@ -42,7 +42,7 @@ bool LineBlocks::doNext(LineBlock& block) {
     size_t limit = std::max(m_blockSize, m_carry.size());
     if (block.m_bytes.size() <= limit)
         block.m_bytes.resize(limit + 1);
-    std::memcpy(block.m_bytes.data(), m_carry.data(), m_carry.size());
+    std::copy(m_carry.begin(), m_carry.end(), block.m_bytes.begin());
     size_t length = m_carry.size();
     size_t linesEnd = 0; // behind the last line end
     m_carry.clear();

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <utility>
 
 namespace kavix::numdict {
 
@@ -23,7 +24,12 @@ std::string formatProgress(uint64_t fileBytesRead, uint64_t totalFileBytes, uint
 }
 
 ProgressDisplay::ProgressDisplay(const ImportProgress& progress) :
-    m_progress(progress),
+    ProgressDisplay([&progress](double seconds) { return formatProgress(progress.m_fileBytesRead.load(std::memory_order_relaxed), progress.m_totalFileBytes, progress.m_literals.load(std::memory_order_relaxed), seconds); })
+{
+}
+
+ProgressDisplay::ProgressDisplay(std::function<std::string(double)> describe) :
+    m_describe(std::move(describe)),
     m_isTerminal(::isatty(STDERR_FILENO) == 1),
     m_start(std::chrono::steady_clock::now()),
     m_hasEnded(false),
@@ -47,7 +53,7 @@ void ProgressDisplay::run() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_ended.wait_for(lock, interval, [this] { return m_hasEnded; })) {
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-        const std::string text = formatProgress(m_progress.m_fileBytesRead.load(std::memory_order_relaxed), m_progress.m_totalFileBytes, m_progress.m_literals.load(std::memory_order_relaxed), seconds);
+        const std::string text = m_describe(seconds);
         std::fputs((m_isTerminal ? "\r\033[K" + text : "numdict: " + text + "\n").c_str(), stderr);
     }
 }

@@ -5,19 +5,23 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 
 namespace kavix::numdict {
 
-/// Shows on standard error how far an import is, from a thread of its own, until it is destroyed: a line that is
-/// rewritten on a terminal, otherwise a new line every ten seconds.
+/// Shows on standard error how far an import, or other long work, is, from a thread of its own, until it is destroyed: a
+/// line that is rewritten on a terminal, otherwise a new line every ten seconds.
 class ProgressDisplay : private Unmovable {
 
 public:
 
     explicit ProgressDisplay(const ImportProgress& progress);
+
+    /// @param describe  called from the display's thread with the seconds that have passed; returns what to show
+    explicit ProgressDisplay(std::function<std::string(double seconds)> describe);
 
     ~ProgressDisplay();
 
@@ -25,7 +29,7 @@ private:
 
     void run();
 
-    const ImportProgress& m_progress;
+    const std::function<std::string(double)> m_describe;
     const bool m_isTerminal;
     const std::chrono::steady_clock::time_point m_start;
     std::mutex m_mutex;

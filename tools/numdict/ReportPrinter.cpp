@@ -1,47 +1,15 @@
 #include "numdict/ReportPrinter.h"
 
 #include "numdict/Sizes.h"
+#include "numdict/TextTable.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <string_view>
-#include <vector>
 
 namespace kavix::numdict {
 
 namespace {
-
-/// Rows of cells in aligned columns: the first to the left, the others to the right.
-class Table {
-
-public:
-
-    void addRow(std::vector<std::string>&& cells) { m_rows.push_back(std::move(cells)); }
-
-    std::string format() const {
-        std::vector<size_t> widths;
-        for (const std::vector<std::string>& row : m_rows) {
-            widths.resize(std::max(widths.size(), row.size()));
-            for (size_t column = 0; column < row.size(); ++column)
-                widths[column] = std::max(widths[column], row[column].size());
-        }
-        std::string text;
-        for (const std::vector<std::string>& row : m_rows) {
-            text += "  ";
-            for (size_t column = 0; column < row.size(); ++column)
-                text += column == 0 ? fmt::format("{:<{}}", row[column], widths[column]) : fmt::format("  {:>{}}", row[column], widths[column]);
-            text += '\n';
-        }
-        return text;
-    }
-
-private:
-
-    std::vector<std::vector<std::string>> m_rows;
-
-};
 
 /// At most this much of a literal is shown; the whole one is in the JSON report and the rejected statements.
 constexpr size_t MAXIMUM_LITERAL_LENGTH = 80;
@@ -56,7 +24,7 @@ std::string shorten(const std::string& text) {
 }
 
 std::string formatDatatypes(const ImportReport& report) {
-    Table table;
+    TextTable table;
     table.addRow({"datatype", "literals", "accepted", "", "distinct values", "not canonical", "rejected"});
     const auto addRow = [&table](const std::string& name, const DatatypeCounts& counts) {
         table.addRow({name, formatCount(counts.m_literals), formatCount(counts.m_accepted), formatShare(counts.m_accepted, counts.m_literals), formatCount(counts.m_distinctValues), formatCount(counts.m_nonCanonical), formatCount(counts.getRejected())});
@@ -69,7 +37,7 @@ std::string formatDatatypes(const ImportReport& report) {
 }
 
 std::string formatRejections(const ImportReport& report) {
-    Table table;
+    TextTable table;
     table.addRow({"datatype", getRejectionPhrase(Rejection::MALFORMED), getRejectionPhrase(Rejection::OUT_OF_RANGE), getRejectionPhrase(Rejection::BEYOND_CAPACITY)});
     for (size_t index = 0; index < report.m_datatypes.size(); ++index) {
         const DatatypeCounts& counts = report.m_datatypes[index];
@@ -101,6 +69,12 @@ std::string formatDamagedFiles(const ImportReport& report) {
             text += ": " + error->m_message + '\n';
         }
     return text;
+}
+
+std::string formatStore(const StoreOutcome& store) {
+    if (!store.m_isWritten)
+        return fmt::format("\n{} was not written{}; it would have {} values, {} of them new\n", store.m_path, store.m_isNew ? "" : " and is as it was", formatCount(store.m_values), formatCount(store.m_newValues));
+    return fmt::format("\n{} has {} values, {} of them new, and {}\n", store.m_path, formatCount(store.m_values), formatCount(store.m_newValues), formatSize(store.m_bytes));
 }
 
 nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
@@ -139,6 +113,8 @@ std::string formatReport(const ImportReport& report) {
         text += formatRejections(report);
     if (report.hasDamagedFiles())
         text += formatDamagedFiles(report);
+    if (report.m_store)
+        text += formatStore(*report.m_store);
     text += fmt::format("\n{}, {} literals per second; {} of {} memory used ({})\n", formatDuration(report.m_seconds), formatCount(static_cast<uint64_t>(report.getLiteralsPerSecond())), formatSize(report.m_memoryUsedBytes), formatSize(report.m_memoryBudgetBytes), formatShare(report.m_memoryUsedBytes, report.m_memoryBudgetBytes));
     return text;
 }
@@ -173,6 +149,14 @@ std::string formatReportAsJSON(const ImportReport& report) {
     object["literalsPerSecond"] = report.getLiteralsPerSecond();
     object["memory"]["budget"] = report.m_memoryBudgetBytes;
     object["memory"]["used"] = report.m_memoryUsedBytes;
+    if (report.m_store) {
+        object["store"]["path"] = report.m_store->m_path;
+        object["store"]["isNew"] = report.m_store->m_isNew;
+        object["store"]["written"] = report.m_store->m_isWritten;
+        object["store"]["values"] = report.m_store->m_values;
+        object["store"]["newValues"] = report.m_store->m_newValues;
+        object["store"]["bytes"] = report.m_store->m_bytes;
+    }
     // Paths may be no UTF-8.
     return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }

@@ -1,5 +1,6 @@
 #include "numdict/Commands.h"
 #include "numdict/Failures.h"
+#include "numdict/StoreCommandLine.h"
 
 #include <CLI/CLI.hpp>
 
@@ -11,22 +12,27 @@ namespace {
 
 constexpr char FOOTER[] = R"(
 Exit codes: 0 all well; 1 literals were rejected, files are damaged or a look-up found nothing; 2 wrong usage;
-3 a limit was reached (memory budget, resource IDs); 4 the system or the program failed.
+3 a limit was reached (memory budget, resource IDs); 4 the system or the program failed, or a store cannot be opened.
 
 Try
   numdict import data.ttl more.nt.gz             import files and print what was found
+  numdict import data.ttl --store numbers.store  keep the values in a store
+  numdict resolve numbers.store 5 '"5"^^xsd:int' find their IDs
+  numdict dump numbers.store                     print everything
   numdict parse 5 '"007"^^xsd:int'               how literals are understood
   numdict COMMAND --help                         more about a command, with examples)";
 
 constexpr char IMPORT_FOOTER[] = R"(
 Files in N-Triples (.nt), N-Quads (.nq), Turtle (.ttl) and TriG (.trig) are read, also packed by gzip. Damaged lines of
 N-Triples and N-Quads are skipped; a damaged Turtle or TriG file is read up to its first error. Literals that cannot be
-entered are counted and shown, and do not stop the import.
+entered are counted and shown, and do not stop the import. With --store the good ones are stored as one transaction:
+after a limit or a failure (exit codes 3 and 4), and when --strict stopped the import, the store is as it was.
 
 Examples
   numdict import *.ttl dump.nq.gz --memory 8G
   curl -s https://example.org/data.nt.gz | numdict import - --format nt
   numdict import data.ttl --rejected rejected.nq    then correct rejected.nq and import it as well
+  numdict import *.nt.gz --store numbers.store     again with other files: the store is extended
   numdict import data.ttl --resolve 5 '"5"^^xsd:int' --get 1 2 3
   numdict import data.nt --json --quiet > report.json)";
 
@@ -57,7 +63,10 @@ void addImport(CLI::App& application, ImportCommand& command) {
     import->add_option("FILE", command.m_paths, "Files, or - for standard input")->required();
     import->add_option("--threads", command.m_numberOfThreads, "How many threads read (default: one for each processor)")->type_name("N")->check(CLI::Range(1, 255));
     import->add_option("--memory", command.m_memory, "Memory budget of the dictionary: 512M, 2G, 2GiB or bytes (default: half of the machine's)")->type_name("SIZE");
-    import->add_option("--id-width", command.m_resourceIDWidth, "Bits of a resource ID: 32 (up to 4 thousand million values) or 64")->type_name("BITS")->check(CLI::IsMember({32, 64}))->capture_default_str();
+    import->add_option("--store", command.m_storePath, "Keep the values in this store: a new one, or one that is extended")->type_name("FILE");
+    import->add_flag("--dry-run", command.m_isDryRun, "Import and report, but write no store");
+    import->add_flag("--trusted", command.m_isTrusted, "Open the store without checking every value");
+    import->add_option("--id-width", command.m_resourceIDWidth, "Bits of a resource ID: 32 (up to 4 thousand million values) or 64 (default: the store's, or 32)")->type_name("BITS")->check(CLI::IsMember({32, 64}));
     import->add_option("--format", command.m_format, "Format of all files: nt, nq, ttl or trig (default: by extension)")->type_name("FORMAT");
     import->add_flag("--strict", command.m_isStrict, "Stop at the first rejected literal or damaged place");
     import->add_flag("--trim", command.m_isTrimming, "Ignore white space around lexical forms, such as \" 5 \"^^xsd:int");
@@ -105,6 +114,7 @@ int main(int argumentCount, char** arguments) {
     addEqual(application, equal);
     addParse(application, parse);
     addGenerate(application, generate);
+    StoreCommandLine storeCommands(application);
     try {
         application.parse(argumentCount, arguments);
     }
@@ -118,6 +128,8 @@ int main(int argumentCount, char** arguments) {
             return runEqualCommand(equal);
         if (application.got_subcommand("parse"))
             return runParseCommand(parse);
-        return runGenerateCommand(generate);
+        if (application.got_subcommand("generate"))
+            return runGenerateCommand(generate);
+        return storeCommands.run();
     });
 }
