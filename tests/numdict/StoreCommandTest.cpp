@@ -101,7 +101,7 @@ TEST(StoreCommands, ExitCodesTellWhatHappened) {
         }
         EXPECT_TRUE(readFile(store) == before);
         EXPECT_FALSE(std::filesystem::exists(missing));
-        EXPECT_FALSE(std::filesystem::exists(missing + ".new"));
+        EXPECT_FALSE(std::filesystem::exists(missing + ".unfinished"));
     }
 }
 

@@ -98,13 +98,13 @@ TEST(StoreCrash, AKilledImportLeavesTheOldStoreOrTheNewOne) {
         tryMoment([&](Clock::time_point begin) { return Clock::now() - begin >= duration * index / NUMBER_OF_MOMENTS; });
         // Over the saving, by the growth of the new file; the last moment is when it has its whole length.
         const uint64_t size = std::max<uint64_t>(1, newSize / (NUMBER_OF_MOMENTS - 1) * static_cast<uint64_t>(index));
-        std::filesystem::remove(store + ".new");
-        tryMoment([&](Clock::time_point) { return getSize(store + ".new") >= size; });
+        std::filesystem::remove(store + ".unfinished");
+        tryMoment([&](Clock::time_point) { return getSize(store + ".unfinished") >= size; });
     }
     EXPECT_GE(numberOfKills, NUMBER_OF_MOMENTS);
     EXPECT_TRUE(counts.contains(8));
     // Whatever is left of them all, the next import succeeds.
     ASSERT_FALSE(importUntil(store, input, [](Clock::time_point) { return false; }));
     EXPECT_EQ(countValues(store), newValues);
-    EXPECT_FALSE(std::filesystem::exists(store + ".new"));
+    EXPECT_FALSE(std::filesystem::exists(store + ".unfinished"));
 }

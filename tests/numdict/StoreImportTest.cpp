@@ -71,7 +71,7 @@ TEST(StoreImport, WhereNothingIsStoredTheFileStaysAsItWasByteForByte) {
         EXPECT_EQ(result.m_exitCode, row.exitCode) << result.m_errors;
         EXPECT_NE(result.m_errors.find(row.errors), std::string::npos) << result.m_errors;
         EXPECT_TRUE(readFile(store) == before);
-        EXPECT_FALSE(std::filesystem::exists(store + ".new"));
+        EXPECT_FALSE(std::filesystem::exists(store + ".unfinished"));
     }
 }
 
@@ -96,7 +96,7 @@ TEST(StoreImport, ADryRunMakesNoFileAndSaysWhatItWouldHaveDone) {
     EXPECT_EQ(store["isNew"], true);
     EXPECT_EQ(store["values"], 8);
     EXPECT_FALSE(std::filesystem::exists(directory.getPath("new.store")));
-    EXPECT_FALSE(std::filesystem::exists(directory.getPath("new.store.new")));
+    EXPECT_FALSE(std::filesystem::exists(directory.getPath("new.store.unfinished")));
     EXPECT_EQ(runProgram("import --dry-run --quiet " + input).m_exitCode, 0);
 }
 

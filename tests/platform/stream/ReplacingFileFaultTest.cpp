@@ -72,11 +72,11 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
     const char* const replacingFile = "Engine/core/platform/stream/ReplacingFile";
     const char* const fileOutputStream = "Engine/core/platform/stream/FileOutputStream";
     const Row rows[] = {
-        {"opening the new file", FileCall::OPEN, 1, EACCES, fileOutputStream, 20, "open", "File '%.new' cannot be opened for writing.", false},
-        {"locking the new file", FileCall::FLOCK, 1, ENOLCK, replacingFile, 50, "flock", "File '%.new' is being written by another process.", false},
-        {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write", "An error occurred while writing file '%.new', which is now incomplete.", false},
-        {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync", "The device did not take all of file '%.new', which may be incomplete.", false},
-        {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename", "File '%.new' is complete but cannot take the place of file '%', which is unchanged.", false},
+        {"opening the new file", FileCall::OPEN, 1, EACCES, fileOutputStream, 20, "open", "File '%.unfinished' cannot be opened for writing.", false},
+        {"locking the new file", FileCall::FLOCK, 1, ENOLCK, replacingFile, 50, "flock", "File '%.unfinished' is being written by another process.", false},
+        {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write", "An error occurred while writing file '%.unfinished', which is now incomplete.", false},
+        {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync", "The device did not take all of file '%.unfinished', which may be incomplete.", false},
+        {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename", "File '%.unfinished' is complete but cannot take the place of file '%', which is unchanged.", false},
         {"opening the folder", FileCall::OPEN, 2, EMFILE, replacingFile, 95, "fsync", "File '%' is written and in place, but folder '", true},
         {"synchronising the folder", FileCall::FSYNC, 2, EIO, replacingFile, 95, "fsync", "File '%' is written and in place, but folder '", true},
     };
@@ -171,16 +171,16 @@ TEST(ReplacingFileFault, EveryAllocationMayFailOnce) {
 TEST(ReplacingFileFault, AFileThatWasRenamedMeanwhileIsNotWritten) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
-    writeFile(fileName + ".new", OLD);
+    writeFile(fileName + ".unfinished", OLD);
     int calls = 0;
     {
         const FileCallHook hook([&] {
             if (++calls == 2) // after open
-                std::filesystem::rename(fileName + ".new", fileName);
+                std::filesystem::rename(fileName + ".unfinished", fileName);
         });
         ReplacingFile file(fileName);
         EXPECT_EQ(readFile(fileName), OLD);
-        EXPECT_EQ(folder.list(), (Names{"store", "store.new"}));
+        EXPECT_EQ(folder.list(), (Names{"store", "store.unfinished"}));
     }
     EXPECT_EQ(readFile(fileName), OLD);
     EXPECT_EQ(folder.list(), Names{"store"});

@@ -72,7 +72,7 @@ TEST(ReplacingFile, TheOldFileStaysUntilCommit) {
     const TemporaryFolder folder;
     writeFile(folder / "store", "old");
     ReplacingFile file(folder / "store");
-    EXPECT_EQ(folder.list(), (Names{"store", "store.new"}));
+    EXPECT_EQ(folder.list(), (Names{"store", "store.unfinished"}));
     write(file, std::string(200'000, 'n'));
     EXPECT_EQ(readFile(folder / "store"), "old");
     file.commit();
@@ -85,7 +85,7 @@ TEST(ReplacingFile, AFileThatWasNotThereAppearsWithCommit) {
     {
         ReplacingFile file(folder / "store");
         write(file, "new");
-        EXPECT_EQ(folder.list(), Names{"store.new"});
+        EXPECT_EQ(folder.list(), Names{"store.unfinished"});
     }
     EXPECT_EQ(folder.list(), Names()) << "given up";
     replace(folder / "store", "new");
@@ -109,7 +109,7 @@ TEST(ReplacingFile, WithoutCommitNothingChanges) {
 TEST(ReplacingFile, WhatAKilledWriterLeftIsTakenOver) {
     const TemporaryFolder folder;
     writeFile(folder / "store", "old");
-    writeFile(folder / "store.new", std::string(100'000, 'x'));
+    writeFile(folder / "store.unfinished", std::string(100'000, 'x'));
     replace(folder / "store", "new");
     EXPECT_EQ(readFile(folder / "store"), "new");
     EXPECT_EQ(folder.list(), Names{"store"});
@@ -123,7 +123,7 @@ TEST(ReplacingFile, ASecondWriterIsRefused) {
         ReplacingFile first(fileName);
         write(first, "first");
         const auto expectRefusal = [&] {
-            test::expectSystemCallError("Engine/core/platform/stream/ReplacingFile", 50, "flock", EWOULDBLOCK, "File '" + fileName + ".new' " + LOCKED, [&] { ReplacingFile second(fileName); });
+            test::expectSystemCallError("Engine/core/platform/stream/ReplacingFile", 50, "flock", EWOULDBLOCK, "File '" + fileName + ".unfinished' " + LOCKED, [&] { ReplacingFile second(fileName); });
         };
         expectRefusal();
         EXPECT_EQ(runInChild([&] { expectRefusal(); return ::testing::Test::HasFailure() ? 1 : 0; }), 0) << "in another process";
@@ -144,7 +144,7 @@ TEST(ReplacingFile, TheLockOfAWriterThatDiedIsFree) {
         write(*file, std::string(100'000, 'x'));
         return file->getStream().flush(), 0;
     }), 0);
-    EXPECT_EQ(folder.list(), (Names{"store", "store.new"}));
+    EXPECT_EQ(folder.list(), (Names{"store", "store.unfinished"}));
     EXPECT_EQ(readFile(fileName), "old");
     replace(fileName, "new");
     EXPECT_EQ(readFile(fileName), "new");
@@ -158,7 +158,7 @@ TEST(ReplacingFile, AfterCommitTheNextWriterMayBegin) {
     ReplacingFile second(folder / "store");
     write(second, "second");
     first.reset();
-    EXPECT_EQ(folder.list(), (Names{"store", "store.new"})) << "the file of the second";
+    EXPECT_EQ(folder.list(), (Names{"store", "store.unfinished"})) << "the file of the second";
     second.commit();
     EXPECT_EQ(readFile(folder / "store"), "second");
 }
@@ -205,8 +205,8 @@ TEST(ReplacingFile, ALinkInPlaceOfTheTemporaryFileIsNotFollowed) {
     const TemporaryFolder folder;
     writeFile(folder / "store", "old");
     writeFile(folder / "precious", "precious");
-    std::filesystem::create_symlink("precious", folder / "store.new");
-    expectOpenError(folder / "store", folder / "store.new", ELOOP);
+    std::filesystem::create_symlink("precious", folder / "store.unfinished");
+    expectOpenError(folder / "store", folder / "store.unfinished", ELOOP);
     EXPECT_EQ(readFile(folder / "precious"), "precious");
     EXPECT_EQ(readFile(folder / "store"), "old");
 }
@@ -218,7 +218,7 @@ TEST(ReplacingFile, OnlyRegularFilesAreReplaced) {
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
     expectOpenError(folder / "pipe", folder / "pipe", EINVAL);
     expectOpenError("/dev/null", "/dev/null", EINVAL);
-    expectOpenError(folder / "missing/store", folder / "missing/store.new", ENOENT);
+    expectOpenError(folder / "missing/store", folder / "missing/store.unfinished", ENOENT);
     std::filesystem::create_symlink("circle", folder / "circle");
     EXPECT_NO_THROW(replace(folder / "circle", "new")) << "a link that leads nowhere can only be replaced";
     EXPECT_EQ(readFile(folder / "circle"), "new");
@@ -232,7 +232,7 @@ TEST(ReplacingFile, ThePermissionsOfTheOldFileAreKept) {
         writeFile(folder / "store", "old");
         ASSERT_EQ(::chmod((folder / "store").c_str(), permissions), 0);
         ReplacingFile file(folder / "store");
-        EXPECT_EQ(getPermissions(folder / "store.new"), permissions) << "from the beginning on";
+        EXPECT_EQ(getPermissions(folder / "store.unfinished"), permissions) << "from the beginning on";
         file.commit();
         EXPECT_EQ(getPermissions(folder / "store"), permissions);
     }

@@ -17,7 +17,7 @@ namespace kavix {
 
 namespace {
 
-constexpr char TEMPORARY_SUFFIX[] = ".new";
+constexpr char TEMPORARY_SUFFIX[] = ".unfinished";
 constexpr mode_t PERMISSIONS = 0666; // less what the user masks out
 
 std::string getFolder(const std::string& fileName) {

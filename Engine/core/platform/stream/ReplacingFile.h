@@ -13,7 +13,7 @@ namespace kavix {
 ///
 ///   writing --commit--> the new file is in place        writing --destruction--> the old file is untouched
 ///
-/// The new content goes to a temporary file beside the target (its name with ".new" behind it), which is synchronised,
+/// The new content goes to a temporary file beside the target (its name with ".unfinished" behind it), which is synchronised,
 /// renamed over the target, and its folder synchronised. The temporary file is locked from the beginning, so there is one
 /// writer at a time; what a killed writer left behind is taken over by the next one. One thread at a time.
 class ReplacingFile : private Unmovable {
