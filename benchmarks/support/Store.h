@@ -1,0 +1,164 @@
+#pragma once
+
+#include "core/data-store/dictionary/DataPool.h"
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DictionaryDatatype.h"
+#include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/platform/collections/ThreadSlots.h"
+#include "core/platform/system/MemoryManager.h"
+#include "core/platform/system/MemoryRegion.h"
+#include "core/platform/system/Unmovable.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <type_traits>
+#include <vector>
+
+namespace kavix::benchmarks {
+
+/// How many values a session is given at once; contestants without batches go through them one at a time.
+inline constexpr size_t BATCH_SIZE = 1024;
+
+/// What a store shares: the counter of resource IDs and the arrays in which a value is found by its ID. Every contestant
+/// has one and fills it in the same way, so that the maps are what differs.
+struct Store : private Unmovable {
+
+    /// @param maximumNumberOfValues  address space; a block of IDs for each of a few threads is added
+    explicit Store(size_t maximumNumberOfValues) :
+        m_memoryManager(uint64_t(1) << 40, true),
+        m_resourceData(m_memoryManager),
+        m_resourceDatatypeIDs(m_memoryManager),
+        m_dataPool(m_memoryManager),
+        m_capacity(maximumNumberOfValues + 64 * DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE)
+    {
+        ThreadSlots::ensureSlot();
+        m_resourceData.initialize(m_capacity);
+        m_resourceDatatypeIDs.initialize(m_capacity);
+        m_dataPool.initialize(m_capacity * 17 + 64 * NumericDatatype<unsigned long>::DATA_POOL_CHUNK_SIZE);
+    }
+
+    MemoryManager m_memoryManager;
+    std::atomic<uint64_t> m_nextResourceID{1};
+    MemoryRegion<uint64_t> m_resourceData;
+    MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
+    DataPool m_dataPool;
+    const size_t m_capacity;
+
+};
+
+/// The IDs of one thread of a peer: blocks from the store's counter, and the entries of its arrays, as our dictionary does
+/// it. A decimal's number is what the array keeps; its other field would need the pool, which spares the peers a write.
+class ResourceIDs {
+
+public:
+
+    explicit ResourceIDs(Store& store) noexcept : m_store(store) { }
+
+    /// The ID that take() returns next.
+    uint32_t peek() {
+        if (m_next == m_end) [[unlikely]] {
+            m_next = m_store.m_nextResourceID.fetch_add(DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE, std::memory_order_relaxed);
+            m_end = m_next + DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE;
+            m_store.m_resourceData.ensureEndAtLeast(m_end);
+            m_store.m_resourceDatatypeIDs.ensureEndAtLeast(m_end);
+        }
+        return static_cast<uint32_t>(m_next);
+    }
+
+    template<typename Key>
+    uint32_t take(const Key& key) {
+        const uint32_t resourceID = peek();
+        ++m_next;
+        std::memcpy(&m_store.m_resourceData[resourceID], &key, sizeof(uint64_t));
+        // Release, as in our dictionary: whoever sees the datatype ID sees the data word.
+        m_store.m_resourceDatatypeIDs[resourceID].store(std::is_same_v<Key, int64_t> ? D_XSD_INTEGER : D_XSD_DECIMAL, std::memory_order_release);
+        return resourceID;
+    }
+
+private:
+
+    Store& m_store;
+    uint64_t m_next = 0;
+    uint64_t m_end = 0;
+
+};
+
+/// Our dictionary, one value at a time or in batches.
+template<typename Key, typename ResourceID, bool IS_BATCHED>
+class KavixMap : private Unmovable {
+
+public:
+
+    static constexpr bool ONE_THREAD_ONLY = false;
+    static constexpr bool IS_INTEGER = std::is_same_v<Key, int64_t>;
+    static constexpr uint8_t DATATYPE_ID = IS_INTEGER ? D_XSD_INTEGER : D_XSD_DECIMAL;
+
+    /// @param expectedNumberOfValues  sizes the table; 0 lets it grow
+    KavixMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
+        m_store(maximumNumberOfValues),
+        m_dictionary(m_store.m_memoryManager, m_store.m_nextResourceID, m_store.m_resourceData, m_store.m_resourceDatatypeIDs, m_store.m_dataPool)
+    {
+        m_dictionary.initialize(m_store.m_capacity, 0);
+        if (expectedNumberOfValues > 0) {
+            std::vector<uint64_t> counts(D_XSD_UNSIGNED_BYTE + 1, 0);
+            counts[DATATYPE_ID] = expectedNumberOfValues;
+            m_dictionary.restoreEmpty(counts);
+        }
+    }
+
+    class Session {
+
+    public:
+
+        explicit Session(KavixMap& map) : m_map(map) { ThreadSlots::ensureSlot(); }
+
+        void resolve(std::span<const Key> keys, uint64_t* resourceIDs) {
+            if constexpr (!IS_BATCHED)
+                for (const Key& key : keys)
+                    *resourceIDs++ = m_map.m_dictionary.resolveResource(&m_context, makeValue(key));
+            else if constexpr (IS_INTEGER)
+                m_map.m_dictionary.resolveResources(&m_context, DATATYPE_ID, keys, resourceIDs);
+            else
+                m_map.m_dictionary.resolveResources(&m_context, keys, resourceIDs);
+        }
+
+        void tryResolve(std::span<const Key> keys, uint64_t* resourceIDs) {
+            if constexpr (!IS_BATCHED)
+                for (const Key& key : keys)
+                    *resourceIDs++ = m_map.m_dictionary.tryResolveResource(ALL_VISIBLE, makeValue(key));
+            else if constexpr (IS_INTEGER)
+                m_map.m_dictionary.tryResolveResources(ALL_VISIBLE, DATATYPE_ID, keys, resourceIDs);
+            else
+                m_map.m_dictionary.tryResolveResources(ALL_VISIBLE, keys, resourceIDs);
+        }
+
+    private:
+
+        static constexpr std::pair<uint64_t, uint64_t> ALL_VISIBLE{UINT64_MAX, UINT64_MAX};
+
+        static ResourceValue makeValue(const Key& key) noexcept {
+            ResourceValue value;
+            value.setBinaryValue(DATATYPE_ID, key);
+            return value;
+        }
+
+        KavixMap& m_map;
+        DictionaryUsageContext m_context;
+
+    };
+
+    Store m_store;
+    NumericDatatype<ResourceID> m_dictionary;
+
+};
+
+template<typename Key>
+using KavixSingle = KavixMap<Key, unsigned int, false>;
+
+template<typename Key>
+using KavixBatched = KavixMap<Key, unsigned int, true>;
+
+}
