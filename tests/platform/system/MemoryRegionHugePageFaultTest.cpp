@@ -65,7 +65,7 @@ TEST(MemoryRegionHugePageFault, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
                 if (step.end < endBefore)
                     std::fill(model.begin() + static_cast<ptrdiff_t>(&step == &steps[4] ? HUGE + 1 : &step == &steps[6] ? page + 7 : 0), model.end(), uint8_t(0));
                 model.resize(step.end, 0); // new bytes are zero, whether they are new pages or kept ones
-                ASSERT_EQ(std::memcmp(model.data(), region.getData(), model.size()), 0);
+                ASSERT_TRUE(std::equal(model.begin(), model.end(), region.getData()));
                 std::fill(model.begin(), model.end(), uint8_t(&step - steps + 1));
                 if (!model.empty())
                     std::memcpy(region.getData(), model.data(), model.size());
