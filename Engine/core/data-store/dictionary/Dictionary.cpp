@@ -31,9 +31,9 @@ uint64_t checkMaxResourceID(const Dictionary::Options& options) {
 }
 
 uint64_t Dictionary::getMaximumDataPoolSize(uint64_t maxResourceID) noexcept {
-    // Room for a record of every resource, even if each block of 1024 IDs came with a chunk of 64 KiB and used one record;
-    // but for the largest numbers of resources the address space has room only if chunks are used.
-    constexpr uint64_t BYTES_PER_RESOURCE = 96;
+    // Room for a record of every resource, and more than as much again for what contexts leave unused of their chunks; but
+    // for the largest numbers of resources the address space has room only if chunks are used up.
+    constexpr uint64_t BYTES_PER_RESOURCE = 40;
     constexpr uint64_t MINIMUM_SIZE = uint64_t(1) << 30;
     constexpr uint64_t MAXIMUM_SIZE = uint64_t(1) << 45;
     static_assert(MAXIMUM_SIZE / MAX_RESOURCE_ID_64 > DecimalRecord<unsigned long>::SIZE);

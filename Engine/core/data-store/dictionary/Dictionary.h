@@ -69,7 +69,7 @@ public:
         ResourceIDWidth resourceIDWidth = ResourceIDWidth::BITS_32;
 
         /// Resource IDs stay below this bound; 0 means 2^32 - 2 or 2^33, by width. It also sets how much address space
-        /// (not memory) is reserved: about 105 bytes an ID.
+        /// (not memory) is reserved: about 49 bytes an ID.
         uint64_t maxResourceID = 0;
 
         /// Ask the system for huge pages; see MemoryRegion.

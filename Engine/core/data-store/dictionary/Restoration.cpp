@@ -7,7 +7,6 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 
 #include <algorithm>
-#include <numeric>
 #include <string>
 
 namespace kavix {
@@ -27,11 +26,38 @@ private:
 
 };
 
+/// An ID whose datatype says that a thread is restoring it, so that no other thread writes its array entries; without a
+/// datatype again at the end of the scope, unless it was restored.
+class Restoration::ClaimedID : private Unmovable {
+
+public:
+
+    /// @throws KavixException  the ID is restored or claimed already
+    ClaimedID(Dictionary& dictionary, uint64_t resourceID) : m_datatypeID(dictionary.m_resourceDatatypeIDs[resourceID]) {
+        uint8_t expected = D_NONE;
+        // Acquire. Pairs with the release in the destructor: we see what a thread that gave the ID up did.
+        if (!m_datatypeID.compare_exchange_strong(expected, CLAIMED, std::memory_order_acquire, std::memory_order_relaxed))
+            Errors::throwContradictingRecord(resourceID, "the ID was restored before");
+    }
+
+    ~ClaimedID() {
+        uint8_t expected = CLAIMED;
+        // Release. Pairs with the acquire in the constructor. (A restored ID has another datatype, and keeps it.)
+        m_datatypeID.compare_exchange_strong(expected, D_NONE, std::memory_order_release, std::memory_order_relaxed);
+    }
+
+private:
+
+    static constexpr uint8_t CLAIMED = 1; // no datatype has this ID
+
+    std::atomic<uint8_t>& m_datatypeID;
+
+};
+
 Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByDatatypeID) :
     m_dictionary(dictionary),
     m_isRunning(false),
-    m_endOfResourceIDs(Dictionary::FIRST_RESOURCE_ID),
-    m_numberOfResources(0)
+    m_endOfResourceIDs(Dictionary::FIRST_RESOURCE_ID)
 {
     if (m_dictionary.beginTransaction() != Dictionary::FIRST_RESOURCE_ID) {
         m_dictionary.endTransaction();
@@ -77,14 +103,13 @@ void Restoration::restore(uint64_t resourceID, const ResourceValue& value) {
     DictionaryDatatype& dictionaryDatatype = m_dictionary.getDictionaryDatatype(value.datatypeID);
     Dictionary::getInspector(value.datatypeID).checkBinaryValue(value);
     ThreadSlots::ensureSlot();
-    if (m_dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE)
-        Errors::throwContradictingRecord(resourceID, "the ID was restored before");
+    m_dictionary.m_resourceDatatypeIDs.ensureEndAtLeast(resourceID + 1);
+    const ClaimedID claimedID(m_dictionary, resourceID);
     dictionaryDatatype.restoreResource(&m_contexts[s_currentThreadContextIndex], resourceID, value);
     const uint64_t foundResourceID = dictionaryDatatype.tryResolveResource(Dictionary::EVERYTHING, value);
     if (foundResourceID != resourceID)
         Errors::throwContradictingRecord(resourceID, "its value was restored before, under ID " + std::to_string(foundResourceID));
-    // Relaxed, both: read by finish(), when no thread restores any more.
-    m_numberOfResources.fetch_add(1, std::memory_order_relaxed);
+    // Relaxed: read by finish(), when no thread restores any more.
     uint64_t end = m_endOfResourceIDs.load(std::memory_order_relaxed);
     while (end <= resourceID && !m_endOfResourceIDs.compare_exchange_weak(end, resourceID + 1, std::memory_order_relaxed)) {
     }
@@ -94,9 +119,6 @@ void Restoration::finish() {
     if (!m_isRunning)
         Errors::throwTransactionHasEnded();
     m_dictionary.m_nextResourceID.store(m_endOfResourceIDs.load(std::memory_order_relaxed), std::memory_order_relaxed); // relaxed, both: nobody else is inside
-    const std::array<uint64_t, 256> counts = m_dictionary.countResourcesByDatatypeID();
-    if (std::accumulate(counts.begin(), counts.end(), uint64_t(0)) != m_numberOfResources.load(std::memory_order_relaxed))
-        Errors::throwContradictingRecord(0, "two threads restored one ID at the same time");
     m_isRunning = false;
     m_dictionary.endTransaction();
 }

@@ -17,7 +17,8 @@ class Dictionary;
 
 /// Rebuilds a dictionary from a record of earlier resolutions: each value gets the resource ID that it had.
 /// It acts like a transaction: nobody else writes meanwhile, and unless it is finished everything is taken back.
-/// Threads   restore: any number at once. The rest: one thread, while nobody restores.
+/// Threads   restore: any number at once; of several that restore one ID, one succeeds. The rest: one thread, while nobody
+///           restores.
 class Restoration : private Unmovable {
 
 public:
@@ -40,17 +41,17 @@ public:
     void restore(uint64_t resourceID, const ResourceValue& value);
 
     /// Commits: new IDs will come after the highest one restored.
-    /// @throws KavixException  two threads restored one ID at the same time: everything is taken back by the destructor
+    /// @throws KavixException  the restoration has ended
     void finish();
 
 private:
 
     class EndOfTransaction;
+    class ClaimedID;
 
     Dictionary& m_dictionary;
     bool m_isRunning;
     std::atomic<uint64_t> m_endOfResourceIDs; // behind the highest ID restored
-    std::atomic<uint64_t> m_numberOfResources;
     std::array<DictionaryUsageContext, NUMBER_OF_THREAD_SLOTS> m_contexts; // each used by the thread that has the slot
 
 };
