@@ -1,12 +1,12 @@
 #include "numdict/Import.h"
 #include "numdict/ImportReport.h"
 #include "numdict/NumericNames.h"
+#include "numdict/RealData.h"
 #include "core/data-store/dictionary/Dictionary.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -19,12 +19,6 @@ using namespace kavix;
 using namespace kavix::numdict;
 
 namespace {
-
-/// Where real RDF files lie, with counts made by other programs; absent on most machines.
-std::filesystem::path getDataFolder() {
-    const char* folder = std::getenv("KAVIX_TEST_DATA");
-    return folder != nullptr ? std::filesystem::path(folder) : std::filesystem::path(KAVIX_SOURCE_DIRECTORY) / "../shared/data";
-}
 
 struct ExpectedCounts {
     uint64_t m_literals;

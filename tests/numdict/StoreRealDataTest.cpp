@@ -1,9 +1,9 @@
+#include "numdict/RealData.h"
 #include "numdict/StoreSamples.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -15,13 +15,7 @@ using nlohmann::json;
 
 namespace {
 
-/// Where real RDF files lie; absent on most machines.
-std::filesystem::path getDataFolder() {
-    const char* folder = std::getenv("KAVIX_TEST_DATA");
-    return folder != nullptr ? std::filesystem::path(folder) : std::filesystem::path(KAVIX_SOURCE_DIRECTORY) / "../shared/data";
-}
-
-/// All its files, for the shell.
+/// All the files of real data, for the shell.
 std::string listFiles() {
     std::set<std::string> names;
     std::ifstream file(getDataFolder() / "expected.tsv");
