@@ -139,6 +139,7 @@ void registerContestant(const char* contestant, const std::vector<Workload<Key>>
 template<typename Key>
 void registerContestants(const std::vector<Workload<Key>>& workloads) {
     registerContestant<KavixSingle<Key>>("kavix", workloads);
+    registerContestant<KavixVirtual<Key>>("kavix-virtual", workloads);
     registerContestant<KavixBatched<Key>>("kavix-batched", workloads);
 #ifdef KAVIX_HAS_ABSEIL
     registerContestant<AbseilAlone<Key>>("abseil-alone", workloads);

@@ -126,8 +126,8 @@ void measureGrowth(benchmark::State& state, size_t numberOfThreads) {
 
 template<typename ResourceID>
 void registerWidth(const std::string& width, size_t maximum) {
-    using Single = KavixMap<int64_t, ResourceID, false>;
-    using Batched = KavixMap<int64_t, ResourceID, true>;
+    using Single = KavixMap<int64_t, ResourceID, Manner::SINGLE>;
+    using Batched = KavixMap<int64_t, ResourceID, Manner::BATCHED>;
     for (const size_t threads : {size_t(1), size_t(2), size_t(8)}) {
         const std::string suffix = '/' + width + "/threads:" + std::to_string(threads);
         const auto add = [&](const std::string& name, auto function) {

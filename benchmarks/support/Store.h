@@ -86,8 +86,11 @@ private:
 
 };
 
-/// Our dictionary, one value at a time or in batches.
-template<typename Key, typename ResourceID, bool IS_BATCHED>
+/// How values are given to our dictionary: one at a time, one at a time by the virtual operation with a ResourceValue, or
+/// in batches.
+enum class Manner { SINGLE, VIRTUAL, BATCHED };
+
+template<typename Key, typename ResourceID, Manner MANNER>
 class KavixMap : private Unmovable {
 
 public:
@@ -116,9 +119,12 @@ public:
         explicit Session(KavixMap& map) : m_map(map) { ThreadSlots::ensureSlot(); }
 
         void resolve(std::span<const Key> keys, uint64_t* resourceIDs) {
-            if constexpr (!IS_BATCHED)
+            if constexpr (MANNER == Manner::SINGLE)
                 for (const Key& key : keys)
-                    *resourceIDs++ = m_map.m_dictionary.resolveResource(&m_context, makeValue(key));
+                    *resourceIDs++ = resolveSingle(key);
+            else if constexpr (MANNER == Manner::VIRTUAL)
+                for (const Key& key : keys)
+                    *resourceIDs++ = m_map.getInterface().resolveResource(&m_context, makeValue(key));
             else if constexpr (IS_INTEGER)
                 m_map.m_dictionary.resolveResources(&m_context, DATATYPE_ID, keys, resourceIDs);
             else
@@ -126,9 +132,12 @@ public:
         }
 
         void tryResolve(std::span<const Key> keys, uint64_t* resourceIDs) {
-            if constexpr (!IS_BATCHED)
+            if constexpr (MANNER == Manner::SINGLE)
                 for (const Key& key : keys)
-                    *resourceIDs++ = m_map.m_dictionary.tryResolveResource(ALL_VISIBLE, makeValue(key));
+                    *resourceIDs++ = tryResolveSingle(key);
+            else if constexpr (MANNER == Manner::VIRTUAL)
+                for (const Key& key : keys)
+                    *resourceIDs++ = m_map.getInterface().tryResolveResource(ALL_VISIBLE, makeValue(key));
             else if constexpr (IS_INTEGER)
                 m_map.m_dictionary.tryResolveResources(ALL_VISIBLE, DATATYPE_ID, keys, resourceIDs);
             else
@@ -138,6 +147,20 @@ public:
     private:
 
         static constexpr std::pair<uint64_t, uint64_t> ALL_VISIBLE{UINT64_MAX, UINT64_MAX};
+
+        uint64_t resolveSingle(const Key& key) {
+            if constexpr (IS_INTEGER)
+                return m_map.m_dictionary.resolveResource(&m_context, DATATYPE_ID, key);
+            else
+                return m_map.m_dictionary.resolveResource(&m_context, key);
+        }
+
+        uint64_t tryResolveSingle(const Key& key) const {
+            if constexpr (IS_INTEGER)
+                return m_map.m_dictionary.tryResolveResource(ALL_VISIBLE, DATATYPE_ID, key);
+            else
+                return m_map.m_dictionary.tryResolveResource(ALL_VISIBLE, key);
+        }
 
         static ResourceValue makeValue(const Key& key) noexcept {
             ResourceValue value;
@@ -150,15 +173,20 @@ public:
 
     };
 
+    DictionaryDatatype& getInterface() noexcept { return m_dictionary; }
+
     Store m_store;
     NumericDatatype<ResourceID> m_dictionary;
 
 };
 
 template<typename Key>
-using KavixSingle = KavixMap<Key, unsigned int, false>;
+using KavixSingle = KavixMap<Key, unsigned int, Manner::SINGLE>;
 
 template<typename Key>
-using KavixBatched = KavixMap<Key, unsigned int, true>;
+using KavixVirtual = KavixMap<Key, unsigned int, Manner::VIRTUAL>;
+
+template<typename Key>
+using KavixBatched = KavixMap<Key, unsigned int, Manner::BATCHED>;
 
 }

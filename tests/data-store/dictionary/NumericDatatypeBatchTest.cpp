@@ -316,7 +316,7 @@ protected:
     static std::vector<uint64_t> insertAll(Kit& kit, const std::vector<typename Kit::Key>& keys, BeforeCreation beforeCreation) {
         std::vector<uint64_t> resourceIDs(keys.size(), 999);
         uint64_t nextResourceID = 1;
-        kit.m_table.findOrInsertAll(std::span<const typename Kit::Key>(keys), resourceIDs.data(), [&](size_t index) {
+        kit.m_table.findOrInsertAll(std::span<const typename Kit::Key>(keys), resourceIDs.data(), [&](const typename Kit::Key&, size_t index) {
             beforeCreation(index);
             const uint64_t resourceID = nextResourceID++;
             return typename Kit::Table::Entry{kit.createKeyWord(keys[index], resourceID), resourceID};

@@ -70,7 +70,7 @@ TYPED_TEST(ParallelHashTableFaultOf, AThreadThatEntersWhileTheLeaderAllocatesWai
             kit.insert(kit.getKeyWithHash(id), id);
         const auto newKey = kit.getKeyWithHash(800);
         const auto record = kit.createKeyWord(newKey, 800); // beforehand: its pages are none of the calls below
-        const auto createEntry = [&] { return typename TypeParam::Table::Entry{record, 800}; };
+        const auto createEntry = [&](const auto&) { return typename TypeParam::Table::Entry{record, 800}; };
         std::atomic<uint64_t> idFound{0};
         std::thread reader;
         {

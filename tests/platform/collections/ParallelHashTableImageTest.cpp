@@ -159,7 +159,7 @@ TYPED_TEST(ParallelHashTableImageOf, ALoadedTableGoesOnExactlyAsTheSavedOne) {
     for (uint64_t id = 1; id <= 3000; ++id) {
         const auto key = saved.getKeyWithHash(id * 0x9e3779b97f4a7c15);
         const auto keyWord = saved.createKeyWord(key, id);
-        const auto createEntry = [&] { return typename TypeParam::Table::Entry{keyWord, id}; };
+        const auto createEntry = [&](const auto&) { return typename TypeParam::Table::Entry{keyWord, id}; };
         ASSERT_EQ(loaded.findOrInsert(key, createEntry), saved.m_table.findOrInsert(key, createEntry));
         ASSERT_EQ(loaded.getNumberOfBuckets(), saved.m_table.getNumberOfBuckets());
         ASSERT_EQ(loaded.getDeletedCount(), saved.m_table.getDeletedCount());

@@ -193,7 +193,7 @@ TYPED_TEST(ParallelHashTableSizeOf, ClearingRemovesEverythingAndKeepsTheSize) {
 TYPED_TEST(ParallelHashTableSizeOf, ClearingATableWithNothingButReservationsChangesNothing) {
     TypeParam kit;
     // A failed insertion leaves a reservation of 100 and no entry.
-    EXPECT_THROW(kit.m_table.findOrInsert(kit.getKeyWithHash(1), []() -> typename TypeParam::Table::Entry { throw 1; }), int);
+    EXPECT_THROW(kit.m_table.findOrInsert(kit.getKeyWithHash(1), [](const auto&) -> typename TypeParam::Table::Entry { throw 1; }), int);
     kit.m_table.clear();
     // The reservation is still there: seven batches in all, and the first of them was paid before.
     insertSpread(kit, 1, 700);

@@ -72,7 +72,7 @@ TYPED_TEST(ParallelHashTableStressOf, ThreadsThatInsertTheSameKeysAgreeOnEveryID
                 for (size_t insertion = 0; insertion < insertionsPerThread; ++insertion) {
                     position = (position + random() % 8) % numberOfKeys;
                     const auto key = this->getKey(position);
-                    const uint64_t id = kit.m_table.findOrInsert(key, [&] {
+                    const uint64_t id = kit.m_table.findOrInsert(key, [&](const auto&) {
                         const uint64_t newID = nextID.fetch_add(1);
                         return typename TypeParam::Table::Entry{kit.createKeyWord(key, newID), newID};
                     });
@@ -204,7 +204,7 @@ TYPED_TEST(ParallelHashTableStressOf, EntriesThatCannotBeCreatedDisturbNobody) {
             const auto key = this->getKey(index);
             for (bool isDone = false; !isDone;)
                 try {
-                    kit.m_table.findOrInsert(key, [&] {
+                    kit.m_table.findOrInsert(key, [&](const auto&) {
                         if (random() % 2 == 0)
                             throw 1;
                         const uint64_t id = nextID.fetch_add(1);

@@ -186,7 +186,7 @@ TYPED_TEST(ParallelHashTableOf, AnEntryThatCannotBeCreatedLeavesItsBucketEmptyAn
     const auto key = kit.getKeyWithHash(33);
     int calls = 0;
     const auto failWith = [&](auto exception) {
-        return [&calls, exception]() -> Entry {
+        return [&calls, exception](const auto&) -> Entry {
             ++calls;
             throw exception;
         };
@@ -213,7 +213,7 @@ TYPED_TEST(ParallelHashTableOf, TheLoserOfARaceForAKeyGetsTheIDOfTheWinner) {
     std::atomic<size_t> numberDone{0};
     test::runThreads(4, [&](size_t threadIndex) {
         if (threadIndex == 0) {
-            const uint64_t id = kit.m_table.findOrInsert(key, [&] {
+            const uint64_t id = kit.m_table.findOrInsert(key, [&](const auto&) {
                 isClaimed = true;
                 test::letOthersRun();
                 EXPECT_EQ(numberDone, 0u); // they wait for this bucket
@@ -240,7 +240,7 @@ TYPED_TEST(ParallelHashTableOf, AClaimGivenUpIsTakenByOneThatWaitedForIt) {
     std::vector<uint64_t> ids(4);
     test::runThreads(4, [&](size_t threadIndex) {
         if (threadIndex == 0) {
-            EXPECT_THROW(kit.m_table.findOrInsert(key, [&]() -> typename TypeParam::Table::Entry {
+            EXPECT_THROW(kit.m_table.findOrInsert(key, [&](const auto&) -> typename TypeParam::Table::Entry {
                 isClaimed = true;
                 test::letOthersRun();
                 throw std::bad_alloc();
@@ -266,7 +266,7 @@ TYPED_TEST(ParallelHashTableOf, AResizeWaitsForAnEntryThatIsBeingCreated) {
     std::atomic<bool> isGrown{false};
     test::runThreads(2, [&](size_t threadIndex) {
         if (threadIndex == 0) {
-            kit.m_table.findOrInsert(slowKey, [&] {
+            kit.m_table.findOrInsert(slowKey, [&](const auto&) {
                 isClaimed = true;
                 test::letOthersRun();
                 EXPECT_FALSE(isGrown);

@@ -110,7 +110,7 @@ public:
 
     Insertion<KeyWord> insert(const Key& key, uint64_t resourceID) {
         KeyWord keyWord = 0;
-        const uint64_t found = m_table.findOrInsert(key, [&] {
+        const uint64_t found = m_table.findOrInsert(key, [&](const auto&) {
             keyWord = this->createKeyWord(key, resourceID);
             return typename Table::Entry{keyWord, resourceID};
         });

@@ -7,6 +7,7 @@
 #include "core/data-store/dictionary/XSDDecimal.h"
 #include "core/platform/collections/ParallelHashTable.h"
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -139,6 +140,12 @@ public:
 
     void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) override;
 
+    /// resolveResource() and tryResolveResource() of a value that stands in a register.
+    uint64_t resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
+    uint64_t resolveResource(DictionaryUsageContext* context, const XSDDecimal& value);
+    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept;
+    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept;
+
     /// resolveResource() for many values of one datatype, in order, with the waits for memory overlapping.
     /// @param resourceIDs  one for each value
     /// @throws as resolveResource() at the first value that fails: those before it are entered, those from it on are not
@@ -159,35 +166,15 @@ public:
 
     /// The tables, for inspection while nobody writes.
     const DecimalTable& getDecimalTable() const noexcept { return m_decimalTable; }
-    const IntegerTable& getIntegerTable(uint8_t datatypeID) const noexcept { return m_integerTables[datatypeID]; }
+    const IntegerTable& getIntegerTable(uint8_t datatypeID) const noexcept { return getTable(datatypeID); }
 
 private:
 
-    /// The thirteen integer tables, in the order of the datatype IDs.
-    struct IntegerTables {
+    IntegerTable& getTable(uint8_t datatypeID) const noexcept { return *m_integerTables[datatypeID - D_XSD_INTEGER]; }
 
-        explicit IntegerTables(MemoryManager& memoryManager) : IntegerTables(memoryManager, std::make_index_sequence<NUMBER_OF_INTEGER_DATATYPES>()) { }
-
-        IntegerTable& operator[](uint8_t datatypeID) noexcept { return m_tables[datatypeID - D_XSD_INTEGER]; }
-
-        IntegerTable m_tables[NUMBER_OF_INTEGER_DATATYPES];
-
-    private:
-
-        template<size_t... Indexes>
-        IntegerTables(MemoryManager& memoryManager, std::index_sequence<Indexes...>) : m_tables{((void)Indexes, IntegerTable(memoryManager, IntegerPolicy()))...} { }
-
-    };
-
-    template<typename Getter>
-    uint64_t doResolveResource(DictionaryUsageContext* context, const Getter& nextResourceID, const XSDDecimal& value);
-
-    template<typename Getter>
-    uint64_t doResolveResource(const Getter& nextResourceID, uint8_t datatypeID, int64_t value);
-
-    uint64_t doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept;
-
-    uint64_t doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept;
+    /// Takes a resource ID for a value and publishes it; the table is still to get the entry.
+    typename DecimalTable::Entry createEntry(DictionaryUsageContext* context, const XSDDecimal& value);
+    typename IntegerTable::Entry createEntry(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
 
     /// Writes the record of a decimal and the array entries of its resource; returns the offset of the record.
     uint64_t addDecimal(DictionaryUsageContext* context, ResourceID resourceID, const XSDDecimal& value);
@@ -200,7 +187,7 @@ private:
 
     // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize.
     mutable DecimalTable m_decimalTable;
-    mutable IntegerTables m_integerTables;
+    std::array<std::unique_ptr<IntegerTable>, NUMBER_OF_INTEGER_DATATYPES> m_integerTables; // in the order of the datatype IDs
 
 };
 

@@ -7,26 +7,17 @@ namespace kavix {
 
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) {
-    const ResourceIDGetter nextResourceID = nextResourceIDGetter(context);
-    m_integerTables[datatypeID].findOrInsertAll(values, resourceIDs, [&](size_t index) {
-        const uint64_t resourceID = nextResourceID();
-        setResource(resourceID, static_cast<uint64_t>(values[index]), datatypeID);
-        return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
-    });
+    getTable(datatypeID).findOrInsertAll(values, resourceIDs, [&](int64_t value, size_t) { return createEntry(context, datatypeID, value); });
 }
 
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, std::span<const XSDDecimal> values, uint64_t* resourceIDs) {
-    const ResourceIDGetter nextResourceID = nextResourceIDGetter(context);
-    m_decimalTable.findOrInsertAll(values, resourceIDs, [&](size_t index) {
-        const ResourceID resourceID = static_cast<ResourceID>(nextResourceID());
-        return typename DecimalTable::Entry{addDecimal(context, resourceID, values[index]), resourceID};
-    });
+    m_decimalTable.findOrInsertAll(values, resourceIDs, [&](const XSDDecimal& value, size_t) { return createEntry(context, value); });
 }
 
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) const noexcept {
-    m_integerTables[datatypeID].findAll(values, resourceIDs, [](ResourceID) { return true; });
+    getTable(datatypeID).findAll(values, resourceIDs, [](ResourceID) { return true; });
     for (size_t index = 0; index < values.size(); ++index)
         if (resourceIDs[index] >= visibility.first)
             resourceIDs[index] = 0;

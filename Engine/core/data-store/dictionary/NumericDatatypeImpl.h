@@ -13,9 +13,10 @@ namespace kavix {
 template<typename ResourceID>
 NumericDatatype<ResourceID>::NumericDatatype(MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) :
     DictionaryDatatype(nextResourceID, resourceData, resourceDatatypeIDs, dataPool),
-    m_decimalTable(memoryManager, DecimalPolicy{dataPool}),
-    m_integerTables(memoryManager)
+    m_decimalTable(memoryManager, DecimalPolicy{dataPool})
 {
+    for (std::unique_ptr<IntegerTable>& table : m_integerTables)
+        table = std::make_unique<IntegerTable>(memoryManager, IntegerPolicy());
 }
 
 template<typename ResourceID>
@@ -26,8 +27,8 @@ void NumericDatatype<ResourceID>::initialize(uint64_t maxResourceID, uint64_t) {
     m_maxResourceID = maxResourceID;
     m_maxResourceIDForBlocks = maxResourceID - RESOURCE_ID_BLOCK_SIZE; // wraps for a smaller bound, which then rules single IDs only
     m_decimalTable.initialize(DecimalTable::MINIMUM_NUMBER_OF_BUCKETS);
-    for (IntegerTable& table : m_integerTables.m_tables)
-        table.initialize(IntegerTable::MINIMUM_NUMBER_OF_BUCKETS);
+    for (const std::unique_ptr<IntegerTable>& table : m_integerTables)
+        table->initialize(IntegerTable::MINIMUM_NUMBER_OF_BUCKETS);
 }
 
 template<typename ResourceID>
@@ -38,7 +39,7 @@ void NumericDatatype<ResourceID>::restoreEmpty(const std::vector<uint64_t>& coun
     };
     initializeTable(m_decimalTable, D_XSD_DECIMAL);
     for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
-        initializeTable(m_integerTables[datatypeID], datatypeID);
+        initializeTable(getTable(datatypeID), datatypeID);
 }
 
 template<typename ResourceID>
@@ -69,60 +70,62 @@ void NumericDatatype<ResourceID>::getResource(uint64_t resourceID, uint8_t datat
 template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept {
     if (value.datatypeID == D_XSD_DECIMAL)
-        return doTryResolveResource(visibility, value.getBinaryValue<XSDDecimal>());
-    return doTryResolveResource(visibility, value.datatypeID, value.getBinaryValue<int64_t>());
+        return tryResolveResource(visibility, value.getBinaryValue<XSDDecimal>());
+    return tryResolveResource(visibility, value.datatypeID, value.getBinaryValue<int64_t>());
 }
 
 template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const {
     if (datatypeID == D_XSD_DECIMAL)
-        return doTryResolveResource(visibility, XSDDecimal(lexicalForm, length));
-    return doTryResolveResource(visibility, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
+        return tryResolveResource(visibility, XSDDecimal(lexicalForm, length));
+    return tryResolveResource(visibility, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
-    const uint64_t resourceID = m_decimalTable.find(value, [&visibility](uint64_t recordOffset) { return recordOffset < visibility.second; });
-    return resourceID < visibility.first ? resourceID : 0;
+uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
+    return m_decimalTable.find(value, [end = visibility.second](uint64_t recordOffset) { return recordOffset < end; }, visibility.first);
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::doTryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
-    const uint64_t resourceID = m_integerTables[datatypeID].find(value, [](ResourceID) { return true; });
-    return resourceID < visibility.first ? resourceID : 0;
+uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
+    return getTable(datatypeID).find(value, [](ResourceID) { return true; }, visibility.first);
 }
 
 template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const ResourceValue& value) {
     if (value.datatypeID == D_XSD_DECIMAL)
-        return doResolveResource(context, nextResourceIDGetter(context), value.getBinaryValue<XSDDecimal>());
-    return doResolveResource(nextResourceIDGetter(context), value.datatypeID, value.getBinaryValue<int64_t>());
+        return resolveResource(context, value.getBinaryValue<XSDDecimal>());
+    return resolveResource(context, value.datatypeID, value.getBinaryValue<int64_t>());
 }
 
 template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) {
     if (datatypeID == D_XSD_DECIMAL)
-        return doResolveResource(context, nextResourceIDGetter(context), XSDDecimal(lexicalForm, length));
-    return doResolveResource(nextResourceIDGetter(context), datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
+        return resolveResource(context, XSDDecimal(lexicalForm, length));
+    return resolveResource(context, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
 }
 
 template<typename ResourceID>
-template<typename Getter>
-uint64_t NumericDatatype<ResourceID>::doResolveResource(DictionaryUsageContext* context, const Getter& nextResourceID, const XSDDecimal& value) {
-    return m_decimalTable.findOrInsert(value, [&] {
-        const ResourceID resourceID = static_cast<ResourceID>(nextResourceID());
-        return typename DecimalTable::Entry{addDecimal(context, resourceID, value), resourceID};
-    });
+uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const XSDDecimal& value) {
+    return m_decimalTable.findOrInsert(value, [](const XSDDecimal& key, NumericDatatype* self, DictionaryUsageContext* own) { return self->createEntry(own, key); }, this, context);
 }
 
 template<typename ResourceID>
-template<typename Getter>
-uint64_t NumericDatatype<ResourceID>::doResolveResource(const Getter& nextResourceID, uint8_t datatypeID, int64_t value) {
-    return m_integerTables[datatypeID].findOrInsert(value, [&] {
-        const uint64_t resourceID = nextResourceID();
-        setResource(resourceID, static_cast<uint64_t>(value), datatypeID);
-        return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
-    });
+uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
+    return getTable(datatypeID).findOrInsert(value, [](int64_t key, NumericDatatype* self, DictionaryUsageContext* own, uint8_t ownID) { return self->createEntry(own, ownID, key); }, this, context, datatypeID);
+}
+
+template<typename ResourceID>
+typename NumericDatatype<ResourceID>::DecimalTable::Entry NumericDatatype<ResourceID>::createEntry(DictionaryUsageContext* context, const XSDDecimal& value) {
+    const ResourceID resourceID = static_cast<ResourceID>(nextResourceIDGetter(context)());
+    return typename DecimalTable::Entry{addDecimal(context, resourceID, value), resourceID};
+}
+
+template<typename ResourceID>
+typename NumericDatatype<ResourceID>::IntegerTable::Entry NumericDatatype<ResourceID>::createEntry(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
+    const uint64_t resourceID = nextResourceIDGetter(context)();
+    setResource(resourceID, static_cast<uint64_t>(value), datatypeID);
+    return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
 }
 
 template<typename ResourceID>
@@ -158,14 +161,14 @@ template<typename ResourceID>
 void NumericDatatype<ResourceID>::restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) {
     if (value.datatypeID == D_XSD_DECIMAL) {
         const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
-        m_decimalTable.findOrInsert(decimal, [&] {
+        m_decimalTable.findOrInsert(decimal, [&](const XSDDecimal&) {
             ensureResourceUsable(resourceID);
             return typename DecimalTable::Entry{addDecimal(context, static_cast<ResourceID>(resourceID), decimal), resourceID};
         });
     }
     else {
         const int64_t integer = value.getBinaryValue<int64_t>();
-        m_integerTables[value.datatypeID].findOrInsert(integer, [&] {
+        getTable(value.datatypeID).findOrInsert(integer, [&](int64_t) {
             ensureResourceUsable(resourceID);
             setResource(resourceID, static_cast<uint64_t>(integer), value.datatypeID);
             return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
@@ -177,7 +180,7 @@ template<typename ResourceID>
 void NumericDatatype<ResourceID>::deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) {
     const uint64_t data = m_resourceData[resourceID];
     if (datatypeID != D_XSD_DECIMAL)
-        m_integerTables[datatypeID].markDeleted(static_cast<int64_t>(data), static_cast<ResourceID>(resourceID));
+        getTable(datatypeID).markDeleted(static_cast<int64_t>(data), static_cast<ResourceID>(resourceID));
     else if (data >= DataPool::FIRST_OFFSET) // otherwise the ID never had a record
         m_decimalTable.markDeleted(getDecimal(resourceID), data);
 }

@@ -30,8 +30,8 @@ void NumericDatatype<ResourceID>::save(OutputStream& output) const {
     output.write(&m_maxResourceID, sizeof(m_maxResourceID));
     output.write(&m_maxResourceIDForBlocks, sizeof(m_maxResourceIDForBlocks));
     m_decimalTable.save(output);
-    for (const IntegerTable& table : m_integerTables.m_tables)
-        table.save(output);
+    for (const std::unique_ptr<IntegerTable>& table : m_integerTables)
+        table->save(output);
 }
 
 template<typename ResourceID>
@@ -47,8 +47,8 @@ void NumericDatatype<ResourceID>::load(InputStream& input) {
     readExactly(input, &m_maxResourceID, sizeof(m_maxResourceID));
     readExactly(input, &m_maxResourceIDForBlocks, sizeof(m_maxResourceIDForBlocks));
     m_decimalTable.load(input);
-    for (IntegerTable& table : m_integerTables.m_tables)
-        table.load(input);
+    for (const std::unique_ptr<IntegerTable>& table : m_integerTables)
+        table->load(input);
 }
 
 template<typename ResourceID>
@@ -88,7 +88,7 @@ void NumericDatatype<ResourceID>::finishCompact(const DictionaryCompactionState&
         });
     });
     for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
-        rebuild(m_integerTables[datatypeID], datatypeID, [](IntegerTable& table, const CompactionEntry& integerEntry) {
+        rebuild(getTable(datatypeID), datatypeID, [](IntegerTable& table, const CompactionEntry& integerEntry) {
             const int64_t value = static_cast<int64_t>(integerEntry.data);
             table.reinsert(value, static_cast<ResourceID>(integerEntry.newResourceID), [value](const typename IntegerPolicy::Bucket& bucket, ResourceID resourceID) {
                 return resourceID != IntegerTable::DELETED && bucket.m_value == value;
@@ -117,7 +117,7 @@ std::unique_ptr<ComponentInfo> NumericDatatype<ResourceID>::getComponentInfo() c
     };
     addTable(m_decimalTable, s_xsdDecimal);
     for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
-        addTable(std::as_const(m_integerTables[datatypeID]), getIntegerDatatypeInfo(datatypeID).datatypeIRI);
+        addTable(std::as_const(getTable(datatypeID)), getIntegerDatatypeInfo(datatypeID).datatypeIRI);
     root->addNumericProperty("Aggregate size", aggregateSize, 0);
     return root;
 }

@@ -47,7 +47,9 @@ namespace kavix {
 /// Failures  No memory to grow: the table is as before, the caller gets the error, the rest go on.
 ///           Creating an entry throws: its bucket is empty again, the reservation is kept.
 /// Cost      Expected constant probes up to load 0.7; growth moves an entry once per doubling. The shared used count is
-///           touched once per 100 insertions of a thread.
+///           touched once per 100 insertions of a thread. A look-up is a cache miss and few instructions, and the processor
+///           overlaps the misses of as many look-ups as its window holds: so find() and findOrInsert() have a short lane
+///           that calls nothing, and every obstacle sends them to a second function that begins again.
 ///
 /// Policy says what a bucket is:
 ///   Bucket, KeyWord, Key                             the types; an empty bucket is all zero bytes
@@ -92,16 +94,18 @@ public:
     /// @throws as MemoryRegion  the table has no buckets then
     void initialize(size_t numberOfBuckets);
 
-    /// Returns the resource ID of a key, or 0 if it is absent. Live buckets whose key word isVisible(keyWord) refuses are
-    /// passed over.
+    /// Returns the resource ID of a key, or 0 if it is absent or its ID is not below the end. Live buckets whose key word
+    /// isVisible(keyWord) refuses are passed over.
     template<typename IsVisible>
-    uint64_t find(const Key& key, IsVisible isVisible) noexcept;
+    [[gnu::always_inline]] inline uint64_t find(const Key& key, IsVisible isVisible, uint64_t resourceIDEnd = std::numeric_limits<uint64_t>::max()) noexcept;
 
-    /// Returns the resource ID of a key; if it is absent, enters what createEntry() returns. The key word of that entry
-    /// is none of the three markers, and everything a reader needs to use it was written before createEntry() returned.
+    /// Returns the resource ID of a key; if it is absent, enters what createEntry(key, arguments...) returns. The key word
+    /// of that entry is none of the three markers, and everything a reader needs to use it was written before
+    /// createEntry() returned. Unlike what createEntry captures, the arguments can stay in registers: at most three words
+    /// together with a key of one word, two with a key of two.
     /// @throws as MemoryRegion if the table must grow and cannot, and whatever createEntry() throws: the key is absent
-    template<typename CreateEntry>
-    uint64_t findOrInsert(const Key& key, CreateEntry&& createEntry);
+    template<typename CreateEntry, typename... Arguments>
+    [[gnu::always_inline]] inline uint64_t findOrInsert(const Key& key, CreateEntry createEntry, Arguments... arguments);
 
     /// find() for many keys: resourceIDs[i] becomes what find(keys[i]) returns. Fetches ahead, so that the waits for memory
     /// overlap; enters the table once for BATCH_SIZE keys.
@@ -109,7 +113,7 @@ public:
     void findAll(std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept;
 
     /// findOrInsert() for many keys, in order: keys are looked up together, and then the absent ones entered one after the
-    /// other. createEntry(i) is called for keys[i].
+    /// other. createEntry(keys[i], i) makes an entry.
     /// @throws as findOrInsert() at the first key that fails: the keys before it have their IDs, what is written to
     ///         resourceIDs from it on is unspecified, and none of them was entered
     template<typename CreateEntry>
@@ -184,11 +188,43 @@ private:
         return m_threadContexts[s_currentThreadContextIndex];
     }
 
+    /// Loads the key word of a bucket as it is.
+    static KeyWord peekKeyWord(const Bucket& bucket) noexcept {
+        // Acquire. Pairs with the release in ~Claim() and placeEntry(): whoever sees a live key word sees its value.
+        return Policy::getKeyWord(bucket).load(std::memory_order_acquire);
+    }
+
+    static bool isLive(KeyWord keyWord) noexcept { return static_cast<KeyWord>(keyWord - 1) < DELETED - 1; }
+
+    bool isResizing() const noexcept {
+        // Acquire. Pairs with the release store that ends a resize: we see the array as it is afterwards.
+        return m_resizeState.load(std::memory_order_acquire) != NO_RESIZE;
+    }
+
+    /// find() and findOrInsert() from the beginning, for a thread that met an obstacle after ThreadContext::beginEntering().
+    /// @param isInside  what that returned
+    template<typename IsVisible>
+    [[gnu::noinline]] uint64_t findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept;
+
+    template<typename CreateEntry, typename... Arguments>
+    [[gnu::noinline]] uint64_t findOrInsertSlowly(bool isInside, Key key, CreateEntry createEntry, Arguments... arguments);
+
+    /// The end of findOrInsert() for a thread that has found a bucket empty; leaves the table.
+    template<typename CreateEntry, typename... Arguments>
+    [[gnu::noinline]] uint64_t insertAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
+
+    /// Makes an empty bucket busy; returns whether it was empty.
+    static bool tryClaim(Bucket& bucket) noexcept;
+
+    /// Creates and publishes the entry of a claimed bucket, or else makes the bucket empty again.
+    template<typename CreateEntry, typename... Arguments>
+    uint64_t fillClaimed(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments);
+
     /// findOrInsert() for a thread that is inside and has a reservation.
     /// @param index  where to start probing: the hash of the key, or the index of a bucket that was once found empty when
     ///               probing for it, since the buckets before that one still do not have the key
-    template<typename CreateEntry>
-    uint64_t findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry&& createEntry);
+    template<typename CreateEntry, typename... Arguments>
+    uint64_t findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry& createEntry, const Arguments&... arguments);
 
     /// Loads the key word of a bucket once it is not busy.
     static KeyWord loadKeyWord(Bucket& bucket) noexcept;

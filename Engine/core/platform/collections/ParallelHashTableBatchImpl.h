@@ -142,7 +142,7 @@ void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint6
             if (resourceIDs[first + index] == 0) {
                 isResized |= ensureReservation(visit.getContext()); // the empty buckets were those of the old array
                 const size_t start = isResized ? m_policy.getHash(batch[index]) : emptyBuckets[index];
-                resourceIDs[first + index] = findOrInsertInside(visit.getContext(), batch[index], start, [&] { return createEntry(first + index); });
+                resourceIDs[first + index] = findOrInsertInside(visit.getContext(), batch[index], start, createEntry, first + index);
             }
     }
 }

@@ -16,14 +16,22 @@ class ParallelHashTable<Policy>::Visit : private Unmovable {
 
 public:
 
-    explicit Visit(ParallelHashTable& table) noexcept : m_context(table.getOwnContext()) {
-        m_context.enter();
+    explicit Visit(ParallelHashTable& table) noexcept : Visit(table, table.getOwnContext(), table.getOwnContext().beginEntering()) { }
+
+    /// Completes the entry of a thread after ThreadContext::beginEntering().
+    /// @param isInside  what that returned
+    Visit(ParallelHashTable& table, ThreadContext& own, bool isInside) noexcept : m_context(own) {
+        if (!isInside)
+            m_context.waitUntilHandedOver();
         assert(table.getNumberOfBuckets() != 0 && "the table was never initialised");
         // Acquire. Pairs with the release store that ends a resize: we see the array as it is afterwards.
         const int64_t state = table.m_resizeState.load(std::memory_order_acquire);
         if (state != NO_RESIZE)
             table.handleResize(m_context, static_cast<size_t>(state));
     }
+
+    /// Ends the stay of a thread that is inside.
+    Visit(ParallelHashTable&, ThreadContext& own) noexcept : m_context(own) { }
 
     ~Visit() { m_context.leave(); }
 
@@ -35,7 +43,7 @@ private:
 
 };
 
-/// A bucket that this thread has claimed: published, or else empty again at the end of the scope.
+/// A bucket that this thread has claimed by tryClaim(): published, or else empty again at the end of the scope.
 template<typename Policy>
 class ParallelHashTable<Policy>::Claim : private Unmovable {
 
@@ -96,14 +104,13 @@ void ParallelHashTable<Policy>::initialize(size_t numberOfBuckets) {
 
 template<typename Policy>
 typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::loadKeyWord(Bucket& bucket) noexcept {
-    // Acquire. Pairs with the release in ~Claim() and placeEntry(): whoever sees a live key word sees its value.
-    KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_acquire);
+    KeyWord keyWord = peekKeyWord(bucket);
     if (keyWord == BUSY) [[unlikely]] {
         // Ends when the thread that claimed the bucket publishes it or gives it up; it never waits for us meanwhile.
         SpinWait wait;
         do {
             wait.step();
-            keyWord = Policy::getKeyWord(bucket).load(std::memory_order_acquire);
+            keyWord = peekKeyWord(bucket);
         } while (keyWord == BUSY);
     }
     return keyWord;
@@ -111,45 +118,118 @@ typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::loadKeyWo
 
 template<typename Policy>
 template<typename IsVisible>
-uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible) noexcept {
-    const Visit visit(*this);
+uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
+    ThreadContext& own = getOwnContext();
+    if (!own.beginEntering()) [[unlikely]]
+        return findSlowly(false, key, isVisible, resourceIDEnd);
+    if (!isResizing()) [[likely]] {
+        for (size_t index = m_policy.getHash(key);; ++index) {
+            const Bucket& bucket = getBucket(index);
+            const KeyWord keyWord = peekKeyWord(bucket);
+            if (isLive(keyWord)) [[likely]] {
+                if (isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key)) {
+                    const uint64_t resourceID = m_policy.getResourceID(bucket, keyWord);
+                    return own.leaveWith(resourceID < resourceIDEnd ? resourceID : 0);
+                }
+            }
+            else if (keyWord == EMPTY)
+                return own.leaveWith(0);
+            else if (keyWord == BUSY)
+                break;
+        }
+    }
+    return findSlowly(true, key, isVisible, resourceIDEnd);
+}
+
+template<typename Policy>
+template<typename IsVisible>
+uint64_t ParallelHashTable<Policy>::findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
+    const Visit visit(*this, getOwnContext(), isInside);
     for (size_t index = m_policy.getHash(key);; ++index) {
         Bucket& bucket = getBucket(index);
         const KeyWord keyWord = loadKeyWord(bucket);
         if (keyWord == EMPTY)
             return 0;
-        if (keyWord != DELETED && isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key))
-            return m_policy.getResourceID(bucket, keyWord);
+        if (keyWord != DELETED && isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key)) {
+            const uint64_t resourceID = m_policy.getResourceID(bucket, keyWord);
+            return resourceID < resourceIDEnd ? resourceID : 0;
+        }
     }
 }
 
 template<typename Policy>
-template<typename CreateEntry>
-uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry&& createEntry) {
-    Visit visit(*this);
-    // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
-    ensureReservation(visit.getContext());
-    return findOrInsertInside(visit.getContext(), key, m_policy.getHash(key), createEntry);
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry createEntry, Arguments... arguments) {
+    ThreadContext& own = getOwnContext();
+    if (!own.beginEntering()) [[unlikely]]
+        return findOrInsertSlowly(false, key, createEntry, arguments...);
+    if (!isResizing() && own.getFreeReservation() != 0) [[likely]] {
+        for (size_t index = m_policy.getHash(key);; ++index) {
+            Bucket& bucket = getBucket(index);
+            const KeyWord keyWord = peekKeyWord(bucket);
+            if (isLive(keyWord)) [[likely]] {
+                if (m_policy.isEqual(bucket, keyWord, key))
+                    return own.leaveWith(m_policy.getResourceID(bucket, keyWord));
+            }
+            else if (keyWord == EMPTY)
+                return insertAndLeave(bucket, key, createEntry, arguments...);
+            else if (keyWord == BUSY)
+                break;
+        }
+    }
+    return findOrInsertSlowly(true, key, createEntry, arguments...);
 }
 
 template<typename Policy>
-template<typename CreateEntry>
-uint64_t ParallelHashTable<Policy>::findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry&& createEntry) {
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::findOrInsertSlowly(bool isInside, Key key, CreateEntry createEntry, Arguments... arguments) {
+    ThreadContext& own = getOwnContext();
+    const Visit visit(*this, own, isInside);
+    // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
+    ensureReservation(own);
+    return findOrInsertInside(own, key, m_policy.getHash(key), createEntry, arguments...);
+}
+
+template<typename Policy>
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::insertAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
+    if (!tryClaim(bucket)) [[unlikely]]
+        return findOrInsertSlowly(true, key, createEntry, arguments...);
+    ThreadContext& own = getOwnContext();
+    const Visit visit(*this, own);
+    return fillClaimed(own, bucket, key, createEntry, arguments...);
+}
+
+template<typename Policy>
+bool ParallelHashTable<Policy>::tryClaim(Bucket& bucket) noexcept {
+    KeyWord expected = EMPTY;
+    // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes nothing;
+    // the claim only keeps others away.
+    return Policy::getKeyWord(bucket).compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed);
+}
+
+template<typename Policy>
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::fillClaimed(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments) {
+    Claim claim(bucket);
+    const Entry entry = createEntry(key, arguments...);
+    assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
+    Policy::setValue(bucket, key);
+    claim.publish(entry.m_keyWord);
+    spendReservation(own);
+    return entry.m_resourceID;
+}
+
+template<typename Policy>
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry& createEntry, const Arguments&... arguments) {
     for (;;) {
         Bucket& bucket = getBucket(index);
-        KeyWord keyWord = loadKeyWord(bucket);
+        const KeyWord keyWord = loadKeyWord(bucket);
         if (keyWord == EMPTY) {
-            // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes
-            // nothing; the claim only keeps others away.
-            if (!Policy::getKeyWord(bucket).compare_exchange_strong(keyWord, BUSY, std::memory_order_release, std::memory_order_relaxed))
-                continue; // another thread took the bucket, maybe for this very key
-            Claim claim(bucket);
-            const Entry entry = createEntry();
-            assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
-            Policy::setValue(bucket, key);
-            claim.publish(entry.m_keyWord);
-            spendReservation(own);
-            return entry.m_resourceID;
+            if (tryClaim(bucket))
+                return fillClaimed(own, bucket, key, createEntry, arguments...);
+            continue; // another thread took the bucket, maybe for this very key
         }
         if (keyWord != DELETED && m_policy.isEqual(bucket, keyWord, key))
             return m_policy.getResourceID(bucket, keyWord);

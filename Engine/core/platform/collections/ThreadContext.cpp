@@ -22,4 +22,9 @@ void ThreadContext::handOver() noexcept {
     ::pthread_mutex_unlock(&m_mutex);
 }
 
+uint64_t ThreadContext::handOverWith(uint64_t result) noexcept {
+    handOver();
+    return result;
+}
+
 }

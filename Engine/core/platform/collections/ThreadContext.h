@@ -40,15 +40,31 @@ public:
 
     /// Enters, or stops, the slot: returns when the caller holds it.
     void enter() noexcept {
-        // Acquire. Pairs with the release in leave().
-        if (m_entryCount.fetch_add(1, std::memory_order_acquire) != 0)
+        if (!beginEntering())
             waitUntilHandedOver();
     }
 
+    /// The first step of entering: returns whether the caller holds the slot. If not, waitUntilHandedOver() must follow.
+    bool beginEntering() noexcept {
+        // Acquire. Pairs with the release in leave().
+        return m_entryCount.fetch_add(1, std::memory_order_acquire) == 0;
+    }
+
+    /// The second step, of a caller that has announced itself and does not hold the slot: returns when it does.
+    void waitUntilHandedOver() noexcept;
+
     void leave() noexcept {
-        // Release. Pairs with the acquire in enter().
+        // Release. Pairs with the acquire in beginEntering().
         if (m_entryCount.fetch_sub(1, std::memory_order_release) >= 2)
             handOver();
+    }
+
+    /// leave() at the end of a short function: returns the result, and calls nothing that would have to return first.
+    uint64_t leaveWith(uint64_t result) noexcept {
+        // Release, as in leave().
+        if (m_entryCount.fetch_sub(1, std::memory_order_release) >= 2) [[unlikely]]
+            return handOverWith(result);
+        return result;
     }
 
     /// How many buckets may be filled through this slot without touching the table's used count.
@@ -58,9 +74,9 @@ public:
 
 private:
 
-    void waitUntilHandedOver() noexcept;
-
     void handOver() noexcept;
+
+    uint64_t handOverWith(uint64_t result) noexcept;
 
     std::atomic<uint32_t> m_entryCount{0};
     std::atomic<uint32_t> m_freeReservation{0};
