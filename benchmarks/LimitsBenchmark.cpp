@@ -15,6 +15,7 @@
 #include <new>
 #include <span>
 #include <sys/mman.h>
+#include <string>
 #include <vector>
 
 namespace kavix::benchmarks {
@@ -84,8 +85,9 @@ void dependentReads(benchmark::State& state, bool useHugePages) {
     });
 }
 
-/// Random buckets, read or written, whose lines are fetched some way ahead: what batches are made for.
-template<bool WRITES>
+/// Random buckets, read or written, whose lines are fetched some way ahead: what batches are made for. Level 1 or 2 of the
+/// caches gets them.
+template<bool WRITES, int LEVEL>
 void prefetchedAccess(benchmark::State& state, bool useHugePages) {
     PagedArray array(getNumberOfBuckets(), useHugePages);
     const size_t mask = array.m_buckets.size() - 1;
@@ -96,7 +98,7 @@ void prefetchedAccess(benchmark::State& state, bool useHugePages) {
         uint64_t sum = 0;
         for (size_t index = 0; index < accesses; ++index) {
             if (index + DISTANCE < accesses)
-                __builtin_prefetch(&array.m_buckets[static_cast<uint64_t>(keys[index + DISTANCE]) & mask], WRITES);
+                __builtin_prefetch(&array.m_buckets[static_cast<uint64_t>(keys[index + DISTANCE]) & mask], WRITES, 4 - LEVEL);
             PagedArray::Bucket& bucket = array.m_buckets[static_cast<uint64_t>(keys[index]) & mask];
             if constexpr (WRITES)
                 bucket = {index, bucket.m_second + 1};
@@ -134,8 +136,8 @@ void streamingRead(benchmark::State& state, bool useHugePages) {
 }
 
 template<typename Function>
-void registerLimit(const char* name, Function function) {
-    benchmark::RegisterBenchmark(name, function)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+void registerLimit(const std::string& name, Function function) {
+    benchmark::RegisterBenchmark(name.c_str(), function)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
 }
@@ -145,10 +147,13 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     registerLimit("dependent_reads/pages:4K", [](benchmark::State& state) { dependentReads(state, false); });
     registerLimit("dependent_reads/pages:huge", [](benchmark::State& state) { dependentReads(state, true); });
-    registerLimit("prefetched_reads/pages:4K", [](benchmark::State& state) { prefetchedAccess<false>(state, false); });
-    registerLimit("prefetched_reads/pages:huge", [](benchmark::State& state) { prefetchedAccess<false>(state, true); });
-    registerLimit("prefetched_writes/pages:4K", [](benchmark::State& state) { prefetchedAccess<true>(state, false); });
-    registerLimit("prefetched_writes/pages:huge", [](benchmark::State& state) { prefetchedAccess<true>(state, true); });
+    for (const bool isHuge : {false, true}) {
+        const std::string pages = isHuge ? "pages:huge" : "pages:4K";
+        registerLimit("prefetched_reads_level1/" + pages, [=](benchmark::State& state) { prefetchedAccess<false, 1>(state, isHuge); });
+        registerLimit("prefetched_reads/" + pages, [=](benchmark::State& state) { prefetchedAccess<false, 2>(state, isHuge); });
+        registerLimit("prefetched_writes_level1/" + pages, [=](benchmark::State& state) { prefetchedAccess<true, 1>(state, isHuge); });
+        registerLimit("prefetched_writes/" + pages, [=](benchmark::State& state) { prefetchedAccess<true, 2>(state, isHuge); });
+    }
     registerLimit("streaming_bytes/pages:4K", [](benchmark::State& state) { streamingRead(state, false); });
     registerLimit("streaming_bytes/pages:huge", [](benchmark::State& state) { streamingRead(state, true); });
     registerLimit("locked_increment", lockedIncrement);

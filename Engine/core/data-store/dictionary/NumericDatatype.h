@@ -6,6 +6,7 @@
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/XSDDecimal.h"
 #include "core/platform/collections/ParallelHashTable.h"
+#include "core/platform/system/Prefetch.h"
 
 #include <array>
 #include <atomic>
@@ -99,7 +100,7 @@ public:
 
         bool isEqual(const Bucket&, KeyWord keyWord, const XSDDecimal& key) const noexcept { return Record::readValue(getRecord(keyWord)) == key; }
 
-        void prefetchEntry(KeyWord keyWord) const noexcept { __builtin_prefetch(getRecord(keyWord)); }
+        void prefetchEntry(KeyWord keyWord) const noexcept { fetchAhead(getRecord(keyWord)); }
 
         static void setValue(Bucket&, const XSDDecimal&) noexcept { }
 

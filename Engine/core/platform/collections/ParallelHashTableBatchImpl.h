@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/platform/collections/ParallelHashTableImpl.h"
+#include "core/platform/system/Prefetch.h"
 
 #include <algorithm>
 #include <array>
@@ -64,7 +65,7 @@ private:
 
     void goTo(Lookup& lookup, size_t index) noexcept {
         lookup.m_index = index & m_mask;
-        __builtin_prefetch(&m_buckets[lookup.m_index]);
+        fetchAhead(&m_buckets[lookup.m_index]);
     }
 
     void finishPresent(const Lookup& lookup, uint64_t resourceID) noexcept { m_resourceIDs[lookup.m_keyNumber] = resourceID; }
