@@ -56,6 +56,7 @@ Dictionary::Dictionary(const Options& options) :
     m_resourceDatatypeIDs(m_memoryManager),
     m_dataPool(m_memoryManager),
     m_dictionaryDatatypesByID(),
+    m_batchesByID(),
     m_snapshotBeforeTransaction(EVERYTHING)
 {
     registerBuiltInDatatypeFamilies();
@@ -65,8 +66,13 @@ Dictionary::Dictionary(const Options& options) :
     for (const DictionaryDatatypeFactory* factory : DictionaryDatatypeFactory::getFactories()) {
         std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory->createDictionaryDatatype(m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData, m_resourceDatatypeIDs, m_dataPool);
         dictionaryDatatype->initialize(m_maxResourceID, 0);
-        for (const auto& [datatypeID, datatypeIRI] : factory->getDatatypeIDsAndIRIs())
+        DictionaryDatatypeBatches* batches = dynamic_cast<DictionaryDatatypeBatches*>(dictionaryDatatype.get());
+        if (batches == nullptr)
+            batches = m_oneAtATimeBatches.emplace_back(std::make_unique<OneAtATimeBatches>(*dictionaryDatatype)).get();
+        for (const auto& [datatypeID, datatypeIRI] : factory->getDatatypeIDsAndIRIs()) {
             m_dictionaryDatatypesByID[datatypeID] = dictionaryDatatype.get();
+            m_batchesByID[datatypeID] = batches;
+        }
         m_dictionaryDatatypes.push_back(std::move(dictionaryDatatype));
     }
 }

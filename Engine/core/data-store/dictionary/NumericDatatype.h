@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
+#include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/XSDDecimal.h"
 #include "core/platform/collections/ParallelHashTable.h"
@@ -20,6 +21,8 @@
 
 namespace kavix {
 
+class NumericBatch;
+
 /// The dictionary of numeric resources of one store: a table of xsd:decimal values and one of each integer datatype. A
 /// value keeps the datatype under which it was entered, so "5"^^xsd:int and "5"^^xsd:long are two resources.
 ///
@@ -31,7 +34,7 @@ namespace kavix {
 /// interface has 64 bits. The narrow dictionary relies on the bound given to initialize(): at most 2^32 - 2.
 /// Callers, publication order: see DictionaryDatatype. Records are never freed or moved by this class.
 template<typename ResourceID>
-class NumericDatatype final : public DictionaryDatatype {
+class NumericDatatype final : public DictionaryDatatype, public DictionaryDatatypeBatches {
 
 public:
 
@@ -157,6 +160,9 @@ public:
     void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) const noexcept;
     void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const XSDDecimal> values, uint64_t* resourceIDs) const noexcept;
 
+    void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override;
+    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept override;
+
     void save(OutputStream& output) const override;
     void load(InputStream& input) override;
 
@@ -172,6 +178,8 @@ public:
 private:
 
     IntegerTable& getTable(uint8_t datatypeID) const noexcept { return *m_integerTables[datatypeID - D_XSD_INTEGER]; }
+
+    void findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
 
     /// Takes a resource ID for a value and publishes it; the table is still to get the entry.
     typename DecimalTable::Entry createEntry(DictionaryUsageContext* context, const XSDDecimal& value);

@@ -37,6 +37,10 @@ uint64_t Transaction::resolve(const ResourceValue& value) {
     return m_dictionary.doResolve(&getOwnContext(), value);
 }
 
+void Transaction::resolve(std::span<const ResourceValue> values, uint64_t* resourceIDs) {
+    m_dictionary.doResolve(&getOwnContext(), values, resourceIDs);
+}
+
 void Transaction::commit() noexcept {
     if (m_isRunning) {
         m_isRunning = false;

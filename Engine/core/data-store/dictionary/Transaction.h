@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace kavix {
@@ -43,6 +44,15 @@ public:
 
     /// The same for a value in binary form, which is checked as a lexical form would be.
     uint64_t resolve(const ResourceValue& value);
+
+    /// resolve() for many values of any datatypes, in order, with the waits for memory overlapping: resourceIDs[i] becomes
+    /// what resolve(values[i]) returns, and new IDs are those of one value after the other. Absent values alone reserve
+    /// room in their table, so a batch of present ones never makes a table grow. Uses about 40 KB of stack.
+    /// @param resourceIDs  one for each value; overlaps neither the values nor their data
+    /// @throws as resolve() for the first value that fails: those before it are entered and have their IDs, none from it
+    ///         on is entered, and what stands in resourceIDs from it on is unspecified. An ended transaction throws for
+    ///         no values, too
+    void resolve(std::span<const ResourceValue> values, uint64_t* resourceIDs);
 
     /// Makes the values visible to snapshots taken from now on and ends the transaction.
     void commit() noexcept;

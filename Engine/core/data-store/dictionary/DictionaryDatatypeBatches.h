@@ -1,0 +1,41 @@
+#pragma once
+
+#include "core/data-store/dictionary/DictionaryUsageContext.h"
+#include "core/data-store/dictionary/ResourceValue.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+
+namespace kavix {
+
+/// Operations on many values at once, which the dictionary of a family may offer beside DictionaryDatatype, for the sake
+/// of speed alone: what a batch returns, enters and throws is what the single operation of DictionaryDatatype does for one
+/// element after the other, in order. Only reservations differ: a value that is present needs none here.
+///
+/// The caller splits what it has into batches of 1 to MAX_BATCH_SIZE elements whose datatypes all belong to the family;
+/// nothing else about their order or mixture is promised. Inputs and results do not overlap. Arguments are trusted, and
+/// threads may call, as for the single operations.
+class DictionaryDatatypeBatches {
+
+public:
+
+    static constexpr size_t MAX_BATCH_SIZE = 1024;
+
+    /// The resource IDs of values in binary form; absent ones are entered under new IDs. The context may be null.
+    /// @throws as resolveResource() at the first value that fails: those before it are entered and have their IDs, none
+    ///         from it on is entered, and what stands in resourceIDs from it on is unspecified
+    virtual void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) = 0;
+
+    /// The resource IDs of values in binary form; 0 for each that is absent or not visible.
+    virtual void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept = 0;
+
+protected:
+
+    // Belongs to whoever owns the DictionaryDatatype.
+    ~DictionaryDatatypeBatches() = default;
+
+};
+
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "core/data-store/dictionary/DictionaryDatatype.h"
+#include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
+
+namespace kavix {
+
+/// The batches of a family that has none of its own: one single operation for each element. The dictionary of the family
+/// outlives it.
+class OneAtATimeBatches final : public DictionaryDatatypeBatches {
+
+public:
+
+    explicit OneAtATimeBatches(DictionaryDatatype& dictionaryDatatype) noexcept : m_dictionaryDatatype(dictionaryDatatype) { }
+
+    void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override;
+
+    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept override;
+
+private:
+
+    DictionaryDatatype& m_dictionaryDatatype;
+
+};
+
+}
