@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
+#include "core/data-store/dictionary/Literal.h"
 #include "core/data-store/dictionary/OneAtATimeBatches.h"
 #include "core/data-store/dictionary/Prefixes.h"
 #include "core/data-store/dictionary/ResourceValue.h"
@@ -122,11 +123,17 @@ public:
     uint64_t tryResolve(const ResourceValue& value, const Snapshot& snapshot = EVERYTHING) const;
 
     /// tryResolve() for many values of any datatypes, with the waits for memory overlapping: resourceIDs[i] becomes what
-    /// tryResolve(values[i]) returns. Uses about 40 KB of stack.
+    /// tryResolve(values[i]) returns. Uses about 50 KB of stack.
     /// @param resourceIDs  one for each value; overlaps neither the values nor their data
     /// @throws as tryResolve() for the first value that fails: those before it have their IDs, and what stands in
     ///         resourceIDs from it on is unspecified
     void tryResolve(std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot = EVERYTHING) const;
+
+    /// The same for literals, each with an outcome of its own: its ID; or 0 and no error if it is absent or not visible; or
+    /// the very error that tryResolve() throws for it.
+    /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
+    /// @return how many have an error
+    size_t tryResolve(std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot = EVERYTHING) const noexcept;
 
     /// The datatype of a resource, D_NONE where no resource has the ID. Never throws.
     uint8_t tryGetResourceDatatypeID(uint64_t resourceID) const noexcept;
@@ -136,6 +143,11 @@ public:
     ResourceValue getValue(uint64_t resourceID) const;
     std::string getLexicalForm(uint64_t resourceID) const;
     std::string getTurtleLiteral(uint64_t resourceID, const Prefixes& prefixes = Prefixes::s_defaultPrefixes) const;
+
+    /// getValue() for many resources, with the waits for memory overlapping; but that nobody has an ID is no error: its
+    /// value becomes a default-constructed one, with the datatype ID D_NONE.
+    /// @param values  one for each ID; what they were before does not matter; do not overlap the IDs
+    void getValues(std::span<const uint64_t> resourceIDs, ResourceValue* values) const;
 
     /// What is committed at this moment: it sees what was committed before, and never what is entered afterwards or by a
     /// transaction that runs now. Waits for single values that are being entered.
@@ -211,11 +223,16 @@ private:
 
     void doResolve(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs);
 
-    template<typename Element, typename Operation>
-    void forEachRun(std::span<const Element> elements, Operation operation) const;
+    size_t doResolve(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept;
+
+    template<typename GetDatatypeID, typename Operation>
+    void forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const;
 
     template<typename Operation>
     void forEachValidRun(std::span<const ResourceValue> values, Operation operation) const;
+
+    template<typename Operation>
+    size_t resolveRuns(std::span<const Literal> literals, Resolution* resolutions, Operation operation) const noexcept;
 
     DictionaryDatatype& getDictionaryDatatype(uint8_t datatypeID) const;
 

@@ -16,7 +16,8 @@
 namespace kavix {
 
 /// Up to 1024 numeric values in order, which can be had by datatype: all values of one table together, each with its
-/// place in the order. Lives on the stack of one thread (27 KB, of which is touched what is used) and allocates nothing.
+/// place in the order. A place may also be without a value.
+/// Lives on the stack of one thread (28 KB, of which is touched what is used) and allocates nothing.
 class NumericBatch : private Unmovable {
 
 public:
@@ -35,12 +36,25 @@ public:
             add(value.datatypeID, value.getBinaryValue<int64_t>(), 0);
     }
 
-    size_t getSize() const noexcept { return m_size; }
+    /// Adds a place without a value.
+    void addNothing() noexcept { add(NO_DATATYPE, 0, 0); }
 
+    bool hasValue(size_t index) const noexcept { return m_groups[index] != NO_VALUE_GROUP; }
+
+    /// The datatype ID and the binary form of a place that has a value.
     uint8_t getDatatypeID(size_t index) const noexcept { return static_cast<uint8_t>(m_groups[index] + D_XSD_DECIMAL); }
 
-    /// Whether all values are of one datatype; the batch is not empty.
-    bool isOfOneDatatype() const noexcept { return m_groupSizes[m_groups[0]] == m_size; }
+    ResourceValue getValue(size_t index) const noexcept {
+        ResourceValue value;
+        if (m_groups[index] == DECIMAL_GROUP)
+            value.setBinaryValue(D_XSD_DECIMAL, getDecimal(index));
+        else
+            value.setBinaryValue(getDatatypeID(index), m_words[index]);
+        return value;
+    }
+
+    /// Whether every place has a value, and all are of one datatype. The batch is not empty.
+    bool isOfOneDatatype() const noexcept { return hasValue(0) && m_groupSizes[m_groups[0]] == m_size; }
 
     /// All values, where each is an integer.
     std::span<const int64_t> getIntegers() const noexcept { return {m_words, m_size}; }
@@ -56,7 +70,7 @@ public:
     void forEachDatatype(Operation operation) noexcept {
         sort();
         const uint16_t* places = m_places;
-        for (size_t group = 0; group < NUMBER_OF_GROUPS; ++group) {
+        for (size_t group = 0; group < NO_VALUE_GROUP; ++group) {
             const size_t size = m_groupSizes[group];
             if (size == 0)
                 continue;
@@ -72,10 +86,12 @@ public:
 private:
 
     static constexpr size_t DECIMAL_GROUP = 0; // a group is a datatype, numbered from that of decimals on
-    static constexpr size_t NUMBER_OF_GROUPS = D_XSD_UNSIGNED_BYTE - D_XSD_DECIMAL + 1;
+    static constexpr size_t NO_VALUE_GROUP = D_XSD_UNSIGNED_BYTE - D_XSD_DECIMAL + 1; // the last one
+    static constexpr size_t NUMBER_OF_GROUPS = NO_VALUE_GROUP + 1;
+    static constexpr uint8_t NO_DATATYPE = D_XSD_DECIMAL + NO_VALUE_GROUP;
 
     void add(uint8_t datatypeID, int64_t word, uint8_t fractionDigits) noexcept {
-        assert(m_size < MAX_SIZE && datatypeID >= D_XSD_DECIMAL && datatypeID <= D_XSD_UNSIGNED_BYTE);
+        assert(m_size < MAX_SIZE && datatypeID >= D_XSD_DECIMAL && datatypeID <= NO_DATATYPE);
         m_words[m_size] = word;
         m_fractionDigits[m_size] = fractionDigits;
         m_groups[m_size] = static_cast<uint8_t>(datatypeID - D_XSD_DECIMAL);

@@ -163,6 +163,11 @@ public:
     void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override;
     void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept override;
 
+    size_t resolveResources(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override;
+    size_t tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals, Resolution* resolutions) const noexcept override;
+
+    void getResources(std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override;
+
     void save(OutputStream& output) const override;
     void load(InputStream& input) override;
 
@@ -179,6 +184,7 @@ private:
 
     IntegerTable& getTable(uint8_t datatypeID) const noexcept { return *m_integerTables[datatypeID - D_XSD_INTEGER]; }
 
+    /// Looks all values of a batch up; a 0 for each that is absent or not visible. A place without a value gets nothing.
     void findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
 
     /// Takes a resource ID for a value and publishes it; the table is still to get the entry.

@@ -2,6 +2,7 @@
 
 #include "core/data-store/dictionary/NumericBatch.h"
 #include "core/data-store/dictionary/NumericDatatypeImpl.h"
+#include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/platform/collections/ParallelHashTableBatchImpl.h"
 
 #include <span>
@@ -36,7 +37,32 @@ void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, 
             resourceIDs[index] = 0;
 }
 
-/// Looks all values of a batch up; a 0 for each that is absent or not visible.
+namespace NumericBatches {
+
+inline constexpr std::pair<uint64_t, uint64_t> EVERYTHING{UINT64_MAX, UINT64_MAX}; // no bound of visibility
+
+/// Adds the values of literals to a batch; an invalid literal gets its error, and a place without a value. Returns how many
+/// are invalid.
+inline size_t parse(std::span<const Literal> literals, NumericBatch& batch, Resolution* resolutions) noexcept {
+    size_t numberOfFailures = 0;
+    ResourceValue value;
+    for (size_t index = 0; index < literals.size(); ++index) {
+        const auto& [lexicalForm, datatypeID] = literals[index];
+        if (tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value) == LexicalFormStatus::VALID) [[likely]]
+            batch.add(value);
+        else {
+            batch.addNothing();
+            numberOfFailures += !resolutions[index].trySet([&literal = literals[index]]() -> uint64_t {
+                parseNumericValue(literal.datatypeID, literal.lexicalForm.data(), literal.lexicalForm.size()); // throws
+                return 0;
+            });
+        }
+    }
+    return numberOfFailures;
+}
+
+}
+
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept {
     uint64_t found[NumericBatch::MAX_SIZE];
@@ -56,8 +82,7 @@ void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* conte
     for (const ResourceValue& value : values)
         batch.add(value);
     if (!batch.isOfOneDatatype()) {
-        constexpr std::pair<uint64_t, uint64_t> EVERYTHING{UINT64_MAX, UINT64_MAX};
-        findAll(EVERYTHING, batch, resourceIDs);
+        findAll(NumericBatches::EVERYTHING, batch, resourceIDs);
         // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A value that another
         // thread, or an earlier place of this batch, has entered meanwhile is found.
         for (size_t index = 0; index < values.size(); ++index)
@@ -76,6 +101,60 @@ void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, 
     for (const ResourceValue& value : values)
         batch.add(value);
     findAll(visibility, batch, resourceIDs);
+}
+
+template<typename ResourceID>
+size_t NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept {
+    NumericBatch batch;
+    size_t numberOfFailures = NumericBatches::parse(literals, batch, resolutions);
+    uint64_t resourceIDs[NumericBatch::MAX_SIZE];
+    findAll(NumericBatches::EVERYTHING, batch, resourceIDs);
+    for (size_t index = 0; index < literals.size(); ++index)
+        if (batch.hasValue(index))
+            numberOfFailures += !resolutions[index].trySet([&] {
+                if (resourceIDs[index] != 0)
+                    return resourceIDs[index];
+                const ResourceValue value = batch.getValue(index);
+                try {
+                    return resolveResource(context, value);
+                }
+                catch (...) {
+                    // Its reservation may have failed although an earlier place of this batch has entered it. What is
+                    // present has no error, however the literals were split into batches.
+                    const uint64_t resourceID = tryResolveResource(NumericBatches::EVERYTHING, value);
+                    if (resourceID == 0)
+                        throw;
+                    return resourceID;
+                }
+            });
+    return numberOfFailures;
+}
+
+template<typename ResourceID>
+size_t NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals, Resolution* resolutions) const noexcept {
+    NumericBatch batch;
+    const size_t numberOfFailures = NumericBatches::parse(literals, batch, resolutions);
+    uint64_t resourceIDs[NumericBatch::MAX_SIZE];
+    findAll(visibility, batch, resourceIDs);
+    for (size_t index = 0; index < literals.size(); ++index)
+        if (batch.hasValue(index))
+            resolutions[index] = Resolution{resourceIDs[index], nullptr};
+    return numberOfFailures;
+}
+
+template<typename ResourceID>
+void NumericDatatype<ResourceID>::getResources(std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const {
+    // Each resource three times: its data word is asked for; some resources later its record, if it has one; then both are
+    // there.
+    constexpr size_t DISTANCE = 16;
+    for (size_t step = 0; step < resourceIDs.size() + 2 * DISTANCE; ++step) {
+        if (step < resourceIDs.size())
+            __builtin_prefetch(&m_resourceData[resourceIDs[step]]);
+        if (const size_t index = step - DISTANCE; index < resourceIDs.size() && datatypeIDs[index] == D_XSD_DECIMAL) // wraps at first
+            __builtin_prefetch(m_dataPool.getBase() + m_resourceData[resourceIDs[index]]);
+        if (const size_t index = step - 2 * DISTANCE; index < resourceIDs.size())
+            getResource(resourceIDs[index], datatypeIDs[index], values[index]);
+    }
 }
 
 }

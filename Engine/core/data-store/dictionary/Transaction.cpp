@@ -4,6 +4,9 @@
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
+#include <algorithm>
+#include <exception>
+
 namespace kavix {
 
 Transaction::Transaction(Dictionary& dictionary) :
@@ -39,6 +42,18 @@ uint64_t Transaction::resolve(const ResourceValue& value) {
 
 void Transaction::resolve(std::span<const ResourceValue> values, uint64_t* resourceIDs) {
     m_dictionary.doResolve(&getOwnContext(), values, resourceIDs);
+}
+
+size_t Transaction::resolve(std::span<const Literal> literals, Resolution* resolutions) noexcept {
+    DictionaryUsageContext* context;
+    try {
+        context = &getOwnContext();
+    }
+    catch (...) {
+        std::fill_n(resolutions, literals.size(), Resolution{0, std::current_exception()});
+        return literals.size();
+    }
+    return m_dictionary.doResolve(context, literals, resolutions);
 }
 
 void Transaction::commit() noexcept {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/data-store/dictionary/DictionaryUsageContext.h"
+#include "core/data-store/dictionary/Literal.h"
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/platform/collections/ThreadContext.h"
 #include "core/platform/system/Unmovable.h"
@@ -47,12 +48,19 @@ public:
 
     /// resolve() for many values of any datatypes, in order, with the waits for memory overlapping: resourceIDs[i] becomes
     /// what resolve(values[i]) returns, and new IDs are those of one value after the other. Absent values alone reserve
-    /// room in their table, so a batch of present ones never makes a table grow. Uses about 40 KB of stack.
+    /// room in their table, so a batch of present ones never makes a table grow. Uses about 50 KB of stack.
     /// @param resourceIDs  one for each value; overlaps neither the values nor their data
     /// @throws as resolve() for the first value that fails: those before it are entered and have their IDs, none from it
     ///         on is entered, and what stands in resourceIDs from it on is unspecified. An ended transaction throws for
     ///         no values, too
     void resolve(std::span<const ResourceValue> values, uint64_t* resourceIDs);
+
+    /// The same for literals, each with an outcome of its own: its ID, or the very error that resolve() throws for it. One
+    /// that fails stops none behind it; once IDs or memory run out, those that are present still get their IDs and those that
+    /// are absent the error. Throws and allocates nothing where nothing fails.
+    /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
+    /// @return how many have an error; all of them if the transaction has ended or the thread slots are exhausted
+    size_t resolve(std::span<const Literal> literals, Resolution* resolutions) noexcept;
 
     /// Makes the values visible to snapshots taken from now on and ends the transaction.
     void commit() noexcept;
