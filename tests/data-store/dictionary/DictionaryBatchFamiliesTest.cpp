@@ -14,8 +14,9 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <stdexcept>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Batches of several families: one without batches of its own, and one that has them, beside the numeric one.
@@ -26,8 +27,9 @@ namespace {
 
 constexpr uint8_t PLAIN_ID = 240;
 constexpr uint8_t BATCHED_ID = 250;
+constexpr uint8_t SECOND_BATCHED_ID = 251;
 
-/// A family of one datatype, for one thread, whose values are 64-bit numbers and whose lexical forms begin with 'v'.
+/// A family, for one thread, whose values are 64-bit numbers and whose lexical forms begin with 'v'.
 class LetterDictionary : public DictionaryDatatype {
 
 public:
@@ -45,13 +47,13 @@ public:
     void prepareCompact(uint64_t, uint64_t, DictionaryCompactionState&) override { }
     void finishCompact(const DictionaryCompactionState&) override { }
 
-    void deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t) override { m_resourceIDs.erase(m_resourceData[resourceID]); }
+    void deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) override { m_resourceIDs.erase({datatypeID, m_resourceData[resourceID]}); }
 
     void getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const override { value.setBinaryValue(datatypeID, m_resourceData[resourceID]); }
     void getResource(uint64_t resourceID, uint8_t, std::string& text) const override { text = "v" + std::to_string(m_resourceData[resourceID]); }
 
     uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept override {
-        const auto found = m_resourceIDs.find(value.getBinaryValue<uint64_t>());
+        const auto found = m_resourceIDs.find({value.datatypeID, value.getBinaryValue<uint64_t>()});
         return found != m_resourceIDs.end() && found->second < visibility.first ? found->second : 0;
     }
 
@@ -60,7 +62,7 @@ public:
     }
 
     uint64_t resolveResource(DictionaryUsageContext* context, const ResourceValue& value) override {
-        uint64_t& resourceID = m_resourceIDs[value.getBinaryValue<uint64_t>()];
+        uint64_t& resourceID = m_resourceIDs[{value.datatypeID, value.getBinaryValue<uint64_t>()}];
         if (resourceID == 0) {
             resourceID = nextResourceIDGetter(context)();
             setResource(resourceID, value.getBinaryValue<uint64_t>(), value.datatypeID);
@@ -87,7 +89,7 @@ private:
         return value;
     }
 
-    std::map<uint64_t, uint64_t> m_resourceIDs;
+    std::map<std::pair<uint8_t, uint64_t>, uint64_t> m_resourceIDs; // by datatype ID and number
 
 };
 
@@ -131,7 +133,7 @@ private:
     static void note(std::span<const Element> elements) {
         s_sizes.push_back(elements.size());
         for (const Element& element : elements)
-            EXPECT_EQ(element.datatypeID, BATCHED_ID);
+            EXPECT_TRUE(element.datatypeID == BATCHED_ID || element.datatypeID == SECOND_BATCHED_ID);
     }
 
     OneAtATimeBatches m_oneAtATime{*this};
@@ -185,7 +187,7 @@ protected:
 
     /// The value and the literal with a number: all families in turn, and in longer runs.
     static uint8_t getDatatypeID(size_t number) {
-        const uint8_t datatypeIDs[] = {PLAIN_ID, D_XSD_INTEGER, BATCHED_ID, D_XSD_DECIMAL, D_XSD_INT, BATCHED_ID, BATCHED_ID, PLAIN_ID};
+        const uint8_t datatypeIDs[] = {PLAIN_ID, D_XSD_INTEGER, BATCHED_ID, D_XSD_DECIMAL, D_XSD_INT, SECOND_BATCHED_ID, BATCHED_ID, PLAIN_ID};
         return datatypeIDs[number < 1000 ? number % 8 : number / 500 % 8];
     }
 
@@ -211,8 +213,8 @@ protected:
     }
 
     const LetterFactory<LetterDictionary> m_plainFactory{{PLAIN_ID, "http://example.org/plain"}};
-    const LetterFactory<BatchedLetterDictionary> m_batchedFactory{{BATCHED_ID, "http://example.org/batched"}};
-    const LetterInspector m_inspector{PLAIN_ID, BATCHED_ID};
+    const LetterFactory<BatchedLetterDictionary> m_batchedFactory{{BATCHED_ID, "http://example.org/batched"}, {SECOND_BATCHED_ID, "http://example.org/second"}};
+    const LetterInspector m_inspector{PLAIN_ID, BATCHED_ID, SECOND_BATCHED_ID};
 
 };
 
@@ -245,7 +247,7 @@ TEST_F(DictionaryBatchFamiliesTest, AFamilyGetsItsRunsAndNothingElse) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     std::vector<ResourceValue> values;
-    for (const auto& [datatypeID, size] : {std::pair<uint8_t, size_t>{BATCHED_ID, 3}, {PLAIN_ID, 1}, {BATCHED_ID, 1}, {D_XSD_INT, 1100}, {BATCHED_ID, 2049}})
+    for (const auto& [datatypeID, size] : {std::pair<uint8_t, size_t>{BATCHED_ID, 2}, {SECOND_BATCHED_ID, 1}, {PLAIN_ID, 1}, {BATCHED_ID, 1}, {D_XSD_INT, 1100}, {BATCHED_ID, 2000}, {SECOND_BATCHED_ID, 49}})
         for (size_t i = 0; i < size; ++i) {
             values.emplace_back();
             values.back().setBinaryValue(datatypeID, uint64_t(i));
