@@ -24,6 +24,7 @@ constexpr size_t NUMBER_OF_OPERATIONS = 10000;
 volatile uint64_t s_result; // keeps the work from being optimised away
 
 using Session = KavixSingle<int64_t>::Session;
+using BatchSession = KavixBatched<int64_t>::Session;
 
 }
 
@@ -44,6 +45,14 @@ extern "C" {
         session.tryResolve(std::span(&key, 1), &resourceID);
         s_result = resourceID;
     }
+}
+
+[[gnu::noinline]] void hotPathResolveBatch(BatchSession& session, const std::vector<int64_t>& keys, std::vector<uint64_t>& resourceIDs) {
+    session.resolve(keys, resourceIDs.data());
+}
+
+[[gnu::noinline]] void hotPathTryResolveBatch(BatchSession& session, const std::vector<int64_t>& keys, std::vector<uint64_t>& resourceIDs) {
+    session.tryResolve(keys, resourceIDs.data());
 }
 
 [[gnu::noinline]] void hotPathParseInteger(const std::vector<std::string>& texts) {
@@ -83,6 +92,16 @@ int main(int argc, char** argv) {
         session.resolve(keys, resourceIDs.data());
         hotPathTryResolve(session, makeKeys(NUMBER_OF_OPERATIONS, NUMBER_OF_OPERATIONS, makeRandomInteger));
     }
+    else if (name == "batch-present" || name == "batch-new") {
+        KavixBatched<int64_t> batchMap(2 * NUMBER_OF_OPERATIONS, 2 * NUMBER_OF_OPERATIONS);
+        BatchSession batchSession(batchMap);
+        if (name == "batch-present") {
+            batchSession.resolve(keys, resourceIDs.data());
+            hotPathTryResolveBatch(batchSession, keys, resourceIDs);
+        }
+        else
+            hotPathResolveBatch(batchSession, keys, resourceIDs);
+    }
     else if (name == "parse-integer" || name == "parse-decimal") {
         std::vector<std::string> texts;
         for (size_t index = 0; index < NUMBER_OF_OPERATIONS; ++index) {
@@ -106,7 +125,7 @@ int main(int argc, char** argv) {
         hotPathPrint(numbers, buffer);
     }
     else {
-        std::fputs("usage: HotPaths resolve-present|resolve-new|try-resolve-absent|parse-integer|parse-decimal|print\n", stderr);
+        std::fputs("usage: HotPaths resolve-present|resolve-new|try-resolve-absent|batch-present|batch-new|parse-integer|parse-decimal|print\n", stderr);
         return 2;
     }
     return 0;

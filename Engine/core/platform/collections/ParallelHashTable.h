@@ -229,6 +229,8 @@ private:
     /// Loads the key word of a bucket once it is not busy.
     static KeyWord loadKeyWord(Bucket& bucket) noexcept;
 
+    [[gnu::noinline]] static KeyWord waitWhileBusy(const Bucket& bucket) noexcept;
+
     Bucket& getBucket(size_t index) noexcept { return m_buckets.getData()[index & m_mask]; }
 
     /// Returns whether the table was resized meanwhile.

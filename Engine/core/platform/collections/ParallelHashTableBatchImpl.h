@@ -49,7 +49,7 @@ private:
 
     static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page, so lines do not share buckets
     static constexpr size_t BUCKETS_PER_LINE = LINE_SIZE / sizeof(Bucket);
-    static constexpr size_t MAX_UNDER_WAY = 48; // more than a processor has outstanding reads
+    static constexpr size_t MAX_UNDER_WAY = 32; // about what a processor has outstanding fetches
 
     struct Lookup {
         size_t m_index;        // of the bucket to look at next
@@ -59,7 +59,8 @@ private:
 
     void start(Lookup& lookup, size_t keyNumber) noexcept {
         lookup.m_keyNumber = static_cast<uint32_t>(keyNumber);
-        lookup.m_isEntryFetched = false;
+        if constexpr (!Policy::ENTRY_IS_IN_BUCKET)
+            lookup.m_isEntryFetched = false;
         goTo(lookup, m_policy.getHash(m_keys[keyNumber]));
     }
 
@@ -82,27 +83,33 @@ private:
         const Key& key = m_keys[lookup.m_keyNumber];
         for (size_t index = lookup.m_index;;) {
             Bucket& bucket = m_buckets[index];
-            const KeyWord keyWord = loadKeyWord(bucket);
-            if (keyWord == EMPTY) {
+            const KeyWord keyWord = peekKeyWord(bucket);
+            if (isLive(keyWord)) [[likely]] {
+                if (isVisible(keyWord)) {
+                    if constexpr (!Policy::ENTRY_IS_IN_BUCKET) {
+                        lookup.m_isEntryFetched = !lookup.m_isEntryFetched;
+                        if (lookup.m_isEntryFetched) {
+                            m_policy.prefetchEntry(keyWord);
+                            lookup.m_index = index;
+                            return false;
+                        }
+                    }
+                    if (m_policy.isEqual(bucket, keyWord, key)) {
+                        finishPresent(lookup, m_policy.getResourceID(bucket, keyWord));
+                        return true;
+                    }
+                }
+            }
+            else if (keyWord == EMPTY) {
                 finishAbsent(lookup, index);
                 return true;
             }
-            if (keyWord != DELETED && isVisible(keyWord)) {
-                if constexpr (!Policy::ENTRY_IS_IN_BUCKET) {
-                    lookup.m_isEntryFetched = !lookup.m_isEntryFetched;
-                    if (lookup.m_isEntryFetched) {
-                        m_policy.prefetchEntry(keyWord);
-                        lookup.m_index = index;
-                        return false;
-                    }
-                }
-                if (m_policy.isEqual(bucket, keyWord, key)) {
-                    finishPresent(lookup, m_policy.getResourceID(bucket, keyWord));
-                    return true;
-                }
+            else if (keyWord == BUSY) {
+                waitWhileBusy(bucket);
+                continue;
             }
-            index = (index + 1) & m_mask;
-            if (index % BUCKETS_PER_LINE == 0) {
+            ++index;
+            if (index % BUCKETS_PER_LINE == 0) { // the size of the array is a multiple of that
                 goTo(lookup, index);
                 return false;
             }
@@ -134,16 +141,20 @@ void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint6
     size_t emptyBuckets[BATCH_SIZE];
     for (size_t first = 0; first < keys.size(); first += BATCH_SIZE) {
         const std::span<const Key> batch = keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE));
-        Visit visit(*this);
+        ThreadContext& own = getOwnContext();
+        const Visit visit(*this);
         Lookups(*this, batch, resourceIDs + first, emptyBuckets).run([](KeyWord) { return true; });
         // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A key that another
         // thread, or an earlier place of this batch, has entered meanwhile is found.
         bool isResized = false;
         for (size_t index = 0; index < batch.size(); ++index)
             if (resourceIDs[first + index] == 0) {
-                isResized |= ensureReservation(visit.getContext()); // the empty buckets were those of the old array
+                if (own.getFreeReservation() == 0) [[unlikely]]
+                    isResized |= ensureReservation(own); // the empty buckets were those of the old array
+                // Every bucket before this one does not have the key; mostly this one is still empty.
                 const size_t start = isResized ? m_policy.getHash(batch[index]) : emptyBuckets[index];
-                resourceIDs[first + index] = findOrInsertInside(visit.getContext(), batch[index], start, createEntry, first + index);
+                Bucket& bucket = getBucket(start);
+                resourceIDs[first + index] = tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index) : findOrInsertInside(own, batch[index], start, createEntry, first + index);
             }
     }
 }

@@ -104,15 +104,17 @@ void ParallelHashTable<Policy>::initialize(size_t numberOfBuckets) {
 
 template<typename Policy>
 typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::loadKeyWord(Bucket& bucket) noexcept {
-    KeyWord keyWord = peekKeyWord(bucket);
-    if (keyWord == BUSY) [[unlikely]] {
-        // Ends when the thread that claimed the bucket publishes it or gives it up; it never waits for us meanwhile.
-        SpinWait wait;
-        do {
-            wait.step();
-            keyWord = peekKeyWord(bucket);
-        } while (keyWord == BUSY);
-    }
+    const KeyWord keyWord = peekKeyWord(bucket);
+    return keyWord == BUSY ? waitWhileBusy(bucket) : keyWord;
+}
+
+template<typename Policy>
+typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::waitWhileBusy(const Bucket& bucket) noexcept {
+    // Ends when the thread that claimed the bucket publishes it or gives it up; it never waits for us meanwhile.
+    SpinWait wait;
+    KeyWord keyWord;
+    while ((keyWord = peekKeyWord(bucket)) == BUSY)
+        wait.step();
     return keyWord;
 }
 
