@@ -4,6 +4,8 @@
 #include "numdict/ProgramRunner.h"
 #include "numdict/ReportPrinter.h"
 #include "core/data-store/dictionary/Dictionary.h"
+#include "core/data-store/dictionary/Transaction.h"
+#include "core/platform/errors/KavixException.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace kavix;
@@ -203,6 +206,81 @@ TEST(Import, AReachedLimitStopsAllAndIsReported) {
     EXPECT_GT(report.m_total.m_accepted, 0u);
     EXPECT_LT(report.m_total.m_accepted, 200000u);
     EXPECT_EQ(report.m_total.m_accepted, report.m_total.m_distinctValues);
+}
+
+// One thread meets the literals in their order, and so does the loop that enters them one at a time.
+TEST(Import, AReachedLimitLeavesWhatEnteringOneAtATimeLeaves) {
+    TemporaryDirectory directory;
+    std::string content;
+    std::vector<std::pair<std::string, std::string>> literals;
+    for (int number = 0; number < 60000; ++number) {
+        const bool isDecimal = number % 3 == 0;
+        std::string form = std::to_string(number / 2) + (isDecimal ? ".25" : "");
+        if (number % 7 == 0)
+            form += isDecimal ? "0" : "";
+        if (number % 11 == 0)
+            form = "+" + form;
+        literals.emplace_back(form, isDecimal ? "http://www.w3.org/2001/XMLSchema#decimal" : "http://www.w3.org/2001/XMLSchema#long");
+        content += "<x:s> <x:p> \"" + form + "\"^^<" + literals.back().second + "> .\n";
+        if (number % 5 == 0)
+            content += "<x:s> <x:p> \"rejected\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
+    }
+    const std::string path = directory.write("many.nt", content);
+    for (const uint64_t budget : {uint64_t(600) << 10, uint64_t(1) << 20, uint64_t(64) << 20}) {
+        SCOPED_TRACE(budget);
+        uint64_t entered = 0;
+        uint64_t nonCanonical = 0;
+        Dictionary model({.memoryBudgetBytes = budget});
+        try {
+            Transaction transaction(model);
+            try {
+                for (const auto& [form, datatypeIRI] : literals) {
+                    nonCanonical += model.getLexicalForm(transaction.resolve(form, datatypeIRI)) != form;
+                    ++entered;
+                }
+            }
+            catch (const KavixException&) {
+            }
+            transaction.commit();
+        }
+        catch (const KavixException&) {
+        }
+        Dictionary dictionary({.memoryBudgetBytes = budget});
+        ImportProgress progress;
+        const ImportReport report = Import(dictionary, ImportOptions{{{path, RDFFormat::N_TRIPLES}}, 1, {}, "", 3000}, progress).run();
+        EXPECT_EQ(report.m_limitMessage.has_value(), entered < literals.size());
+        EXPECT_EQ(report.m_total.m_accepted, entered);
+        EXPECT_EQ(report.m_total.m_nonCanonical, nonCanonical);
+        EXPECT_EQ(dictionary.countResourcesByDatatypeID(), model.countResourcesByDatatypeID());
+        EXPECT_EQ(dictionary.tryResolve(literals[entered - 1].first, literals[entered - 1].second), model.tryResolve(literals[entered - 1].first, literals[entered - 1].second));
+        EXPECT_GE(report.m_total.m_literals, report.m_total.m_accepted + report.m_total.getRejected());
+        EXPECT_LE(report.m_total.m_literals, report.m_total.m_accepted + report.m_total.getRejected() + 1024);
+    }
+}
+
+TEST(Import, WhatComesBeforeAStrictStopIsEntered) {
+    TemporaryDirectory directory;
+    std::string content;
+    for (int number = 0; number < 1500; ++number)
+        content += "<x:s> <x:p> \"" + std::to_string(number) + "\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
+    const std::string rejectedLine = "<x:s> <x:p> \"x\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
+    const std::string goodLine = "<x:s> <x:p> \"7000\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
+    for (const std::string& fault : {rejectedLine, std::string("<x:s> <x:p>\n")}) {
+        SCOPED_TRACE(fault);
+        const json report = importFiles({{directory.write("strict.nt", content + fault + goodLine), RDFFormat::N_TRIPLES}}, 1, LineBlocks::DEFAULT_BLOCK_SIZE, {.m_isStrict = true});
+        EXPECT_EQ(report["total"]["accepted"], 1500);
+        EXPECT_EQ(report["total"]["distinctValues"], 1500);
+    }
+    // A limit that was reached before a rejected literal comes first.
+    Dictionary dictionary({.memoryBudgetBytes = 256 << 10});
+    std::string manyLines;
+    for (int number = 0; number < 1000; ++number)
+        manyLines += "<x:s> <x:p> \"" + std::to_string(number) + "\"^^<http://www.w3.org/2001/XMLSchema#integer> .\n";
+    ImportProgress progress;
+    const ImportReport report = Import(dictionary, ImportOptions{{{directory.write("limit.nt", manyLines + rejectedLine), RDFFormat::N_TRIPLES}}, 1, {.m_isStrict = true}, ""}, progress).run();
+    EXPECT_TRUE(report.m_limitMessage.has_value());
+    EXPECT_FALSE(report.m_isStoppedByStrict);
+    EXPECT_EQ(report.m_total.getRejected(), 0u);
 }
 
 TEST(RejectedExamples, TheSmallestTenAreKeptWhateverTheOrder) {

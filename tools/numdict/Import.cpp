@@ -134,10 +134,8 @@ void Import::readTurtleFile(size_t fileIndex, LiteralCollector& collector, Impor
         try {
             error = reader.read();
         }
-        catch (const InputFailure&) {
-            fileCounts.m_bytes = reader.getNumberOfBytes();
-            collector.flush();
-            throw;
+        catch (const InputFailure& failure) {
+            fileCounts.addError(FileError{failure.getLine(), 0, failure.what()});
         }
         fileCounts.m_bytes = reader.getNumberOfBytes();
         if (error)

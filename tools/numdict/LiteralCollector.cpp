@@ -6,6 +6,7 @@
 #include "core/data-store/dictionary/Transaction.h"
 
 #include <string>
+#include <utility>
 
 namespace kavix::numdict {
 
@@ -32,7 +33,10 @@ LiteralCollector::LiteralCollector(Transaction& transaction, const Options& opti
     m_shouldStop(shouldStop),
     m_fileIndex(0),
     m_unpublishedLiterals(0),
-    m_firstRejectedLine(0)
+    m_firstRejectedLine(0),
+    m_numberOfValues(0),
+    m_values(BATCH_SIZE),
+    m_areNonCanonical(BATCH_SIZE)
 {
 }
 
@@ -46,6 +50,32 @@ void LiteralCollector::startFile(size_t fileIndex) {
 void LiteralCollector::flush() {
     m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
     m_unpublishedLiterals = 0;
+    handOverRejectedStatements(); // first: these are there, whatever becomes of the values
+    enterValues();
+}
+
+void LiteralCollector::enterValues() {
+    const size_t numberOfValues = std::exchange(m_numberOfValues, 0);
+    size_t index = 0;
+    try {
+        for (; index != numberOfValues; ++index)
+            m_transaction.resolve(m_values[index]);
+    }
+    catch (...) {
+        takeBackCounts(index, numberOfValues);
+        throw;
+    }
+}
+
+void LiteralCollector::takeBackCounts(size_t firstIndex, size_t endIndex) noexcept {
+    for (size_t index = firstIndex; index != endIndex; ++index) {
+        DatatypeCounts& counts = m_counts.m_datatypes[getNumericIndex(m_values[index].datatypeID)];
+        --counts.m_accepted;
+        counts.m_nonCanonical -= m_areNonCanonical[index];
+    }
+}
+
+void LiteralCollector::handOverRejectedStatements() {
     if (m_statementWriter && !m_statementWriter->getText().empty()) {
         m_rejectedStatements->append(m_fileIndex, m_firstRejectedLine, m_statementWriter->getText());
         m_statementWriter->getText().clear();
@@ -71,18 +101,22 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
     const std::string_view writtenForm(reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
     const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm) : writtenForm;
     const uint8_t datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
-    ResourceValue value;
+    ResourceValue& value = m_values[m_numberOfValues];
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)
         return reject(statement, context, datatype, toRejection(status), lexicalForm);
-    m_transaction.resolve(value);
+    const bool isCanonical = isCanonicalNumericForm(datatypeID, value, writtenForm.data(), writtenForm.size());
     ++counts.m_accepted;
-    if (!isCanonicalNumericForm(datatypeID, value, writtenForm.data(), writtenForm.size()))
-        ++counts.m_nonCanonical;
+    counts.m_nonCanonical += !isCanonical;
+    m_areNonCanonical[m_numberOfValues] = !isCanonical;
+    if (++m_numberOfValues == BATCH_SIZE)
+        enterValues();
     return true;
 }
 
 bool LiteralCollector::reject(const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection, std::string_view lexicalForm) {
+    if (m_options.m_isStrict)
+        enterValues(); // what comes before may reach a limit, and then this literal is not reached
     ++m_counts.m_datatypes[datatype].m_rejected[static_cast<size_t>(rejection)];
     const uint64_t line = context.getLine();
     if (m_counts.m_examples.wants(datatype, rejection, m_fileIndex, line)) {
@@ -96,7 +130,7 @@ bool LiteralCollector::reject(const Statement& statement, const StatementContext
             m_firstRejectedLine = line;
         m_statementWriter->write(statement);
         if (m_statementWriter->getText().size() > REJECTED_TEXT_SIZE)
-            flush();
+            handOverRejectedStatements();
     }
     if (m_options.m_isStrict)
         m_shouldStop.store(true, std::memory_order_relaxed);

@@ -5,6 +5,7 @@
 #include "numdict/RejectedStatements.h"
 #include "numdict/Statement.h"
 #include "numdict/StatementWriter.h"
+#include "core/data-store/dictionary/ResourceValue.h"
 #include "core/platform/system/Unmovable.h"
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace kavix {
 
@@ -23,6 +25,10 @@ namespace kavix::numdict {
 
 /// Enters the numeric literals among the statements that a worker reads into the dictionary, and counts what it meets.
 /// Belongs to one worker; what workers share is the transaction, the progress, the flag and the rejected statements.
+///
+/// Values are entered in their order, in batches: when a batch is full, at flush(), and before a rejected literal ends the
+/// import. They are counted as accepted when they are read. If a batch fails, which is how a used up budget shows, those that
+/// were not entered are no longer counted, and nothing of the batch is left.
 class LiteralCollector final : public StatementSink, private Unmovable {
 
 public:
@@ -41,12 +47,24 @@ public:
     /// What is received from now on is in this file, read by another reader than before.
     void startFile(size_t fileIndex);
 
-    /// Hands over what was kept back of progress and rejected statements. Called at the end of each block and file.
+    /// Enters the values and hands over the progress and the rejected statements that were kept back. Called at the end of
+    /// each block and file, also when the import is being stopped.
+    /// @throws KavixException  a limit was reached; see above
     void flush();
 
+    /// @throws KavixException  a limit was reached, perhaps by an earlier literal of this file
     bool receive(const Statement& statement, const StatementContext& context) override;
 
 private:
+
+    static constexpr size_t BATCH_SIZE = 1024;
+
+    void enterValues();
+
+    /// No longer counts the values of the batch from an index on as accepted.
+    void takeBackCounts(size_t firstIndex, size_t endIndex) noexcept;
+
+    void handOverRejectedStatements();
 
     bool reject(const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection, std::string_view lexicalForm);
 
@@ -60,6 +78,11 @@ private:
     uint64_t m_unpublishedLiterals;
     std::optional<StatementWriter> m_statementWriter; // of the present file, once it has a rejected literal
     uint64_t m_firstRejectedLine;                     // of the text in the writer
+
+    // The batch; all have BATCH_SIZE elements.
+    size_t m_numberOfValues;
+    std::vector<ResourceValue> m_values;
+    std::vector<uint8_t> m_areNonCanonical; // 1 where a value was spelt differently from how it is printed
 
 };
 
