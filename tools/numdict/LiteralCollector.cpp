@@ -105,7 +105,7 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)
         return reject(statement, context, datatype, toRejection(status), lexicalForm);
-    const bool isCanonical = isCanonicalNumericForm(datatypeID, value, writtenForm.data(), writtenForm.size());
+    const bool isCanonical = lexicalForm.size() == writtenForm.size() && isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
     ++counts.m_accepted;
     counts.m_nonCanonical += !isCanonical;
     m_areNonCanonical[m_numberOfValues] = !isCanonical;

@@ -110,9 +110,20 @@ size_t writeNumericLexicalForm(uint8_t datatypeID, const uint8_t* data, char* bu
     return 1 + appendNumber(0 - magnitude, buffer + 1); // unsigned, so that the smallest integer has a magnitude
 }
 
-bool isCanonicalNumericForm(uint8_t datatypeID, const ResourceValue& value, const char* text, size_t length) noexcept {
-    char canonicalForm[MAX_NUMERIC_LEXICAL_FORM_LENGTH];
-    return length == writeNumericLexicalForm(datatypeID, value.data, canonicalForm) && std::memcmp(text, canonicalForm, length) == 0;
+bool isCanonicalNumericForm(uint8_t datatypeID, const char* text, size_t length) noexcept {
+    const char* const end = text + length;
+    const bool isNegative = text != end && *text == '-';
+    if (isNegative)
+        ++text;
+    if (text == end || *text == '+' || *text == '.')
+        return false;
+    // A zero in front is all there is before a point, or all there is; and minus zero is printed as zero.
+    if (*text == '0' && (text + 1 == end ? isNegative : text[1] != '.'))
+        return false;
+    if (datatypeID != D_XSD_DECIMAL)
+        return true;
+    // A fraction ends in a digit other than zero; an integral decimal has no point.
+    return end[-1] != '.' && (end[-1] != '0' || std::find(text, end, '.') == end);
 }
 
 }

@@ -38,8 +38,9 @@ inline constexpr size_t MAX_NUMERIC_LEXICAL_FORM_LENGTH = XSDDecimal::MAX_TEXT_L
 /// @param buffer  room for the longest form of the datatype
 size_t writeNumericLexicalForm(uint8_t datatypeID, const uint8_t* data, char* buffer) noexcept;
 
-/// Whether text is exactly the lexical form that a value of a numeric datatype (22 to 35), in binary form, prints as; if
-/// not, storing the value loses how it was spelt.
-bool isCanonicalNumericForm(uint8_t datatypeID, const ResourceValue& value, const char* text, size_t length) noexcept;
+/// Whether a lexical form of a numeric datatype (22 to 35) is the one that writeNumericLexicalForm() writes for its value; if
+/// not, storing the value loses how it was spelt. Decided from the text alone, without printing.
+/// @param text  a form that tryParseNumericValue() accepts; for any other text the result means nothing
+bool isCanonicalNumericForm(uint8_t datatypeID, const char* text, size_t length) noexcept;
 
 }
