@@ -172,6 +172,17 @@ TEST(LineBlocks, LinesStayWholeAndNumberedWhateverTheBlockSize) {
         }
 }
 
+// Line ends are counted in pieces of a fixed length.
+TEST(LineBlocks, ManyLineEndsInARowAreCounted) {
+    TemporaryDirectory directory;
+    for (const size_t count : {1u, 127u, 128u, 129u, 255u, 256u, 257u, 300u, 1000u}) {
+        SCOPED_TRACE(count);
+        RecordingSink sink;
+        const std::string path = directory.write("empty-lines.nt", std::string(count, '\n') + makeLine("5"));
+        EXPECT_EQ(readLines(path, RDFFormat::N_TRIPLES, count, sink), std::to_string(count + 1) + " 5^^int\n");
+    }
+}
+
 TEST(LineBlocks, WhatWasWholeBeforeAFailureIsDelivered) {
     std::string content;
     uint32_t state = 1;

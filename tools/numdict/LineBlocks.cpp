@@ -3,10 +3,29 @@
 #include "numdict/Failures.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
 namespace kavix::numdict {
+
+namespace {
+
+/// The number of line ends. In pieces so short that a byte holds the count of each, which lets the compiler compare many
+/// bytes at once: this is done while other workers wait for their blocks.
+uint64_t countLineEnds(const char* bytes, size_t length) {
+    constexpr size_t PIECE_LENGTH = 128;
+    uint64_t count = 0;
+    for (; length >= PIECE_LENGTH; bytes += PIECE_LENGTH, length -= PIECE_LENGTH) {
+        uint8_t countOfPiece = 0;
+        for (size_t index = 0; index < PIECE_LENGTH; ++index)
+            countOfPiece = static_cast<uint8_t>(countOfPiece + (bytes[index] == '\n'));
+        count += countOfPiece;
+    }
+    return count + static_cast<uint64_t>(std::count(bytes, bytes + length, '\n'));
+}
+
+}
 
 LineBlocks::LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, size_t blockSize) :
     m_path(std::move(path)),
@@ -71,8 +90,7 @@ bool LineBlocks::doNext(LineBlock& block) {
     catch (const InputFailure& failure) {
         // The lines that were read whole are good; the failure follows them. The rest of a line is dropped.
         length = linesEnd;
-        const auto numberOfLines = static_cast<uint64_t>(std::count(block.m_bytes.data(), block.m_bytes.data() + length, '\n'));
-        m_failure.emplace(failure.what(), m_nextLine + numberOfLines);
+        m_failure.emplace(failure.what(), m_nextLine + countLineEnds(block.m_bytes.data(), length));
         if (length == 0)
             throw *m_failure;
     }
@@ -84,7 +102,7 @@ bool LineBlocks::doNext(LineBlock& block) {
         std::memset(block.m_bytes.data(), ' ', 3);
     block.m_length = length;
     block.m_firstLine = m_nextLine;
-    m_nextLine += static_cast<uint64_t>(std::count(block.m_bytes.data(), block.m_bytes.data() + length, '\n'));
+    m_nextLine += countLineEnds(block.m_bytes.data(), length);
     return length != 0;
 }
 
