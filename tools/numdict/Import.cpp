@@ -105,7 +105,7 @@ void Import::stopAll(std::exception_ptr reason) {
 
 void Import::runWorker(Transaction& transaction, ImportCounts& counts) {
     try {
-        LiteralCollector collector(transaction, m_options.m_collectorOptions, counts, m_progress, m_rejectedStatements.get(), m_shouldStop);
+        LiteralCollector collector(m_dictionary, transaction, m_options.m_collectorOptions, counts, m_progress, m_rejectedStatements.get(), m_shouldStop);
         LineBlock block;
         while (!m_shouldStop.load(std::memory_order_relaxed)) {
             const Work work = takeWork();

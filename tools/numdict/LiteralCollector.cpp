@@ -1,10 +1,12 @@
 #include "numdict/LiteralCollector.h"
 
 #include "numdict/TurtleText.h"
+#include "core/data-store/dictionary/Dictionary.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/dictionary/Transaction.h"
 
+#include <span>
 #include <string>
 #include <utility>
 
@@ -24,7 +26,8 @@ std::string_view trim(std::string_view text) {
 
 }
 
-LiteralCollector::LiteralCollector(Transaction& transaction, const Options& options, ImportCounts& counts, ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop) :
+LiteralCollector::LiteralCollector(const Dictionary& dictionary, Transaction& transaction, const Options& options, ImportCounts& counts, ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop) :
+    m_dictionary(dictionary),
     m_transaction(transaction),
     m_options(options),
     m_counts(counts),
@@ -36,6 +39,7 @@ LiteralCollector::LiteralCollector(Transaction& transaction, const Options& opti
     m_firstRejectedLine(0),
     m_numberOfValues(0),
     m_values(BATCH_SIZE),
+    m_resourceIDs(BATCH_SIZE),
     m_areNonCanonical(BATCH_SIZE)
 {
 }
@@ -56,19 +60,21 @@ void LiteralCollector::flush() {
 
 void LiteralCollector::enterValues() {
     const size_t numberOfValues = std::exchange(m_numberOfValues, 0);
-    size_t index = 0;
     try {
-        for (; index != numberOfValues; ++index)
-            m_transaction.resolve(m_values[index]);
+        m_transaction.resolve(std::span<const ResourceValue>(m_values.data(), numberOfValues), m_resourceIDs.data());
     }
     catch (...) {
-        takeBackCounts(index, numberOfValues);
+        takeBackCounts(numberOfValues);
         throw;
     }
 }
 
-void LiteralCollector::takeBackCounts(size_t firstIndex, size_t endIndex) noexcept {
-    for (size_t index = firstIndex; index != endIndex; ++index) {
+void LiteralCollector::takeBackCounts(size_t numberOfValues) {
+    // Values are entered in their order up to the first that fails. That one is absent: present values do not fail.
+    size_t index = 0;
+    while (index != numberOfValues && m_dictionary.tryResolve(m_values[index]) != 0)
+        ++index;
+    for (; index != numberOfValues; ++index) {
         DatatypeCounts& counts = m_counts.m_datatypes[getNumericIndex(m_values[index].datatypeID)];
         --counts.m_accepted;
         counts.m_nonCanonical -= m_areNonCanonical[index];

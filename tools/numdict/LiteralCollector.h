@@ -17,6 +17,7 @@
 
 namespace kavix {
 
+class Dictionary;
 class Transaction;
 
 }
@@ -40,7 +41,7 @@ public:
 
     /// @param rejectedStatements  null where they are not wanted
     /// @param shouldStop          set by anyone to end the import; read at every statement
-    LiteralCollector(Transaction& transaction, const Options& options, ImportCounts& counts, ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop);
+    LiteralCollector(const Dictionary& dictionary, Transaction& transaction, const Options& options, ImportCounts& counts, ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop);
 
     ~LiteralCollector();
 
@@ -61,13 +62,14 @@ private:
 
     void enterValues();
 
-    /// No longer counts the values of the batch from an index on as accepted.
-    void takeBackCounts(size_t firstIndex, size_t endIndex) noexcept;
+    /// No longer counts as accepted what was not entered of a batch that failed.
+    void takeBackCounts(size_t numberOfValues);
 
     void handOverRejectedStatements();
 
     bool reject(const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection, std::string_view lexicalForm);
 
+    const Dictionary& m_dictionary;
     Transaction& m_transaction;
     const Options m_options;
     ImportCounts& m_counts;
@@ -79,9 +81,10 @@ private:
     std::optional<StatementWriter> m_statementWriter; // of the present file, once it has a rejected literal
     uint64_t m_firstRejectedLine;                     // of the text in the writer
 
-    // The batch; all have BATCH_SIZE elements.
+    // The batch; the vectors have BATCH_SIZE elements.
     size_t m_numberOfValues;
     std::vector<ResourceValue> m_values;
+    std::vector<uint64_t> m_resourceIDs;    // where the transaction writes the IDs, which nobody needs
     std::vector<uint8_t> m_areNonCanonical; // 1 where a value was spelt differently from how it is printed
 
 };
