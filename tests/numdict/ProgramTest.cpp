@@ -92,7 +92,7 @@ TEST(Numdict, TheJSONReportHasExactlyItsKeys) {
     for (const json& datatype : report["datatypes"])
         EXPECT_EQ(keysOf(datatype), counts);
     EXPECT_EQ(keysOf(report["rejectedExamples"][0]), (std::set<std::string>{"file", "line", "literal", "datatype", "reason", "message"}));
-    EXPECT_EQ(keysOf(report["memory"]), (std::set<std::string>{"budget", "used"}));
+    EXPECT_EQ(keysOf(report["memory"]), (std::set<std::string>{"budget", "used", "onHugePages"}));
     EXPECT_NE(result.m_errors.find("5 has ID 1\n"), std::string::npos);
     EXPECT_NE(result.m_errors.find("ID 1 is 5\n"), std::string::npos);
 }

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <string>
 
@@ -304,6 +305,33 @@ TEST(StoreCommands, StatisticsDescribeTablesAndNumbers) {
         EXPECT_TRUE(text.starts_with("datatype\tlive\tdeleted\treserved\tbuckets\tload\tmemory\tmean probe\tlargest\tbytes/value\tminimum\tmaximum\nxsd:decimal\t3\t0\t97\t1024\t0.098\t8192\t")) << text;
         EXPECT_NE(text.find("\nfraction digits\tvalues\n0\t1\n1\t1\n2\t1\n"), std::string::npos) << text;
         EXPECT_NE(text.find("\nnumbers of several datatypes\t1\n"), std::string::npos) << text;
+        EXPECT_NE(text.find("\nbytes on huge pages\t"), std::string::npos) << text;
+    }
+}
+
+// The arrays by resource ID are reserved in full, so they ask for huge pages however small the store is.
+TEST(StoreCommands, HugePagesAreReportedAndCanBeTurnedOff) {
+    std::ifstream file("/sys/kernel/mm/transparent_hugepage/enabled");
+    std::string setting;
+    std::getline(file, setting);
+    const bool areGranted = setting.find("[madvise]") != std::string::npos || setting.find("[always]") != std::string::npos;
+    TemporaryDirectory directory;
+    const std::string store = makeSampleStore(directory);
+    const std::string turtle = directory.write("five.ttl", "<s> <p> 5 .");
+    const std::string records = directory.write("records", SAMPLE_DUMP);
+    for (const std::string& arguments : {"stats --json " + store, "import --json --quiet " + turtle, "import --json --quiet --dry-run " + turtle + " --store " + store}) {
+        SCOPED_TRACE(arguments);
+        const json with = json::parse(runProgram(arguments).m_output)["memory"]["onHugePages"];
+        const json without = json::parse(runProgram(arguments + " --no-huge-pages").m_output)["memory"]["onHugePages"];
+        EXPECT_EQ(with.is_null(), without.is_null()); // the system tells, or does not
+        if (!without.is_null()) {
+            EXPECT_EQ(without, 0);
+            EXPECT_TRUE(!areGranted || with > 0) << with;
+        }
+    }
+    for (const std::string& arguments : {"resolve " + store + " 5", "get " + store + " 1", "dump " + store, "restore " + records + " -o " + directory.getPath("new.store"), "compact " + store, "diff " + store + " " + store}) {
+        SCOPED_TRACE(arguments);
+        EXPECT_EQ(runProgram(arguments + " --no-huge-pages").m_exitCode, 0);
     }
 }
 

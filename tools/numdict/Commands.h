@@ -19,6 +19,7 @@ struct ImportCommand {
     std::string m_storePath;          // empty: the dictionary ends with the program
     bool m_isDryRun = false;
     bool m_isTrusted = false;
+    bool m_isWithoutHugePages = false;
     bool m_isStrict = false;
     bool m_isTrimming = false;
     bool m_isJSON = false;

@@ -8,6 +8,7 @@
 #include "numdict/TurtleReader.h"
 #include "core/data-store/dictionary/Dictionary.h"
 #include "core/data-store/dictionary/Transaction.h"
+#include "core/platform/system/HugePages.h"
 
 #include <fmt/format.h>
 
@@ -230,6 +231,7 @@ ImportReport Import::run() {
     report.m_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report.m_memoryBudgetBytes = m_dictionary.getMemoryBudgetBytes();
     report.m_memoryUsedBytes = m_dictionary.getUsedBytes();
+    report.m_hugePageBytes = tryGetHugePageBytes();
     return report;
 }
 

@@ -83,11 +83,12 @@ std::unique_ptr<Dictionary> makeDictionary(const ImportCommand& command) {
         const auto width = static_cast<unsigned>(readResourceIDWidth(command.m_storePath));
         if (command.m_resourceIDWidth != 0 && command.m_resourceIDWidth != width)
             throw UsageError(fmt::format("import: '{}' has resource IDs of {} bits, not {}; leave --id-width out", command.m_storePath, width, command.m_resourceIDWidth));
-        return openStoreFile(command.m_storePath, budget, StoreOptions{command.m_memory, command.m_isTrusted, command.m_isQuiet});
+        return openStoreFile(command.m_storePath, budget, StoreOptions{command.m_memory, command.m_isTrusted, command.m_isQuiet, command.m_isWithoutHugePages});
     }
     Dictionary::Options options;
     options.memoryBudgetBytes = budget;
     options.resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
+    options.useHugePages = !command.m_isWithoutHugePages;
     return std::make_unique<Dictionary>(options);
 }
 

@@ -123,6 +123,7 @@ struct ImportReport {
     double m_seconds = 0;
     uint64_t m_memoryBudgetBytes = 0;
     uint64_t m_memoryUsedBytes = 0;
+    std::optional<uint64_t> m_hugePageBytes; // of the dictionary's memory; absent where the system does not tell
     std::optional<std::string> m_limitMessage; // why the import stopped early, if a limit was reached
     bool m_isStoppedByStrict = false;
     std::optional<StoreOutcome> m_store;

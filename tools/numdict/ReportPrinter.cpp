@@ -89,6 +89,10 @@ nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
     return object;
 }
 
+nlohmann::ordered_json toJSON(const std::optional<uint64_t>& number) {
+    return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json();
+}
+
 nlohmann::ordered_json toJSON(const std::optional<FileError>& error) {
     if (!error)
         return nullptr;
@@ -115,7 +119,7 @@ std::string formatReport(const ImportReport& report) {
         text += formatDamagedFiles(report);
     if (report.m_store)
         text += formatStore(*report.m_store);
-    text += fmt::format("\n{}, {} literals per second; {} of {} memory used ({})\n", formatDuration(report.m_seconds), formatCount(static_cast<uint64_t>(report.getLiteralsPerSecond())), formatSize(report.m_memoryUsedBytes), formatSize(report.m_memoryBudgetBytes), formatShare(report.m_memoryUsedBytes, report.m_memoryBudgetBytes));
+    text += fmt::format("\n{}, {} literals per second; {} of {} memory used ({}), {}\n", formatDuration(report.m_seconds), formatCount(static_cast<uint64_t>(report.getLiteralsPerSecond())), formatSize(report.m_memoryUsedBytes), formatSize(report.m_memoryBudgetBytes), formatShare(report.m_memoryUsedBytes, report.m_memoryBudgetBytes), formatHugePages(report.m_hugePageBytes));
     return text;
 }
 
@@ -149,6 +153,7 @@ std::string formatReportAsJSON(const ImportReport& report) {
     object["literalsPerSecond"] = report.getLiteralsPerSecond();
     object["memory"]["budget"] = report.m_memoryBudgetBytes;
     object["memory"]["used"] = report.m_memoryUsedBytes;
+    object["memory"]["onHugePages"] = toJSON(report.m_hugePageBytes);
     if (report.m_store) {
         object["store"]["path"] = report.m_store->m_path;
         object["store"]["isNew"] = report.m_store->m_isNew;

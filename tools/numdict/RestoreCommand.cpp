@@ -66,6 +66,7 @@ int runRestoreCommand(const RestoreCommand& command) {
     Dictionary::Options options;
     options.memoryBudgetBytes = getMemoryBudget("restore", command.m_options.m_memory);
     options.resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
+    options.useHugePages = !command.m_options.m_isWithoutHugePages;
     ReplacingFile file(command.m_storePath);
     Dictionary dictionary(options);
 

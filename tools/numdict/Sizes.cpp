@@ -95,6 +95,10 @@ std::string formatSize(uint64_t numberOfBytes) {
     return unit == 0 ? fmt::format("{} bytes", numberOfBytes) : fmt::format("{:.1f} {}", size, UNITS[unit]);
 }
 
+std::string formatHugePages(const std::optional<uint64_t>& numberOfBytes) {
+    return numberOfBytes ? formatSize(*numberOfBytes) + " on huge pages" : std::string("the system does not tell what is on huge pages");
+}
+
 std::string formatCount(uint64_t count) {
     std::string text = fmt::format("{}", count);
     for (size_t position = text.size(); position > 3;) {

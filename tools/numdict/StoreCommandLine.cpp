@@ -58,7 +58,8 @@ Examples
 constexpr char STATS_FOOTER[] = R"(
 Live buckets hold values; deleted ones held values that were taken back; reserved ones wait for values. The load is the share of
 buckets that are one of these. A probe length is the number of buckets that finding a value takes. Memory is that of the
-table; in the last row it is all that is charged to the budget. bytes/value: the table, the arrays and the records.
+table; in the last row it is all that is charged to the budget. bytes/value: the table, the arrays and the records. On huge
+pages: what the system granted of the memory that asked for them; it may be a little more than what is charged.
 
 Examples
   numdict stats numbers.store
@@ -116,9 +117,14 @@ int StoreCommandLine::run() const {
 
 namespace {
 
+void addHugePages(CLI::App& subcommand, StoreOptions& options) {
+    subcommand.add_flag("--no-huge-pages", options.m_isWithoutHugePages, "Do not ask the system for huge pages");
+}
+
 void addStore(CLI::App& subcommand, std::string& path, StoreOptions& options) {
     subcommand.add_option("STORE", path, "A store, as 'numdict import --store' makes it")->required();
     subcommand.add_flag("--trusted", options.m_isTrusted, "Open the store without checking every value");
+    addHugePages(subcommand, options);
 }
 
 void addJSON(CLI::App& subcommand, bool& isJSON, const char* description) {
@@ -157,6 +163,7 @@ void StoreCommandLine::addRestore(CLI::App& application) {
     CLI::App* const restore = add(application, "restore", "Make a store of what 'numdict dump' wrote, with the same IDs", RESTORE_FOOTER, m_restore.m_options, [this] { return runRestoreCommand(m_restore); });
     restore->add_option("RECORDS", m_restore.m_recordsPath, "A file, or - for standard input")->required();
     restore->add_option("-o,--output", m_restore.m_storePath, "The store to write; it replaces one that is there")->type_name("STORE")->required();
+    addHugePages(*restore, m_restore.m_options);
     restore->add_option("--id-width", m_restore.m_resourceIDWidth, "Bits of a resource ID: 32 or 64")->type_name("BITS")->check(CLI::IsMember({32, 64}))->capture_default_str();
     restore->add_option("--threads", m_restore.m_numberOfThreads, "How many threads read (default: one for each processor)")->type_name("N")->check(CLI::Range(1, 255));
     addJSON(*restore, m_restore.m_isJSON, ONE_OBJECT);
@@ -193,6 +200,7 @@ void StoreCommandLine::addDiff(CLI::App& application) {
     diff->add_option("STORE", m_diff.m_firstPath, "The first store")->required();
     diff->add_option("STORE2", m_diff.m_secondPath, "The second store")->required();
     diff->add_flag("--trusted", m_diff.m_options.m_isTrusted, "Open the stores without checking every value");
+    addHugePages(*diff, m_diff.m_options);
     addJSON(*diff, m_diff.m_isJSON, OBJECT_PER_LINE);
 }
 

@@ -59,6 +59,7 @@ std::unique_ptr<Dictionary> openStoreFile(const std::string& path, uint64_t memo
         Dictionary::OpenOptions openOptions;
         openOptions.memoryBudgetBytes = memoryBudgetBytes;
         openOptions.checkEveryValue = !options.m_isTrusted;
+        openOptions.useHugePages = !options.m_isWithoutHugePages;
         return Dictionary::openStore(input, openOptions);
     });
 }

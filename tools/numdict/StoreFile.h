@@ -30,6 +30,7 @@ struct StoreOptions {
     std::string m_memory;      // empty: half of the machine's
     bool m_isTrusted = false;  // skip the check of every value
     bool m_isQuiet = false;    // no progress
+    bool m_isWithoutHugePages = false; // do not ask the system for huge pages
 };
 
 /// Throws unless there is a file to open, before anything is done.

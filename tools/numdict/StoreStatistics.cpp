@@ -6,6 +6,7 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
+#include "core/platform/system/HugePages.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -125,6 +126,7 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
     }
     statistics.m_sharedNumbers = countRepeated(integralValues);
     statistics.m_usedBytes = dictionary.getUsedBytes();
+    statistics.m_hugePageBytes = tryGetHugePageBytes();
     return statistics;
 }
 
@@ -148,6 +150,10 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
     std::string text = isForPeople ? table.format() : table.formatWithTabs();
     text += formatFractionDigits(statistics, isForPeople);
     text += isForPeople ? fmt::format("\nNumbers that are values of more than one datatype: {}\n", formatCount(statistics.m_sharedNumbers)) : fmt::format("\nnumbers of several datatypes\t{}\n", statistics.m_sharedNumbers);
+    if (isForPeople)
+        text += fmt::format("Memory: {}, {}\n", formatSize(statistics.m_usedBytes), formatHugePages(statistics.m_hugePageBytes));
+    else
+        text += "bytes on huge pages\t" + (statistics.m_hugePageBytes ? std::to_string(*statistics.m_hugePageBytes) : std::string("-")) + '\n';
     return text;
 }
 
@@ -175,6 +181,7 @@ std::string formatStatisticsAsJSON(const StoreStatistics& statistics, const Dict
     object["sharedNumbers"] = statistics.m_sharedNumbers;
     object["memory"]["budget"] = dictionary.getMemoryBudgetBytes();
     object["memory"]["used"] = statistics.m_usedBytes;
+    object["memory"]["onHugePages"] = statistics.m_hugePageBytes ? nlohmann::ordered_json(*statistics.m_hugePageBytes) : nlohmann::ordered_json();
     object["components"] = toJSON(*dictionary.getComponentInfo());
     return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }

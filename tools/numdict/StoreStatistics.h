@@ -32,6 +32,7 @@ struct StoreStatistics {
     uint64_t m_values = 0;
     uint64_t m_sharedNumbers = 0; // numbers that are values of more than one datatype
     uint64_t m_usedBytes = 0;     // of the budget
+    std::optional<uint64_t> m_hugePageBytes; // absent where the system does not tell
 };
 
 /// Walks over all buckets and values. Takes 8 bytes for each integral value beyond the dictionary's budget.

@@ -66,6 +66,7 @@ void addImport(CLI::App& application, ImportCommand& command) {
     import->add_option("--store", command.m_storePath, "Keep the values in this store: a new one, or one that is extended")->type_name("FILE");
     import->add_flag("--dry-run", command.m_isDryRun, "Import and report, but write no store");
     import->add_flag("--trusted", command.m_isTrusted, "Open the store without checking every value");
+    import->add_flag("--no-huge-pages", command.m_isWithoutHugePages, "Do not ask the system for huge pages");
     import->add_option("--id-width", command.m_resourceIDWidth, "Bits of a resource ID: 32 (up to 4 thousand million values) or 64 (default: the store's, or 32)")->type_name("BITS")->check(CLI::IsMember({32, 64}));
     import->add_option("--format", command.m_format, "Format of all files: nt, nq, ttl or trig (default: by extension)")->type_name("FORMAT");
     import->add_flag("--strict", command.m_isStrict, "Stop at the first rejected literal or damaged place");
