@@ -31,6 +31,20 @@ struct ImportCommand {
 
 int runImportCommand(const ImportCommand& command);
 
+struct BenchCommand {
+    std::vector<std::string> m_paths;
+    std::string m_format;                     // empty: by extension
+    std::vector<unsigned> m_numbersOfThreads; // empty: 1, 2, 4 and so on up to the number of processors
+    unsigned m_repetitions = 5;
+    std::string m_memory;                     // empty: half of the machine's
+    unsigned m_resourceIDWidth = 32;
+    bool m_isWithoutHugePages = false;
+    bool m_isJSON = false;
+    bool m_isQuiet = false;
+};
+
+int runBenchCommand(const BenchCommand& command);
+
 struct EqualCommand {
     std::string m_literal;
 };

@@ -2,9 +2,9 @@
 
 #include "numdict/ImportProgress.h"
 #include "numdict/ImportReport.h"
+#include "numdict/InputFiles.h"
 #include "numdict/LineBlocks.h"
 #include "numdict/LiteralCollector.h"
-#include "numdict/RDFFormat.h"
 #include "numdict/RejectedStatements.h"
 #include "core/platform/system/Unmovable.h"
 
@@ -26,11 +26,6 @@ class Transaction;
 }
 
 namespace kavix::numdict {
-
-struct InputFile {
-    std::string m_path; // "-" for standard input
-    RDFFormat m_format;
-};
 
 struct ImportOptions {
     std::vector<InputFile> m_files;

@@ -1,6 +1,7 @@
 #include "numdict/Commands.h"
 #include "numdict/Failures.h"
 #include "numdict/Import.h"
+#include "numdict/InputFiles.h"
 #include "numdict/LiteralDescription.h"
 #include "numdict/MemoryBudget.h"
 #include "numdict/ProgressDisplay.h"
@@ -12,52 +13,23 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <system_error>
-#include <thread>
 
 namespace kavix::numdict {
 
 namespace {
-
-/// A dictionary serves 256 threads; the program's first thread may be one more than the workers.
-constexpr unsigned MAXIMUM_NUMBER_OF_THREADS = 255;
-
-std::vector<InputFile> makeInputFiles(const ImportCommand& command) {
-    std::optional<RDFFormat> format;
-    if (!command.m_format.empty() && !(format = tryGetFormatByName(command.m_format)))
-        throw UsageError(fmt::format("import: the format '{}' is unknown; the formats are {}", command.m_format, RDF_FORMAT_NAMES));
-    std::vector<InputFile> files;
-    for (const std::string& path : command.m_paths) {
-        std::error_code error;
-        if (path == "-") {
-            if (!format)
-                throw UsageError(fmt::format("import: standard input has no name that tells its format; add --format ({})", RDF_FORMAT_NAMES));
-            if (std::any_of(files.begin(), files.end(), [](const InputFile& file) { return file.m_path == "-"; }))
-                throw UsageError("import: standard input can be read only once");
-        } else if (!std::filesystem::exists(path, error))
-            throw UsageError(fmt::format("import: there is no file '{}'", path));
-        else if (std::filesystem::is_directory(path, error))
-            throw UsageError(fmt::format("import: '{}' is a directory; name its files, such as {}/*.ttl", path, path));
-        const std::optional<RDFFormat> formatOfFile = format ? format : tryGetFormatOfPath(path);
-        if (!formatOfFile)
-            throw UsageError(fmt::format("import: the name '{}' does not tell the format; add --format ({})", path, RDF_FORMAT_NAMES));
-        files.push_back(InputFile{path, *formatOfFile});
-    }
-    return files;
-}
 
 unsigned getNumberOfThreads(const ImportCommand& command) {
     if (command.m_numberOfThreads > MAXIMUM_NUMBER_OF_THREADS)
         throw UsageError(fmt::format("import: --threads can be 1 to {}", MAXIMUM_NUMBER_OF_THREADS));
     if (command.m_numberOfThreads != 0)
         return command.m_numberOfThreads;
-    return std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
+    return getNumberOfProcessors();
 }
 
 /// What can be said about the store before anything is done.
@@ -120,7 +92,7 @@ int runImportCommand(const ImportCommand& command) {
     if (command.m_paths.empty())
         throw UsageError("import: name at least one file, or - for standard input");
     ImportOptions options;
-    options.m_files = makeInputFiles(command);
+    options.m_files = makeInputFiles("import", command.m_paths, command.m_format);
     options.m_numberOfThreads = getNumberOfThreads(command);
     options.m_collectorOptions.m_isStrict = command.m_isStrict;
     options.m_collectorOptions.m_isTrimming = command.m_isTrimming;

@@ -1,4 +1,5 @@
 #include "numdict/Failures.h"
+#include "numdict/InputFiles.h"
 #include "numdict/MemoryBudget.h"
 #include "numdict/RecordReader.h"
 #include "numdict/Sizes.h"
@@ -12,19 +13,15 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
-#include <thread>
 
 namespace kavix::numdict {
 
 namespace {
-
-constexpr unsigned MAXIMUM_NUMBER_OF_THREADS = 255;
 
 bool comesFrom(const KavixException& exception, const ErrorSite& site) {
     return exception.getLine() == site.m_line && exception.getSourceFile() == site.m_sourceFile;
@@ -62,7 +59,7 @@ int runRestoreCommand(const RestoreCommand& command) {
     if (!isStandardInput && (!std::filesystem::exists(command.m_recordsPath, error) || std::filesystem::is_directory(command.m_recordsPath, error)))
         throw UsageError(fmt::format("restore: there is no file '{}'", command.m_recordsPath));
     const std::string name = isStandardInput ? "standard input" : command.m_recordsPath;
-    const unsigned numberOfThreads = command.m_numberOfThreads != 0 ? command.m_numberOfThreads : std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
+    const unsigned numberOfThreads = command.m_numberOfThreads != 0 ? command.m_numberOfThreads : getNumberOfProcessors();
     Dictionary::Options options;
     options.memoryBudgetBytes = getMemoryBudget("restore", command.m_options.m_memory);
     options.resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
