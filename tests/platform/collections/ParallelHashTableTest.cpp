@@ -233,6 +233,37 @@ TYPED_TEST(ParallelHashTableOf, TheLoserOfARaceForAKeyGetsTheIDOfTheWinner) {
     EXPECT_EQ(kit.m_numberOfLiveBuckets, 1u);
 }
 
+TYPED_TEST(ParallelHashTableOf, WhoWaitedForABucketRegardsVisibilityAsOthersDo) {
+    TypeParam kit;
+    const auto key = kit.getKeyWithHash(77);
+    std::atomic<bool> isClaimed{false};
+    std::atomic<size_t> numberDone{0};
+    const auto isVisible = [](typename TypeParam::KeyWord) { return true; };
+    const auto isInvisible = [](typename TypeParam::KeyWord) { return false; };
+    test::runThreads(4, [&](size_t threadIndex) {
+        if (threadIndex == 0) {
+            kit.m_table.findOrInsert(key, [&](const auto&) {
+                isClaimed = true;
+                test::letOthersRun();
+                EXPECT_EQ(numberDone, 0u); // they wait for this bucket
+                return typename TypeParam::Table::Entry{kit.createKeyWord(key, 5), 5};
+            });
+            return;
+        }
+        test::waitUntil([&] { return isClaimed.load(); });
+        if (threadIndex == 1)
+            EXPECT_EQ(kit.m_table.find(key, isInvisible), 0u);
+        else if (threadIndex == 2)
+            EXPECT_EQ(kit.m_table.find(key, isVisible, 5), 0u);
+        else
+            EXPECT_EQ(kit.m_table.find(key, isVisible, 6), 5u);
+        ++numberDone;
+    });
+    EXPECT_EQ(kit.m_table.find(key, isInvisible), 0u);
+    EXPECT_EQ(kit.m_table.find(key, isVisible, 5), 0u);
+    EXPECT_EQ(kit.m_table.find(key, isVisible, 6), 5u);
+}
+
 TYPED_TEST(ParallelHashTableOf, AClaimGivenUpIsTakenByOneThatWaitedForIt) {
     TypeParam kit;
     const auto key = kit.getKeyWithHash(77);

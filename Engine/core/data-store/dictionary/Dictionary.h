@@ -132,7 +132,7 @@ public:
     /// The same for literals, each with an outcome of its own: its ID; or 0 and no error if it is absent or not visible; or
     /// the very error that tryResolve() throws for it.
     /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
-    /// @return how many have an error
+    /// @return how many have an error; all of them where the thread slots are exhausted
     size_t tryResolve(std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot = EVERYTHING) const noexcept;
 
     /// The datatype of a resource, D_NONE where no resource has the ID. Never throws.

@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/system/Prefetch.h"
 
 #include <algorithm>
 #include <exception>
@@ -103,7 +104,7 @@ void Dictionary::getValues(std::span<const uint64_t> resourceIDs, ResourceValue*
         const std::span<const uint64_t> batch = resourceIDs.first(std::min(resourceIDs.size(), DictionaryDatatypeBatches::MAX_BATCH_SIZE));
         for (size_t step = 0; step < batch.size() + DISTANCE; ++step) {
             if (step < batch.size() && batch[step] < m_resourceDatatypeIDs.getEnd())
-                __builtin_prefetch(&m_resourceDatatypeIDs[batch[step]]);
+                fetchAhead(&m_resourceDatatypeIDs[batch[step]]);
             if (const size_t index = step - DISTANCE; index < batch.size()) // wraps at first
                 datatypeIDs[index] = tryGetResourceDatatypeID(batch[index]);
         }

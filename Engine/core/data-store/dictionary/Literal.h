@@ -19,8 +19,8 @@ struct Resolution {
     uint64_t resourceID = 0;
     std::exception_ptr error;
 
-    /// Makes this what comes of an operation that returns a resource ID or throws; returns whether it has not thrown. Then
-    /// nothing was allocated either.
+    /// Makes this what comes of an operation that returns a resource ID or throws; returns whether it has not thrown.
+    /// Allocates nothing itself then.
     template<typename Operation>
     bool trySet(Operation operation) noexcept {
         try {

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <atomic>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -144,7 +145,8 @@ public:
 
     void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) override;
 
-    /// resolveResource() and tryResolveResource() of a value that stands in a register.
+    /// resolveResource() and tryResolveResource() of a value that stands in a register: an integer of an integer datatype
+    /// (23 to 35) within its range, or a decimal.
     uint64_t resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
     uint64_t resolveResource(DictionaryUsageContext* context, const XSDDecimal& value);
     uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept;
@@ -182,7 +184,10 @@ public:
 
 private:
 
-    IntegerTable& getTable(uint8_t datatypeID) const noexcept { return *m_integerTables[datatypeID - D_XSD_INTEGER]; }
+    IntegerTable& getTable(uint8_t datatypeID) const noexcept {
+        assert(datatypeID >= D_XSD_INTEGER && datatypeID <= D_XSD_UNSIGNED_BYTE);
+        return *m_integerTables[datatypeID - D_XSD_INTEGER];
+    }
 
     /// Looks all values of a batch up; a 0 for each that is absent or not visible. A place without a value gets nothing.
     void findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
@@ -200,9 +205,10 @@ private:
 
     XSDDecimal getDecimal(uint64_t resourceID) const noexcept { return Record::readValue(m_dataPool.getBase() + m_resourceData[resourceID]); }
 
-    // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize.
+    // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize. The integer
+    // tables, in the order of the datatype IDs, are reached by pointers, which takes fewer instructions than their sizes.
     mutable DecimalTable m_decimalTable;
-    std::array<std::unique_ptr<IntegerTable>, NUMBER_OF_INTEGER_DATATYPES> m_integerTables; // in the order of the datatype IDs
+    std::array<std::unique_ptr<IntegerTable>, NUMBER_OF_INTEGER_DATATYPES> m_integerTables;
 
 };
 

@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/NumericDatatypeImpl.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/platform/collections/ParallelHashTableBatchImpl.h"
+#include "core/platform/system/Prefetch.h"
 
 #include <span>
 #include <type_traits>
@@ -149,9 +150,9 @@ void NumericDatatype<ResourceID>::getResources(std::span<const uint64_t> resourc
     constexpr size_t DISTANCE = 16;
     for (size_t step = 0; step < resourceIDs.size() + 2 * DISTANCE; ++step) {
         if (step < resourceIDs.size())
-            __builtin_prefetch(&m_resourceData[resourceIDs[step]]);
+            fetchAhead(&m_resourceData[resourceIDs[step]]);
         if (const size_t index = step - DISTANCE; index < resourceIDs.size() && datatypeIDs[index] == D_XSD_DECIMAL) // wraps at first
-            __builtin_prefetch(m_dataPool.getBase() + m_resourceData[resourceIDs[index]]);
+            fetchAhead(m_dataPool.getBase() + m_resourceData[resourceIDs[index]]);
         if (const size_t index = step - 2 * DISTANCE; index < resourceIDs.size())
             getResource(resourceIDs[index], datatypeIDs[index], values[index]);
     }

@@ -57,7 +57,7 @@ public:
 
     /// The same for literals, each with an outcome of its own: its ID, or the very error that resolve() throws for it. One
     /// that fails stops none behind it; once IDs or memory run out, those that are present still get their IDs and those that
-    /// are absent the error. Throws and allocates nothing where nothing fails.
+    /// are absent the error. Throws nothing and takes nothing from the heap where nothing fails.
     /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
     /// @return how many have an error; all of them if the transaction has ended or the thread slots are exhausted
     size_t resolve(std::span<const Literal> literals, Resolution* resolutions) noexcept;

@@ -53,7 +53,7 @@ namespace kavix {
 ///
 /// Policy says what a bucket is:
 ///   Bucket, KeyWord, Key                             the types; an empty bucket is all zero bytes
-///   getKeyWord(bucket) -> std::atomic<KeyWord>&
+///   getKeyWord(bucket) -> std::atomic<KeyWord>&      and the same of a const bucket
 ///   getHash(key), getEntryHash(bucket, keyWord)      the same for an entry and its key
 ///   isEqual(bucket, keyWord, key)                    whether a live bucket holds the key
 ///   setValue(bucket, key), copyValue(from, to)       everything of a bucket but the key word
@@ -190,13 +190,14 @@ private:
 
     /// Loads the key word of a bucket as it is.
     static KeyWord peekKeyWord(const Bucket& bucket) noexcept {
-        // Acquire. Pairs with the release in ~Claim() and placeEntry(): whoever sees a live key word sees its value.
+        // Acquire. Pairs with the release in ~Claim(), placeEntry() and reinsert(): whoever sees a live key word sees its value.
         return Policy::getKeyWord(bucket).load(std::memory_order_acquire);
     }
 
     static bool isLive(KeyWord keyWord) noexcept { return static_cast<KeyWord>(keyWord - 1) < DELETED - 1; }
 
     bool isResizing() const noexcept {
+        assert(getNumberOfBuckets() != 0 && "the table was never initialised");
         // Acquire. Pairs with the release store that ends a resize: we see the array as it is afterwards.
         return m_resizeState.load(std::memory_order_acquire) != NO_RESIZE;
     }

@@ -10,15 +10,16 @@
 
 namespace kavix {
 
-/// A stay inside the table through the calling thread's slot; begins by helping a resize in progress.
+/// A stay inside the table through the calling thread's slot, which ends with the scope.
 template<typename Policy>
 class ParallelHashTable<Policy>::Visit : private Unmovable {
 
 public:
 
-    explicit Visit(ParallelHashTable& table) noexcept : Visit(table, table.getOwnContext(), table.getOwnContext().beginEntering()) { }
+    /// Enters, and helps a resize in progress.
+    explicit Visit(ParallelHashTable& table) noexcept : Visit(table, table.getOwnContext()) { }
 
-    /// Completes the entry of a thread after ThreadContext::beginEntering().
+    /// Completes the entry of a thread after ThreadContext::beginEntering(), and helps a resize in progress.
     /// @param isInside  what that returned
     Visit(ParallelHashTable& table, ThreadContext& own, bool isInside) noexcept : m_context(own) {
         if (!isInside)
@@ -30,14 +31,14 @@ public:
             table.handleResize(m_context, static_cast<size_t>(state));
     }
 
-    /// Ends the stay of a thread that is inside.
-    Visit(ParallelHashTable&, ThreadContext& own) noexcept : m_context(own) { }
+    /// Continues the stay of a thread that is inside.
+    explicit Visit(ThreadContext& own) noexcept : m_context(own) { }
 
     ~Visit() { m_context.leave(); }
 
-    ThreadContext& getContext() noexcept { return m_context; }
-
 private:
+
+    Visit(ParallelHashTable& table, ThreadContext& own) noexcept : Visit(table, own, own.beginEntering()) { }
 
     ThreadContext& m_context;
 
@@ -51,7 +52,7 @@ public:
 
     explicit Claim(Bucket& bucket) noexcept : m_bucket(bucket), m_keyWord(EMPTY) { }
 
-    // Release. Pairs with the acquire in loadKeyWord(): whoever sees the key word sees the value of the bucket and all
+    // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value of the bucket and all
     // that was written for the entry before. (For a claim given up there is nothing to see.)
     ~Claim() { Policy::getKeyWord(m_bucket).store(m_keyWord, std::memory_order_release); }
 
@@ -198,7 +199,7 @@ uint64_t ParallelHashTable<Policy>::insertAndLeave(Bucket& bucket, Key key, Crea
     if (!tryClaim(bucket)) [[unlikely]]
         return findOrInsertSlowly(true, key, createEntry, arguments...);
     ThreadContext& own = getOwnContext();
-    const Visit visit(*this, own);
+    const Visit visit(own);
     return fillClaimed(own, bucket, key, createEntry, arguments...);
 }
 
@@ -332,7 +333,7 @@ void ParallelHashTable<Policy>::reinsert(const Key& key, KeyWord newKeyWord, IsS
         ++index;
     Bucket& bucket = getBucket(index);
     Policy::setValue(bucket, key);
-    // Release. Pairs with the acquire in loadKeyWord().
+    // Release. Pairs with the acquire in peekKeyWord().
     Policy::getKeyWord(bucket).store(newKeyWord, std::memory_order_release);
     ThreadContext& own = getOwnContext();
     if (own.getFreeReservation() == 0) {
@@ -351,7 +352,7 @@ void ParallelHashTable<Policy>::placeEntry(size_t start, size_t mask, KeyWord ke
         // Release on success, relaxed on failure: the claim publishes nothing and another mover's entry is not read.
         if (expected == EMPTY && target.compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed)) {
             Policy::copyValue(from, buckets[index]);
-            // Release. Pairs with the acquire in loadKeyWord(): whoever sees the key word sees the value.
+            // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value.
             target.store(keyWord, std::memory_order_release);
             return;
         }
