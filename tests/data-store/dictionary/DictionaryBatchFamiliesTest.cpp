@@ -174,6 +174,13 @@ public:
             throw KavixException("letters", 2, KavixException::NO_CAUSES, "wrong size");
     }
 
+    size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept override {
+        size_t count = 0;
+        while (count < values.size() && values[count].dataSize == sizeof(uint64_t))
+            ++count;
+        return count;
+    }
+
     void checkImage(InputStream&, const ImageLimits&, const ProblemReport&) const override { }
     void verify(const DictionaryDatatype&, const StoreContents&, const ProblemReport&) const override { }
     std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype&, const StoreContents&) const override { return {}; }

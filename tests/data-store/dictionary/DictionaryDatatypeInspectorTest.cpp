@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <span>
 #include <string>
 
 namespace kavix::test {
@@ -19,6 +20,14 @@ void expectInvalid(const ResourceValue& value, const std::string& reason) {
     expectError("Engine/core/data-store/dictionary/Dictionary", 60, "The binary value of the datatype with ID " + std::to_string(value.datatypeID) + " is invalid: " + reason + ".", [&] {
         DictionaryDatatypeInspector::tryGetInspector(value.datatypeID)->checkBinaryValue(value);
     });
+    ResourceValue valid;
+    valid.setBinaryValue(D_XSD_BYTE, int64_t(-128));
+    const ResourceValue values[] = {valid, valid, value, valid};
+    const DictionaryDatatypeInspector& inspector = *DictionaryDatatypeInspector::tryGetInspector(value.datatypeID);
+    EXPECT_EQ(inspector.countValidBinaryValues(values), 2u);
+    EXPECT_EQ(inspector.countValidBinaryValues(std::span(values).first(2)), 2u);
+    EXPECT_EQ(inspector.countValidBinaryValues(std::span(values).subspan(2)), 0u);
+    EXPECT_EQ(inspector.countValidBinaryValues({}), 0u);
 }
 
 class DictionaryDatatypeInspectorTest : public ::testing::Test {

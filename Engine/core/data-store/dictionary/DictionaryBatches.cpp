@@ -2,6 +2,7 @@
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
+#include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/system/Prefetch.h"
@@ -26,28 +27,21 @@ void Dictionary::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operatio
 }
 
 /// Calls operation(batches, first, run) for one run of valid values after the other. Throws what is wrong with the first
-/// value that is not, once the operation has returned for all before it.
+/// value that is not, once the operation has returned for all before it. A run is of one family, so one inspector knows it.
 template<typename Operation>
 void Dictionary::forEachValidRun(std::span<const ResourceValue> values, Operation operation) const {
     forEachRun(values.size(), [values](size_t index) { return values[index].datatypeID; }, [values, operation](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
         const std::span<const ResourceValue> run = values.subspan(first, sizeOfRun);
-        size_t numberOfValid = 0;
-        std::exception_ptr error;
-        try {
-            if (batches == nullptr)
-                Errors::throwUnknownDatatypeID(run.front().datatypeID);
-            for (; numberOfValid < run.size(); ++numberOfValid)
-                getInspector(run[numberOfValid].datatypeID).checkBinaryValue(run[numberOfValid]);
-        }
-        catch (...) {
-            error = std::current_exception();
-        }
+        if (batches == nullptr)
+            Errors::throwUnknownDatatypeID(run.front().datatypeID);
+        const DictionaryDatatypeInspector& inspector = getInspector(run.front().datatypeID);
+        const size_t numberOfValid = inspector.countValidBinaryValues(run);
         if (numberOfValid != 0) {
             ThreadSlots::ensureSlot();
             operation(*batches, first, run.first(numberOfValid));
         }
-        if (error)
-            std::rethrow_exception(error);
+        if (numberOfValid != run.size())
+            inspector.checkBinaryValue(run[numberOfValid]);
     });
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,7 @@ struct TableStatistics {
 
 /// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its caller,
 /// and the figures that take a walk over everything. One object per family, static; found by datatype ID like the factory.
-/// Nothing here changes anything. checkBinaryValue is thread-safe; the rest needs that nobody writes to the dictionary.
+/// Nothing here changes anything. The checks of binary values are thread-safe; the rest needs that nobody writes to the dictionary.
 class DictionaryDatatypeInspector : private Unmovable {
 
 public:
@@ -64,6 +65,9 @@ public:
     /// Throws unless a value is a binary form that parsing could have made: right size, in range, normalised.
     /// @throws KavixException  says what is wrong
     virtual void checkBinaryValue(const ResourceValue& value) const = 0;
+
+    /// How many values, all of datatypes of this family, come before the first that checkBinaryValue() refuses.
+    virtual size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept = 0;
 
     /// Reports what is wrong with the structure of an image, so that loading it is safe: nothing is reserved, committed or
     /// read that the image does not have and the budget does not allow. Reads headers and counts and skips the rest.

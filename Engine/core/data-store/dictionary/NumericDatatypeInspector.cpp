@@ -15,6 +15,30 @@
 
 namespace kavix {
 
+namespace {
+
+enum class BinaryValueStatus { VALID, NO_DATA, WRONG_SIZE, NOT_NORMALISED, OUT_OF_RANGE };
+
+constexpr uint64_t getBinarySize(uint8_t datatypeID) noexcept {
+    return datatypeID == D_XSD_DECIMAL ? sizeof(XSDDecimal) : sizeof(int64_t);
+}
+
+BinaryValueStatus classifyBinaryValue(const ResourceValue& value) noexcept {
+    if (value.data == nullptr) [[unlikely]]
+        return BinaryValueStatus::NO_DATA;
+    if (value.dataSize != getBinarySize(value.datatypeID)) [[unlikely]]
+        return BinaryValueStatus::WRONG_SIZE;
+    if (value.datatypeID == D_XSD_DECIMAL) {
+        const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
+        return XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits()) ? BinaryValueStatus::VALID : BinaryValueStatus::NOT_NORMALISED;
+    }
+    const int64_t integer = value.getBinaryValue<int64_t>();
+    const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(value.datatypeID);
+    return info.minimum <= integer && integer <= info.maximum ? BinaryValueStatus::VALID : BinaryValueStatus::OUT_OF_RANGE;
+}
+
+}
+
 const NumericDatatypeInspector s_NumericDatatypeInspector;
 
 NumericDatatypeInspector::NumericDatatypeInspector() :
@@ -23,23 +47,22 @@ NumericDatatypeInspector::NumericDatatypeInspector() :
 }
 
 void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) const {
-    const bool isDecimal = value.datatypeID == D_XSD_DECIMAL;
-    const uint64_t size = isDecimal ? sizeof(XSDDecimal) : sizeof(int64_t);
-    if (value.data == nullptr) [[unlikely]]
+    switch (classifyBinaryValue(value)) {
+    case BinaryValueStatus::VALID:
+        return;
+    case BinaryValueStatus::NO_DATA:
         Errors::throwInvalidBinaryValue(value.datatypeID, "it has no data");
-    if (value.dataSize != size) [[unlikely]]
-        Errors::throwInvalidBinaryValue(value.datatypeID, "it has " + std::to_string(value.dataSize) + " bytes instead of " + std::to_string(size));
-    if (isDecimal) {
-        const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
-        if (!XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits())) [[unlikely]]
-            Errors::throwInvalidBinaryValue(value.datatypeID, "the decimal is not normalised, or has more than 19 fraction digits");
+    case BinaryValueStatus::WRONG_SIZE:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "it has " + std::to_string(value.dataSize) + " bytes instead of " + std::to_string(getBinarySize(value.datatypeID)));
+    case BinaryValueStatus::NOT_NORMALISED:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "the decimal is not normalised, or has more than 19 fraction digits");
+    case BinaryValueStatus::OUT_OF_RANGE:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "the value " + std::to_string(value.getBinaryValue<int64_t>()) + " is not in the range of the datatype");
     }
-    else {
-        const int64_t integer = value.getBinaryValue<int64_t>();
-        const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(value.datatypeID);
-        if (integer < info.minimum || integer > info.maximum) [[unlikely]]
-            Errors::throwInvalidBinaryValue(value.datatypeID, "the value " + std::to_string(integer) + " is not in the range of the datatype");
-    }
+}
+
+size_t NumericDatatypeInspector::countValidBinaryValues(std::span<const ResourceValue> values) const noexcept {
+    return static_cast<size_t>(std::find_if(values.begin(), values.end(), [](const ResourceValue& value) { return classifyBinaryValue(value) != BinaryValueStatus::VALID; }) - values.begin());
 }
 
 namespace {

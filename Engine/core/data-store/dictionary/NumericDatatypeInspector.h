@@ -13,6 +13,8 @@ public:
 
     void checkBinaryValue(const ResourceValue& value) const override;
 
+    size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept override;
+
     void checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const override;
 
     void verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const override;
