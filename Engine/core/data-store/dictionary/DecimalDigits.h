@@ -41,8 +41,13 @@ inline constexpr std::array<char, 200> DIGIT_PAIRS = [] {
     return pairs;
 }();
 
+/// The value of a digit; of another character, more than 9.
+inline uint32_t getDigit(char character) noexcept {
+    return static_cast<unsigned char>(character - '0');
+}
+
 inline bool isDigit(char character) noexcept {
-    return static_cast<unsigned char>(character - '0') <= 9;
+    return getDigit(character) <= 9;
 }
 
 /// Reads eight characters as a word of digits; it is one only if areDigits() says so.
@@ -63,11 +68,36 @@ inline uint64_t loadFour(const char* text) noexcept {
     return word ^ 0x30303030u;
 }
 
+/// Reads two characters like loadEight(), into the lowest quarter; the others are zero.
+inline uint64_t loadTwo(const char* text) noexcept {
+    uint16_t word;
+    std::memcpy(&word, text, sizeof(word));
+    if constexpr (std::endian::native == std::endian::big)
+        word = __builtin_bswap16(word);
+    return static_cast<uint64_t>(word ^ 0x3030u);
+}
+
+/// Reads the last count characters of a word, 1 to 8; those in front of them are zero digits. Reads no other byte.
+inline uint64_t loadUpToEight(const char* text, size_t count) noexcept {
+    // What two loads have in common are the same bytes at the same places.
+    if (count >= 4)
+        return loadFour(text + count - 4) << 32 | loadFour(text) << (64 - 8 * count);
+    if (count >= 2)
+        return loadTwo(text + count - 2) << 48 | loadTwo(text) << (64 - 8 * count);
+    return static_cast<uint64_t>(static_cast<unsigned char>(*text) ^ 0x30u) << 56;
+}
+
+/// The top bits of bytes that are not 0 to 9: none exactly if the word is one of digits. The lowest one marks the first such
+/// byte; above a byte of 0x80 or more there may be one that marks a digit.
+inline uint64_t markNonDigits(uint64_t word) noexcept {
+    // A byte b below 0x80 becomes b + 0x76 <= 0xF5, which carries nowhere and has its top bit set exactly if b >= 10. A
+    // byte of 0x80 or more may carry into the next one, but has its own top bit set.
+    return (word | (word + 0x7676767676767676)) & 0x8080808080808080;
+}
+
 /// Whether every byte is 0 to 9.
 inline bool areDigits(uint64_t word) noexcept {
-    // A byte b below 0x80 becomes b + 0x76 <= 0xF5, which carries nowhere and has its top bit set exactly if b >= 10. A
-    // byte of 0x80 or more may carry into the next one, but has its own top bit set, and the answer is no either way.
-    return ((word | (word + 0x7676767676767676)) & 0x8080808080808080) == 0;
+    return markNonDigits(word) == 0;
 }
 
 /// The number, below 10^8, that a word of digits stands for.
@@ -85,15 +115,22 @@ inline uint64_t combineDigits(uint64_t word) noexcept {
     return (pairs0And2 * ((uint64_t{1000000} << 32) + 100) + pairs1And3 * ((uint64_t{10000} << 32) + 1)) >> 32;
 }
 
+/// The word without the byte whose top bit is set in mask, the only bit there: the bytes in front of it move up by one.
+inline uint64_t removeByte(uint64_t word, uint64_t mask) noexcept {
+    const uint64_t first = mask >> 7; // the lowest bit of the byte
+    return (word & (0 - (mask << 1))) | (word & (first - 1)) << 8;
+}
+
 /// Reads a run of at most 19 digits; an empty run is 0. Returns false, and leaves value alone, if there is another
 /// character. Reads no byte outside the run.
-inline bool tryParse(const char* text, size_t count, uint64_t& value) noexcept {
+[[gnu::always_inline]] inline bool tryParse(const char* text, size_t count, uint64_t& value) noexcept {
     if (count < 4) {
-        uint64_t result = 0;
+        uint32_t result = 0;
         for (size_t index = 0; index < count; ++index) {
-            if (!isDigit(text[index])) [[unlikely]]
+            const uint32_t digit = getDigit(text[index]);
+            if (digit > 9) [[unlikely]]
                 return false;
-            result = result * 10 + static_cast<uint64_t>(text[index] - '0');
+            result = result * 10 + digit;
         }
         value = result;
         return true;
@@ -101,7 +138,7 @@ inline bool tryParse(const char* text, size_t count, uint64_t& value) noexcept {
     // Words are aligned to the end of the run; the one in front takes the first characters, whatever of them the next one
     // has too, and shifts those out. What is shifted in is zero: leading zeros.
     if (count <= 8) {
-        const uint64_t word = loadFour(text + count - 4) << 32 | loadFour(text) << (64 - 8 * count); // overlap: same bytes
+        const uint64_t word = loadUpToEight(text, count);
         if (!areDigits(word)) [[unlikely]]
             return false;
         value = combineDigits(word);
@@ -128,10 +165,16 @@ inline void writeTwo(uint32_t value, char* buffer) noexcept {
     std::memcpy(buffer, &DIGIT_PAIRS[2 * value], 2);
 }
 
+/// A number below 10^4, divided by 100; written out, because a compiler divides in more steps for the sake of larger ones.
+inline uint32_t getHundreds(uint32_t value) noexcept {
+    return value * 5243 >> 19; // 5243 / 2^19 = 0.01 + 3.05e-7; too much by less than 0.01 up to 10^4, and so never the next number
+}
+
 /// Writes exactly four digits of a number below 10^4.
 inline void writeFour(uint32_t value, char* buffer) noexcept {
-    writeTwo(value / 100, buffer);
-    writeTwo(value % 100, buffer + 2);
+    const uint32_t hundreds = getHundreds(value);
+    writeTwo(hundreds, buffer);
+    writeTwo(value - hundreds * 100, buffer + 2);
 }
 
 /// Writes exactly eight digits of a number below 10^8.
@@ -140,49 +183,75 @@ inline void writeEight(uint32_t value, char* buffer) noexcept {
     writeFour(value % 10000, buffer + 4);
 }
 
-/// Writes the digits of a number below 100 and returns how many they are.
-inline size_t writeUpToTwo(uint32_t value, char* buffer) noexcept {
-    if (value < 10) {
-        *buffer = static_cast<char>('0' + value);
-        return 1;
+/// Writes the digits of a number below 10^4 and returns how many they are.
+inline size_t writeUpToFour(uint32_t value, char* buffer) noexcept {
+    if (value < 100) {
+        if (value < 10) {
+            *buffer = static_cast<char>('0' + value);
+            return 1;
+        }
+        writeTwo(value, buffer);
+        return 2;
     }
-    writeTwo(value, buffer);
-    return 2;
+    const uint32_t hundreds = getHundreds(value);
+    if (value < 1000) {
+        *buffer = static_cast<char>('0' + hundreds);
+        writeTwo(value - hundreds * 100, buffer + 1);
+        return 3;
+    }
+    writeTwo(hundreds, buffer);
+    writeTwo(value - hundreds * 100, buffer + 2);
+    return 4;
 }
 
-/// Writes the digits of a number below 10^8 and returns how many they are.
-inline size_t writeUpToEight(uint32_t value, char* buffer) noexcept {
-    if (value < 100)
-        return writeUpToTwo(value, buffer);
-    if (value < 10000) {
-        const size_t length = writeUpToTwo(value / 100, buffer);
-        writeTwo(value % 100, buffer + length);
-        return length + 2;
+/// Writes the digits of a number from 10^4 to 10^8 - 1 and returns how many they are.
+inline size_t writeFiveToEight(uint32_t value, char* buffer) noexcept {
+    const size_t length = writeUpToFour(value / 10000, buffer);
+    writeFour(value % 10000, buffer + length);
+    return length + 4;
+}
+
+/// Writes exactly count digits, 1 to 8, of a number below 10^count: with leading zeros.
+inline void writePadded(uint32_t value, size_t count, char* buffer) noexcept {
+    if (count > 4) {
+        const uint32_t front = value / 10000;
+        writeFour(value - front * 10000, buffer + count - 4);
+        value = front;
+        count -= 4;
     }
-    if (value < 1000000) {
-        const size_t length = writeUpToTwo(value / 10000, buffer);
-        writeFour(value % 10000, buffer + length);
-        return length + 4;
+    // The last two at once, and then what is in front of them.
+    if (count == 2) {
+        writeTwo(value, buffer);
+        return;
     }
-    const uint32_t front = value / 10000; // 100 to 9999
-    const size_t length = writeUpToTwo(front / 100, buffer);
-    writeTwo(front % 100, buffer + length);
-    writeFour(value % 10000, buffer + length + 2);
-    return length + 6;
+    if (count == 1) {
+        *buffer = static_cast<char>('0' + value);
+        return;
+    }
+    const uint32_t hundreds = getHundreds(value);
+    writeTwo(value - hundreds * 100, buffer + count - 2);
+    if (count == 3)
+        *buffer = static_cast<char>('0' + hundreds);
+    else
+        writeTwo(hundreds, buffer);
 }
 
 /// Writes the digits of a number, 1 to 20 of them, returns how many they are, and writes no byte behind them.
 inline size_t write(uint64_t value, char* buffer) noexcept {
     constexpr uint64_t EIGHT_DIGITS = 100000000;
+    if (value < 10000)
+        return writeUpToFour(static_cast<uint32_t>(value), buffer);
     if (value < EIGHT_DIGITS)
-        return writeUpToEight(static_cast<uint32_t>(value), buffer);
+        return writeFiveToEight(static_cast<uint32_t>(value), buffer);
     const uint32_t last = static_cast<uint32_t>(value % EIGHT_DIGITS);
     value /= EIGHT_DIGITS; // now below 2^64 / 10^8 < 10^12
     size_t length;
-    if (value < EIGHT_DIGITS)
-        length = writeUpToEight(static_cast<uint32_t>(value), buffer);
+    if (value < 10000)
+        length = writeUpToFour(static_cast<uint32_t>(value), buffer);
+    else if (value < EIGHT_DIGITS)
+        length = writeFiveToEight(static_cast<uint32_t>(value), buffer);
     else {
-        length = writeUpToEight(static_cast<uint32_t>(value / EIGHT_DIGITS), buffer); // of a number below 10^4
+        length = writeUpToFour(static_cast<uint32_t>(value / EIGHT_DIGITS), buffer);
         writeEight(static_cast<uint32_t>(value % EIGHT_DIGITS), buffer + length);
         length += 8;
     }

@@ -84,6 +84,10 @@ public:
 
 private:
 
+    /// Parses a form behind its sign, of as many characters as the words hold and fewer do not: 1 to 8, 9 to 16, 17 to 20.
+    template<size_t NUMBER_OF_WORDS>
+    static LexicalFormStatus tryParseWords(const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept;
+
     int64_t m_unscaledValue = 0;
     uint8_t m_fractionDigits = 0;
     uint8_t m_padding[7] = {};
