@@ -118,6 +118,16 @@ std::vector<Text> makeTexts(size_t digits, size_t fractionDigits) {
     return sum;
 }
 
+/// The nearest thing in the standard library; it searches for the shortest text.
+[[gnu::noinline]] size_t printDoubles(const std::vector<double>& values, char* buffer) {
+    size_t sum = 0;
+    for (const double value : values) {
+        sum += static_cast<size_t>(std::to_chars(buffer, buffer + 24, value).ptr - buffer);
+        benchmark::ClobberMemory();
+    }
+    return sum;
+}
+
 template<typename Pass>
 void measure(benchmark::State& state, Pass pass) {
     for (auto _ : state)
@@ -148,6 +158,15 @@ void printDecimal(benchmark::State& state) {
     measure(state, [&] { return printDecimals(values, buffer); });
 }
 
+void printDouble(benchmark::State& state) {
+    std::vector<double> values;
+    for (const Text& text : makeTexts(static_cast<size_t>(state.range(0)), 2))
+        values.push_back(XSDDecimal(text.m_characters.data(), text.m_length).toDouble());
+    char buffer[24];
+    benchmark::DoNotOptimize(&buffer);
+    measure(state, [&] { return printDoubles(values, buffer); });
+}
+
 template<typename Function>
 void registerByDigits(const char* name, int64_t fewest, int64_t most, Function function) {
     auto* registered = benchmark::RegisterBenchmark(name, function);
@@ -168,6 +187,7 @@ int main(int argc, char** argv) {
     registerByDigits("parse_decimal/kavix", 3, 18, [](benchmark::State& state) { parse(state, 2, parseDecimals); });
     registerByDigits("parse_decimal/from_chars-double", 3, 18, [](benchmark::State& state) { parse(state, 2, parseDoubles); });
     registerByDigits("print_decimal/kavix", 3, 18, printDecimal);
+    registerByDigits("print_decimal/to_chars-double", 3, 18, printDouble);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }
