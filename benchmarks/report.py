@@ -121,7 +121,7 @@ def limit_tables(results):
 
 def lexical_tables(results):
     parts = []
-    for operation, contestants in (("parse_integer", ("kavix", "from_chars")), ("print_integer", ("kavix", "to_chars")), ("parse_decimal", ("kavix", "from_chars-double")), ("print_decimal", ("kavix",))):
+    for operation, contestants in (("parse_integer", ("kavix", "from_chars")), ("print_integer", ("kavix", "to_chars")), ("parse_decimal", ("kavix", "from_chars-double")), ("print_decimal", ("kavix", "to_chars-double"))):
         rows = []
         for digits in range(1, 20):
             rates = [results.median("LexicalBenchmark", f"{operation}/{contestant}/{digits}", "items_per_second") for contestant in contestants]

@@ -186,11 +186,28 @@ private:
 
     IntegerTable& getTable(uint8_t datatypeID) const noexcept {
         assert(datatypeID >= D_XSD_INTEGER && datatypeID <= D_XSD_UNSIGNED_BYTE);
-        return *m_integerTables[datatypeID - D_XSD_INTEGER];
+        return *m_integerTables[size_t(datatypeID) - D_XSD_INTEGER]; // in 64 bits, which folds into an address
     }
 
     /// Looks all values of a batch up; a 0 for each that is absent or not visible. A place without a value gets nothing.
     void findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
+
+    // What the short lanes of the tables are given. They have names, so that programs find the long ones in the library.
+
+    struct IsAnything {
+        bool operator()(ResourceID) const noexcept { return true; }
+    };
+
+    struct IsRecordBelow {
+        uint64_t m_end;
+
+        bool operator()(uint64_t recordOffset) const noexcept { return recordOffset < m_end; }
+    };
+
+    struct CreateEntry {
+        auto operator()(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const { return dictionary->createEntry(context, value); }
+        auto operator()(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const { return dictionary->createEntry(context, datatypeID, value); }
+    };
 
     /// Takes a resource ID for a value and publishes it; the table is still to get the entry.
     typename DecimalTable::Entry createEntry(DictionaryUsageContext* context, const XSDDecimal& value);
@@ -211,6 +228,28 @@ private:
     std::array<std::unique_ptr<IntegerTable>, NUMBER_OF_INTEGER_DATATYPES> m_integerTables;
 
 };
+
+// Inline, for callers that know the type: a call takes as long as a tenth of a look-up.
+
+template<typename ResourceID>
+inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
+    return m_decimalTable.find(value, IsRecordBelow{visibility.second}, visibility.first);
+}
+
+template<typename ResourceID>
+inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
+    return getTable(datatypeID).find(value, IsAnything(), visibility.first);
+}
+
+template<typename ResourceID>
+inline uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const XSDDecimal& value) {
+    return m_decimalTable.findOrInsert(value, CreateEntry(), this, context);
+}
+
+template<typename ResourceID>
+inline uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
+    return getTable(datatypeID).findOrInsert(value, CreateEntry(), this, context, datatypeID);
+}
 
 extern template class NumericDatatype<unsigned int>;
 extern template class NumericDatatype<unsigned long>;

@@ -82,16 +82,6 @@ uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
-    return m_decimalTable.find(value, [end = visibility.second](uint64_t recordOffset) { return recordOffset < end; }, visibility.first);
-}
-
-template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
-    return getTable(datatypeID).find(value, [](ResourceID) { return true; }, visibility.first);
-}
-
-template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const ResourceValue& value) {
     if (value.datatypeID == D_XSD_DECIMAL)
         return resolveResource(context, value.getBinaryValue<XSDDecimal>());
@@ -103,16 +93,6 @@ uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* co
     if (datatypeID == D_XSD_DECIMAL)
         return resolveResource(context, XSDDecimal(lexicalForm, length));
     return resolveResource(context, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
-}
-
-template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const XSDDecimal& value) {
-    return m_decimalTable.findOrInsert(value, [](const XSDDecimal& key, NumericDatatype* self, DictionaryUsageContext* own) { return self->createEntry(own, key); }, this, context);
-}
-
-template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
-    return getTable(datatypeID).findOrInsert(value, [](int64_t key, NumericDatatype* self, DictionaryUsageContext* own, uint8_t ownID) { return self->createEntry(own, ownID, key); }, this, context, datatypeID);
 }
 
 template<typename ResourceID>

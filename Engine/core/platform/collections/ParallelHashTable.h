@@ -60,8 +60,11 @@ namespace kavix {
 ///   getResourceID(bucket, keyWord)                   of a live bucket
 ///   ENTRY_IS_IN_BUCKET, prefetchEntry(keyWord)       whether isEqual() reads nothing but the bucket; fetches what else
 /// Buckets are saved as raw bytes: their layout, the hash and the markers are part of the image format.
+///
+/// The slots are to lie at the beginning, where reaching one takes the fewest instructions. So this class, unlike others,
+/// is not derived from Unmovable: slots are, and an object and its first member may not share an empty base.
 template<typename Policy>
-class ParallelHashTable : private Unmovable {
+class ParallelHashTable {
 
 public:
 
@@ -86,6 +89,9 @@ public:
 
     /// A table without buckets: initialize() or load() comes before any other use.
     ParallelHashTable(MemoryManager& memoryManager, const Policy& policy);
+
+    ParallelHashTable(const ParallelHashTable&) = delete;
+    ParallelHashTable& operator=(const ParallelHashTable&) = delete;
 
     ~ParallelHashTable();
 
@@ -202,17 +208,19 @@ private:
         return m_resizeState.load(std::memory_order_acquire) != NO_RESIZE;
     }
 
+    // These are called from where the short lanes are inlined, which may be another program: hence "used".
+
     /// find() and findOrInsert() from the beginning, for a thread that met an obstacle after ThreadContext::beginEntering().
     /// @param isInside  what that returned
     template<typename IsVisible>
-    [[gnu::noinline]] uint64_t findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept;
+    [[gnu::noinline, gnu::used]] uint64_t findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept;
 
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::noinline]] uint64_t findOrInsertSlowly(bool isInside, Key key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::noinline, gnu::used]] uint64_t findOrInsertSlowly(bool isInside, Key key, CreateEntry createEntry, Arguments... arguments);
 
     /// The end of findOrInsert() for a thread that has found a bucket empty; leaves the table.
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::noinline]] uint64_t insertAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::noinline, gnu::used]] uint64_t insertAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
 
     /// Makes an empty bucket busy; returns whether it was empty.
     static bool tryClaim(Bucket& bucket) noexcept;
@@ -292,5 +300,55 @@ private:
     pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
 
 };
+
+// The short lanes stand here, to be inlined into their callers; everything else is in the Impl header.
+
+template<typename Policy>
+template<typename IsVisible>
+uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
+    ThreadContext& own = getOwnContext();
+    if (!own.beginEntering()) [[unlikely]]
+        return findSlowly(false, key, isVisible, resourceIDEnd);
+    if (!isResizing()) [[likely]] {
+        for (size_t index = m_policy.getHash(key);; ++index) {
+            const Bucket& bucket = getBucket(index);
+            const KeyWord keyWord = peekKeyWord(bucket);
+            if (isLive(keyWord)) [[likely]] {
+                if (isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key)) {
+                    const uint64_t resourceID = m_policy.getResourceID(bucket, keyWord);
+                    return own.leaveWith(resourceID < resourceIDEnd ? resourceID : 0);
+                }
+            }
+            else if (keyWord == EMPTY)
+                return own.leaveWith(0);
+            else if (keyWord == BUSY)
+                break;
+        }
+    }
+    return findSlowly(true, key, isVisible, resourceIDEnd);
+}
+
+template<typename Policy>
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry createEntry, Arguments... arguments) {
+    ThreadContext& own = getOwnContext();
+    if (!own.beginEntering()) [[unlikely]]
+        return findOrInsertSlowly(false, key, createEntry, arguments...);
+    if (!isResizing() && own.getFreeReservation() != 0) [[likely]] {
+        for (size_t index = m_policy.getHash(key);; ++index) {
+            Bucket& bucket = getBucket(index);
+            const KeyWord keyWord = peekKeyWord(bucket);
+            if (isLive(keyWord)) [[likely]] {
+                if (m_policy.isEqual(bucket, keyWord, key))
+                    return own.leaveWith(m_policy.getResourceID(bucket, keyWord));
+            }
+            else if (keyWord == EMPTY)
+                return insertAndLeave(bucket, key, createEntry, arguments...);
+            else if (keyWord == BUSY)
+                break;
+        }
+    }
+    return findOrInsertSlowly(true, key, createEntry, arguments...);
+}
 
 }

@@ -121,31 +121,6 @@ typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::waitWhile
 
 template<typename Policy>
 template<typename IsVisible>
-uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
-    ThreadContext& own = getOwnContext();
-    if (!own.beginEntering()) [[unlikely]]
-        return findSlowly(false, key, isVisible, resourceIDEnd);
-    if (!isResizing()) [[likely]] {
-        for (size_t index = m_policy.getHash(key);; ++index) {
-            const Bucket& bucket = getBucket(index);
-            const KeyWord keyWord = peekKeyWord(bucket);
-            if (isLive(keyWord)) [[likely]] {
-                if (isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key)) {
-                    const uint64_t resourceID = m_policy.getResourceID(bucket, keyWord);
-                    return own.leaveWith(resourceID < resourceIDEnd ? resourceID : 0);
-                }
-            }
-            else if (keyWord == EMPTY)
-                return own.leaveWith(0);
-            else if (keyWord == BUSY)
-                break;
-        }
-    }
-    return findSlowly(true, key, isVisible, resourceIDEnd);
-}
-
-template<typename Policy>
-template<typename IsVisible>
 uint64_t ParallelHashTable<Policy>::findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
     const Visit visit(*this, getOwnContext(), isInside);
     for (size_t index = m_policy.getHash(key);; ++index) {
@@ -158,29 +133,6 @@ uint64_t ParallelHashTable<Policy>::findSlowly(bool isInside, Key key, IsVisible
             return resourceID < resourceIDEnd ? resourceID : 0;
         }
     }
-}
-
-template<typename Policy>
-template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry createEntry, Arguments... arguments) {
-    ThreadContext& own = getOwnContext();
-    if (!own.beginEntering()) [[unlikely]]
-        return findOrInsertSlowly(false, key, createEntry, arguments...);
-    if (!isResizing() && own.getFreeReservation() != 0) [[likely]] {
-        for (size_t index = m_policy.getHash(key);; ++index) {
-            Bucket& bucket = getBucket(index);
-            const KeyWord keyWord = peekKeyWord(bucket);
-            if (isLive(keyWord)) [[likely]] {
-                if (m_policy.isEqual(bucket, keyWord, key))
-                    return own.leaveWith(m_policy.getResourceID(bucket, keyWord));
-            }
-            else if (keyWord == EMPTY)
-                return insertAndLeave(bucket, key, createEntry, arguments...);
-            else if (keyWord == BUSY)
-                break;
-        }
-    }
-    return findOrInsertSlowly(true, key, createEntry, arguments...);
 }
 
 template<typename Policy>

@@ -61,8 +61,8 @@ public:
 
     /// leave() at the end of a short function: returns the result, and calls nothing that would have to return first.
     uint64_t leaveWith(uint64_t result) noexcept {
-        // Release, as in leave().
-        if (m_entryCount.fetch_sub(1, std::memory_order_release) >= 2) [[unlikely]]
+        // Release, as in leave(). (It was 1 or more; a comparison with 1 is free.)
+        if (m_entryCount.fetch_sub(1, std::memory_order_release) != 1) [[unlikely]]
             return handOverWith(result);
         return result;
     }
