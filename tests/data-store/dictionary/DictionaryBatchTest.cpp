@@ -21,7 +21,7 @@ namespace kavix::test {
 
 namespace {
 
-constexpr size_t SIZES[] = {0, 1, 2, 47, 48, 1023, 1024, 1025, 2048, 5000};
+constexpr size_t SIZES[] = {0, 1, 2, 31, 32, 33, 1023, 1024, 1025, 2048, 5000};
 
 struct Mixture {
     const char* name;
