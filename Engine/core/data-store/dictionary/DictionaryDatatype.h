@@ -108,11 +108,11 @@ protected:
         uint64_t operator()() const {
             if (m_context == nullptr)
                 return m_dictionary.allocateResourceID();
-            if (m_context->m_resourceIDBlockNext >= m_context->m_resourceIDBlockEnd) [[unlikely]] {
+            if (!m_context->hasResourceID()) [[unlikely]] {
                 m_context->m_resourceIDBlockNext = m_dictionary.allocateResourceIDBlock();
                 m_context->m_resourceIDBlockEnd = m_context->m_resourceIDBlockNext + RESOURCE_ID_BLOCK_SIZE;
             }
-            return m_context->m_resourceIDBlockNext++;
+            return m_context->takeResourceID();
         }
 
     private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 namespace kavix {
 
@@ -14,6 +15,16 @@ struct alignas(64) DictionaryUsageContext {
     uint64_t m_resourceIDBlockEnd = 0;
     uint64_t m_dataPoolChunkNext = 0;
     uint64_t m_dataPoolChunkEnd = 0;
+
+    bool hasResourceID() const noexcept { return m_resourceIDBlockNext < m_resourceIDBlockEnd; }
+
+    /// The next ID of the block, which has one.
+    uint64_t takeResourceID() noexcept { return m_resourceIDBlockNext++; }
+
+    bool hasDataPoolRoom(uint64_t numberOfBytes) const noexcept { return m_dataPoolChunkNext + numberOfBytes <= m_dataPoolChunkEnd; }
+
+    /// The offset of the next bytes of the chunk, which has room for them.
+    uint64_t takeDataPoolRoom(uint64_t numberOfBytes) noexcept { return std::exchange(m_dataPoolChunkNext, m_dataPoolChunkNext + numberOfBytes); }
 };
 
 }

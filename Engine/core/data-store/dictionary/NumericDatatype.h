@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -207,15 +208,20 @@ private:
     struct CreateEntry {
         auto operator()(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const { return dictionary->createEntry(context, value); }
         auto operator()(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const { return dictionary->createEntry(context, datatypeID, value); }
+
+        /// If the context has what an entry takes.
+        std::optional<typename ParallelHashTable<DecimalPolicy>::Entry> tryAtOnce(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept;
+        std::optional<typename ParallelHashTable<IntegerPolicy>::Entry> tryAtOnce(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const noexcept;
     };
 
     /// Takes a resource ID for a value and publishes it; the table is still to get the entry.
     typename DecimalTable::Entry createEntry(DictionaryUsageContext* context, const XSDDecimal& value);
     typename IntegerTable::Entry createEntry(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
 
-    /// Writes the record of a decimal and the array entries of its resource; returns the offset of the record.
-    uint64_t addDecimal(DictionaryUsageContext* context, ResourceID resourceID, const XSDDecimal& value);
+    /// Writes the record of a decimal and the array entries of its resource.
+    void setDecimal(uint64_t recordOffset, ResourceID resourceID, const XSDDecimal& value) noexcept;
 
+    /// Returns the offset of a new record.
     uint64_t allocateRecord(DictionaryUsageContext* context);
 
     void ensureResourceUsable(uint64_t resourceID);
@@ -249,6 +255,31 @@ inline uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageCont
 template<typename ResourceID>
 inline uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
     return getTable(datatypeID).findOrInsert(value, CreateEntry(), this, context, datatypeID);
+}
+
+template<typename ResourceID>
+inline void NumericDatatype<ResourceID>::setDecimal(uint64_t recordOffset, ResourceID resourceID, const XSDDecimal& value) noexcept {
+    Record::write(m_dataPool.getBase() + recordOffset, resourceID, value);
+    setResource(resourceID, recordOffset, D_XSD_DECIMAL);
+}
+
+template<typename ResourceID>
+inline std::optional<typename NumericDatatype<ResourceID>::DecimalTable::Entry> NumericDatatype<ResourceID>::CreateEntry::tryAtOnce(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept {
+    if (context == nullptr || !context->hasResourceID() || !context->hasDataPoolRoom(Record::SIZE))
+        return std::nullopt;
+    const ResourceID resourceID = static_cast<ResourceID>(context->takeResourceID());
+    const uint64_t recordOffset = context->takeDataPoolRoom(Record::SIZE);
+    dictionary->setDecimal(recordOffset, resourceID, value);
+    return typename DecimalTable::Entry{recordOffset, resourceID};
+}
+
+template<typename ResourceID>
+inline std::optional<typename NumericDatatype<ResourceID>::IntegerTable::Entry> NumericDatatype<ResourceID>::CreateEntry::tryAtOnce(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const noexcept {
+    if (context == nullptr || !context->hasResourceID())
+        return std::nullopt;
+    const uint64_t resourceID = context->takeResourceID();
+    dictionary->setResource(resourceID, static_cast<uint64_t>(value), datatypeID);
+    return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
 }
 
 extern template class NumericDatatype<unsigned int>;

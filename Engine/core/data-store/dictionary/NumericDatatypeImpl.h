@@ -98,7 +98,9 @@ uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* co
 template<typename ResourceID>
 typename NumericDatatype<ResourceID>::DecimalTable::Entry NumericDatatype<ResourceID>::createEntry(DictionaryUsageContext* context, const XSDDecimal& value) {
     const ResourceID resourceID = static_cast<ResourceID>(nextResourceIDGetter(context)());
-    return typename DecimalTable::Entry{addDecimal(context, resourceID, value), resourceID};
+    const uint64_t recordOffset = allocateRecord(context);
+    setDecimal(recordOffset, resourceID, value);
+    return typename DecimalTable::Entry{recordOffset, resourceID};
 }
 
 template<typename ResourceID>
@@ -109,26 +111,16 @@ typename NumericDatatype<ResourceID>::IntegerTable::Entry NumericDatatype<Resour
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::addDecimal(DictionaryUsageContext* context, ResourceID resourceID, const XSDDecimal& value) {
-    const uint64_t recordOffset = allocateRecord(context);
-    Record::write(m_dataPool.getBase() + recordOffset, resourceID, value);
-    setResource(resourceID, recordOffset, D_XSD_DECIMAL);
-    return recordOffset;
-}
-
-template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::allocateRecord(DictionaryUsageContext* context) {
     uint64_t end;
     if (context == nullptr)
         return m_dataPool.allocate(Record::SIZE, end);
-    if (context->m_dataPoolChunkNext + Record::SIZE > context->m_dataPoolChunkEnd) [[unlikely]] {
+    if (!context->hasDataPoolRoom(Record::SIZE)) [[unlikely]] {
         // The rest of the old chunk, less than a record, is abandoned.
         context->m_dataPoolChunkNext = m_dataPool.allocate(DATA_POOL_CHUNK_SIZE + Record::SIZE, end);
         context->m_dataPoolChunkEnd = end;
     }
-    const uint64_t recordOffset = context->m_dataPoolChunkNext;
-    context->m_dataPoolChunkNext += Record::SIZE;
-    return recordOffset;
+    return context->takeDataPoolRoom(Record::SIZE);
 }
 
 template<typename ResourceID>
@@ -143,7 +135,9 @@ void NumericDatatype<ResourceID>::restoreResource(DictionaryUsageContext* contex
         const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
         m_decimalTable.findOrInsert(decimal, [&](const XSDDecimal&) {
             ensureResourceUsable(resourceID);
-            return typename DecimalTable::Entry{addDecimal(context, static_cast<ResourceID>(resourceID), decimal), resourceID};
+            const uint64_t recordOffset = allocateRecord(context);
+            setDecimal(recordOffset, static_cast<ResourceID>(resourceID), decimal);
+            return typename DecimalTable::Entry{recordOffset, resourceID};
         });
     }
     else {

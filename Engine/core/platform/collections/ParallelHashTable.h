@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <pthread.h>
 #include <span>
 
@@ -35,7 +36,7 @@ namespace kavix {
 ///  - The used count covers live, deleted and reserved buckets and stays at or below the threshold, so every probe meets
 ///    an empty bucket and ends.
 ///  - Outside a resize there is one array; during one, no thread looks up or inserts.
-///  - The array, its mask and size, the threshold and the chunk count change only while every slot is stopped, or alone;
+///  - The array, its mask, size and end, the threshold and the chunk count change only while every slot is stopped, or alone;
 ///    they are read only by threads that hold a slot.
 /// Callers   find, findOrInsert, markDeleted: any thread that has a slot to itself; statistics: any thread. The rest,
 ///           construction and destruction: one thread, nobody else inside.
@@ -109,6 +110,8 @@ public:
     /// of that entry is none of the three markers, and everything a reader needs to use it was written before
     /// createEntry() returned. Unlike what createEntry captures, the arguments can stay in registers: at most three words
     /// together with a key of one word, two with a key of two.
+    /// Where there is a createEntry.tryAtOnce(key, arguments...), it is asked first. It does not throw and is short, since
+    /// callers inline it, and returns the entry, or nothing if it has not done anything.
     /// @throws as MemoryRegion if the table must grow and cannot, and whatever createEntry() throws: the key is absent
     template<typename CreateEntry, typename... Arguments>
     [[gnu::always_inline]] inline uint64_t findOrInsert(const Key& key, CreateEntry createEntry, Arguments... arguments);
@@ -196,7 +199,7 @@ private:
 
     /// Loads the key word of a bucket as it is.
     static KeyWord peekKeyWord(const Bucket& bucket) noexcept {
-        // Acquire. Pairs with the release in ~Claim(), placeEntry() and reinsert(): whoever sees a live key word sees its value.
+        // Acquire. Pairs with the release in publish(), placeEntry() and reinsert(): whoever sees a live key word sees its value.
         return Policy::getKeyWord(bucket).load(std::memory_order_acquire);
     }
 
@@ -220,20 +223,31 @@ private:
 
     /// The end of findOrInsert() for a thread that has found a bucket empty; leaves the table.
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::noinline, gnu::used]] uint64_t insertAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::always_inline]] inline uint64_t insertAndLeave(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments);
+
+    /// The end of insertAndLeave() for a thread that came too late: another one has claimed the bucket, maybe for this key.
+    template<typename CreateEntry, typename... Arguments>
+    [[gnu::noinline, gnu::used]] uint64_t continueAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
+
+    /// The end of insertAndLeave() for a thread that has claimed the bucket and can create no entry at once.
+    template<typename CreateEntry, typename... Arguments>
+    [[gnu::noinline, gnu::used]] uint64_t fillAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
 
     /// Makes an empty bucket busy; returns whether it was empty.
     static bool tryClaim(Bucket& bucket) noexcept;
+
+    /// Publishes the entry of a claimed bucket; returns its resource ID.
+    static uint64_t publish(ThreadContext& own, Bucket& bucket, const Key& key, const Entry& entry) noexcept;
 
     /// Creates and publishes the entry of a claimed bucket, or else makes the bucket empty again.
     template<typename CreateEntry, typename... Arguments>
     uint64_t fillClaimed(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments);
 
     /// findOrInsert() for a thread that is inside and has a reservation.
-    /// @param index  where to start probing: the hash of the key, or the index of a bucket that was once found empty when
-    ///               probing for it, since the buckets before that one still do not have the key
+    /// @param bucket  where to start probing: where the hash of the key points to, or a bucket that was once found empty
+    ///                when probing for it, since the buckets before that one still do not have the key
     template<typename CreateEntry, typename... Arguments>
-    uint64_t findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry& createEntry, const Arguments&... arguments);
+    uint64_t findOrInsertInside(ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments);
 
     /// Loads the key word of a bucket once it is not busy.
     static KeyWord loadKeyWord(Bucket& bucket) noexcept;
@@ -241,6 +255,9 @@ private:
     [[gnu::noinline]] static KeyWord waitWhileBusy(const Bucket& bucket) noexcept;
 
     Bucket& getBucket(size_t index) noexcept { return m_buckets.getData()[index & m_mask]; }
+
+    /// The bucket that comes after one in probing.
+    Bucket* getNext(Bucket* bucket) noexcept { return ++bucket != m_afterLast ? bucket : m_buckets.getData(); }
 
     /// Returns whether the table was resized meanwhile.
     bool ensureReservation(ThreadContext& own);
@@ -281,6 +298,7 @@ private:
 
     // Changed only while nobody else is inside.
     size_t m_mask; // the number of buckets less 1
+    Bucket* m_afterLast;
     MemoryRegion<Bucket> m_buckets;
 
     // Atomic and shared, on a line of their own: every thread writes the used count now and then.
@@ -310,12 +328,11 @@ uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible, ui
     if (!own.beginEntering()) [[unlikely]]
         return findSlowly(false, key, isVisible, resourceIDEnd);
     if (!isResizing()) [[likely]] {
-        for (size_t index = m_policy.getHash(key);; ++index) {
-            const Bucket& bucket = getBucket(index);
-            const KeyWord keyWord = peekKeyWord(bucket);
+        for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+            const KeyWord keyWord = peekKeyWord(*bucket);
             if (isLive(keyWord)) [[likely]] {
-                if (isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key)) {
-                    const uint64_t resourceID = m_policy.getResourceID(bucket, keyWord);
+                if (isVisible(keyWord) && m_policy.isEqual(*bucket, keyWord, key)) {
+                    const uint64_t resourceID = m_policy.getResourceID(*bucket, keyWord);
                     return own.leaveWith(resourceID < resourceIDEnd ? resourceID : 0);
                 }
             }
@@ -335,20 +352,49 @@ uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry cre
     if (!own.beginEntering()) [[unlikely]]
         return findOrInsertSlowly(false, key, createEntry, arguments...);
     if (!isResizing() && own.getFreeReservation() != 0) [[likely]] {
-        for (size_t index = m_policy.getHash(key);; ++index) {
-            Bucket& bucket = getBucket(index);
-            const KeyWord keyWord = peekKeyWord(bucket);
+        for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+            const KeyWord keyWord = peekKeyWord(*bucket);
             if (isLive(keyWord)) [[likely]] {
-                if (m_policy.isEqual(bucket, keyWord, key))
-                    return own.leaveWith(m_policy.getResourceID(bucket, keyWord));
+                if (m_policy.isEqual(*bucket, keyWord, key))
+                    return own.leaveWith(m_policy.getResourceID(*bucket, keyWord));
             }
             else if (keyWord == EMPTY)
-                return insertAndLeave(bucket, key, createEntry, arguments...);
+                return insertAndLeave(own, *bucket, key, createEntry, arguments...);
             else if (keyWord == BUSY)
                 break;
         }
     }
     return findOrInsertSlowly(true, key, createEntry, arguments...);
+}
+
+template<typename Policy>
+inline bool ParallelHashTable<Policy>::tryClaim(Bucket& bucket) noexcept {
+    KeyWord expected = EMPTY;
+    // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes nothing;
+    // the claim only keeps others away.
+    return Policy::getKeyWord(bucket).compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed);
+}
+
+template<typename Policy>
+inline uint64_t ParallelHashTable<Policy>::publish(ThreadContext& own, Bucket& bucket, const Key& key, const Entry& entry) noexcept {
+    assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
+    Policy::setValue(bucket, key);
+    // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value of the bucket and all
+    // that was written for the entry before.
+    Policy::getKeyWord(bucket).store(entry.m_keyWord, std::memory_order_release);
+    spendReservation(own);
+    return entry.m_resourceID;
+}
+
+template<typename Policy>
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::insertAndLeave(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments) {
+    if (!tryClaim(bucket)) [[unlikely]]
+        return continueAndLeave(bucket, key, createEntry, arguments...);
+    if constexpr (requires { createEntry.tryAtOnce(key, arguments...); })
+        if (const std::optional<Entry> entry = createEntry.tryAtOnce(key, arguments...)) [[likely]]
+            return own.leaveWith(publish(own, bucket, key, *entry));
+    return fillAndLeave(bucket, key, createEntry, arguments...);
 }
 
 }

@@ -152,9 +152,8 @@ void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint6
                 if (own.getFreeReservation() == 0) [[unlikely]]
                     isResized |= ensureReservation(own); // the empty buckets were those of the old array
                 // Every bucket before this one does not have the key; mostly this one is still empty.
-                const size_t start = isResized ? m_policy.getHash(batch[index]) : emptyBuckets[index];
-                Bucket& bucket = getBucket(start);
-                resourceIDs[first + index] = tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index) : findOrInsertInside(own, batch[index], start, createEntry, first + index);
+                Bucket& bucket = getBucket(isResized ? m_policy.getHash(batch[index]) : emptyBuckets[index]);
+                resourceIDs[first + index] = tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index) : findOrInsertInside(own, batch[index], &bucket, createEntry, first + index);
             }
     }
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 namespace kavix {
@@ -44,24 +45,26 @@ private:
 
 };
 
-/// A bucket that this thread has claimed by tryClaim(): published, or else empty again at the end of the scope.
+/// A bucket that this thread has claimed by tryClaim(): empty again at the end of the scope, unless it was kept.
 template<typename Policy>
 class ParallelHashTable<Policy>::Claim : private Unmovable {
 
 public:
 
-    explicit Claim(Bucket& bucket) noexcept : m_bucket(bucket), m_keyWord(EMPTY) { }
+    explicit Claim(Bucket& bucket) noexcept : m_bucket(bucket), m_isKept(false) { }
 
-    // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value of the bucket and all
-    // that was written for the entry before. (For a claim given up there is nothing to see.)
-    ~Claim() { Policy::getKeyWord(m_bucket).store(m_keyWord, std::memory_order_release); }
+    ~Claim() {
+        // Release, as every store of a key word; who sees an empty bucket reads nothing else of it.
+        if (!m_isKept)
+            Policy::getKeyWord(m_bucket).store(EMPTY, std::memory_order_release);
+    }
 
-    void publish(KeyWord keyWord) noexcept { m_keyWord = keyWord; }
+    void keep() noexcept { m_isKept = true; }
 
 private:
 
     Bucket& m_bucket;
-    KeyWord m_keyWord;
+    bool m_isKept;
 
 };
 
@@ -70,6 +73,7 @@ ParallelHashTable<Policy>::ParallelHashTable(MemoryManager& memoryManager, const
     m_policy(policy),
     m_resizeState(NO_RESIZE),
     m_mask(0),
+    m_afterLast(nullptr),
     m_buckets(memoryManager),
     m_usedCount(0),
     m_deletedCount(0),
@@ -95,6 +99,7 @@ void ParallelHashTable<Policy>::initialize(size_t numberOfBuckets) {
     m_buckets.initialize(numberOfBuckets);
     m_buckets.ensureEndAtLeast(numberOfBuckets);
     m_mask = numberOfBuckets - 1;
+    m_afterLast = m_buckets.getData() + numberOfBuckets;
     resetFreeReservations();
     m_numberOfBuckets.store(numberOfBuckets, std::memory_order_relaxed);
     m_usedCount.store(0, std::memory_order_relaxed);
@@ -123,13 +128,12 @@ template<typename Policy>
 template<typename IsVisible>
 uint64_t ParallelHashTable<Policy>::findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
     const Visit visit(*this, getOwnContext(), isInside);
-    for (size_t index = m_policy.getHash(key);; ++index) {
-        Bucket& bucket = getBucket(index);
-        const KeyWord keyWord = loadKeyWord(bucket);
+    for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+        const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == EMPTY)
             return 0;
-        if (keyWord != DELETED && isVisible(keyWord) && m_policy.isEqual(bucket, keyWord, key)) {
-            const uint64_t resourceID = m_policy.getResourceID(bucket, keyWord);
+        if (keyWord != DELETED && isVisible(keyWord) && m_policy.isEqual(*bucket, keyWord, key)) {
+            const uint64_t resourceID = m_policy.getResourceID(*bucket, keyWord);
             return resourceID < resourceIDEnd ? resourceID : 0;
         }
     }
@@ -142,25 +146,23 @@ uint64_t ParallelHashTable<Policy>::findOrInsertSlowly(bool isInside, Key key, C
     const Visit visit(*this, own, isInside);
     // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
     ensureReservation(own);
-    return findOrInsertInside(own, key, m_policy.getHash(key), createEntry, arguments...);
+    return findOrInsertInside(own, key, &getBucket(m_policy.getHash(key)), createEntry, arguments...);
 }
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::insertAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
-    if (!tryClaim(bucket)) [[unlikely]]
-        return findOrInsertSlowly(true, key, createEntry, arguments...);
+uint64_t ParallelHashTable<Policy>::continueAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
     ThreadContext& own = getOwnContext();
     const Visit visit(own);
-    return fillClaimed(own, bucket, key, createEntry, arguments...);
+    return findOrInsertInside(own, key, &bucket, createEntry, arguments...);
 }
 
 template<typename Policy>
-bool ParallelHashTable<Policy>::tryClaim(Bucket& bucket) noexcept {
-    KeyWord expected = EMPTY;
-    // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes nothing;
-    // the claim only keeps others away.
-    return Policy::getKeyWord(bucket).compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed);
+template<typename CreateEntry, typename... Arguments>
+uint64_t ParallelHashTable<Policy>::fillAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
+    ThreadContext& own = getOwnContext();
+    const Visit visit(own);
+    return fillClaimed(own, bucket, key, createEntry, arguments...);
 }
 
 template<typename Policy>
@@ -168,41 +170,36 @@ template<typename CreateEntry, typename... Arguments>
 uint64_t ParallelHashTable<Policy>::fillClaimed(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments) {
     Claim claim(bucket);
     const Entry entry = createEntry(key, arguments...);
-    assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
-    Policy::setValue(bucket, key);
-    claim.publish(entry.m_keyWord);
-    spendReservation(own);
-    return entry.m_resourceID;
+    claim.keep();
+    return publish(own, bucket, key, entry);
 }
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::findOrInsertInside(ThreadContext& own, const Key& key, size_t index, CreateEntry& createEntry, const Arguments&... arguments) {
+uint64_t ParallelHashTable<Policy>::findOrInsertInside(ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments) {
     for (;;) {
-        Bucket& bucket = getBucket(index);
-        const KeyWord keyWord = loadKeyWord(bucket);
+        const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == EMPTY) {
-            if (tryClaim(bucket))
-                return fillClaimed(own, bucket, key, createEntry, arguments...);
+            if (tryClaim(*bucket))
+                return fillClaimed(own, *bucket, key, createEntry, arguments...);
             continue; // another thread took the bucket, maybe for this very key
         }
-        if (keyWord != DELETED && m_policy.isEqual(bucket, keyWord, key))
-            return m_policy.getResourceID(bucket, keyWord);
-        ++index;
+        if (keyWord != DELETED && m_policy.isEqual(*bucket, keyWord, key))
+            return m_policy.getResourceID(*bucket, keyWord);
+        bucket = getNext(bucket);
     }
 }
 
 template<typename Policy>
 void ParallelHashTable<Policy>::markDeleted(const Key& key, KeyWord keyWord) noexcept {
     const Visit visit(*this);
-    for (size_t index = m_policy.getHash(key);; ++index) {
-        Bucket& bucket = getBucket(index);
-        const KeyWord bucketKeyWord = loadKeyWord(bucket);
+    for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+        const KeyWord bucketKeyWord = loadKeyWord(*bucket);
         if (bucketKeyWord == EMPTY)
             return;
         if (bucketKeyWord == keyWord) {
             // Relaxed, both: deletion publishes nothing. No reader can see the entry: its ID is beyond every snapshot.
-            Policy::getKeyWord(bucket).store(DELETED, std::memory_order_relaxed);
+            Policy::getKeyWord(*bucket).store(DELETED, std::memory_order_relaxed);
             m_deletedCount.fetch_add(1, std::memory_order_relaxed);
             return;
         }
@@ -280,13 +277,12 @@ void ParallelHashTable<Policy>::clear() noexcept {
 template<typename Policy>
 template<typename IsSame>
 void ParallelHashTable<Policy>::reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept {
-    size_t index = m_policy.getHash(key);
-    for (KeyWord keyWord = loadKeyWord(getBucket(index)); keyWord != EMPTY && !isSame(getBucket(index), keyWord); keyWord = loadKeyWord(getBucket(index)))
-        ++index;
-    Bucket& bucket = getBucket(index);
-    Policy::setValue(bucket, key);
+    Bucket* bucket = &getBucket(m_policy.getHash(key));
+    for (KeyWord keyWord = loadKeyWord(*bucket); keyWord != EMPTY && !isSame(*bucket, keyWord); keyWord = loadKeyWord(*bucket))
+        bucket = getNext(bucket);
+    Policy::setValue(*bucket, key);
     // Release. Pairs with the acquire in peekKeyWord().
-    Policy::getKeyWord(bucket).store(newKeyWord, std::memory_order_release);
+    Policy::getKeyWord(*bucket).store(newKeyWord, std::memory_order_release);
     ThreadContext& own = getOwnContext();
     if (own.getFreeReservation() == 0) {
         m_usedCount.fetch_add(RESERVATION_BATCH, std::memory_order_relaxed);
@@ -333,6 +329,7 @@ void ParallelHashTable<Policy>::shrinkToFit(size_t minimumNumberOfBuckets) noexc
             placeEntry(index, newNumberOfBuckets - 1, keyWord, buckets[index]);
     }
     m_mask = newNumberOfBuckets - 1;
+    m_afterLast = m_buckets.getData() + newNumberOfBuckets;
     m_buckets.truncate(newNumberOfBuckets);
     m_numberOfBuckets.store(newNumberOfBuckets, std::memory_order_relaxed);
     m_resizeThreshold = getThreshold(newNumberOfBuckets);
@@ -406,6 +403,7 @@ void ParallelHashTable<Policy>::prepareResize() {
     m_chunksRemaining.store(m_chunkCount, std::memory_order_release);
     m_buckets.swapContents(m_oldBuckets);
     m_mask = newNumberOfBuckets - 1;
+    m_afterLast = m_buckets.getData() + newNumberOfBuckets;
     m_numberOfBuckets.store(newNumberOfBuckets, std::memory_order_relaxed); // relaxed: every other slot is stopped
     m_resizeThreshold = getThreshold(newNumberOfBuckets);
 }
@@ -471,6 +469,10 @@ template<typename Policy>
 void ParallelHashTable<Policy>::moveChunk(ThreadContext& own, size_t chunk) noexcept {
     Bucket* const first = m_oldBuckets.getData() + chunk * CHUNK_SIZE;
     touchTargets(chunk);
+    if constexpr (!Policy::ENTRY_IS_IN_BUCKET)
+        for (const Bucket* bucket = first; bucket != first + CHUNK_SIZE; ++bucket)
+            if (const KeyWord keyWord = peekKeyWord(*bucket); isLive(keyWord))
+                m_policy.prefetchEntry(keyWord); // for the hash; so the waits for all entries overlap
     for (Bucket* bucket = first; bucket != first + CHUNK_SIZE; ++bucket) {
         const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == DELETED)
@@ -524,6 +526,7 @@ void ParallelHashTable<Policy>::load(InputStream& input) {
         context.setFreeReservation(readNumber(uint32_t()));
     m_buckets.load(input);
     m_mask = getNumberOfBuckets() - 1;
+    m_afterLast = m_buckets.getData() + std::min(getNumberOfBuckets(), m_buckets.getEnd()); // an image may say anything
     endResize();
 }
 
