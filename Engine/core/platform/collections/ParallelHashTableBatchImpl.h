@@ -16,11 +16,9 @@ class ParallelHashTable<Policy>::Lookups : private Unmovable {
 public:
 
     /// @param resourceIDs   gets the resource ID of each key, or 0
-    /// @param emptyBuckets  gets, for each absent key, the index of the empty bucket that ended its search; may be null
-    Lookups(ParallelHashTable& table, std::span<const Key> keys, uint64_t* resourceIDs, size_t* emptyBuckets) noexcept :
-        m_policy(table.m_policy),
-        m_buckets(table.m_buckets.getData()),
-        m_mask(table.m_mask),
+    /// @param emptyBuckets  gets, for each absent key, the empty bucket that ended its search; may be null
+    Lookups(ParallelHashTable& table, std::span<const Key> keys, uint64_t* resourceIDs, Bucket** emptyBuckets) noexcept :
+        m_table(table),
         m_keys(keys),
         m_resourceIDs(resourceIDs),
         m_emptyBuckets(emptyBuckets)
@@ -47,12 +45,11 @@ public:
 
 private:
 
-    static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page, so lines do not share buckets
-    static constexpr size_t BUCKETS_PER_LINE = LINE_SIZE / sizeof(Bucket);
+    static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page and are whole lines
     static constexpr size_t MAX_UNDER_WAY = 32; // about what a processor has outstanding fetches
 
     struct Lookup {
-        size_t m_index;        // of the bucket to look at next
+        Bucket* m_bucket; // the next to look at
         uint32_t m_keyNumber;
         bool m_isEntryFetched; // of that bucket
     };
@@ -61,67 +58,64 @@ private:
         lookup.m_keyNumber = static_cast<uint32_t>(keyNumber);
         if constexpr (!Policy::ENTRY_IS_IN_BUCKET)
             lookup.m_isEntryFetched = false;
-        goTo(lookup, m_policy.getHash(m_keys[keyNumber]));
+        goTo(lookup, &m_table.getBucket(m_table.m_policy.getHash(m_keys[keyNumber])));
     }
 
-    void goTo(Lookup& lookup, size_t index) noexcept {
-        lookup.m_index = index & m_mask;
-        fetchAhead(&m_buckets[lookup.m_index]);
+    static void goTo(Lookup& lookup, Bucket* bucket) noexcept {
+        lookup.m_bucket = bucket;
+        fetchAhead(bucket);
     }
 
     void finishPresent(const Lookup& lookup, uint64_t resourceID) noexcept { m_resourceIDs[lookup.m_keyNumber] = resourceID; }
 
-    void finishAbsent(const Lookup& lookup, size_t index) noexcept {
+    void finishAbsent(const Lookup& lookup, Bucket* bucket) noexcept {
         m_resourceIDs[lookup.m_keyNumber] = 0;
         if (m_emptyBuckets != nullptr)
-            m_emptyBuckets[lookup.m_keyNumber] = index;
+            m_emptyBuckets[lookup.m_keyNumber] = bucket;
     }
 
     /// Goes on until it would have to wait; returns whether the look-up is done.
     template<typename IsVisible>
     bool advance(Lookup& lookup, IsVisible& isVisible) noexcept {
         const Key& key = m_keys[lookup.m_keyNumber];
-        for (size_t index = lookup.m_index;;) {
-            Bucket& bucket = m_buckets[index];
-            const KeyWord keyWord = peekKeyWord(bucket);
+        for (Bucket* bucket = lookup.m_bucket;;) {
+            const KeyWord keyWord = peekKeyWord(*bucket);
             if (isLive(keyWord)) [[likely]] {
                 if (isVisible(keyWord)) {
                     if constexpr (!Policy::ENTRY_IS_IN_BUCKET) {
                         lookup.m_isEntryFetched = !lookup.m_isEntryFetched;
                         if (lookup.m_isEntryFetched) {
-                            m_policy.prefetchEntry(keyWord);
-                            lookup.m_index = index;
+                            m_table.m_policy.prefetchEntry(keyWord);
+                            lookup.m_bucket = bucket;
                             return false;
                         }
                     }
-                    if (m_policy.isEqual(bucket, keyWord, key)) {
-                        finishPresent(lookup, m_policy.getResourceID(bucket, keyWord));
+                    if (m_table.m_policy.isEqual(*bucket, keyWord, key)) {
+                        finishPresent(lookup, m_table.m_policy.getResourceID(*bucket, keyWord));
                         return true;
                     }
                 }
             }
             else if (keyWord == EMPTY) {
-                finishAbsent(lookup, index);
+                finishAbsent(lookup, bucket);
                 return true;
             }
             else if (keyWord == BUSY) {
-                waitWhileBusy(bucket);
+                waitWhileBusy(*bucket);
                 continue;
             }
-            ++index;
-            if (index % BUCKETS_PER_LINE == 0) { // the size of the array is a multiple of that
-                goTo(lookup, index);
+            ++bucket;
+            if (reinterpret_cast<uintptr_t>(bucket) % LINE_SIZE == 0) {
+                goTo(lookup, bucket != m_table.m_afterLast ? bucket : m_table.m_buckets.getData());
                 return false;
             }
         }
     }
 
-    const Policy& m_policy;
-    Bucket* const m_buckets;
-    const size_t m_mask;
+    ParallelHashTable& m_table;
     const std::span<const Key> m_keys;
     uint64_t* const m_resourceIDs;
-    size_t* const m_emptyBuckets;
+    Bucket** const m_emptyBuckets;
     std::array<Lookup, MAX_UNDER_WAY> m_underWay;
 
 };
@@ -138,7 +132,7 @@ void ParallelHashTable<Policy>::findAll(std::span<const Key> keys, uint64_t* res
 template<typename Policy>
 template<typename CreateEntry>
 void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint64_t* resourceIDs, CreateEntry createEntry) {
-    size_t emptyBuckets[BATCH_SIZE];
+    Bucket* emptyBuckets[BATCH_SIZE];
     for (size_t first = 0; first < keys.size(); first += BATCH_SIZE) {
         const std::span<const Key> batch = keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE));
         ThreadContext& own = getOwnContext();
@@ -152,7 +146,7 @@ void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint6
                 if (own.getFreeReservation() == 0) [[unlikely]]
                     isResized |= ensureReservation(own); // the empty buckets were those of the old array
                 // Every bucket before this one does not have the key; mostly this one is still empty.
-                Bucket& bucket = getBucket(isResized ? m_policy.getHash(batch[index]) : emptyBuckets[index]);
+                Bucket& bucket = isResized ? getBucket(m_policy.getHash(batch[index])) : *emptyBuckets[index];
                 resourceIDs[first + index] = tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index) : findOrInsertInside(own, batch[index], &bucket, createEntry, first + index);
             }
     }
