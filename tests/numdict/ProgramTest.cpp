@@ -118,6 +118,50 @@ TEST(Numdict, EqualListsTheOtherDatatypes) {
     EXPECT_EQ(runProgram("equal -- '\"-1\"^^xsd:short'").m_output, "\"-1.0E0\"^^xsd:double\n\"-1.0E0\"^^xsd:float\n-1.0\n-1\n\"-1\"^^xsd:nonPositiveInteger\n\"-1\"^^xsd:negativeInteger\n\"-1\"^^xsd:long\n\"-1\"^^xsd:int\n\"-1\"^^xsd:byte\n");
 }
 
+TEST(Numdict, WhatFollowsTwoHyphensIsNoOptionWhereverTheyStand) {
+    TemporaryDirectory directory;
+    const std::string five = directory.write("five.ttl", "<s> <p> 5 .");
+    const std::string inDirectory = "--help > /dev/null; cd " + directory.getPath("") + " && '" NUMDICT_PROGRAM "' ";
+    directory.write("-half.ttl", "<s> <p> -.5 .");
+    directory.write("--json", "<s> <p> 7 , 8 .");
+    const std::string store = directory.getPath("numbers.store");
+    const struct {
+        const char* name;
+        std::string arguments;
+        int exitCode;
+        std::string found; // in the output, or in the errors if the arguments are refused
+    } rows[] = {
+        {"a negative integer needs none", "parse -5", 0, "-5\n  datatype   xsd:integer (ID 23)\n"},
+        {"an option that is none", "parse -.25", 2, "-.25"},
+        {"before all values", "parse -- -.25 5", 0, "  Turtle     -0.25\n  binary     e7ffffffffffffff0200000000000000\n5\n"},
+        {"between values", "parse 5 -- -.25", 0, "\n-.25\n  datatype   xsd:decimal"},
+        {"behind options", "parse 5 --json -- -.25", 0, "\"turtle\":\"5\",\"binary\":\"0500000000000000\"}\n{\"literal\":\"-.25\""},
+        {"before what looks like an option", "parse 5 -- --json", 1, "\n--json\n  error "},
+        {"before what looks like a command", "parse 5 -- parse", 1, "\nparse\n  error "},
+        {"twice", "parse 5 -- -.25 -- 6", 1, "\n--\n  error "},
+        {"behind all values", "parse 5 --", 0, "5\n  datatype "},
+        {"and nothing else", "parse --", 2, "--file"},
+        {"the only value", "equal -- -.5", 0, "\"-5.0E-1\"^^xsd:double\n"},
+        {"a value too many", "equal 5 -- -.5 6", 2, "not expected: -.5 6\n"},
+        {"a value missing", "diff -- a", 2, "STORE2 is required"},
+        {"files", inDirectory + "import --quiet --format ttl five.ttl -- -half.ttl --json", 0, "4 statements in 3 files, "},
+        {"behind a list", inDirectory + "import --quiet --get 1 -- -half.ttl", 0, "\nID 1 is -0.5\n"},
+        {"importing into a store", inDirectory + "import --quiet --threads 1 five.ttl --store numbers.store -- -half.ttl", 0, "2 statements in 2 files, "},
+        {"behind the store", "resolve " + store + " 5 -- -.5", 0, "2\txsd:integer\t5\n1\txsd:decimal\t-0.5\n"},
+        {"before the store", "resolve --quiet -- " + store + " -.5", 0, "1\txsd:decimal\t-0.5\n"},
+        {"IDs", "get " + store + " 1 -- --trusted", 1, "1\txsd:decimal\t-0.5\n--trusted\t"},
+        {"a store", inDirectory + "check -- -half.ttl", 1, "-half.ttl: "},
+        {"no command", "-- parse 5", 2, "subcommand"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ProgramResult result = runProgram(row.arguments);
+        EXPECT_EQ(result.m_exitCode, row.exitCode) << result.m_errors;
+        const std::string& text = row.exitCode == 2 ? result.m_errors : result.m_output;
+        EXPECT_NE(text.find(row.found), std::string::npos) << result.m_output << result.m_errors;
+    }
+}
+
 TEST(Numdict, LookUpsFollowTheReport) {
     const ProgramResult result = runProgram("import " + DATA + "mixed.nt --threads 1 --resolve 5 '\"005\"^^xsd:int' 1.5 '\"6\"^^xsd:int' hello --get 1 3 0 18446744073709551615");
     EXPECT_EQ(result.m_exitCode, 1);

@@ -10,12 +10,12 @@ namespace {
 
 constexpr char RESOLVE_FOOTER[] = R"(
 A literal is written as in Turtle: 5, -0.5, "5"^^xsd:int, "5"^^<http://www.w3.org/2001/XMLSchema#int>. Mind the shell:
-put quotes around it. If one starts with "-.", -- goes before everything else. Each literal gets a line: ID, datatype,
-literal, or "-" and what is wrong. Exit code 1: not all are in the store.
+put quotes around it. One that starts with "-." goes behind --: what follows that is no option. Each literal gets a line:
+ID, datatype, literal, or "-" and what is wrong. Exit code 1: not all are in the store.
 
 Examples
   numdict resolve numbers.store 5 '"5"^^xsd:int'
-  numdict resolve --json -- numbers.store -.5
+  numdict resolve numbers.store --json 5 -- -.5
   numdict resolve numbers.store --file literals.txt | cut -f1)";
 
 constexpr char GET_FOOTER[] = R"(

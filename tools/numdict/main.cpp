@@ -1,3 +1,4 @@
+#include "numdict/CommandLine.h"
 #include "numdict/Commands.h"
 #include "numdict/Failures.h"
 #include "numdict/StoreCommandLine.h"
@@ -59,10 +60,10 @@ Examples
 
 constexpr char PARSE_FOOTER[] = R"(
 A literal is written as in Turtle: 5, -0.5, "5"^^xsd:int, "5"^^<http://www.w3.org/2001/XMLSchema#int>. Mind the shell:
-put quotes around it. One that starts with "-." goes behind --.
+put quotes around it. One that starts with "-." goes behind --: what follows that is no option.
 
 Examples
-  numdict parse 5 -0.50 '"+007"^^xsd:short'
+  numdict parse 5 -0.50 '"+007"^^xsd:short' -- -.5
   numdict parse --json --file literals.txt
   printf '5\n"x"^^xsd:int\n' | numdict parse --file -)";
 
@@ -149,7 +150,7 @@ int main(int argumentCount, char** arguments) {
     addGenerate(application, generate);
     StoreCommandLine storeCommands(application);
     try {
-        application.parse(argumentCount, arguments);
+        parseCommandLine(application, argumentCount, arguments);
     }
     catch (const CLI::ParseError& error) {
         return application.exit(error) == 0 ? EXIT_ALL_WELL : EXIT_WRONG_USAGE;
