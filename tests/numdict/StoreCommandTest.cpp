@@ -329,7 +329,7 @@ TEST(StoreCommands, HugePagesAreReportedAndCanBeTurnedOff) {
             EXPECT_TRUE(!areGranted || with > 0) << with;
         }
     }
-    for (const std::string& arguments : {"resolve " + store + " 5", "get " + store + " 1", "dump " + store, "restore " + records + " -o " + directory.getPath("new.store"), "compact " + store, "diff " + store + " " + store}) {
+    for (const std::string& arguments : {"resolve " + store + " 5", "get " + store + " 1", "dump " + store, "restore " + records + " -o " + directory.getPath("new.store"), "compact " + store, "diff " + store + " " + store, "check " + store, "check --repair " + store + " -o " + directory.getPath("repaired.store")}) {
         SCOPED_TRACE(arguments);
         EXPECT_EQ(runProgram(arguments + " --no-huge-pages").m_exitCode, 0);
     }

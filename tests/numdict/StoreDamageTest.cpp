@@ -1,4 +1,6 @@
+#include "numdict/StoreCheck.h"
 #include "numdict/StoreSamples.h"
+#include "core/data-store/dictionary/StoreRepair.h"
 #include "support/SampleStore.h"
 #include "support/StoreImage.h"
 
@@ -6,8 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <string>
+#include <vector>
 
 using namespace kavix;
 using namespace kavix::numdict;
@@ -35,6 +39,15 @@ size_t findInImage(const SampleStore& sample, const std::string& bytes) {
     const size_t position = image.find(bytes);
     EXPECT_NE(position, std::string::npos);
     return position;
+}
+
+/// Whether any memory of the process asks for huge pages; the system may grant none.
+bool areHugePagesAskedFor() {
+    std::ifstream maps("/proc/self/smaps");
+    for (std::string line; std::getline(maps, line);)
+        if (line.starts_with("VmFlags:") && (line + " ").find(" hg ") != std::string::npos)
+            return true;
+    return false;
 }
 
 struct Damage {
@@ -122,6 +135,27 @@ TEST(StoreDamage, UnconfirmedDecimalsAreSavedOnDemandIfTheyFitTheTables) {
         EXPECT_NE(repair.m_output.find("not saved: resource 1 of xsd:decimal: its record in the damaged data pool does not fit the tables\n"), std::string::npos) << repair.m_output;
         EXPECT_EQ(dumpStore(repaired), INTEGERS_DUMP + "5\txsd:decimal\t-12.25\n");
         EXPECT_EQ(runProgram("check --unconfirmed " + store).m_exitCode, 2);
+    }
+}
+
+TEST(StoreDamage, CheckAndRepairAskForHugePagesOnlyIfTheyMay) {
+    TemporaryDirectory directory;
+    SampleStore sample(ResourceIDWidth::BITS_32);
+    sample.addInteger(D_XSD_INTEGER, 3, -2); // a value twice: a problem of the content, and one that cannot be saved
+    sample.m_numberOfResources = 5;
+    const std::string path = directory.write("damaged.store", sample.toBytes());
+    const MappedFile file(path);
+    const DamagedStore store(file.getData(), file.getLength());
+    for (const bool useHugePages : {false, true}) {
+        SCOPED_TRACE(useHugePages);
+        std::vector<bool> areAskedFor; // at each problem and each loss
+        const ProblemReport report = [&areAskedFor](std::string&&) { areAskedFor.push_back(areHugePagesAskedFor()); };
+        checkStore(file, store, uint64_t(1) << 30, useHugePages, report);
+        EXPECT_FALSE(areAskedFor.empty());
+        EXPECT_EQ(areAskedFor, std::vector<bool>(areAskedFor.size(), useHugePages));
+        areAskedFor.clear();
+        StoreRepair(store).rebuild(uint64_t(1) << 30, useHugePages, report);
+        EXPECT_EQ(areAskedFor, std::vector<bool>(1, useHugePages));
     }
 }
 

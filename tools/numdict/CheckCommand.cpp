@@ -77,6 +77,7 @@ int runCheckCommand(const CheckCommand& command) {
     if (command.m_isRepairing && std::filesystem::equivalent(command.m_storePath, command.m_outputPath, error))
         throw UsageError("check: the repaired store needs another file than the damaged one, which stays");
     const uint64_t budget = getMemoryBudget("check", command.m_options.m_memory);
+    const bool useHugePages = !command.m_options.m_isWithoutHugePages;
     std::optional<ReplacingFile> repairedFile;
     if (command.m_isRepairing)
         repairedFile.emplace(command.m_outputPath);
@@ -87,14 +88,14 @@ int runCheckCommand(const CheckCommand& command) {
     const MappedFile file(command.m_storePath);
     const DamagedStore store(file.getData(), file.getLength());
     ProblemList problems("", command.m_isListingAll, command.m_isJSON);
-    checkStore(file, store, budget, [&problems](std::string&& problem) { problems.add(std::move(problem)); });
+    checkStore(file, store, budget, useHugePages, [&problems](std::string&& problem) { problems.add(std::move(problem)); });
     problems.finish();
 
     ProblemList losses("not saved: ", command.m_isListingAll, command.m_isJSON);
     uint64_t numberOfSaved = 0;
     const bool isWritten = command.m_isRepairing && store.isReadable();
     if (isWritten) {
-        const std::unique_ptr<Dictionary> dictionary = StoreRepair(store, command.m_isTakingUnconfirmed).rebuild(budget, [&losses](std::string&& loss) { losses.add(std::move(loss)); });
+        const std::unique_ptr<Dictionary> dictionary = StoreRepair(store, command.m_isTakingUnconfirmed).rebuild(budget, useHugePages, [&losses](std::string&& loss) { losses.add(std::move(loss)); });
         losses.finish();
         numberOfSaved = countResources(*dictionary);
         saveStoreFile(*dictionary, *repairedFile, true);

@@ -72,13 +72,14 @@ bool checkImage(const DamagedStore& store, uint64_t memoryBudgetBytes, const Pro
     return isSound;
 }
 
-void checkContent(const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, const ProblemReport& report) {
+void checkContent(const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& report) {
     const DamagedStore::Section& last = store.getSection(DamagedStore::DICTIONARY);
     const auto length = static_cast<uint64_t>(last.m_data + last.m_length - file.getData()); // what follows has been reported
     CorrectedInputStream input(store.makeSoundBeginning(), file.getData(), length);
     Dictionary::OpenOptions options;
     options.memoryBudgetBytes = memoryBudgetBytes;
     options.checkEveryValue = false;
+    options.useHugePages = useHugePages;
     const std::unique_ptr<Dictionary> dictionary = Dictionary::openStore(input, options);
     dictionary->verify(report);
     const uint64_t numberOfResources = countResources(*dictionary);
@@ -88,7 +89,7 @@ void checkContent(const MappedFile& file, const DamagedStore& store, uint64_t me
 
 }
 
-void checkStore(const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, const ProblemReport& report) {
+void checkStore(const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& report) {
     registerBuiltInDatatypeFamilies();
     for (const std::string& problem : store.getProblems())
         report(std::string(problem));
@@ -96,7 +97,7 @@ void checkStore(const MappedFile& file, const DamagedStore& store, uint64_t memo
         return;
     try {
         if (checkImage(store, memoryBudgetBytes, report)) {
-            checkContent(file, store, memoryBudgetBytes, report);
+            checkContent(file, store, memoryBudgetBytes, useHugePages, report);
             return;
         }
     }

@@ -188,6 +188,7 @@ void StoreCommandLine::addStats(CLI::App& application) {
 void StoreCommandLine::addCheck(CLI::App& application) {
     CLI::App* const check = add(application, "check", "Find everything that is wrong with a store, and repair it", CHECK_FOOTER, m_check.m_options, [this] { return runCheckCommand(m_check); });
     check->add_option("STORE", m_check.m_storePath, "A store, in whatever state")->required();
+    addHugePages(*check, m_check.m_options);
     check->add_flag("--all", m_check.m_isListingAll, "List all problems");
     check->add_flag("--repair", m_check.m_isRepairing, "Save what can be saved to a new store");
     check->add_flag("--unconfirmed", m_check.m_isTakingUnconfirmed, "With --repair, save decimals from a damaged data pool too");

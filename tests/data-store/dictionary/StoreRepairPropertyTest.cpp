@@ -175,7 +175,7 @@ TEST(StoreRepair, WhateverTheContentARightChecksumMakesNoCrashAndASoundDictionar
             const DamagedStore store(buffer.data(), buffer.size());
             if (!store.isReadable())
                 continue;
-            const std::unique_ptr<Dictionary> dictionary = StoreRepair(store).rebuild(uint64_t(1) << 30, [](std::string&&) { });
+            const std::unique_ptr<Dictionary> dictionary = StoreRepair(store).rebuild(uint64_t(1) << 30, true, [](std::string&&) { });
             EXPECT_EQ(findProblems(*dictionary), std::vector<std::string>());
         }
 }
@@ -183,5 +183,5 @@ TEST(StoreRepair, WhateverTheContentARightChecksumMakesNoCrashAndASoundDictionar
 TEST(StoreRepair, ABudgetThatDoesNotHoldTheDictionaryIsAnError) {
     const std::string bytes = SampleStore(ResourceIDWidth::BITS_32).toBytes();
     const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    EXPECT_THROW(StoreRepair(store).rebuild(1000, [](std::string&&) { }), KavixException);
+    EXPECT_THROW(StoreRepair(store).rebuild(1000, true, [](std::string&&) { }), KavixException);
 }

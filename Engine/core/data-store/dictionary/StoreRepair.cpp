@@ -240,13 +240,14 @@ void StoreRepair::enumerate(const ResourceConsumer& consume, const ProblemReport
     }
 }
 
-std::unique_ptr<Dictionary> StoreRepair::rebuild(uint64_t memoryBudgetBytes, const ProblemReport& reportLoss) const {
+std::unique_ptr<Dictionary> StoreRepair::rebuild(uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const {
     std::vector<uint64_t> counts(256, 0);
     enumerate([&counts](uint64_t, const ResourceValue& value) { ++counts[value.datatypeID]; }, [](std::string&&) { });
     Dictionary::Options options;
     options.memoryBudgetBytes = memoryBudgetBytes;
     options.resourceIDWidth = m_store.getResourceIDWidth();
     options.maxResourceID = m_store.getMaxResourceID();
+    options.useHugePages = useHugePages;
     std::unique_ptr<Dictionary> dictionary;
     try {
         dictionary = std::make_unique<Dictionary>(options);

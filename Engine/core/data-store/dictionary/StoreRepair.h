@@ -41,8 +41,9 @@ public:
     void enumerate(const ResourceConsumer& consume, const ProblemReport& reportLoss) const;
 
     /// Makes a sound dictionary of what can be saved, under the same IDs, and reports the rest. Each loss is reported once.
+    /// @param useHugePages  as in Dictionary::Options
     /// @throws KavixException  the budget is too small
-    std::unique_ptr<Dictionary> rebuild(uint64_t memoryBudgetBytes, const ProblemReport& reportLoss) const;
+    std::unique_ptr<Dictionary> rebuild(uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const;
 
 private:
 
