@@ -59,7 +59,8 @@ constexpr char STATS_FOOTER[] = R"(
 Live buckets hold values; deleted ones held values that were taken back; reserved ones wait for values. The load is the share of
 buckets that are one of these. A probe length is the number of buckets that finding a value takes. Memory is that of the
 table; in the last row it is all that is charged to the budget. bytes/value: the table, the arrays and the records. On huge
-pages: what the system granted of the memory that asked for them; it may be a little more than what is charged.
+pages: what the system granted of the memory that asked for them. A huge page is 2 MiB and counts whole, so a store of a few
+values may be on 6 MiB of them, though it is charged less.
 
 Examples
   numdict stats numbers.store
