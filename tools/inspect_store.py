@@ -282,7 +282,7 @@ class Counters:
             raise Damage(f"the bound of resource IDs, {self.max_resource_id}, is not possible")
         if not 1 <= self.next_resource_id <= self.max_resource_id:
             raise Damage(f"the next resource ID, {self.next_resource_id}, is not possible")
-        if not FIRST_POOL_OFFSET <= self.pool_end <= 2**30 + 32 * self.max_resource_id:
+        if not FIRST_POOL_OFFSET <= self.pool_end <= min(2**45, 2**30 + 40 * self.max_resource_id):
             raise Damage(f"the end of the data pool, {self.pool_end}, is not possible")
 
 

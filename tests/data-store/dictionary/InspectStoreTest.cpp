@@ -214,6 +214,8 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
     const size_t datatypeIDs = getOffset(sound, 1);
     const size_t data = getOffset(sound, 2);
     const size_t pool = getOffset(sound, 3);
+    const uint64_t largestPoolEnd = (1ULL << 30) + 40ULL * Dictionary::MAX_RESOURCE_ID_32;
+    const uint64_t beyondLargestPoolEnd = largestPoolEnd + 1;
     struct Row {
         const char* name;
         const char* options;
@@ -238,6 +240,8 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
         {"unknown datatype", "--no-checksums", [=](std::string& store) { store[datatypeIDs + 1] = 36; }, "resource 1 has the unknown datatype ID 36"},
         {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; }, "it has 3 resources and counts 4"},
         {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; }, "the next resource ID, 0, is not possible"},
+        {"pool end", "--no-checksums", [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &largestPoolEnd, sizeof(uint64_t)); }, "section 'pool' has 13 bytes instead of 172872433520"},
+        {"pool end beyond", "--no-checksums", [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &beyondLargestPoolEnd, sizeof(uint64_t)); }, "the end of the data pool, 172872433585, is not possible"},
         {"resource 0", "--no-checksums", [=](std::string& store) { store[datatypeIDs] = 22; }, "resource ID 0, which means none, has a datatype"},
         {"range", "--no-checksums", [=](std::string& store) { store[data + 3 * 8 + 1] = 1; }, "resource 3: its value 263 is not in the range of xsd:byte"},
         {"record outside", "--no-checksums", [=](std::string& store) { ++store[data + 8]; }, "resource 1: its record at offset 65 is outside the data pool"},

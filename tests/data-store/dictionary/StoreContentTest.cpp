@@ -91,6 +91,7 @@ std::vector<StructureRow> getImpossibleCounters() {
         {"bound of IDs 2^64 - 1", [](SampleStore& store) { store.m_maxResourceID = UINT64_MAX; }, "counters", "its bound of resource IDs, 18446744073709551615, is not possible"},
         {"pool end inside the reserved offsets", [](SampleStore& store) { store.m_poolEnd = 63; }, "counters", "the end of the data pool, 63, is not possible"},
         {"pool end 2^64 - 1", [](SampleStore& store) { store.m_poolEnd = UINT64_MAX; }, "counters", "the end of the data pool, 18446744073709551615, is not possible"},
+        {"pool end at the pool's size", [](SampleStore& store) { store.m_poolEnd = (1ULL << 30) + 4096 * 40; store.m_pool.clear(); }, "pool", "it has 0 bytes instead of 1073905600"},
         {"pool end one beyond the pool's size", [](SampleStore& store) { store.m_poolEnd = (1ULL << 30) + 4096 * 40 + 1; }, "counters", "the end of the data pool, 1073905665, is not possible"},
     };
 }
