@@ -5,6 +5,7 @@
 #include "core/platform/errors/KavixException.h"
 #include "support/MemoryStreams.h"
 #include "support/NumericImage.h"
+#include "support/ResourceIDWidths.h"
 #include "support/StoreImage.h"
 
 #include <gtest/gtest.h>
@@ -17,8 +18,6 @@
 // Stores for tests: one that is put together by hand, field by field, and what tests do with any store.
 
 namespace kavix::test {
-
-inline constexpr ResourceIDWidth BOTH_WIDTHS[] = {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64};
 
 inline std::string saveStore(const Dictionary& dictionary) {
     MemoryOutputStream output;

@@ -2,6 +2,7 @@
 #include "core/data-store/dictionary/Transaction.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
+#include "support/ResourceIDWidths.h"
 
 #include <gtest/gtest.h>
 
@@ -17,20 +18,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryBatchPropertyTest : public ::testing::TestWithParam<ResourceIDWidth> {
-protected:
-    static Dictionary::Options makeOptions() {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = 1 << 20;
-        options.useHugePages = false;
-        return options;
-    }
-};
+class DictionaryBatchPropertyTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchPropertyTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchPropertyTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 /// Numbers of one stretch of a batch: of any datatype, of one, or of two; few or many.
 std::vector<uint64_t> makeNumbers(std::mt19937_64& random, size_t n) {

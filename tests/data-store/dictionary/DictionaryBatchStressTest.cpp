@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/Transaction.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
+#include "support/ResourceIDWidths.h"
 #include "support/Scale.h"
 #include "support/Threads.h"
 
@@ -20,20 +21,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryBatchStressTest : public ::testing::TestWithParam<ResourceIDWidth> {
-protected:
-    static Dictionary::Options makeOptions() {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = 1 << 22;
-        options.useHugePages = false;
-        return options;
-    }
-};
+class DictionaryBatchStressTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchStressTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchStressTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 /// What all threads were told of a list of values, and whether that agrees.
 class Answers {
@@ -74,7 +64,7 @@ TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughMan
     for (const size_t wanted : {1u, 8u}) {
         const size_t numberOfThreads = std::min<size_t>(wanted, getNumberOfFreeSlots() - 1);
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
-        Dictionary dictionary(makeOptions());
+        Dictionary dictionary(makeOptions(1 << 22));
         Transaction transaction(dictionary);
         Answers answers(numberOfValues);
         runThreads(numberOfThreads, [&](size_t threadIndex) {
@@ -164,7 +154,7 @@ TEST_P(DictionaryBatchStressTest, TheSameMixedBatchesInAllThreads) {
     literals = getLiterals(texts);
     const std::vector<ResourceValue> reversed(values.rbegin(), values.rend());
     const size_t numberOfThreads = std::min<size_t>(8, getNumberOfFreeSlots() - 1);
-    Dictionary dictionary(makeOptions());
+    Dictionary dictionary(makeOptions(1 << 22));
     Transaction transaction(dictionary);
     std::vector<std::vector<uint64_t>> results(numberOfThreads, std::vector<uint64_t>(numberOfValues));
     runThreads(numberOfThreads, [&](size_t threadIndex) {

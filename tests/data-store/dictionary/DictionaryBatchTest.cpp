@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/XSDDecimal.h"
 #include "support/ExpectError.h"
 #include "support/MixedValues.h"
+#include "support/ResourceIDWidths.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -46,20 +47,9 @@ std::vector<ResourceValue> makeValues(const Mixture& mixture, size_t n) {
     return values;
 }
 
-class DictionaryBatchTest : public ::testing::TestWithParam<ResourceIDWidth> {
-protected:
-    static Dictionary::Options makeOptions(uint64_t maxResourceID = 1 << 20) {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = maxResourceID;
-        options.useHugePages = false;
-        return options;
-    }
-};
+class DictionaryBatchTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(DictionaryBatchTest, GivesTheIDsOfOneAtATime) {
     for (const Mixture& mixture : MIXTURES)

@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/Transaction.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
+#include "support/ResourceIDWidths.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -23,20 +24,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryLiteralBatchTest : public ::testing::TestWithParam<ResourceIDWidth> {
-protected:
-    static Dictionary::Options makeOptions(uint64_t maxResourceID = 1 << 20) {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = maxResourceID;
-        options.useHugePages = false;
-        return options;
-    }
-};
+class DictionaryLiteralBatchTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryLiteralBatchTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryLiteralBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 struct Mixture {
     const char* name;

@@ -7,6 +7,7 @@
 #include "core/data-store/dictionary/XSDDecimal.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "support/ExpectError.h"
+#include "support/ResourceIDWidths.h"
 #include "support/Scale.h"
 #include "support/Threads.h"
 
@@ -40,9 +41,7 @@ protected:
     Dictionary m_dictionary;
 };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(DictionaryTest, TheBoundOfIDsMayBeItsSmallestAndItsLargest) {
     const uint64_t maximum = GetParam() == ResourceIDWidth::BITS_32 ? 0xfffffffeULL : uint64_t(1) << 40;

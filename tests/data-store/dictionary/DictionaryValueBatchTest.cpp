@@ -2,6 +2,7 @@
 #include "core/data-store/dictionary/Dictionary.h"
 #include "core/data-store/dictionary/Transaction.h"
 #include "support/MixedValues.h"
+#include "support/ResourceIDWidths.h"
 
 #include <gtest/gtest.h>
 
@@ -13,17 +14,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryValueBatchTest : public ::testing::TestWithParam<ResourceIDWidth> {
+class DictionaryValueBatchTest : public ResourceIDWidthTest {
 protected:
     DictionaryValueBatchTest() : m_dictionary(makeOptions()) { }
-
-    static Dictionary::Options makeOptions() {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = 1 << 20;
-        options.useHugePages = false;
-        return options;
-    }
 
     /// Gets values into what is left over from others, and compares each with what its ID alone gives.
     void expectValuesOfOneAtATime(const std::vector<uint64_t>& resourceIDs) {
@@ -51,9 +44,7 @@ protected:
     Dictionary m_dictionary;
 };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryValueBatchTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryValueBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(DictionaryValueBatchTest, GivesTheValuesOfOneAtATime) {
     const struct { const char* name; ResourceValue (*makeValue)(uint64_t number); } rows[] = {

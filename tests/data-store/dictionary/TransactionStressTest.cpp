@@ -2,6 +2,7 @@
 #include "core/data-store/dictionary/Dictionary.h"
 #include "core/data-store/dictionary/Transaction.h"
 #include "core/platform/errors/KavixException.h"
+#include "support/ResourceIDWidths.h"
 #include "support/Scale.h"
 #include "support/Threads.h"
 
@@ -18,25 +19,16 @@ namespace kavix::test {
 
 namespace {
 
-class TransactionStressTest : public ::testing::TestWithParam<ResourceIDWidth> {
+class TransactionStressTest : public ResourceIDWidthTest {
 protected:
-    TransactionStressTest() : m_dictionary(makeOptions()) { }
-
-    static Dictionary::Options makeOptions() {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = 1 << 24;
-        return options;
-    }
+    TransactionStressTest() : m_dictionary(makeOptions(1 << 24, true)) { }
 
     static std::string makeForm(uint64_t number, uint8_t datatypeID) { return std::to_string(number) + (datatypeID == D_XSD_DECIMAL ? ".5" : ""); }
 
     Dictionary m_dictionary;
 };
 
-INSTANTIATE_TEST_SUITE_P(Widths, TransactionStressTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, TransactionStressTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNotAtAll) {
     // Transaction n enters the numbers n * SIZE to (n + 1) * SIZE - 1 from three threads; every third rolls back. Readers

@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/Dictionary.h"
 #include "core/data-store/dictionary/Transaction.h"
 #include "support/ExpectError.h"
+#include "support/ResourceIDWidths.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -24,23 +25,14 @@ void expectTransactionHasEnded(const std::function<void()>& action) {
     expectError("Engine/core/data-store/dictionary/Transaction", 40, "The transaction has been committed or rolled back already; begin another one to write.", action);
 }
 
-class TransactionTest : public ::testing::TestWithParam<ResourceIDWidth> {
+class TransactionTest : public ResourceIDWidthTest {
 protected:
-    TransactionTest() : m_dictionary(makeOptions()) { }
-
-    static Dictionary::Options makeOptions() {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = 1 << 20;
-        return options;
-    }
+    TransactionTest() : m_dictionary(makeOptions(1 << 20, true)) { }
 
     Dictionary m_dictionary;
 };
 
-INSTANTIATE_TEST_SUITE_P(Widths, TransactionTest, ::testing::Values(ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64), [](const auto& parameter) {
-    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
-});
+INSTANTIATE_TEST_SUITE_P(Widths, TransactionTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(TransactionTest, CommittedValuesBecomeVisibleAllAtOnce) {
     m_dictionary.resolve("1", D_XSD_INT);
@@ -207,7 +199,7 @@ TEST_P(TransactionTest, AFailedResolveLeavesTheTransactionRunning) {
 }
 
 TEST_P(TransactionTest, ATransactionEndsAtTheBoundOfBlocks) {
-    Dictionary::Options options = makeOptions();
+    Dictionary::Options options = makeOptions(1 << 20, true);
     options.maxResourceID = 2048;
     Dictionary dictionary(options);
     Transaction transaction(dictionary);

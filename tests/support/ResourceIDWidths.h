@@ -1,0 +1,35 @@
+#pragma once
+
+#include "core/data-store/dictionary/Dictionary.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+// Tests that run with both widths of resource IDs.
+
+namespace kavix::test {
+
+inline constexpr ResourceIDWidth BOTH_WIDTHS[] = {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64};
+
+/// The width is the parameter. A suite that derives from this is instantiated for BOTH_WIDTHS, and named by getWidthName().
+class ResourceIDWidthTest : public ::testing::TestWithParam<ResourceIDWidth> {
+
+protected:
+
+    static Dictionary::Options makeOptions(uint64_t maxResourceID = 1 << 20, bool useHugePages = false) {
+        Dictionary::Options options;
+        options.resourceIDWidth = GetParam();
+        options.maxResourceID = maxResourceID;
+        options.useHugePages = useHugePages;
+        return options;
+    }
+
+};
+
+inline std::string getWidthName(const ::testing::TestParamInfo<ResourceIDWidth>& parameter) {
+    return parameter.param == ResourceIDWidth::BITS_32 ? "Bits32" : "Bits64";
+}
+
+}
