@@ -7,14 +7,6 @@
 
 namespace kavix::numdict {
 
-namespace {
-
-bool comesFrom(const KavixException& exception, const ErrorSite& site) {
-    return exception.getSourceFile() == site.m_sourceFile && exception.getLine() == site.m_line;
-}
-
-}
-
 std::optional<std::string> tryExplainLimit(const std::exception& failure) {
     const auto* exception = dynamic_cast<const KavixException*>(&failure);
     if (exception == nullptr)

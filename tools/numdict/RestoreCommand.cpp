@@ -23,10 +23,6 @@ namespace kavix::numdict {
 
 namespace {
 
-bool comesFrom(const KavixException& exception, const ErrorSite& site) {
-    return exception.getLine() == site.m_line && exception.getSourceFile() == site.m_sourceFile;
-}
-
 /// Says what is wrong with the records; returns whether something is.
 bool reportBadRecords(const RecordReader& reader, const std::string& path) {
     for (const BadRecord& record : reader.getBadRecords())

@@ -48,10 +48,6 @@ private:
 
 };
 
-bool comesFrom(const KavixException& exception, const ErrorSite& site) {
-    return exception.getLine() == site.m_line && exception.getSourceFile() == site.m_sourceFile;
-}
-
 /// Returns whether the tables can be loaded.
 bool checkImage(const DamagedStore& store, uint64_t memoryBudgetBytes, const ProblemReport& report) {
     const DamagedStore::Section& section = store.getSection(DamagedStore::DICTIONARY);

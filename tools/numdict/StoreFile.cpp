@@ -26,7 +26,7 @@ auto nameFileInRefusal(const std::string& path, Operation operation) {
         return operation();
     }
     catch (const KavixException& exception) {
-        if (exception.getLine() != ErrorSites::INVALID_STORE.m_line || exception.getSourceFile() != ErrorSites::INVALID_STORE.m_sourceFile)
+        if (!comesFrom(exception, ErrorSites::INVALID_STORE))
             throw;
         throw StoreFailure(fmt::format("{}: {}", path, exception.getMessage()));
     }

@@ -250,6 +250,13 @@ TEST(ErrorCatalogue, TheGlobalLocaleDoesNotChangeMessages) {
     expectErrors(getOtherErrors());
 }
 
+TEST(ErrorCatalogue, AnErrorComesFromItsSiteAlone) {
+    const KavixException exception(std::string(ErrorSites::INVALID_STORE.m_sourceFile), ErrorSites::INVALID_STORE.m_line, KavixException::NO_CAUSES, "message");
+    EXPECT_TRUE(comesFrom(exception, ErrorSites::INVALID_STORE));
+    EXPECT_FALSE(comesFrom(exception, ErrorSite{ErrorSites::INVALID_STORE.m_sourceFile, ErrorSites::INVALID_STORE.m_line + 1}));
+    EXPECT_FALSE(comesFrom(exception, ErrorSite{ErrorSites::CANNOT_READ_FILE.m_sourceFile, ErrorSites::INVALID_STORE.m_line}));
+}
+
 TEST(ErrorCatalogue, FailedSystemCallsKeepTheCallAndTheErrorNumber) {
     struct Row {
         const char* name;

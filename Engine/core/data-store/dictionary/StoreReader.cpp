@@ -44,7 +44,7 @@ void StoreReader::readHeader() {
 }
 
 bool StoreReader::isPrematureEnd(const KavixException& exception) noexcept {
-    return exception.getLine() == ErrorSites::PREMATURE_END_OF_FILE.m_line && exception.getSourceFile() == ErrorSites::PREMATURE_END_OF_FILE.m_sourceFile;
+    return comesFrom(exception, ErrorSites::PREMATURE_END_OF_FILE);
 }
 
 void StoreReader::throwSectionTooShort(const std::string& name, uint64_t remainingBytes) {

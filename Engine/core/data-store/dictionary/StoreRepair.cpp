@@ -263,7 +263,7 @@ std::unique_ptr<Dictionary> StoreRepair::rebuild(uint64_t memoryBudgetBytes, boo
             restoration.restore(resourceID, value);
         }
         catch (const KavixException& exception) {
-            if (exception.getLine() != ErrorSites::CONTRADICTING_RECORD.m_line || exception.getSourceFile() != ErrorSites::CONTRADICTING_RECORD.m_sourceFile)
+            if (!comesFrom(exception, ErrorSites::CONTRADICTING_RECORD))
                 throw;
             reportLoss("resource " + std::to_string(resourceID) + " of " + getDatatypeName(value.datatypeID) + ": resource " + std::to_string(dictionary->tryResolve(value)) + " has the same value");
         }

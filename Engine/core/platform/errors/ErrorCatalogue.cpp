@@ -5,6 +5,14 @@
 
 #include <utility>
 
+namespace kavix {
+
+bool comesFrom(const KavixException& exception, const ErrorSite& site) noexcept {
+    return exception.getLine() == site.m_line && exception.getSourceFile() == site.m_sourceFile;
+}
+
+}
+
 namespace kavix::Errors {
 
 namespace {

@@ -6,12 +6,17 @@
 
 namespace kavix {
 
+class KavixException;
+
 /// Where an error says it comes from. Users and programs match errors by these, so they are written constants that
 /// stay when the code moves: the path from Engine/ on, without extension, and a line.
 struct ErrorSite {
     const char* m_sourceFile;
     long m_line;
 };
+
+/// Whether an error says that it comes from there.
+bool comesFrom(const KavixException& exception, const ErrorSite& site) noexcept;
 
 namespace ErrorSites {
 
