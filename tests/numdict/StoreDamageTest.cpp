@@ -183,6 +183,33 @@ TEST(StoreDamage, AllProblemsAreFoundAndTheFirstOnesListed) {
     EXPECT_EQ(dumpStore(directory.getPath("repaired.store")), SAMPLE_DUMP);
 }
 
+TEST(StoreDamage, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
+    const std::string limit = "ulimit -v 20000000;"; // 20 GB
+    if (runProgram("--help", limit).m_exitCode != 0)
+        GTEST_SKIP() << "a sanitizer needs more address space";
+    TemporaryDirectory directory;
+    SampleStore sample(ResourceIDWidth::BITS_64);
+    sample.m_maxResourceID = sample.m_image.m_maxResourceID = uint64_t(1) << 40;
+    sample.m_image.m_maxResourceIDForBlocks = sample.m_maxResourceID - 1024;
+    const std::string store = directory.write("huge.store", sample.toBytes());
+    const std::string repaired = directory.getPath("repaired.store");
+    const std::string message = "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower bound. [mmap failed with error 12: Cannot allocate memory]\n";
+
+    const ProgramResult refused = runProgram("get " + store + " 1", limit);
+    EXPECT_EQ(refused.m_exitCode, 4);
+    EXPECT_EQ(refused.m_errors, "numdict: " + store + ": " + message);
+    const ProgramResult checked = runProgram("check " + store, limit);
+    EXPECT_EQ(checked.m_exitCode, 1) << checked.m_errors;
+    EXPECT_EQ(checked.m_output, message + store + ": 1 problem\n");
+    EXPECT_EQ(runProgram("check --repair -o " + repaired + " " + store, limit).m_exitCode, 0);
+    EXPECT_EQ(runProgram("dump " + repaired, limit).m_output, SAMPLE_STORE_DUMP);
+    EXPECT_EQ(runProgram("check " + store).m_exitCode, 0); // where there is address space, nothing is wrong with it
+
+    const ProgramResult import = runProgram("import --quiet --format nt /dev/null", limit);
+    EXPECT_EQ(import.m_exitCode, 4);
+    EXPECT_EQ(import.m_errors, "numdict: The system grants too little address space: raise the limit of the process (ulimit -v). (An error occurred while reserving 34359738368 bytes of address space. [mmap failed with error 12: Cannot allocate memory])\n");
+}
+
 TEST(StoreDamage, ARepairedStoreReplacesAnOlderFileOnlyIfSomethingWasSaved) {
     TemporaryDirectory directory;
     const std::string target = directory.write("target", "old");

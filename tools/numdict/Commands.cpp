@@ -3,6 +3,8 @@
 #include "numdict/Failures.h"
 #include "numdict/Limits.h"
 #include "numdict/StandardOutput.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/errors/KavixException.h"
 
 #include <fmt/format.h>
 
@@ -39,6 +41,9 @@ int runGuarded(const std::function<int()>& command) {
     catch (const std::exception& error) {
         if (const std::optional<std::string> advice = tryExplainLimit(error))
             return report(EXIT_LIMIT_REACHED, *advice);
+        const auto* exception = dynamic_cast<const KavixException*>(&error);
+        if (exception != nullptr && comesFrom(*exception, ErrorSites::CANNOT_RESERVE_ADDRESS_SPACE))
+            return report(EXIT_FAILURE_INSIDE, fmt::format("The system grants too little address space: raise the limit of the process (ulimit -v). ({})", exception->getMessage()));
         return report(EXIT_FAILURE_INSIDE, error.what());
     }
 }

@@ -98,9 +98,10 @@ void checkStore(const MappedFile& file, const DamagedStore& store, uint64_t memo
         }
     }
     catch (const KavixException& exception) {
-        if (!comesFrom(exception, ErrorSites::INVALID_STORE))
+        const bool isBoundTooHigh = comesFrom(exception, ErrorSites::STORE_NEEDS_ADDRESS_SPACE);
+        if (!isBoundTooHigh && !comesFrom(exception, ErrorSites::INVALID_STORE))
             throw;
-        if (store.getProblems().empty())
+        if (isBoundTooHigh || store.getProblems().empty())
             report(std::string(exception.getMessage())); // otherwise it is one that has been reported
     }
     StoreRepair(store).enumerate([](uint64_t, const ResourceValue&) { }, report);

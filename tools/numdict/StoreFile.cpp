@@ -26,7 +26,7 @@ auto nameFileInRefusal(const std::string& path, Operation operation) {
         return operation();
     }
     catch (const KavixException& exception) {
-        if (!comesFrom(exception, ErrorSites::INVALID_STORE))
+        if (!comesFrom(exception, ErrorSites::INVALID_STORE) && !comesFrom(exception, ErrorSites::STORE_NEEDS_ADDRESS_SPACE))
             throw;
         throw StoreFailure(fmt::format("{}: {}", path, exception.getMessage()));
     }

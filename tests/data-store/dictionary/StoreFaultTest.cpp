@@ -2,12 +2,15 @@
 
 #include "core/data-store/dictionary/Dictionary.h"
 
+#include "core/data-store/dictionary/DamagedStore.h"
 #include "core/data-store/dictionary/Restoration.h"
+#include "core/data-store/dictionary/StoreRepair.h"
 #include "core/data-store/dictionary/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
 #include "support/AllocationInjection.h"
+#include "support/ExpectError.h"
 #include "support/FileCallInjection.h"
 #include "support/SampleStore.h"
 #include "support/SystemCallInjection.h"
@@ -18,6 +21,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <new>
@@ -173,6 +177,31 @@ TEST(StoreFault, OpeningReportsWhateverFailsAndReturnsEverything) {
         return fault.wasHit();
     });
     EXPECT_EQ(test::findProblems(*openFile(fileName)), std::vector<std::string>());
+}
+
+// As many calls as the constructor makes: the arrays, the data pool, and a table for each datatype.
+TEST(StoreFault, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
+    test::SampleStore sample(ResourceIDWidth::BITS_64);
+    sample.m_maxResourceID = sample.m_image.m_maxResourceID = Dictionary::MAX_RESOURCE_ID_64;
+    sample.m_image.m_maxResourceIDForBlocks = Dictionary::MAX_RESOURCE_ID_64 - 1024;
+    const std::string bytes = sample.toBytes();
+    for (const uint64_t n : {1, 2, 3, 4, 17}) {
+        SCOPED_TRACE("call " + std::to_string(n));
+        const SystemCallFault fault(SystemCall::MMAP, n, ENOMEM);
+        test::expectSystemCallError("Engine/core/data-store/dictionary/DictionaryStore", 50, "mmap", ENOMEM,
+            "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower bound.",
+            [&bytes] { test::openStore(bytes); });
+        EXPECT_TRUE(fault.wasHit());
+    }
+    const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    const StoreRepair repair(store);
+    const SystemCallFault fault(SystemCall::MMAP, 1, ENOMEM);
+    const std::unique_ptr<Dictionary> repaired = repair.rebuild(uint64_t(1) << 30, false, [](std::string&& loss) { ADD_FAILURE() << loss; });
+    EXPECT_TRUE(fault.wasHit());
+    uint64_t counters[2];
+    std::memcpy(counters, test::StoreImage::fromBytes(test::saveStore(*repaired))["counters"].m_bytes.data(), sizeof(counters));
+    EXPECT_EQ(counters[1], Dictionary::MIN_MAX_RESOURCE_ID);
+    EXPECT_EQ(test::listResources(*repaired, 7), (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
 }
 
 TEST(StoreFault, ReadsMayBeShort) {

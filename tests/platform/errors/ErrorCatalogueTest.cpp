@@ -185,6 +185,9 @@ std::vector<ErrorRow> getOtherErrors() {
         {"store", [] { Errors::throwInvalidStore("pool", "it has 1 bytes instead of 2"); },
          "KavixException", "Engine/core/data-store/dictionary/StoreReader", 30,
          "The store cannot be opened: in section 'pool', it has 1 bytes instead of 2."},
+        {"bound of a store", [] { Errors::throwStoreNeedsAddressSpace(ENOMEM, 1099511627776); },
+         "SystemCallException", "Engine/core/data-store/dictionary/DictionaryStore", 50,
+         "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower bound. [mmap failed with error 12: Cannot allocate memory]"},
         {"section read twice", [] { Errors::throwCannotRewindSection(); },
          "KavixException", "Engine/core/data-store/dictionary/Checksum", 60,
          "A section of a store cannot be read twice."},
@@ -267,6 +270,7 @@ TEST(ErrorCatalogue, FailedSystemCallsKeepTheCallAndTheErrorNumber) {
     const Row rows[] = {
         {"commit", [] { Errors::throwCannotCommitMemory(EACCES); }, "mprotect", EACCES},
         {"reserve", [] { Errors::throwCannotReserveAddressSpace(EINVAL, 1); }, "mmap", EINVAL},
+        {"bound of a store", [] { Errors::throwStoreNeedsAddressSpace(EAGAIN, 1); }, "mmap", EAGAIN},
         {"thread end", [] { Errors::throwCannotWatchThreadEnd("pthread_setspecific", ENOMEM); }, "pthread_setspecific", ENOMEM},
         {"open to read", [] { Errors::throwCannotOpenInputFile(ENOENT, ""); }, "open", ENOENT},
         {"read", [] { Errors::throwCannotReadFile(EIO, ""); }, "read", EIO},

@@ -7,6 +7,7 @@
 #include "core/data-store/dictionary/StoreFormat.h"
 #include "core/data-store/dictionary/StoreReader.h"
 #include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/errors/SystemCallException.h"
 #include "core/platform/system/VMPageSize.h"
 
 #include <algorithm>
@@ -41,6 +42,18 @@ OutgoingSection makeSection(const std::string& name, std::function<void(OutputSt
     section.m_entry.m_checksum = measure.getChecksum();
     section.m_write = std::move(write);
     return section;
+}
+
+/// Makes the empty dictionary for a store. The caller did not choose the bound of IDs, so its name is in the error.
+std::unique_ptr<Dictionary> makeEmptyDictionary(const Dictionary::Options& options) {
+    try {
+        return std::make_unique<Dictionary>(options);
+    }
+    catch (const SystemCallException& exception) {
+        if (!comesFrom(exception, ErrorSites::CANNOT_RESERVE_ADDRESS_SPACE))
+            throw;
+        Errors::throwStoreNeedsAddressSpace(exception.getErrorNumber(), options.maxResourceID);
+    }
 }
 
 }
@@ -121,7 +134,7 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     dictionaryOptions.resourceIDWidth = reader.getResourceIDWidth();
     dictionaryOptions.maxResourceID = counters.m_maxResourceID;
     dictionaryOptions.useHugePages = options.useHugePages;
-    auto dictionary = std::make_unique<Dictionary>(dictionaryOptions);
+    std::unique_ptr<Dictionary> dictionary = makeEmptyDictionary(dictionaryOptions);
     dictionary->loadSections(reader, counters);
     if (options.checkEveryValue) {
         dictionary->verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });

@@ -149,6 +149,10 @@ void throwCannotReserveAddressSpace(int errorNumber, uint64_t numberOfBytes) {
     throwSystemCallException(ErrorSites::CANNOT_RESERVE_ADDRESS_SPACE, "mmap", errorNumber, "An error occurred while reserving ", numberOfBytes, " bytes of address space.");
 }
 
+void throwStoreNeedsAddressSpace(int errorNumber, uint64_t maxResourceID) {
+    throwSystemCallException(ErrorSites::STORE_NEEDS_ADDRESS_SPACE, "mmap", errorNumber, "The store cannot be opened: its bound of resource IDs, ", maxResourceID, ", takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower bound.");
+}
+
 void throwCannotWatchThreadEnd(const char* systemCall, int errorNumber) {
     throwSystemCallException(ErrorSites::CANNOT_WATCH_THREAD_END, systemCall, errorNumber, "An error occurred while preparing to take the slot of a thread back when the thread ends.");
 }

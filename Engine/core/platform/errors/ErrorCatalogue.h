@@ -43,6 +43,7 @@ inline constexpr ErrorSite CANNOT_LOCK_FILE{"Engine/core/platform/stream/Replaci
 inline constexpr ErrorSite CANNOT_RENAME_FILE{"Engine/core/platform/stream/ReplacingFile", 90};
 inline constexpr ErrorSite CANNOT_SYNCHRONISE_FOLDER{"Engine/core/platform/stream/ReplacingFile", 95};
 inline constexpr ErrorSite INVALID_STORE{"Engine/core/data-store/dictionary/StoreReader", 30};
+inline constexpr ErrorSite STORE_NEEDS_ADDRESS_SPACE{"Engine/core/data-store/dictionary/DictionaryStore", 50};
 inline constexpr ErrorSite CANNOT_REWIND_SECTION{"Engine/core/data-store/dictionary/Checksum", 60};
 inline constexpr ErrorSite DICTIONARY_NOT_EMPTY{"Engine/core/data-store/dictionary/Restoration", 20};
 inline constexpr ErrorSite CONTRADICTING_RECORD{"Engine/core/data-store/dictionary/Restoration", 50};
@@ -119,6 +120,9 @@ namespace Errors {
 /// @param section  the part of the store that is wrong
 /// @param reason   what is wrong, a clause without a full stop
 [[noreturn]] void throwInvalidStore(std::string&& section, std::string&& reason);
+
+/// The system refused the address space that a store's bound of resource IDs asks for.
+[[noreturn]] void throwStoreNeedsAddressSpace(int errorNumber, uint64_t maxResourceID);
 
 [[noreturn]] void throwCannotRewindSection();
 
