@@ -60,11 +60,12 @@ struct ProgramResult {
 };
 
 /// Runs the program by the shell, with these arguments as the shell reads them; they may redirect.
-inline ProgramResult runProgram(const std::string& arguments) {
+/// @param prefix  what the shell reads before the program: a limit and a semicolon, variables, a program that runs others
+inline ProgramResult runProgram(const std::string& arguments, const std::string& prefix = "") {
     TemporaryDirectory directory;
     const std::string outputPath = directory.getPath("output");
     const std::string errorPath = directory.getPath("errors");
-    const std::string command = "{ '" NUMDICT_PROGRAM "' " + arguments + "; } > '" + outputPath + "' 2> '" + errorPath + "'";
+    const std::string command = "{ " + prefix + " '" NUMDICT_PROGRAM "' " + arguments + "; } > '" + outputPath + "' 2> '" + errorPath + "'";
     const int status = std::system(command.c_str());
     return ProgramResult{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(outputPath), readFile(errorPath)};
 }

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <string>
 
 using namespace kavix::numdict;
@@ -149,6 +150,8 @@ int main(int argumentCount, char** arguments) {
     addParse(application, parse);
     addGenerate(application, generate);
     StoreCommandLine storeCommands(application);
+    // A file at the limit of "ulimit -f" is then an error like a full disk, which is reported and leaves nothing half done.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         parseCommandLine(application, argumentCount, arguments);
     }
