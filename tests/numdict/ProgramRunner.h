@@ -3,6 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -68,6 +70,25 @@ inline ProgramResult runProgram(const std::string& arguments, const std::string&
     const std::string command = "{ " + prefix + " '" NUMDICT_PROGRAM "' " + arguments + "; } > '" + outputPath + "' 2> '" + errorPath + "'";
     const int status = std::system(command.c_str());
     return ProgramResult{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(outputPath), readFile(errorPath)};
+}
+
+/// How the program is expected to end, a row of a table.
+struct ExpectedEnd {
+    const char* m_name;
+    std::string m_arguments;
+    int m_exitCode;
+    const char* m_errors; // standard error has this text; where that is empty and the exit code 0 or 1, it is empty too
+};
+
+/// @param command  goes before the arguments
+inline void expectEnd(const ExpectedEnd& expected, const std::string& command = "") {
+    SCOPED_TRACE(expected.m_name);
+    const ProgramResult result = runProgram(command + expected.m_arguments);
+    EXPECT_EQ(result.m_exitCode, expected.m_exitCode) << result.m_errors;
+    EXPECT_NE(result.m_errors.find(expected.m_errors), std::string::npos) << result.m_errors;
+    if (*expected.m_errors == '\0' && expected.m_exitCode < 2) {
+        EXPECT_EQ(result.m_errors, "");
+    }
 }
 
 }

@@ -1,8 +1,10 @@
+#include "numdict/JSONKeys.h"
 #include "numdict/StoreSamples.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -11,17 +13,6 @@
 using namespace kavix::numdict;
 using nlohmann::json;
 
-namespace {
-
-std::set<std::string> keysOf(const json& object) {
-    std::set<std::string> keys;
-    for (const auto& item : object.items())
-        keys.insert(item.key());
-    return keys;
-}
-
-}
-
 TEST(StoreCommands, ExitCodesTellWhatHappened) {
     TemporaryDirectory directory;
     const std::string store = makeSampleStore(directory);
@@ -29,12 +20,7 @@ TEST(StoreCommands, ExitCodesTellWhatHappened) {
     const std::string records = directory.write("records", SAMPLE_DUMP);
     const std::string damaged = directory.write("damaged.store", readFile(store).substr(0, 1000));
     const std::string missing = directory.getPath("missing.store");
-    const struct {
-        const char* name;
-        std::string arguments;
-        int exitCode;
-        const char* errors;
-    } rows[] = {
+    const ExpectedEnd rows[] = {
         {"resolve well", "resolve " + store + " 5", 0, ""},
         {"resolve what is absent", "resolve " + store + " 99", 1, ""},
         {"resolve no literal", "resolve " + store + " hello", 1, ""},
@@ -92,14 +78,9 @@ TEST(StoreCommands, ExitCodesTellWhatHappened) {
         {"help", "check --help", 0, ""},
     };
     const std::string before = readFile(store);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const ProgramResult result = runProgram(row.arguments);
-        EXPECT_EQ(result.m_exitCode, row.exitCode) << result.m_errors;
-        EXPECT_NE(result.m_errors.find(row.errors), std::string::npos) << result.m_errors;
-        if (*row.errors == '\0' && row.exitCode < 2) {
-            EXPECT_EQ(result.m_errors, "");
-        }
+    for (const ExpectedEnd& row : rows) {
+        SCOPED_TRACE(row.m_name);
+        expectEnd(row);
         EXPECT_TRUE(readFile(store) == before);
         EXPECT_FALSE(std::filesystem::exists(missing));
         EXPECT_FALSE(std::filesystem::exists(missing + ".unfinished"));
@@ -180,7 +161,7 @@ TEST(StoreCommands, WhatWasDumpedIsRestoredUnderTheSameIDs) {
                 ASSERT_EQ(runProgram("dump " + store + " --format " + format + " -o " + records).m_exitCode, 0);
                 for (const std::string& source : {records + " -o " + restored, "- -o " + restored + " < " + records, "- -o " + restored + " < " + records + ".gz"}) {
                     SCOPED_TRACE(source);
-                    ASSERT_EQ(runProgram("--help > /dev/null; gzip -kf " + records).m_exitCode, 0);
+                    ASSERT_EQ(std::system(("gzip -kf '" + records + "'").c_str()), 0);
                     std::filesystem::remove(restored);
                     const ProgramResult result = runProgram("restore --threads " + threads + " --id-width " + width + " " + source);
                     EXPECT_EQ(result.m_exitCode, 0) << result.m_errors;

@@ -3,11 +3,11 @@
 #include "core/data-store/dictionary/Dictionary.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
-#include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 #include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/Transaction.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
+#include "support/NamesOnlyFactory.h"
 
 #include <gtest/gtest.h>
 
@@ -141,25 +141,15 @@ private:
 };
 
 template<typename DictionaryOfFamily>
-class LetterFactory : public DictionaryDatatypeFactory {
+class LetterFactory : public NamesOnlyFactory {
 
 public:
 
-    using DictionaryDatatypeFactory::DictionaryDatatypeFactory;
+    using NamesOnlyFactory::NamesOnlyFactory;
 
     std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(bool, MemoryManager&, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) const override {
         return std::make_unique<DictionaryOfFamily>(nextResourceID, resourceData, resourceDatatypeIDs, dataPool);
     }
-
-    void inPlaceParseResourceValue(ResourceValue&, uint8_t) const override { }
-    void parseResourceValue(ResourceValue&, const char*, size_t, uint8_t) const override { }
-    size_t appendLexicalForm(uint8_t, const uint8_t*, size_t, const uint8_t*, size_t, char*, size_t) const override { return 0; }
-    void appendLexicalForm(uint8_t, const uint8_t*, size_t, const uint8_t*, size_t, std::string&) const override { }
-    void appendTurtleLiteral(uint8_t, const uint8_t*, size_t, const uint8_t*, size_t, const Prefixes&, std::string&) const override { }
-    void printLexicalForm(uint8_t, const uint8_t*, size_t, const uint8_t*, size_t, OutputStream&) const override { }
-    void printTurtleLiteral(uint8_t, const uint8_t*, size_t, const uint8_t*, size_t, const Prefixes&, OutputStream&) const override { }
-    bool getEffectiveBooleanValue(uint8_t, const uint8_t*, size_t, const uint8_t*, size_t) const override { return false; }
-    bool enumerateEqualResourceValues(const ResourceValue&, std::vector<ResourceValue>&) const override { return false; }
 
 };
 

@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/data-store/dictionary/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
+#include "support/FailingOutputStream.h"
 #include "support/MemoryStreams.h"
 #include "support/NumericImage.h"
 #include "support/NumericStore.h"
@@ -223,26 +224,6 @@ TYPED_TEST(NumericDatatypeFaultTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWh
     }
     this->checkInvariants(store);
 }
-
-/// Fails at the n-th write.
-class FailingOutputStream : public OutputStream {
-
-public:
-
-    explicit FailingOutputStream(uint64_t writes) : m_writesLeft(writes) { }
-
-    void flush() override { }
-
-    void write(const void*, size_t) override {
-        if (m_writesLeft-- == 0)
-            throw std::runtime_error("the device is full");
-    }
-
-private:
-
-    uint64_t m_writesLeft;
-
-};
 
 TYPED_TEST(NumericDatatypeFaultTest, AFailedSaveChangesNothing) {
     typename TestFixture::Store store;

@@ -12,6 +12,7 @@
 #include "support/AllocationInjection.h"
 #include "support/ExpectError.h"
 #include "support/FileCallInjection.h"
+#include "support/KilledProcess.h"
 #include "support/SampleStore.h"
 #include "support/SystemCallInjection.h"
 #include "support/TemporaryFolder.h"
@@ -19,15 +20,12 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <new>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace kavix {
@@ -118,25 +116,11 @@ TEST(StoreFault, AKilledProcessLeavesAStoreThatOpens) {
     for (int killedAt = 1;; ++killedAt) {
         SCOPED_TRACE("killed at call " + std::to_string(killedAt));
         ASSERT_LT(killedAt, 1000);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            int calls = 0;
-            const std::function<void()> killInTime = [&] {
-                if (++calls == killedAt)
-                    ::kill(::getpid(), SIGKILL);
-            };
-            const test::FileCallHook fileCallHook(killInTime);
-            const test::SystemCallHook writeHook(SystemCall::WRITE, killInTime);
-            const test::ShortTransfers shortTransfers(3'000);
-            saveToFile(*newDictionary, fileName);
-            ::_exit(0);
-        }
-        int status = -1;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        const bool isFinished = test::runKilledAtCall(killedAt, 3'000, [&] { saveToFile(*newDictionary, fileName); });
         const std::unique_ptr<Dictionary> opened = openFile(fileName);
         isNewInPlace |= opened->tryResolve("49", D_XSD_INTEGER) != 0;
         test::expectEqual(*opened, isNewInPlace ? *newDictionary : *oldDictionary);
-        if (WIFEXITED(status)) {
+        if (isFinished) {
             EXPECT_GT(killedAt, 80) << "moments spread over the save";
             break;
         }

@@ -3,6 +3,7 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "core/platform/stream/MemoryOutputStream.h"
+#include "support/FailingOutputStream.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>
@@ -161,36 +162,16 @@ TEST(KavixException, PrintsCausesOfEveryClassIndented) {
         "    message: an exception of an unknown class\n");
 }
 
-/// A sink that takes a number of writes and then fails.
-class FailingOutputStream : public OutputStream {
-
-public:
-
-    explicit FailingOutputStream(size_t writesBeforeFailure) : m_writesBeforeFailure(writesBeforeFailure) { }
-
-    void flush() override { }
-
-    void write(const void*, size_t) override {
-        if (m_writesBeforeFailure-- == 0)
-            throw std::length_error("sink is full");
-    }
-
-private:
-
-    size_t m_writesBeforeFailure;
-
-};
-
 TEST(KavixException, AFailureToPrintIsNotTakenForACause) {
     const std::vector<std::exception_ptr> causes = {makeCause(KavixException("Inner", 2, KavixException::NO_CAUSES, "Inner failure."))};
     const KavixException exception("Outer", 1, causes, "Outer failure.");
 
     constexpr size_t NUMBER_OF_WRITES = 9; // four details, a heading, four details
     for (size_t writesBeforeFailure = 0; writesBeforeFailure != NUMBER_OF_WRITES; ++writesBeforeFailure) {
-        FailingOutputStream output(writesBeforeFailure);
-        EXPECT_THROW(exception.printArguments(output), std::length_error) << writesBeforeFailure;
+        test::FailingOutputStream output(writesBeforeFailure);
+        EXPECT_THROW(exception.printArguments(output), std::runtime_error) << writesBeforeFailure;
     }
-    FailingOutputStream output(NUMBER_OF_WRITES);
+    test::FailingOutputStream output(NUMBER_OF_WRITES);
     EXPECT_NO_THROW(exception.printArguments(output));
 }
 

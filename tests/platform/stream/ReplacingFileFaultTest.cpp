@@ -6,22 +6,18 @@
 #include "support/AllocationInjection.h"
 #include "support/ExpectError.h"
 #include "support/FileCallInjection.h"
+#include "support/KilledProcess.h"
 #include "support/SystemCallInjection.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <new>
 #include <set>
 #include <string>
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace kavix {
 
@@ -194,26 +190,12 @@ TEST(ReplacingFileFault, AKilledProcessLeavesTheOldFileOrTheNewOne) {
         SCOPED_TRACE("killed at call " + std::to_string(killedAt));
         ASSERT_LT(killedAt, 1000);
         writeFile(fileName, OLD);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            int calls = 0;
-            const std::function<void()> killInTime = [&] {
-                if (++calls == killedAt)
-                    ::kill(::getpid(), SIGKILL);
-            };
-            const FileCallHook fileCallHook(killInTime);
-            const test::SystemCallHook writeHook(SystemCall::WRITE, killInTime);
-            const test::ShortTransfers shortTransfers(2'000);
-            replace(fileName);
-            ::_exit(0);
-        }
-        int status = -1;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        const bool isFinished = test::runKilledAtCall(killedAt, 2'000, [&] { replace(fileName); });
         const std::string content = readFile(fileName);
         EXPECT_TRUE(content == OLD || content == NEW) << content.size() << " bytes";
         sawOld |= content == OLD;
         sawNew |= content == NEW;
-        if (WIFEXITED(status)) {
+        if (isFinished) {
             EXPECT_EQ(content, NEW);
             EXPECT_GT(killedAt, 50);
             break;

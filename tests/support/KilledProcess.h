@@ -1,0 +1,40 @@
+#pragma once
+
+#include "support/FileCallInjection.h"
+#include "support/SystemCallInjection.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstddef>
+#include <functional>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kavix::test {
+
+/// Runs an action in a process of its own, which is killed right before its n-th call of those that FileCallInjection
+/// replaces, or of write. Only for the executable of the fault tests.
+/// @param maximumBytes  how much a write transfers at most, so that there are many
+/// @return whether the action came to its end, because it makes fewer calls
+inline bool runKilledAtCall(int n, size_t maximumBytes, const std::function<void()>& action) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        int calls = 0;
+        const std::function<void()> killInTime = [&] {
+            if (++calls == n)
+                ::kill(::getpid(), SIGKILL);
+        };
+        const FileCallHook fileCallHook(killInTime);
+        const SystemCallHook writeHook(SystemCall::WRITE, killInTime);
+        const ShortTransfers shortTransfers(maximumBytes);
+        action();
+        ::_exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFEXITED(status);
+}
+
+}
