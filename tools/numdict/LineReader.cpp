@@ -20,6 +20,20 @@ bool isBlank(char character) {
     return character == ' ' || character == '\t' || character == '\r';
 }
 
+/// The first byte of an IRI or a blank node.
+bool startsTerm(char character) {
+    return character == '<' || character == '_';
+}
+
+bool isSpace(char character) {
+    return character == ' ' || character == '\t';
+}
+
+char* findLineEnd(char* line, char* end) {
+    char* const lineEnd = static_cast<char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+    return lineEnd == nullptr ? end : lineEnd + 1;
+}
+
 }
 
 LineReader::LineReader(RDFFormat format, const std::string& baseIRI, std::string blankPrefix, StatementSink& sink) :
@@ -29,6 +43,12 @@ LineReader::LineReader(RDFFormat format, const std::string& baseIRI, std::string
     m_environment(makeEnvironment(baseIRI)),
     m_bytesSinceRenewal(0),
     m_line(0),
+    m_lineStart(nullptr),
+    m_lineEnd(nullptr),
+    m_byteAtNUL(0),
+    m_readEnd(nullptr),
+    m_statementsOfLine(0),
+    m_statementsToSkip(0),
     m_hasError(false),
     m_isStopped(false),
     m_error()
@@ -80,6 +100,10 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
         return refuse("prefixed names are Turtle, not N-Triples or N-Quads");
     if (statement.m_graph != nullptr && m_format == RDFFormat::N_TRIPLES)
         return refuse("four terms in a line: this is N-Quads, not N-Triples (--format nq)");
+    if (m_statementsToSkip != 0) {
+        --m_statementsToSkip;
+        return SERD_SUCCESS;
+    }
     try {
         m_isStopped = !m_sink.receive(statement, *this);
     }
@@ -87,25 +111,105 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
         // The parser is written in C: an exception must not pass through it.
         m_exception = std::current_exception();
     }
-    return m_isStopped || m_exception ? SERD_ERR_UNKNOWN : SERD_SUCCESS;
+    if (m_isStopped || m_exception)
+        return SERD_ERR_UNKNOWN;
+    ++m_statementsOfLine;
+    if (m_lineEnd != m_readEnd && fillsLine(statement))
+        tryEnterNextLine();
+    return SERD_SUCCESS;
 }
 
-bool LineReader::readLine(const char* line, size_t length) {
+// The line starts with the subject, as nothing of the line before was left over, and has the whole statement, as the parser
+// sees no more. Its bytes are those of the terms, the full stop, and others (blanks, comments, what is behind the full stop).
+//  - A term has at least as many bytes as are counted for it: escapes only make it longer.
+//  - Two others are in front of the full stop: the first space found is one, as it is in no IRI and no label of a
+//    blank node, and so not in a subject longer than counted. The second one is another for the same reason, unless
+//    the predicate starts later than counted; and then there is one more other in front of that.
+//  - Of 4 others, at most 2 are left for what is behind the full stop. It is the last byte then, as the two before are none.
+bool LineReader::fillsLine(const Statement& statement) const {
+    const auto getTermLength = [this](const SerdNode& node) {
+        return node.type == SERD_BLANK ? 2 + node.n_bytes - m_blankPrefix.size() : 2 + node.n_bytes; // _:a, <a>, "a"
+    };
+    const size_t subjectLength = getTermLength(*statement.m_subject);
+    const size_t predicateLength = getTermLength(*statement.m_predicate);
+    size_t countedLength = subjectLength + predicateLength + getTermLength(*statement.m_object) + 1;
+    if (statement.m_datatype != nullptr)
+        countedLength += 2 + getTermLength(*statement.m_datatype);
+    if (statement.m_language != nullptr)
+        countedLength += 1 + statement.m_language->n_bytes;
+    if (statement.m_graph != nullptr)
+        countedLength += getTermLength(*statement.m_graph);
+    const char* end = m_lineEnd - 1;
+    end -= end[-1] == '\r';
+    constexpr size_t MAXIMUM_OTHERS = 4; // as many as separate the terms of a quad; wraps where terms are longer than the line
+    return m_statementsOfLine == 1 && startsTerm(*m_lineStart) && static_cast<size_t>(end - m_lineStart) - countedLength <= MAXIMUM_OTHERS
+        && isSpace(m_lineStart[subjectLength]) && isSpace(m_lineStart[subjectLength + 1 + predicateLength])
+        && end[-1] == '.' && isSpace(end[-2]) && end[-3] != '.';
+}
+
+void LineReader::tryEnterNextLine() {
+    // Other lines may be without a statement, and the parser would go through them uncounted.
+    if (!startsTerm(m_byteAtNUL))
+        return;
+    char* const nextEnd = findLineEnd(m_lineEnd + 1, m_readEnd);
+    const auto length = static_cast<size_t>(nextEnd - m_lineEnd);
+    if (m_bytesSinceRenewal + length > BYTES_PER_READER)
+        return;
+    m_bytesSinceRenewal += length;
+    removeNUL();
+    m_lineStart = m_lineEnd;
+    m_lineEnd = nextEnd;
+    m_statementsOfLine = 0;
+    ++m_line;
+    setNUL();
+}
+
+void LineReader::setNUL() {
+    m_byteAtNUL = *m_lineEnd;
+    *m_lineEnd = '\0';
+}
+
+void LineReader::removeNUL() {
+    *m_lineEnd = m_byteAtNUL;
+}
+
+bool LineReader::readLines() {
     m_hasError = false;
-    if ((m_bytesSinceRenewal += length) > BYTES_PER_READER)
+    m_statementsOfLine = 0;
+    if ((m_bytesSinceRenewal += static_cast<size_t>(m_lineEnd - m_lineStart)) > BYTES_PER_READER)
         renewReader();
-    const SerdStatus status = serd_reader_read_string(m_reader.get(), reinterpret_cast<const uint8_t*>(line));
-    if (status == SERD_SUCCESS && !m_hasError)
+    setNUL();
+    const SerdStatus status = serd_reader_read_string(m_reader.get(), reinterpret_cast<const uint8_t*>(m_lineStart));
+    removeNUL();
+    if (status == SERD_SUCCESS && !m_hasError && m_statementsOfLine != 0)
         return true;
+    if (m_exception || m_isStopped) {
+        m_bytesSinceRenewal = BYTES_PER_READER;
+        if (m_exception)
+            std::rethrow_exception(std::exchange(m_exception, nullptr));
+        return true;
+    }
+    return readLineAlone();
+}
+
+bool LineReader::readLineAlone() {
+    const size_t length = static_cast<size_t>(m_lineEnd - m_lineStart) - (m_lineEnd[-1] == '\n');
+    m_hasError = false;
+    m_statementsToSkip = std::exchange(m_statementsOfLine, 0);
+    m_readEnd = m_lineEnd; // nothing is behind this line
+    m_lineStart[length] = '\0';
+    renewReader();
+    const SerdStatus status = serd_reader_read_string(m_reader.get(), reinterpret_cast<const uint8_t*>(m_lineStart));
+    m_statementsToSkip = 0;
     m_bytesSinceRenewal = BYTES_PER_READER;
     if (m_exception)
         std::rethrow_exception(std::exchange(m_exception, nullptr));
-    if (m_isStopped && !m_hasError)
+    if (!m_hasError && (status == SERD_SUCCESS || m_isStopped))
         return true;
     if (!m_hasError)
         m_error = SyntaxError{m_line, 1, "this is no statement"};
     size_t contentLength = length;
-    while (contentLength != 0 && isBlank(line[contentLength - 1]))
+    while (contentLength != 0 && isBlank(m_lineStart[contentLength - 1]))
         --contentLength;
     if (m_error.m_column > contentLength)
         m_error.m_message = "the line ends in the middle of a statement";
@@ -114,30 +218,26 @@ bool LineReader::readLine(const char* line, size_t length) {
 
 LineBlockResult LineReader::read(LineBlock& block, bool stopAtError) {
     LineBlockResult result;
-    char* next = block.m_bytes.data();
-    char* const blockEnd = next + block.m_length;
-    const bool hasNUL = std::memchr(next, 0, block.m_length) != nullptr;
+    m_lineEnd = block.m_bytes.data();
+    char* const blockEnd = m_lineEnd + block.m_length;
+    const bool hasNUL = std::memchr(m_lineEnd, 0, block.m_length) != nullptr;
     m_isStopped = false;
-    for (m_line = block.m_firstLine; next != blockEnd; ++m_line) {
-        char* const line = next;
-        char* lineEnd = static_cast<char*>(std::memchr(line, '\n', static_cast<size_t>(blockEnd - line)));
-        if (lineEnd == nullptr)
-            next = lineEnd = blockEnd;
-        else
-            next = lineEnd + 1;
-        *lineEnd = '\0';
-        const auto length = static_cast<size_t>(lineEnd - line);
-        const char* content = line;
-        while (isBlank(*content))
-            ++content;
-        const void* nul = hasNUL ? std::memchr(line, 0, length) : nullptr;
-        if (nul == nullptr && (content == lineEnd || *content == '#'))
-            continue;
+    for (m_line = block.m_firstLine; m_lineEnd != blockEnd; ++m_line) {
+        m_lineStart = m_lineEnd;
+        m_lineEnd = findLineEnd(m_lineStart, blockEnd);
+        m_readEnd = hasNUL ? m_lineEnd : blockEnd;
+        const void* nul = hasNUL ? std::memchr(m_lineStart, 0, static_cast<size_t>(m_lineEnd - m_lineStart)) : nullptr;
         bool isGood = false;
         if (nul != nullptr)
-            m_error = SyntaxError{m_line, static_cast<uint64_t>(static_cast<const char*>(nul) - line) + 1, "a NUL byte: this is no text"};
-        else
-            isGood = readLine(line, length);
+            m_error = SyntaxError{m_line, static_cast<uint64_t>(static_cast<const char*>(nul) - m_lineStart) + 1, "a NUL byte: this is no text"};
+        else {
+            const char* content = m_lineStart;
+            while (content != m_lineEnd && isBlank(*content))
+                ++content;
+            if (content == m_lineEnd || *content == '\n' || *content == '#')
+                continue;
+            isGood = readLines();
+        }
         if (!isGood) {
             ++result.m_damagedLines;
             if (!result.m_firstError)

@@ -23,6 +23,11 @@ struct LineBlockResult {
 
 /// Reads blocks of N-Triples or N-Quads, each line by itself. So the line number is exact, what a damaged line does not
 /// say is lost and nothing else, and the result does not depend on where a file was cut. One thread uses a reader.
+///
+/// To start the parser costs time, so one call of it reads many lines: the text ends for it behind the present line, where
+/// a NUL stands, until a statement is passed that provably fills its line; then the NUL moves behind the next line. Where
+/// anything is unusual it stays. So the parser never sees more than the line that getLine() tells; and a line that
+/// it finds fault with is read again, alone, to learn what a line by itself has.
 class LineReader final : private StatementContext, private Unmovable {
 
 public:
@@ -51,8 +56,23 @@ private:
 
     SerdStatus refuse(const char* reason);
 
-    /// Returns whether the line is well formed. The line is NUL-terminated.
-    bool readLine(const char* line, size_t length);
+    /// Reads the present line, and those behind it that the parser gets to. The present line is then the last of them;
+    /// returns whether it is well formed. All others are.
+    bool readLines();
+
+    /// Reads the present line without its line end; what was passed of it before is not passed again.
+    bool readLineAlone();
+
+    /// Makes the line at the NUL the present one, if the parser may read on there.
+    void tryEnterNextLine();
+
+    /// Whether nothing is behind the statement in the present line, of which it is the first.
+    bool fillsLine(const Statement& statement) const;
+
+    /// Puts the NUL behind the present line, or takes it away.
+    void setNUL();
+
+    void removeNUL();
 
     void renewReader();
 
@@ -63,8 +83,14 @@ private:
     SerdReaderPointer m_reader;
     size_t m_bytesSinceRenewal;
 
-    // The present line.
+    // The present line, and what is behind it.
     uint64_t m_line;
+    char* m_lineStart;
+    char* m_lineEnd;   // behind its line end; where the NUL stands while the parser reads
+    char m_byteAtNUL;  // what stood there
+    char* m_readEnd;   // no line is entered that ends behind it
+    uint64_t m_statementsOfLine; // passed to the sink
+    uint64_t m_statementsToSkip; // were passed before
     bool m_hasError;
     bool m_isStopped;
     SyntaxError m_error;
