@@ -12,6 +12,8 @@ namespace {
 /// is freed. It is renewed after this many bytes, which costs nothing beside reading them.
 constexpr size_t BYTES_PER_READER = 64 * 1024;
 
+constexpr char NUL_MESSAGE[] = "a NUL byte: this is no text";
+
 bool isPrefixedName(const SerdNode* node) {
     return node != nullptr && node->type == SERD_CURIE;
 }
@@ -104,6 +106,9 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
         --m_statementsToSkip;
         return SERD_SUCCESS;
     }
+    const bool isLineFilled = m_statementsOfLine == 0 && fillsLine(statement);
+    if (m_statementsOfLine == 0 && !isLineFilled && findNUL() != nullptr) // which was the end of the text for the parser
+        return refuse(NUL_MESSAGE);
     try {
         m_isStopped = !m_sink.receive(statement, *this);
     }
@@ -114,7 +119,7 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
     if (m_isStopped || m_exception)
         return SERD_ERR_UNKNOWN;
     ++m_statementsOfLine;
-    if (m_lineEnd != m_readEnd && fillsLine(statement))
+    if (isLineFilled && m_lineEnd != m_readEnd)
         tryEnterNextLine();
     return SERD_SUCCESS;
 }
@@ -126,6 +131,7 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
 //    blank node, and so not in a subject longer than counted. The second one is another for the same reason, unless
 //    the predicate starts later than counted; and then there is one more other in front of that.
 //  - Of 4 others, at most 2 are left for what is behind the full stop. It is the last byte then, as the two before are none.
+// So there is no NUL in the line either: it would have been the end of the text.
 bool LineReader::fillsLine(const Statement& statement) const {
     const auto getTermLength = [this](const SerdNode& node) {
         return node.type == SERD_BLANK ? 2 + node.n_bytes - m_blankPrefix.size() : 2 + node.n_bytes; // _:a, <a>, "a"
@@ -139,10 +145,12 @@ bool LineReader::fillsLine(const Statement& statement) const {
         countedLength += 1 + statement.m_language->n_bytes;
     if (statement.m_graph != nullptr)
         countedLength += getTermLength(*statement.m_graph);
+    if (m_lineEnd[-1] != '\n')
+        return false;
     const char* end = m_lineEnd - 1;
-    end -= end[-1] == '\r';
+    end -= end[-1] == '\r'; // the statement has bytes in front of it
     constexpr size_t MAXIMUM_OTHERS = 4; // as many as separate the terms of a quad; wraps where terms are longer than the line
-    return m_statementsOfLine == 1 && startsTerm(*m_lineStart) && static_cast<size_t>(end - m_lineStart) - countedLength <= MAXIMUM_OTHERS
+    return startsTerm(*m_lineStart) && static_cast<size_t>(end - m_lineStart) - countedLength <= MAXIMUM_OTHERS
         && isSpace(m_lineStart[subjectLength]) && isSpace(m_lineStart[subjectLength + 1 + predicateLength])
         && end[-1] == '.' && isSpace(end[-2]) && end[-3] != '.';
 }
@@ -162,6 +170,11 @@ void LineReader::tryEnterNextLine() {
     m_statementsOfLine = 0;
     ++m_line;
     setNUL();
+}
+
+const char* LineReader::findNUL() const {
+    // The one behind the line, if it is there, is not found.
+    return static_cast<const char*>(std::memchr(m_lineStart, 0, static_cast<size_t>(m_lineEnd - m_lineStart)));
 }
 
 void LineReader::setNUL() {
@@ -193,13 +206,19 @@ bool LineReader::readLines() {
 }
 
 bool LineReader::readLineAlone() {
+    if (const char* const nul = findNUL()) {
+        m_error = SyntaxError{m_line, static_cast<uint64_t>(nul - m_lineStart) + 1, NUL_MESSAGE};
+        m_bytesSinceRenewal = BYTES_PER_READER;
+        return false;
+    }
     const size_t length = static_cast<size_t>(m_lineEnd - m_lineStart) - (m_lineEnd[-1] == '\n');
     m_hasError = false;
     m_statementsToSkip = std::exchange(m_statementsOfLine, 0);
-    m_readEnd = m_lineEnd; // nothing is behind this line
+    char* const readEnd = std::exchange(m_readEnd, m_lineEnd); // nothing is behind this line
     m_lineStart[length] = '\0';
     renewReader();
     const SerdStatus status = serd_reader_read_string(m_reader.get(), reinterpret_cast<const uint8_t*>(m_lineStart));
+    m_readEnd = readEnd;
     m_statementsToSkip = 0;
     m_bytesSinceRenewal = BYTES_PER_READER;
     if (m_exception)
@@ -220,24 +239,18 @@ LineBlockResult LineReader::read(LineBlock& block, bool stopAtError) {
     LineBlockResult result;
     m_lineEnd = block.m_bytes.data();
     char* const blockEnd = m_lineEnd + block.m_length;
-    const bool hasNUL = std::memchr(m_lineEnd, 0, block.m_length) != nullptr;
+    m_readEnd = blockEnd;
     m_isStopped = false;
     for (m_line = block.m_firstLine; m_lineEnd != blockEnd; ++m_line) {
         m_lineStart = m_lineEnd;
         m_lineEnd = findLineEnd(m_lineStart, blockEnd);
-        m_readEnd = hasNUL ? m_lineEnd : blockEnd;
-        const void* nul = hasNUL ? std::memchr(m_lineStart, 0, static_cast<size_t>(m_lineEnd - m_lineStart)) : nullptr;
-        bool isGood = false;
-        if (nul != nullptr)
-            m_error = SyntaxError{m_line, static_cast<uint64_t>(static_cast<const char*>(nul) - m_lineStart) + 1, "a NUL byte: this is no text"};
-        else {
-            const char* content = m_lineStart;
-            while (content != m_lineEnd && isBlank(*content))
-                ++content;
-            if (content == m_lineEnd || *content == '\n' || *content == '#')
-                continue;
-            isGood = readLines();
-        }
+        const char* content = m_lineStart;
+        while (content != m_lineEnd && isBlank(*content))
+            ++content;
+        const bool mayBeEmpty = content == m_lineEnd || *content == '\n' || *content == '#';
+        if (mayBeEmpty && findNUL() == nullptr)
+            continue;
+        const bool isGood = mayBeEmpty ? readLineAlone() : readLines();
         if (!isGood) {
             ++result.m_damagedLines;
             if (!result.m_firstError)

@@ -66,8 +66,11 @@ private:
     /// Makes the line at the NUL the present one, if the parser may read on there.
     void tryEnterNextLine();
 
-    /// Whether nothing is behind the statement in the present line, of which it is the first.
+    /// Whether nothing is behind the statement in the present line, of which it is the first, and the line has no NUL.
     bool fillsLine(const Statement& statement) const;
+
+    /// Finds a NUL in the present line, or returns null.
+    const char* findNUL() const;
 
     /// Puts the NUL behind the present line, or takes it away.
     void setNUL();
