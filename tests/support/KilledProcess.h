@@ -29,11 +29,17 @@ inline bool runKilledAtCall(int n, size_t maximumBytes, const std::function<void
         const FileCallHook fileCallHook(killInTime);
         const SystemCallHook writeHook(SystemCall::WRITE, killInTime);
         const ShortTransfers shortTransfers(maximumBytes);
-        action();
+        try {
+            action();
+        }
+        catch (...) {
+            ::_exit(1); // otherwise this process would run the other tests too
+        }
         ::_exit(0);
     }
     int status = -1;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) != 0) << "the action failed";
     return WIFEXITED(status);
 }
 

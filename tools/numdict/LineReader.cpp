@@ -98,7 +98,7 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
         return SERD_ERR_UNKNOWN;
     if (flags != 0)
         return refuse("brackets are Turtle, not N-Triples or N-Quads");
-    if (isPrefixedName(statement.m_subject) || isPrefixedName(statement.m_object) || isPrefixedName(statement.m_datatype))
+    if (isPrefixedName(statement.m_subject) || isPrefixedName(statement.m_predicate) || isPrefixedName(statement.m_object) || isPrefixedName(statement.m_datatype) || isPrefixedName(statement.m_graph))
         return refuse("prefixed names are Turtle, not N-Triples or N-Quads");
     if (statement.m_graph != nullptr && m_format == RDFFormat::N_TRIPLES)
         return refuse("four terms in a line: this is N-Quads, not N-Triples (--format nq)");
@@ -132,6 +132,8 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
 //    the predicate starts later than counted; and then there is one more other in front of that.
 //  - Of 4 others, at most 2 are left for what is behind the full stop. It is the last byte then, as the two before are none.
 // So there is no NUL in the line either: it would have been the end of the text.
+// Of the parser this takes that it reports a byte or an escape which it replaces by more bytes (nothing is passed then), and
+// that it passes a statement without having looked further than at the byte behind the full stop, which is not the NUL's.
 bool LineReader::fillsLine(const Statement& statement) const {
     const auto getTermLength = [this](const SerdNode& node) {
         return node.type == SERD_BLANK ? 2 + node.n_bytes - m_blankPrefix.size() : 2 + node.n_bytes; // _:a, <a>, "a"
@@ -214,10 +216,12 @@ bool LineReader::readLineAlone() {
     const size_t length = static_cast<size_t>(m_lineEnd - m_lineStart) - (m_lineEnd[-1] == '\n');
     m_hasError = false;
     m_statementsToSkip = std::exchange(m_statementsOfLine, 0);
+    char* const lineEnd = std::exchange(m_lineEnd, m_lineStart + length);
     char* const readEnd = std::exchange(m_readEnd, m_lineEnd); // nothing is behind this line
-    m_lineStart[length] = '\0';
+    *m_lineEnd = '\0';
     renewReader();
     const SerdStatus status = serd_reader_read_string(m_reader.get(), reinterpret_cast<const uint8_t*>(m_lineStart));
+    m_lineEnd = lineEnd;
     m_readEnd = readEnd;
     m_statementsToSkip = 0;
     m_bytesSinceRenewal = BYTES_PER_READER;

@@ -209,7 +209,7 @@ private:
         auto operator()(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const { return dictionary->createEntry(context, value); }
         auto operator()(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const { return dictionary->createEntry(context, datatypeID, value); }
 
-        /// If the context has what an entry takes.
+        /// The entry, if the context has an ID and, for a decimal, room for a record; otherwise nothing was taken.
         std::optional<typename ParallelHashTable<DecimalPolicy>::Entry> tryAtOnce(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept;
         std::optional<typename ParallelHashTable<IntegerPolicy>::Entry> tryAtOnce(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const noexcept;
     };

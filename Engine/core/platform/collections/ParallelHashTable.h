@@ -50,7 +50,8 @@ namespace kavix {
 /// Cost      Expected constant probes up to load 0.7; growth moves an entry once per doubling. The shared used count is
 ///           touched once per 100 insertions of a thread. A look-up is a cache miss and few instructions, and the processor
 ///           overlaps the misses of as many look-ups as its window holds: so find() and findOrInsert() have a short lane
-///           that calls nothing, and every obstacle sends them to a second function that begins again.
+///           that calls nothing; every obstacle sends them to another function, which begins again or goes on at
+///           the bucket that was reached.
 ///
 /// Policy says what a bucket is:
 ///   Bucket, KeyWord, Key                             the types; an empty bucket is all zero bytes
@@ -58,7 +59,7 @@ namespace kavix {
 ///   getHash(key), getEntryHash(bucket, keyWord)      the same for an entry and its key
 ///   isEqual(bucket, keyWord, key)                    whether a live bucket holds the key
 ///   setValue(bucket, key), copyValue(from, to)       everything of a bucket but the key word
-///   getResourceID(bucket, keyWord)                   of a live bucket
+///   getResourceID(bucket, keyWord)                   of a live bucket; never 0
 ///   ENTRY_IS_IN_BUCKET, prefetchEntry(keyWord)       whether isEqual() reads nothing but the bucket; fetches what else
 /// Buckets are saved as raw bytes: their layout, the hash and the markers are part of the image format.
 ///
@@ -298,7 +299,7 @@ private:
 
     // Changed only while nobody else is inside.
     size_t m_mask; // the number of buckets less 1
-    Bucket* m_afterLast;
+    Bucket* m_afterLast; // the end of the buckets
     MemoryRegion<Bucket> m_buckets;
 
     // Atomic and shared, on a line of their own: every thread writes the used count now and then.
@@ -391,9 +392,11 @@ template<typename CreateEntry, typename... Arguments>
 uint64_t ParallelHashTable<Policy>::insertAndLeave(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments) {
     if (!tryClaim(bucket)) [[unlikely]]
         return continueAndLeave(bucket, key, createEntry, arguments...);
-    if constexpr (requires { createEntry.tryAtOnce(key, arguments...); })
+    if constexpr (requires { createEntry.tryAtOnce(key, arguments...); }) {
+        static_assert(noexcept(createEntry.tryAtOnce(key, arguments...)), "nobody would give up the claim");
         if (const std::optional<Entry> entry = createEntry.tryAtOnce(key, arguments...)) [[likely]]
             return own.leaveWith(publish(own, bucket, key, *entry));
+    }
     return fillAndLeave(bucket, key, createEntry, arguments...);
 }
 

@@ -45,7 +45,7 @@ public:
 
 private:
 
-    static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page and are whole lines
+    static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page and are whole lines, so they end where one begins
     static constexpr size_t MAX_UNDER_WAY = 32; // about what a processor has outstanding fetches
 
     struct Lookup {
@@ -137,6 +137,7 @@ void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint6
         const std::span<const Key> batch = keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE));
         ThreadContext& own = getOwnContext();
         const Visit visit(*this);
+        std::fill_n(emptyBuckets, batch.size(), nullptr); // for entries with ID 0, which images that were not checked may have
         Lookups(*this, batch, resourceIDs + first, emptyBuckets).run([](KeyWord) { return true; });
         // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A key that another
         // thread, or an earlier place of this batch, has entered meanwhile is found.
@@ -146,7 +147,7 @@ void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint6
                 if (own.getFreeReservation() == 0) [[unlikely]]
                     isResized |= ensureReservation(own); // the empty buckets were those of the old array
                 // Every bucket before this one does not have the key; mostly this one is still empty.
-                Bucket& bucket = isResized ? getBucket(m_policy.getHash(batch[index])) : *emptyBuckets[index];
+                Bucket& bucket = isResized || emptyBuckets[index] == nullptr ? getBucket(m_policy.getHash(batch[index])) : *emptyBuckets[index];
                 resourceIDs[first + index] = tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index) : findOrInsertInside(own, batch[index], &bucket, createEntry, first + index);
             }
     }
