@@ -16,10 +16,11 @@
 
 namespace kavix {
 
-namespace {
+// Named, as everything that a table's policy consists of: some functions of tables are kept for other programs.
+namespace lateclaim {
 
 /// What this thread does before its next claim, once.
-thread_local std::function<void()> s_beforeClaim;
+inline thread_local std::function<void()> s_beforeClaim;
 
 template<typename Entries>
 class HookedEntries : public Entries {
@@ -61,6 +62,8 @@ struct HookedKitNames {
 };
 
 }
+
+using namespace lateclaim;
 
 template<typename Kit>
 class ParallelHashTableLateClaim : public test::TableTest<Kit> {
