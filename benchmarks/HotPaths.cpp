@@ -2,8 +2,8 @@
 ///
 /// Counts repeat where times do not, so a change that makes a path longer is seen on any machine.
 
-#include "core/data-store/dictionary/IntegerText.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/IntegerText.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "support/Keys.h"
 #include "support/Store.h"
 

@@ -2,8 +2,8 @@
 ///
 /// Names are OPERATION/CONTESTANT/DIGITS. Every number is random with exactly so many digits.
 
-#include "core/data-store/dictionary/IntegerText.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/IntegerText.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "support/Keys.h"
 
 #include <benchmark/benchmark.h>

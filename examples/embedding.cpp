@@ -1,7 +1,7 @@
 // The dictionary in a program of one's own, in ten lines.
 
-#include "core/data-store/dictionary/Dictionary.h"
-#include "core/data-store/dictionary/Transaction.h"
+#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/KavixException.h"
 
 #include <cstdlib>

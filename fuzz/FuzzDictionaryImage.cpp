@@ -7,9 +7,9 @@
 
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
-#include "core/data-store/dictionary/DictionaryDatatypeInspector.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
-#include "core/data-store/dictionary/StoreFormat.h"
+#include "core/data-store/store/StoreFormat.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/errors/SystemCallException.h"

@@ -4,8 +4,8 @@
 #include "Fuzzers.h"
 #include "SampleDictionary.h"
 
-#include "core/data-store/dictionary/Checksum.h"
-#include "core/data-store/dictionary/StoreFormat.h"
+#include "core/data-store/store/Checksum.h"
+#include "core/data-store/store/StoreFormat.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/MemoryInputStream.h"
 

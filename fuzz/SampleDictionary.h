@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/Dictionary.h"
-#include "core/data-store/dictionary/Transaction.h"
+#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/Transaction.h"
 #include "core/platform/stream/MemoryOutputStream.h"
 
 #include <cstdint>

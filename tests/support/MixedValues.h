@@ -1,11 +1,11 @@
 #pragma once
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/Dictionary.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/ResourceValue.h"
-#include "core/data-store/dictionary/Transaction.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/embedding/Transaction.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/errors/KavixException.h"
 
 #include <gtest/gtest.h>

@@ -6,7 +6,7 @@
 #include "core/data-store/dictionary/DictionaryUsageContext.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/dictionary/ResourceValue.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/system/MemoryManager.h"
 #include "core/platform/system/MemoryRegion.h"

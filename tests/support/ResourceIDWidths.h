@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/data-store/dictionary/Dictionary.h"
+#include "core/data-store/embedding/Dictionary.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/Dictionary.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/errors/KavixException.h"
 #include "support/MemoryStreams.h"
 #include "support/NumericImage.h"

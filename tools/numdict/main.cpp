@@ -1,7 +1,7 @@
-#include "numdict/CommandLine.h"
-#include "numdict/Commands.h"
-#include "numdict/Failures.h"
-#include "numdict/StoreCommandLine.h"
+#include "numdict/commands/CommandLine.h"
+#include "numdict/commands/Commands.h"
+#include "numdict/console/Failures.h"
+#include "numdict/commands/StoreCommandLine.h"
 
 #include <CLI/CLI.hpp>
 

@@ -3,7 +3,7 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/Prefixes.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/stream/OutputStream.h"
 #include "support/ExpectError.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/ResourceValue.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/system/Unmovable.h"
 
 #include <cassert>

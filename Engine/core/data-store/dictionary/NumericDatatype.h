@@ -5,7 +5,7 @@
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/collections/ParallelHashTable.h"
 #include "core/platform/system/Prefetch.h"
 

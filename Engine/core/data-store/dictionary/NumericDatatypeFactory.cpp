@@ -5,7 +5,7 @@
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/dictionary/Prefixes.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/stream/OutputStream.h"
 
 #include <algorithm>

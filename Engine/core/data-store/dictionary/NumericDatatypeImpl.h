@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/data-store/dictionary/IntegerText.h"
+#include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"

@@ -1,9 +1,9 @@
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/DecimalDigits.h"
+#include "core/data-store/numbers/DecimalDigits.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/dictionary/IntegerText.h"
+#include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/dictionary/Prefixes.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 

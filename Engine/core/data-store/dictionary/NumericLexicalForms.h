@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/data-store/dictionary/ResourceValue.h"
-#include "core/data-store/dictionary/XSDDecimal.h"
+#include "core/data-store/numbers/XSDDecimal.h"
 
 #include <cstddef>
 #include <cstdint>

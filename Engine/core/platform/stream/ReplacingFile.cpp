@@ -68,11 +68,14 @@ int openAndLock(const std::string& fileName, mode_t permissions) {
 }
 
 /// A temporary file that is removed and closed again unless it is handed over.
-class TemporaryFile : private Unmovable {
+class TemporaryFile {
 
 public:
 
     TemporaryFile(const std::string& fileName, mode_t permissions) : m_fileName(fileName), m_fileDescriptor(openAndLock(fileName, permissions)) { }
+
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     ~TemporaryFile() {
         if (m_isOurs)

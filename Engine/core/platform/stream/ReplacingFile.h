@@ -1,7 +1,6 @@
 #pragma once
 
 #include "core/platform/stream/FileOutputStream.h"
-#include "core/platform/system/Unmovable.h"
 
 #include <memory>
 #include <string>
@@ -16,7 +15,7 @@ namespace kavix {
 /// The new content goes to a temporary file beside the target (its name with ".unfinished" behind it), which is synchronised,
 /// renamed over the target, and its folder synchronised. The temporary file is locked from the beginning, so there is one
 /// writer at a time; what a killed writer left behind is taken over by the next one. One thread at a time.
-class ReplacingFile : private Unmovable {
+class ReplacingFile {
 
 public:
 
@@ -24,6 +23,10 @@ public:
     /// @throws SystemCallException  another process or object is writing this file, it is no regular file, or the folder cannot
     ///                              be written: nothing is left behind
     explicit ReplacingFile(const std::string& fileName);
+
+    ReplacingFile(const ReplacingFile&) = delete;
+
+    ReplacingFile& operator=(const ReplacingFile&) = delete;
 
     /// Removes the temporary file unless it was committed. Never throws.
     ~ReplacingFile();

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kavix {
+
+/// How wide a dictionary stores resource IDs. 32 bits save memory for decimals and allow 2^32 - 2 IDs.
+enum class ResourceIDWidth : uint8_t { BITS_32 = 32, BITS_64 = 64 };
+
+}

@@ -1,0 +1,323 @@
+#include "core/data-store/embedding/Dictionary.h"
+
+#include "core/data-store/dictionary/ComponentInfo.h"
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DecimalRecord.h"
+#include "core/data-store/dictionary/DictionaryCompactionState.h"
+#include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/platform/collections/ThreadSlots.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/system/SpinWait.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace kavix {
+
+namespace {
+
+uint64_t checkMaxResourceID(const Dictionary::Options& options) {
+    const bool isNarrow = options.resourceIDWidth == ResourceIDWidth::BITS_32;
+    if (options.maxResourceID == 0)
+        return isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::DEFAULT_RESOURCE_ID_64;
+    const uint64_t maximum = isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::MAX_RESOURCE_ID_64;
+    if (options.maxResourceID < Dictionary::MIN_MAX_RESOURCE_ID || options.maxResourceID > maximum)
+        Errors::throwInvalidOption("maxResourceID", options.maxResourceID, Dictionary::MIN_MAX_RESOURCE_ID, maximum);
+    return options.maxResourceID;
+}
+
+}
+
+uint64_t Dictionary::getMaximumDataPoolSize(uint64_t maxResourceID) noexcept {
+    // Room for a record of every resource, and more than as much again for what contexts leave unused of their chunks; but
+    // for the largest numbers of resources the address space has room only if chunks are used up.
+    constexpr uint64_t BYTES_PER_RESOURCE = 40;
+    constexpr uint64_t MINIMUM_SIZE = uint64_t(1) << 30;
+    constexpr uint64_t MAXIMUM_SIZE = uint64_t(1) << 45;
+    static_assert(MAXIMUM_SIZE / MAX_RESOURCE_ID_64 > DecimalRecord<unsigned long>::SIZE);
+    return std::min(MAXIMUM_SIZE, MINIMUM_SIZE + maxResourceID * BYTES_PER_RESOURCE);
+}
+
+const DictionaryDatatypeInspector& Dictionary::getInspector(uint8_t datatypeID) {
+    const DictionaryDatatypeInspector* const inspector = DictionaryDatatypeInspector::tryGetInspector(datatypeID);
+    if (inspector == nullptr)
+        Errors::throwUnknownDatatypeID(datatypeID);
+    return *inspector;
+}
+
+Dictionary::Dictionary(const Options& options) :
+    m_resourceIDWidth(options.resourceIDWidth),
+    m_maxResourceID(checkMaxResourceID(options)),
+    m_memoryManager(options.memoryBudgetBytes, options.useHugePages),
+    m_nextResourceID(FIRST_RESOURCE_ID),
+    m_resourceData(m_memoryManager),
+    m_resourceDatatypeIDs(m_memoryManager),
+    m_dataPool(m_memoryManager),
+    m_dictionaryDatatypesByID(),
+    m_batchesByID(),
+    m_snapshotBeforeTransaction(EVERYTHING)
+{
+    registerBuiltInDatatypeFamilies();
+    m_resourceData.initialize(m_maxResourceID);
+    m_resourceDatatypeIDs.initialize(m_maxResourceID);
+    m_dataPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
+    for (const DictionaryDatatypeFactory* factory : DictionaryDatatypeFactory::getFactories()) {
+        std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory->createDictionaryDatatype(m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData, m_resourceDatatypeIDs, m_dataPool);
+        dictionaryDatatype->initialize(m_maxResourceID, 0);
+        DictionaryDatatypeBatches* batches = dynamic_cast<DictionaryDatatypeBatches*>(dictionaryDatatype.get());
+        if (batches == nullptr)
+            batches = m_oneAtATimeBatches.emplace_back(std::make_unique<OneAtATimeBatches>(*dictionaryDatatype)).get();
+        for (const auto& [datatypeID, datatypeIRI] : factory->getDatatypeIDsAndIRIs()) {
+            m_dictionaryDatatypesByID[datatypeID] = dictionaryDatatype.get();
+            m_batchesByID[datatypeID] = batches;
+        }
+        m_dictionaryDatatypes.push_back(std::move(dictionaryDatatype));
+    }
+}
+
+Dictionary::~Dictionary() = default;
+
+uint8_t Dictionary::getDatatypeID(std::string_view datatypeIRI) {
+    registerBuiltInDatatypeFamilies();
+    const uint8_t datatypeID = DictionaryDatatypeFactory::tryGetDatatypeID(datatypeIRI);
+    if (datatypeID == D_NONE)
+        Errors::throwUnknownDatatype(std::string(datatypeIRI));
+    return datatypeID;
+}
+
+std::string_view Dictionary::getDatatypeIRI(uint8_t datatypeID) {
+    registerBuiltInDatatypeFamilies();
+    const std::string_view datatypeIRI = DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID);
+    if (datatypeIRI.empty())
+        Errors::throwUnknownDatatypeID(datatypeID);
+    return datatypeIRI;
+}
+
+DictionaryDatatype& Dictionary::getDictionaryDatatype(uint8_t datatypeID) const {
+    DictionaryDatatype* const dictionaryDatatype = m_dictionaryDatatypesByID[datatypeID];
+    if (dictionaryDatatype == nullptr)
+        Errors::throwUnknownDatatypeID(datatypeID);
+    return *dictionaryDatatype;
+}
+
+uint64_t Dictionary::doResolve(DictionaryUsageContext* context, std::string_view lexicalForm, uint8_t datatypeID) {
+    DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(datatypeID);
+    ThreadSlots::ensureSlot();
+    return dictionaryDatatype.resolveResource(context, lexicalForm.data(), lexicalForm.size(), datatypeID);
+}
+
+uint64_t Dictionary::doResolve(DictionaryUsageContext* context, const ResourceValue& value) {
+    DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(value.datatypeID);
+    getInspector(value.datatypeID).checkBinaryValue(value);
+    ThreadSlots::ensureSlot();
+    return dictionaryDatatype.resolveResource(context, value);
+}
+
+namespace {
+
+/// The stay of one single value inside the gate.
+class SingleEntry : private Unmovable {
+
+public:
+
+    explicit SingleEntry(WriterGate& gate) noexcept : m_gate(gate) { }
+
+    ~SingleEntry() { m_gate.leaveSingle(); }
+
+private:
+
+    WriterGate& m_gate;
+
+};
+
+}
+
+uint64_t Dictionary::resolve(std::string_view lexicalForm, uint8_t datatypeID) {
+    enterSingle();
+    const SingleEntry entry(m_writerGate);
+    return doResolve(nullptr, lexicalForm, datatypeID);
+}
+
+uint64_t Dictionary::resolve(const ResourceValue& value) {
+    enterSingle();
+    const SingleEntry entry(m_writerGate);
+    return doResolve(nullptr, value);
+}
+
+uint64_t Dictionary::tryResolve(std::string_view lexicalForm, uint8_t datatypeID, const Snapshot& snapshot) const {
+    const DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(datatypeID);
+    ThreadSlots::ensureSlot();
+    return dictionaryDatatype.tryResolveResource(snapshot, lexicalForm.data(), lexicalForm.size(), datatypeID);
+}
+
+uint64_t Dictionary::tryResolve(const ResourceValue& value, const Snapshot& snapshot) const {
+    const DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(value.datatypeID);
+    getInspector(value.datatypeID).checkBinaryValue(value);
+    ThreadSlots::ensureSlot();
+    return dictionaryDatatype.tryResolveResource(snapshot, value);
+}
+
+uint8_t Dictionary::tryGetResourceDatatypeID(uint64_t resourceID) const noexcept {
+    if (resourceID >= m_resourceDatatypeIDs.getEnd())
+        return D_NONE;
+    // Acquire. Pairs with the release by which a resource is published: whoever sees its datatype sees its data word. An
+    // ID that was given out but never used, or not yet, has no datatype.
+    return m_resourceDatatypeIDs[resourceID].load(std::memory_order_acquire);
+}
+
+uint8_t Dictionary::getResourceDatatypeID(uint64_t resourceID) const {
+    const uint8_t datatypeID = tryGetResourceDatatypeID(resourceID);
+    if (datatypeID == D_NONE)
+        Errors::throwUnknownResourceID(resourceID);
+    return datatypeID;
+}
+
+ResourceValue Dictionary::getValue(uint64_t resourceID) const {
+    const uint8_t datatypeID = getResourceDatatypeID(resourceID);
+    ResourceValue value;
+    getDictionaryDatatype(datatypeID).getResource(resourceID, datatypeID, value);
+    return value;
+}
+
+std::string Dictionary::getLexicalForm(uint64_t resourceID) const {
+    const uint8_t datatypeID = getResourceDatatypeID(resourceID);
+    std::string lexicalForm;
+    getDictionaryDatatype(datatypeID).getResource(resourceID, datatypeID, lexicalForm);
+    return lexicalForm;
+}
+
+std::string Dictionary::getTurtleLiteral(uint64_t resourceID, const Prefixes& prefixes) const {
+    const ResourceValue value = getValue(resourceID);
+    std::string literal;
+    DictionaryDatatypeFactory::tryGetFactory(value.datatypeID)->appendTurtleLiteral(value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize, prefixes, literal);
+    return literal;
+}
+
+void Dictionary::enterSingle() {
+    constexpr unsigned MAX_TIMES_TO_GIVE_WAY = 64;
+    SpinWait wait;
+    for (unsigned attempts = 0; !m_writerGate.tryEnterSingle(attempts < MAX_TIMES_TO_GIVE_WAY); ++attempts) {
+        if (m_writerGate.isInTransaction())
+            Errors::throwTransactionRuns();
+        wait.step(); // ends when whoever closed the gate for a moment, or waits to, has done so
+    }
+}
+
+bool Dictionary::tryCloseGate() const noexcept {
+    m_writerGate.beginWaitingToClose();
+    SpinWait wait;
+    bool isClosed = m_writerGate.tryClose();
+    while (!isClosed && !m_writerGate.isInTransaction()) {
+        wait.step(); // ends when the single values under way have been entered
+        isClosed = m_writerGate.tryClose();
+    }
+    m_writerGate.endWaitingToClose();
+    return isClosed;
+}
+
+Dictionary::Snapshot Dictionary::getCounters() const noexcept {
+    // Relaxed: nobody enters values while the gate is closed.
+    return Snapshot(m_nextResourceID.load(std::memory_order_relaxed), m_dataPool.getEnd());
+}
+
+Dictionary::Snapshot Dictionary::takeSnapshot() const noexcept {
+    if (!tryCloseGate()) {
+        const std::lock_guard<SpinLock> lock(m_snapshotLock);
+        return m_snapshotBeforeTransaction;
+    }
+    const Snapshot snapshot = getCounters();
+    m_writerGate.open();
+    return snapshot;
+}
+
+uint64_t Dictionary::beginTransaction() {
+    ThreadSlots::ensureSlot();
+    if (!tryCloseGate())
+        Errors::throwTransactionRuns();
+    const Snapshot snapshot = getCounters();
+    {
+        const std::lock_guard<SpinLock> lock(m_snapshotLock);
+        m_snapshotBeforeTransaction = snapshot;
+    }
+    m_writerGate.beginTransaction();
+    return snapshot.first;
+}
+
+void Dictionary::endTransaction() noexcept {
+    m_writerGate.open();
+}
+
+void Dictionary::removeEverything() {
+    // A compaction that keeps nothing needs no memory, so this cannot fail.
+    const DictionaryCompactionState nothing(m_memoryManager, 0);
+    for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
+        dictionaryDatatype->finishCompact(nothing);
+    m_resourceData.truncate(0);
+    m_resourceDatatypeIDs.truncate(0);
+    m_dataPool.clear();
+    m_nextResourceID.store(FIRST_RESOURCE_ID, std::memory_order_relaxed); // relaxed: nobody else is inside
+}
+
+void Dictionary::deleteResourcesFrom(uint64_t firstResourceID) {
+    ThreadSlots::ensureSlot();
+    const Snapshot snapshot = getCounters();
+    const uint64_t end = std::min<uint64_t>(snapshot.first, m_resourceDatatypeIDs.getEnd());
+    for (uint64_t resourceID = firstResourceID; resourceID < end; ++resourceID) {
+        const uint8_t datatypeID = tryGetResourceDatatypeID(resourceID);
+        if (datatypeID != D_NONE) {
+            getDictionaryDatatype(datatypeID).deleteUncommittedResourceID(snapshot, resourceID, datatypeID);
+            // Relaxed: no snapshot reaches this resource. Without a datatype it does not exist for anybody.
+            m_resourceDatatypeIDs[resourceID].store(D_NONE, std::memory_order_relaxed);
+        }
+    }
+}
+
+void Dictionary::setMemoryBudget(uint64_t memoryBudgetBytes) {
+    if (!m_memoryManager.trySetTotalBytes(memoryBudgetBytes))
+        Errors::throwMemoryBudgetInUse(memoryBudgetBytes, getUsedBytes());
+}
+
+uint64_t Dictionary::getMemoryBudgetBytes() const noexcept {
+    return m_memoryManager.getTotalBytes();
+}
+
+uint64_t Dictionary::getUsedBytes() const noexcept {
+    return m_memoryManager.getChargedBytes();
+}
+
+std::array<uint64_t, 256> Dictionary::countResourcesByDatatypeID() const {
+    std::array<uint64_t, 256> counts{};
+    // Relaxed: the figure is exact only while nobody resolves, and then any order sees everything.
+    const uint64_t end = std::min<uint64_t>(m_nextResourceID.load(std::memory_order_relaxed), m_resourceDatatypeIDs.getEnd());
+    for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < end; ++resourceID)
+        ++counts[m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed)];
+    counts[D_NONE] = 0; // IDs given out and not used
+    return counts;
+}
+
+std::unique_ptr<ComponentInfo> Dictionary::getComponentInfo() const {
+    auto root = std::make_unique<ComponentInfo>("Dictionary");
+    for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
+        root->getChildren().push_back(dictionaryDatatype->getComponentInfo());
+    return root;
+}
+
+StoreContents Dictionary::getContents() const noexcept {
+    const Snapshot counters = getCounters();
+    const uint64_t end = std::min<uint64_t>({counters.first, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
+    return StoreContents{m_resourceIDWidth == ResourceIDWidth::BITS_32, end, m_resourceData.getData(), m_resourceDatatypeIDs.getData(), m_dataPool.getBase(), counters.second};
+}
+
+std::vector<TableStatistics> Dictionary::getTableStatistics() const {
+    std::vector<TableStatistics> statistics;
+    const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
+    for (size_t index = 0; index < m_dictionaryDatatypes.size(); ++index) {
+        const std::vector<TableStatistics> ofFamily = getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first).getTableStatistics(*m_dictionaryDatatypes[index], getContents());
+        statistics.insert(statistics.end(), ofFamily.begin(), ofFamily.end());
+    }
+    return statistics;
+}
+
+}

@@ -1,0 +1,76 @@
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/dictionary/DictionaryCompactionState.h"
+#include "core/platform/collections/ThreadSlots.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kavix {
+
+namespace {
+
+/// The gate, closed for a maintenance operation.
+class ClosedGate : private Unmovable {
+
+public:
+
+    explicit ClosedGate(WriterGate& gate) noexcept : m_gate(gate) { }
+
+    ~ClosedGate() { m_gate.open(); }
+
+private:
+
+    WriterGate& m_gate;
+
+};
+
+/// Copies the records of the kept resources into a new pool and lets the entries name them there.
+void moveRecords(DictionaryCompactionState& state, const DataPool& oldPool, DataPool& newPool) {
+    for (CompactionEntry& entry : state)
+        if (entry.isInline == 0) {
+            uint64_t end;
+            const uint64_t newOffset = newPool.allocate(entry.dataSize, end);
+            std::memcpy(newPool.getBase() + newOffset, oldPool.getBase() + entry.data, entry.dataSize);
+            entry.data = newOffset;
+        }
+}
+
+}
+
+std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t resourceID)>& isKept) {
+    ThreadSlots::ensureSlot();
+    if (!tryCloseGate())
+        Errors::throwTransactionRuns();
+    const ClosedGate gate(m_writerGate);
+
+    // Everything that can fail comes first and touches nothing that is in use.
+    const uint64_t oldEnd = getContents().m_nextResourceID;
+    std::vector<uint64_t> newResourceIDs(getCounters().first, 0);
+    uint64_t nextNewResourceID = FIRST_RESOURCE_ID;
+    for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < oldEnd; ++resourceID)
+        if (tryGetResourceDatatypeID(resourceID) != D_NONE && isKept(resourceID))
+            newResourceIDs[resourceID] = nextNewResourceID++;
+    DictionaryCompactionState state(m_memoryManager, nextNewResourceID - FIRST_RESOURCE_ID);
+    for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < oldEnd; ++resourceID)
+        if (newResourceIDs[resourceID] != 0)
+            getDictionaryDatatype(tryGetResourceDatatypeID(resourceID)).prepareCompact(resourceID, newResourceIDs[resourceID], state);
+    DataPool newPool(m_memoryManager);
+    newPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
+    moveRecords(state, m_dataPool, newPool);
+    std::sort(state.begin(), state.end(), [](const CompactionEntry& first, const CompactionEntry& second) {
+        return first.datatypeID != second.datatypeID ? first.datatypeID < second.datatypeID : first.newResourceID < second.newResourceID;
+    });
+
+    // From here on nothing fails: new IDs lie in committed memory, and tables only shrink.
+    m_dataPool.swapContents(newPool);
+    for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
+        dictionaryDatatype->finishCompact(state);
+    m_resourceData.truncate(nextNewResourceID);
+    m_resourceDatatypeIDs.truncate(nextNewResourceID);
+    m_nextResourceID.store(nextNewResourceID, std::memory_order_relaxed); // relaxed: nobody else is inside
+    return newResourceIDs;
+}
+
+}

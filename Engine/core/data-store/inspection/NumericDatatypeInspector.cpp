@@ -1,0 +1,223 @@
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
+
+#include "core/data-store/dictionary/DatatypeIRIs.h"
+#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/inspection/NumericDatatypeVerifier.h"
+#include "core/data-store/numbers/XSDDecimal.h"
+#include "core/platform/collections/ParallelHashTableImpl.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/stream/InputStream.h"
+
+#include <algorithm>
+#include <bit>
+#include <string>
+
+namespace kavix {
+
+namespace {
+
+enum class BinaryValueStatus { VALID, NO_DATA, WRONG_SIZE, NOT_NORMALISED, OUT_OF_RANGE };
+
+constexpr uint64_t getBinarySize(uint8_t datatypeID) noexcept {
+    return datatypeID == D_XSD_DECIMAL ? sizeof(XSDDecimal) : sizeof(int64_t);
+}
+
+BinaryValueStatus classifyBinaryValue(const ResourceValue& value) noexcept {
+    if (value.data == nullptr) [[unlikely]]
+        return BinaryValueStatus::NO_DATA;
+    if (value.dataSize != getBinarySize(value.datatypeID)) [[unlikely]]
+        return BinaryValueStatus::WRONG_SIZE;
+    if (value.datatypeID == D_XSD_DECIMAL) {
+        const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
+        return XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits()) ? BinaryValueStatus::VALID : BinaryValueStatus::NOT_NORMALISED;
+    }
+    const int64_t integer = value.getBinaryValue<int64_t>();
+    const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(value.datatypeID);
+    return info.minimum <= integer && integer <= info.maximum ? BinaryValueStatus::VALID : BinaryValueStatus::OUT_OF_RANGE;
+}
+
+}
+
+const NumericDatatypeInspector s_NumericDatatypeInspector;
+
+NumericDatatypeInspector::NumericDatatypeInspector() :
+    DictionaryDatatypeInspector({D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_NON_NEGATIVE_INTEGER, D_XSD_NON_POSITIVE_INTEGER, D_XSD_NEGATIVE_INTEGER, D_XSD_POSITIVE_INTEGER, D_XSD_LONG, D_XSD_INT, D_XSD_SHORT, D_XSD_BYTE, D_XSD_UNSIGNED_LONG, D_XSD_UNSIGNED_INT, D_XSD_UNSIGNED_SHORT, D_XSD_UNSIGNED_BYTE})
+{
+}
+
+void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) const {
+    switch (classifyBinaryValue(value)) {
+    case BinaryValueStatus::VALID:
+        return;
+    case BinaryValueStatus::NO_DATA:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "it has no data");
+    case BinaryValueStatus::WRONG_SIZE:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "it has " + std::to_string(value.dataSize) + " bytes instead of " + std::to_string(getBinarySize(value.datatypeID)));
+    case BinaryValueStatus::NOT_NORMALISED:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "the decimal is not normalised, or has more than 19 fraction digits");
+    case BinaryValueStatus::OUT_OF_RANGE:
+        Errors::throwInvalidBinaryValue(value.datatypeID, "the value " + std::to_string(value.getBinaryValue<int64_t>()) + " is not in the range of the datatype");
+    }
+}
+
+size_t NumericDatatypeInspector::countValidBinaryValues(std::span<const ResourceValue> values) const noexcept {
+    return static_cast<size_t>(std::find_if(values.begin(), values.end(), [](const ResourceValue& value) { return classifyBinaryValue(value) != BinaryValueStatus::VALID; }) - values.begin());
+}
+
+namespace {
+
+/// Reads an image without loading it.
+class ImageChecker {
+
+public:
+
+    ImageChecker(InputStream& input, const ImageLimits& limits, const ProblemReport& report) : m_input(input), m_limits(limits), m_report(report), m_remainingBytes(limits.m_length), m_remainingBudget(limits.m_freeBytes) { }
+
+    void check() {
+        if (!checkHeader("NumericDatatype"))
+            return;
+        const uint64_t maxResourceID = readNumber<uint64_t>();
+        const uint64_t maxResourceIDForBlocks = readNumber<uint64_t>();
+        if (maxResourceID != m_limits.m_maxResourceID || maxResourceIDForBlocks != maxResourceID - DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE)
+            m_report("the image's bounds of resource IDs, " + std::to_string(maxResourceID) + " and " + std::to_string(maxResourceIDForBlocks) + ", do not agree with the store's, " + std::to_string(m_limits.m_maxResourceID));
+        bool isSound = checkTable("xsd:decimal", DECIMAL_BUCKET_SIZE);
+        for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos)
+            isSound = isSound && checkTable(info.datatypeIRI.substr(sizeof(XSD_NAMESPACE) - 1).insert(0, "xsd:"), INTEGER_BUCKET_SIZE);
+        if (isSound && m_remainingBytes != 0)
+            m_report("the image is longer than its tables");
+    }
+
+private:
+
+    static constexpr uint64_t DECIMAL_BUCKET_SIZE = 8;
+    static constexpr uint64_t INTEGER_BUCKET_SIZE = 16;
+    static constexpr uint64_t MAX_NUMBER_OF_BUCKETS = uint64_t(1) << 40;
+
+    void read(void* data, uint64_t numberOfBytes) {
+        if (numberOfBytes > m_remainingBytes) {
+            m_report("the image is shorter than its tables");
+            Errors::throwPrematureEndOfFile();
+        }
+        readExactly(m_input, data, numberOfBytes);
+        m_remainingBytes -= numberOfBytes;
+    }
+
+    template<typename T>
+    T readNumber() {
+        T number;
+        read(&number, sizeof(number));
+        return number;
+    }
+
+    bool checkHeader(const std::string& header) {
+        std::string found;
+        if (readNumber<uint64_t>() == header.size()) {
+            found.resize(header.size());
+            read(found.data(), found.size());
+        }
+        if (found != header)
+            m_report("the image has no header '" + header + "' where it should");
+        return found == header;
+    }
+
+    /// Returns whether the next table can be found behind this one.
+    bool checkTable(const std::string& datatypeName, uint64_t bucketSize) {
+        const auto report = [this, &datatypeName](const std::string& problem) { m_report("table of " + datatypeName + ": " + problem); };
+        if (!checkHeader("ParallelHashTable"))
+            return false;
+        const uint64_t numberOfBuckets = readNumber<uint64_t>();
+        const uint64_t resizeThreshold = readNumber<uint64_t>();
+        const uint64_t usedCount = readNumber<uint64_t>();
+        const uint64_t deletedCount = readNumber<uint64_t>();
+        uint64_t freeReservations = 0;
+        for (size_t slot = 0; slot < NUMBER_OF_THREAD_SLOTS; ++slot)
+            freeReservations += readNumber<uint32_t>();
+        if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < 1024 || numberOfBuckets > MAX_NUMBER_OF_BUCKETS) {
+            report(std::to_string(numberOfBuckets) + " buckets are not possible");
+            return false;
+        }
+        if (resizeThreshold != static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * 0.7))
+            report("the threshold " + std::to_string(resizeThreshold) + " does not belong to " + std::to_string(numberOfBuckets) + " buckets");
+        // More reserved buckets than the threshold allows would let threads fill the table until no search in it ends.
+        if (usedCount > resizeThreshold || deletedCount > usedCount || freeReservations > usedCount - deletedCount)
+            report("the counts of used (" + std::to_string(usedCount) + "), deleted (" + std::to_string(deletedCount) + ") and reserved buckets (" + std::to_string(freeReservations) + ") are not possible");
+        const uint64_t maximumNumberOfItems = readNumber<uint64_t>();
+        const uint64_t end = maximumNumberOfItems == 0 ? 0 : readNumber<uint64_t>();
+        if (maximumNumberOfItems > MAX_NUMBER_OF_BUCKETS || end > maximumNumberOfItems || end < numberOfBuckets) {
+            report("its region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) + " buckets does not hold " + std::to_string(numberOfBuckets) + " buckets");
+            return false;
+        }
+        const uint64_t size = end * bucketSize;
+        if (size > m_remainingBytes) {
+            report("its buckets take more bytes than the image has");
+            return false;
+        }
+        if (size > m_remainingBudget)
+            Errors::throwOutOfMemory(m_limits.m_freeBytes, m_remainingBudget, size);
+        m_remainingBudget -= size;
+        m_remainingBytes -= size;
+        m_input.skip(size);
+        return true;
+    }
+
+    InputStream& m_input;
+    const ImageLimits& m_limits;
+    const ProblemReport& m_report;
+    uint64_t m_remainingBytes;
+    uint64_t m_remainingBudget;
+
+};
+
+template<typename Policy>
+TableStatistics collectStatistics(const ParallelHashTable<Policy>& table, const Policy& policy, uint8_t datatypeID) {
+    using Table = ParallelHashTable<Policy>;
+    TableStatistics statistics{};
+    statistics.m_datatypeID = datatypeID;
+    statistics.m_numberOfBuckets = table.getNumberOfBuckets();
+    statistics.m_deletedBuckets = table.getDeletedCount();
+    statistics.m_reservedBuckets = table.getNumberOfReservedBuckets();
+    statistics.m_committedBytes = table.getCommittedBytes();
+    const size_t mask = statistics.m_numberOfBuckets - 1;
+    for (size_t index = 0; index < statistics.m_numberOfBuckets; ++index) {
+        const typename Policy::Bucket& bucket = table.getBuckets()[index];
+        const typename Policy::KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
+        if (keyWord == Table::EMPTY || keyWord >= Table::DELETED)
+            continue;
+        const uint64_t probeLength = ((index - policy.getEntryHash(bucket, keyWord)) & mask) + 1;
+        ++statistics.m_liveBuckets;
+        statistics.m_totalProbeLength += probeLength;
+        statistics.m_maxProbeLength = std::max(statistics.m_maxProbeLength, probeLength);
+    }
+    return statistics;
+}
+
+template<typename ResourceID>
+std::vector<TableStatistics> collectStatistics(const NumericDatatype<ResourceID>& dictionary) {
+    std::vector<TableStatistics> statistics;
+    statistics.push_back(collectStatistics(dictionary.getDecimalTable(), dictionary.getDecimalTable().getPolicy(), D_XSD_DECIMAL));
+    for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
+        statistics.push_back(collectStatistics(dictionary.getIntegerTable(datatypeID), dictionary.getIntegerTable(datatypeID).getPolicy(), datatypeID));
+    return statistics;
+}
+
+}
+
+void NumericDatatypeInspector::checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const {
+    ImageChecker(input, limits, report).check();
+}
+
+void NumericDatatypeInspector::verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const {
+    if (contents.m_use32BitResourceIDs)
+        NumericDatatypeVerifier<unsigned int>(static_cast<const NumericDatatype<unsigned int>&>(dictionary), contents, report).verify();
+    else
+        NumericDatatypeVerifier<unsigned long>(static_cast<const NumericDatatype<unsigned long>&>(dictionary), contents, report).verify();
+}
+
+std::vector<TableStatistics> NumericDatatypeInspector::getTableStatistics(const DictionaryDatatype& dictionary, const StoreContents& contents) const {
+    if (contents.m_use32BitResourceIDs)
+        return collectStatistics(static_cast<const NumericDatatype<unsigned int>&>(dictionary));
+    return collectStatistics(static_cast<const NumericDatatype<unsigned long>&>(dictionary));
+}
+
+}

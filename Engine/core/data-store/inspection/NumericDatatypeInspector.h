@@ -1,0 +1,28 @@
+#pragma once
+
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+
+namespace kavix {
+
+/// The checks and figures of the numeric family.
+class NumericDatatypeInspector : public DictionaryDatatypeInspector {
+
+public:
+
+    NumericDatatypeInspector();
+
+    void checkBinaryValue(const ResourceValue& value) const override;
+
+    size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept override;
+
+    void checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const override;
+
+    void verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const override;
+
+    std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype& dictionary, const StoreContents& contents) const override;
+
+};
+
+extern const NumericDatatypeInspector s_NumericDatatypeInspector;
+
+}

@@ -1,0 +1,276 @@
+#include "core/data-store/repair/StoreRepair.h"
+
+#include "core/data-store/dictionary/DataPool.h"
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/dictionary/Prefixes.h"
+#include "core/data-store/embedding/Restoration.h"
+#include "core/data-store/numbers/XSDDecimal.h"
+#include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/errors/KavixException.h"
+#include "core/platform/errors/SystemCallException.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <string_view>
+
+namespace kavix {
+
+namespace {
+
+constexpr std::string_view TABLE_BEGINNING("\x11\0\0\0\0\0\0\0ParallelHashTable", 25);
+
+// Offsets in a table, in bytes: the number of buckets; the capacity and the end of the region; the buckets.
+constexpr uint64_t NUMBER_OF_BUCKETS_OFFSET = 25;
+constexpr uint64_t CAPACITY_OFFSET = NUMBER_OF_BUCKETS_OFFSET + 4 * 8 + 256 * 4;
+constexpr uint64_t END_OFFSET = CAPACITY_OFFSET + 8;
+constexpr uint64_t BUCKETS_OFFSET = END_OFFSET + 8;
+
+// Header and bounds of an image stand before its tables.
+constexpr uint64_t TABLES_OFFSET = 8 + 15 + 8 + 8;
+
+template<typename T>
+T readNumber(const uint8_t* bytes) {
+    T number;
+    std::memcpy(&number, bytes, sizeof(number));
+    return number;
+}
+
+uint64_t getBucketSize(uint8_t datatypeID) {
+    return datatypeID == D_XSD_DECIMAL ? 8 : 16;
+}
+
+std::string getDatatypeName(uint8_t datatypeID) {
+    if (!isNumericDatatype(datatypeID))
+        return "the unknown datatype ID " + std::to_string(datatypeID);
+    const std::string_view datatypeIRI = DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID);
+    std::string name;
+    Prefixes::s_defaultPrefixes.encodeIRI(datatypeIRI.data(), datatypeIRI.size(), name);
+    return name;
+}
+
+// The hashes do not depend on the width.
+using IntegerPolicy = NumericDatatype<unsigned int>::IntegerPolicy;
+using DecimalPolicy = NumericDatatype<unsigned int>::DecimalPolicy;
+
+}
+
+StoreRepair::StoreRepair(const DamagedStore& store, bool isTakingUnconfirmed) :
+    m_store(store),
+    m_isTakingUnconfirmed(isTakingUnconfirmed),
+    m_areArraysSound(store.getSection(DamagedStore::DATATYPE_IDS).m_isSound && store.getSection(DamagedStore::RESOURCE_DATA).m_isSound),
+    m_isPoolSound(store.getSection(DamagedStore::DATA_POOL).m_isSound),
+    m_resourceIDSize(store.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? 4 : 8),
+    m_areTablesSound(store.getSection(DamagedStore::DICTIONARY).m_isSound),
+    m_tableDatatypeIDs(store.getNextResourceID(), D_NONE),
+    m_tableData(store.getNextResourceID(), 0),
+    m_isReachable(store.getNextResourceID(), false),
+    m_isContradicted(store.getNextResourceID(), false)
+{
+    registerBuiltInDatatypeFamilies();
+    readTables();
+}
+
+uint64_t StoreRepair::readResourceID(const uint8_t* bytes) const {
+    return m_resourceIDSize == 4 ? readNumber<uint32_t>(bytes) : readNumber<uint64_t>(bytes);
+}
+
+const uint8_t* StoreRepair::tryGetRecord(uint64_t offset) const {
+    const DamagedStore::Section& pool = m_store.getSection(DamagedStore::DATA_POOL);
+    const uint64_t size = m_store.getRecordSize();
+    if (offset < DataPool::FIRST_OFFSET || pool.m_length < size || offset - DataPool::FIRST_OFFSET > pool.m_length - size)
+        return nullptr;
+    return pool.m_data + (offset - DataPool::FIRST_OFFSET);
+}
+
+void StoreRepair::readTables() {
+    uint64_t position = TABLES_OFFSET;
+    for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
+        const uint64_t length = readTable(position, datatypeID);
+        if (length == 0) {
+            m_areTablesSound = false; // whatever the checksum: where the next one begins is not known either
+            return;
+        }
+        position += length;
+    }
+}
+
+uint64_t StoreRepair::readTable(uint64_t position, uint8_t datatypeID) {
+    const DamagedStore::Section& image = m_store.getSection(DamagedStore::DICTIONARY);
+    if (image.m_length < BUCKETS_OFFSET || position > image.m_length - BUCKETS_OFFSET)
+        return 0;
+    const uint8_t* const table = image.m_data + position;
+    if (std::memcmp(table, TABLE_BEGINNING.data(), TABLE_BEGINNING.size()) != 0)
+        return 0;
+    const uint64_t numberOfBuckets = readNumber<uint64_t>(table + NUMBER_OF_BUCKETS_OFFSET);
+    const uint64_t end = readNumber<uint64_t>(table + END_OFFSET);
+    if (end > (image.m_length - position - BUCKETS_OFFSET) / getBucketSize(datatypeID))
+        return 0;
+    if (std::has_single_bit(numberOfBuckets) && numberOfBuckets <= end)
+        readBuckets(table + BUCKETS_OFFSET, numberOfBuckets, datatypeID);
+    return BUCKETS_OFFSET + end * getBucketSize(datatypeID);
+}
+
+bool StoreRepair::isEmptyBucket(const uint8_t* bucket, uint8_t datatypeID) const {
+    return (datatypeID == D_XSD_DECIMAL ? readNumber<uint64_t>(bucket) : readResourceID(bucket)) == 0;
+}
+
+bool StoreRepair::tryReadBucket(const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const {
+    if (datatypeID == D_XSD_DECIMAL) {
+        const uint64_t offset = readNumber<uint64_t>(bucket);
+        const uint8_t* const record = tryGetRecord(offset); // marks are no offsets
+        if (record == nullptr)
+            return false;
+        resourceID = readResourceID(record);
+        claim = Claim{datatypeID, offset};
+        hash = DecimalPolicy::getHash(XSDDecimal::fromNormalisedFields(readNumber<int64_t>(record + m_resourceIDSize), record[m_resourceIDSize + sizeof(int64_t)]));
+    } else {
+        resourceID = readResourceID(bucket);
+        const int64_t value = readNumber<int64_t>(bucket + 8);
+        claim = Claim{datatypeID, static_cast<uint64_t>(value)};
+        hash = IntegerPolicy::getHash(value);
+    }
+    return resourceID != 0 && resourceID < m_store.getNextResourceID(); // marks are not below
+}
+
+void StoreRepair::readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, uint8_t datatypeID) {
+    const uint64_t size = getBucketSize(datatypeID);
+    const uint64_t mask = numberOfBuckets - 1;
+    // Behind an empty bucket, so that at each bucket it is known how far back the last empty one is.
+    uint64_t begin = 0;
+    while (begin < numberOfBuckets && !isEmptyBucket(buckets + begin * size, datatypeID))
+        ++begin;
+    const bool hasEmptyBucket = begin < numberOfBuckets;
+    uint64_t distance = 0;
+    for (uint64_t step = 1; step <= numberOfBuckets; ++step) {
+        const uint64_t index = (begin + step) & mask;
+        const uint8_t* const bucket = buckets + index * size;
+        distance = isEmptyBucket(bucket, datatypeID) ? 0 : distance + 1;
+        uint64_t resourceID;
+        uint64_t hash;
+        Claim claim;
+        if (distance == 0 || !tryReadBucket(bucket, datatypeID, resourceID, claim, hash))
+            continue;
+        if (m_tableDatatypeIDs[resourceID] != D_NONE) {
+            m_isContradicted[resourceID] = true;
+            continue;
+        }
+        m_tableDatatypeIDs[resourceID] = claim.m_datatypeID;
+        m_tableData[resourceID] = claim.m_data;
+        m_isReachable[resourceID] = hasEmptyBucket && ((index - hash) & mask) < distance;
+    }
+}
+
+StoreRepair::Claim StoreRepair::getArrayClaim(uint64_t resourceID) const {
+    return Claim{m_store.getSection(DamagedStore::DATATYPE_IDS).m_data[resourceID], readNumber<uint64_t>(m_store.getSection(DamagedStore::RESOURCE_DATA).m_data + resourceID * sizeof(uint64_t))};
+}
+
+std::string StoreRepair::decode(uint64_t resourceID, const Claim& claim, ResourceValue& value) const {
+    if (claim.m_datatypeID == D_XSD_DECIMAL) {
+        const uint8_t* const record = tryGetRecord(claim.m_data);
+        if (record == nullptr)
+            return "its record at offset " + std::to_string(claim.m_data) + " is outside the data pool";
+        if (readResourceID(record) != resourceID)
+            return "its record is that of resource " + std::to_string(readResourceID(record));
+        const int64_t unscaledValue = readNumber<int64_t>(record + m_resourceIDSize);
+        const uint8_t fractionDigits = record[m_resourceIDSize + sizeof(int64_t)];
+        if (!XSDDecimal::areNormalisedFields(unscaledValue, fractionDigits))
+            return "its decimal is not normalised, or has more than 19 fraction digits";
+        value.setBinaryValue(D_XSD_DECIMAL, XSDDecimal::fromNormalisedFields(unscaledValue, fractionDigits));
+        return "";
+    }
+    if (!isIntegerDatatype(claim.m_datatypeID))
+        return "the datatype is not known";
+    const int64_t integer = static_cast<int64_t>(claim.m_data);
+    const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(claim.m_datatypeID);
+    if (integer < info.minimum || integer > info.maximum)
+        return "its value " + std::to_string(integer) + " is not in the range of the datatype";
+    value.setBinaryValue(claim.m_datatypeID, integer);
+    return "";
+}
+
+std::string StoreRepair::decide(uint64_t resourceID, ResourceValue& value) const {
+    const Claim arrays = getArrayClaim(resourceID);
+    const Claim tables{m_tableDatatypeIDs[resourceID], m_tableData[resourceID]};
+    const bool isInArrays = arrays.m_datatypeID != D_NONE;
+    const bool isInTables = tables.m_datatypeID != D_NONE;
+    Claim chosen = arrays;
+    if (!m_areArraysSound && !(arrays == tables)) {
+        if (!m_areTablesSound)
+            return !isInTables ? "only the damaged arrays have it" : !isInArrays ? "only the damaged tables have it" : "the damaged arrays and the damaged tables disagree";
+        if (!isInTables)
+            return "the damaged arrays have it, but the tables do not";
+        if (m_isContradicted[resourceID])
+            return "two buckets of the tables have it";
+        chosen = tables;
+    } else if (!isInArrays)
+        return "the tables have it, but the arrays do not";
+    std::string reason = decode(resourceID, chosen, value);
+    if (!reason.empty() && m_areTablesSound && isInTables && !(chosen == tables) && !m_isContradicted[resourceID] && decode(resourceID, tables, value).empty()) {
+        reason.clear();
+        chosen = tables;
+    }
+    if (reason.empty() && chosen.m_datatypeID == D_XSD_DECIMAL && !m_isPoolSound) {
+        if (!m_isTakingUnconfirmed)
+            return "its record is in the damaged data pool and cannot be confirmed";
+        if (!(chosen == tables) || !m_isReachable[resourceID])
+            return "its record in the damaged data pool does not fit the tables";
+    }
+    return reason;
+}
+
+void StoreRepair::enumerate(const ResourceConsumer& consume, const ProblemReport& reportLoss) const {
+    for (uint64_t resourceID = 1; resourceID < m_store.getNextResourceID(); ++resourceID) {
+        const uint8_t arrayDatatypeID = getArrayClaim(resourceID).m_datatypeID;
+        const uint8_t datatypeID = arrayDatatypeID != D_NONE ? arrayDatatypeID : m_tableDatatypeIDs[resourceID];
+        // What the only sound ones of arrays and tables do not have does not exist, and what the damaged ones have there
+        // is no loss. The tables find the IDs of decimals in the data pool.
+        if (datatypeID == D_NONE || (!m_areArraysSound && m_areTablesSound && m_isPoolSound && m_tableDatatypeIDs[resourceID] == D_NONE) || (m_areArraysSound && !m_areTablesSound && arrayDatatypeID == D_NONE))
+            continue;
+        ResourceValue value;
+        const std::string reason = decide(resourceID, value);
+        if (reason.empty())
+            consume(resourceID, value);
+        else
+            reportLoss("resource " + std::to_string(resourceID) + " of " + getDatatypeName(datatypeID) + ": " + reason);
+    }
+}
+
+std::unique_ptr<Dictionary> StoreRepair::rebuild(uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const {
+    std::vector<uint64_t> counts(256, 0);
+    enumerate([&counts](uint64_t, const ResourceValue& value) { ++counts[value.datatypeID]; }, [](std::string&&) { });
+    Dictionary::Options options;
+    options.memoryBudgetBytes = memoryBudgetBytes;
+    options.resourceIDWidth = m_store.getResourceIDWidth();
+    options.maxResourceID = m_store.getMaxResourceID();
+    options.useHugePages = useHugePages;
+    std::unique_ptr<Dictionary> dictionary;
+    try {
+        dictionary = std::make_unique<Dictionary>(options);
+    }
+    catch (const SystemCallException&) {
+        // A bound that was made up may ask for more address space than there is; no ID needs it.
+        options.maxResourceID = std::max(m_store.getNextResourceID(), Dictionary::MIN_MAX_RESOURCE_ID);
+        dictionary = std::make_unique<Dictionary>(options);
+    }
+    Restoration restoration(*dictionary, std::move(counts));
+    const auto restore = [&](uint64_t resourceID, const ResourceValue& value) {
+        try {
+            restoration.restore(resourceID, value);
+        }
+        catch (const KavixException& exception) {
+            if (!comesFrom(exception, ErrorSites::CONTRADICTING_RECORD))
+                throw;
+            reportLoss("resource " + std::to_string(resourceID) + " of " + getDatatypeName(value.datatypeID) + ": resource " + std::to_string(dictionary->tryResolve(value)) + " has the same value");
+        }
+    };
+    enumerate(restore, reportLoss);
+    restoration.finish();
+    return dictionary;
+}
+
+}

@@ -1,0 +1,166 @@
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/Transaction.h"
+#include "core/platform/errors/SystemCallException.h"
+#include "support/AllocationInjection.h"
+#include "support/MixedLiterals.h"
+#include "support/MixedValues.h"
+#include "support/SystemCallInjection.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace kavix::test {
+
+namespace {
+
+Dictionary::Options makeOptions() {
+    Dictionary::Options options;
+    options.maxResourceID = 1 << 20;
+    options.useHugePages = false;
+    return options;
+}
+
+std::vector<LiteralText> makeTexts(size_t n) {
+    std::vector<LiteralText> texts;
+    for (size_t i = 0; i < n; ++i)
+        texts.push_back(makeMixedLiteral(i));
+    return texts;
+}
+
+std::vector<ResourceValue> makeValues(size_t n) {
+    std::vector<ResourceValue> values;
+    for (size_t i = 0; i < n; ++i)
+        values.push_back(makeMixedValue(i));
+    return values;
+}
+
+TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
+    const std::vector<ResourceValue> values = makeValues(3000);
+    const std::vector<LiteralText> texts = makeTexts(4000);
+    const std::vector<Literal> literals = getLiterals(texts);
+    std::vector<uint64_t> resourceIDs(values.size());
+    std::vector<Resolution> resolutions(literals.size());
+    std::vector<ResourceValue> found(values.size());
+    Dictionary dictionary(makeOptions());
+    Transaction transaction(dictionary);
+    {
+        const AllocationFault fault(1);
+        transaction.resolve(values, resourceIDs.data());
+        dictionary.tryResolve(values, resourceIDs.data());
+        EXPECT_EQ(transaction.resolve(literals, resolutions.data()), 0u);
+        EXPECT_EQ(dictionary.tryResolve(literals, resolutions.data()), 0u);
+        dictionary.getValues(resourceIDs, found.data());
+        EXPECT_FALSE(fault.wasHit());
+    }
+    EXPECT_EQ(resolutions[2999].resourceID, resourceIDs[2999]);
+}
+
+TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
+    std::vector<LiteralText> texts = makeTexts(30);
+    for (size_t i = 0; i < 12; ++i)
+        texts[i * 2] = makeInvalidLiteral(i);
+    const std::vector<Literal> literals = getLiterals(texts);
+    Dictionary dictionary(makeOptions());
+    Transaction transaction(dictionary);
+    const std::vector<Outcome> expected = resolveSingly(transaction, texts);
+    bool wasHit = true;
+    for (uint64_t n = 1; wasHit; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        ASSERT_LT(n, 1000u);
+        std::vector<Resolution> resolutions(literals.size());
+        size_t numberOfErrors;
+        {
+            const AllocationFault fault(n);
+            numberOfErrors = n % 2 == 0 ? transaction.resolve(literals, resolutions.data()) : dictionary.tryResolve(literals, resolutions.data());
+            wasHit = fault.wasHit();
+        }
+        EXPECT_EQ(numberOfErrors, 12u);
+        size_t numberOfOthers = 0;
+        for (size_t i = 0; i < literals.size(); ++i)
+            try {
+                EXPECT_EQ(resolutions[i].resourceID, expected[i].m_resourceID);
+                EXPECT_EQ(resolutions[i].error != nullptr, !expected[i].m_error.empty());
+                if (resolutions[i].error != nullptr)
+                    std::rethrow_exception(resolutions[i].error);
+            }
+            catch (const KavixException& exception) {
+                EXPECT_NE(expected[i].m_error.find(exception.what()), std::string::npos);
+            }
+            catch (const std::bad_alloc&) {
+                ++numberOfOthers;
+            }
+        EXPECT_EQ(numberOfOthers, wasHit ? 1u : 0u);
+    }
+}
+
+TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
+    const std::vector<ResourceValue> values = makeValues(20000);
+    const std::vector<LiteralText> texts = makeTexts(20000);
+    const std::vector<Literal> literals = getLiterals(texts);
+    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+        for (const bool isOfLiterals : {false, true}) {
+            bool wasHit = true;
+            for (uint64_t n = 1; wasHit; ++n) {
+                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (isOfLiterals ? ", literals" : ", values"));
+                Dictionary dictionary(makeOptions());
+                Transaction transaction(dictionary);
+                std::vector<uint64_t> resourceIDs(values.size(), 0);
+                std::vector<Resolution> resolutions(values.size());
+                size_t numberOfErrors = 0;
+                {
+                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    try {
+                        if (isOfLiterals)
+                            numberOfErrors = transaction.resolve(literals, resolutions.data());
+                        else
+                            transaction.resolve(values, resourceIDs.data());
+                    }
+                    catch (const SystemCallException& exception) {
+                        numberOfErrors = 1;
+                        EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
+                    }
+                    wasHit = fault.wasHit();
+                }
+                ASSERT_EQ(numberOfErrors, wasHit ? 1u : 0u); // no failure is swallowed, and it is one literal's
+                std::vector<uint64_t> found(values.size());
+                dictionary.tryResolve(values, found.data());
+                size_t entered = 0;
+                while (entered < found.size() && found[entered] != 0)
+                    ++entered;
+                if (isOfLiterals)
+                    for (size_t i = 0; i < found.size(); ++i) {
+                        ASSERT_EQ(resolutions[i].resourceID, resolutions[i].error == nullptr ? found[i] : 0) << i;
+                        ASSERT_EQ(resolutions[i].error != nullptr, i == entered) << i;
+                    }
+                else
+                    for (size_t i = 0; i < found.size(); ++i) {
+                        if (i < entered) {
+                            ASSERT_EQ(resourceIDs[i], found[i]) << i;
+                        }
+                        // Behind the failure, only what was before it as well.
+                        else if (found[i] != 0) {
+                            ASSERT_NE(std::find(found.begin(), found.begin() + static_cast<ptrdiff_t>(entered), found[i]), found.begin() + static_cast<ptrdiff_t>(entered)) << i;
+                        }
+                    }
+                if (!wasHit) {
+                    EXPECT_GT(n, 4u); // the work really needed the call
+                }
+                transaction.resolve(values, resourceIDs.data()); // succeeds now
+                dictionary.tryResolve(values, found.data());
+                ASSERT_EQ(found, resourceIDs);
+                transaction.commit();
+                expectSound(dictionary);
+            }
+        }
+}
+
+}
+
+}

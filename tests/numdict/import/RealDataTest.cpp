@@ -1,0 +1,145 @@
+#include "numdict/import/Import.h"
+#include "numdict/import/ImportReport.h"
+#include "numdict/literals/NumericNames.h"
+#include "numdict/RealData.h"
+#include "core/data-store/embedding/Dictionary.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace kavix;
+using namespace kavix::numdict;
+
+namespace {
+
+struct ExpectedCounts {
+    uint64_t m_literals;
+    uint64_t m_valid;
+    uint64_t m_malformed;
+    uint64_t m_outOfRange;
+    uint64_t m_beyondCapacity;
+    uint64_t m_distinctValues;
+    std::string m_statements; // given for whole files only
+
+    auto operator<=>(const ExpectedCounts&) const = default;
+};
+
+std::vector<std::string> splitAtTabs(const std::string& line) {
+    std::vector<std::string> fields;
+    std::istringstream stream(line);
+    for (std::string field; std::getline(stream, field, '\t');)
+        fields.push_back(field);
+    return fields;
+}
+
+/// By file and datatype; "*" for all files, and for all datatypes.
+std::map<std::pair<std::string, std::string>, ExpectedCounts> readExpectedCounts() {
+    std::map<std::pair<std::string, std::string>, ExpectedCounts> expected;
+    std::ifstream file(getDataFolder() / "expected.tsv");
+    std::string line;
+    std::getline(file, line);
+    while (std::getline(file, line)) {
+        std::vector<std::string> fields = splitAtTabs(line);
+        fields.resize(11);
+        const auto number = [&fields](size_t index) { return static_cast<uint64_t>(std::stoull(fields[index])); };
+        expected[{fields[0], fields[1]}] = ExpectedCounts{number(2), number(3), number(4), number(5), number(6), number(9), fields[10]};
+    }
+    return expected;
+}
+
+ExpectedCounts toExpectedCounts(const DatatypeCounts& counts, const std::string& statements) {
+    return ExpectedCounts{counts.m_literals, counts.m_accepted, counts.m_rejected[0], counts.m_rejected[1], counts.m_rejected[2], counts.m_distinctValues, statements};
+}
+
+ImportReport importFiles(const std::vector<std::string>& names, unsigned numberOfThreads, ResourceIDWidth width) {
+    ImportOptions options;
+    for (const std::string& name : names)
+        options.m_files.push_back(InputFile{(getDataFolder() / name).string(), *tryGetFormatOfPath(name)});
+    options.m_numberOfThreads = numberOfThreads;
+    options.m_blockSize = 4096;
+    Dictionary dictionary({.memoryBudgetBytes = 256 << 20, .resourceIDWidth = width});
+    ImportProgress progress;
+    return Import(dictionary, std::move(options), progress).run();
+}
+
+class RealData : public testing::Test {
+
+protected:
+
+    void SetUp() override {
+        if (!std::filesystem::exists(getDataFolder() / "expected.tsv"))
+            GTEST_SKIP() << "no real data in " << getDataFolder() << "; name its folder in KAVIX_TEST_DATA";
+        m_expected = readExpectedCounts();
+        for (const auto& [key, counts] : m_expected)
+            if (key.second == "*" && key.first != "*")
+                m_names.push_back(key.first);
+        ASSERT_FALSE(m_names.empty());
+    }
+
+    void check(const std::string& name, const ImportReport& report) {
+        for (size_t index = 0; index < NUMBER_OF_NUMERIC_DATATYPES; ++index) {
+            SCOPED_TRACE(getNumericName(index));
+            const auto expected = m_expected.find({name, getNumericName(index)});
+            const ExpectedCounts counts = toExpectedCounts(report.m_datatypes[index], "");
+            EXPECT_TRUE(counts == (expected == m_expected.end() ? ExpectedCounts{} : expected->second));
+        }
+        EXPECT_TRUE(toExpectedCounts(report.m_total, std::to_string(report.getStatements())) == m_expected.at({name, "*"}));
+        EXPECT_FALSE(report.hasDamagedFiles());
+    }
+
+    std::map<std::pair<std::string, std::string>, ExpectedCounts> m_expected;
+    std::vector<std::string> m_names;
+
+};
+
+}
+
+TEST_F(RealData, EachFileHasTheCountsThatOthersFound) {
+    for (const std::string& name : m_names)
+        for (const unsigned numberOfThreads : {1u, 8u})
+            for (const ResourceIDWidth width : {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64}) {
+                SCOPED_TRACE(name + ", threads " + std::to_string(numberOfThreads));
+                check(name, importFiles({name}, numberOfThreads, width));
+            }
+}
+
+TEST_F(RealData, AllFilesTogetherHaveTheCountsThatOthersFound) {
+    for (const unsigned numberOfThreads : {1u, 8u})
+        for (const ResourceIDWidth width : {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64}) {
+            SCOPED_TRACE(numberOfThreads);
+            check("*", importFiles(m_names, numberOfThreads, width));
+        }
+}
+
+TEST_F(RealData, EachBadLiteralIsRejectedForItsReason) {
+    std::map<std::string, std::map<std::string, uint64_t>> expected; // by file: "datatype reason" and how many
+    std::ifstream file(getDataFolder() / "bad.tsv");
+    std::string line;
+    std::getline(file, line);
+    uint64_t numberOfLiterals = 0;
+    while (std::getline(file, line)) {
+        const std::vector<std::string> fields = splitAtTabs(line);
+        expected[fields[0]][fields[1] + " " + fields[2]] += std::stoull(fields[3]);
+        numberOfLiterals += std::stoull(fields[3]);
+    }
+    EXPECT_GT(numberOfLiterals, 0u);
+    const char* const kinds[NUMBER_OF_REJECTIONS] = {"bad_lexical", "bad_range", "over_capacity"};
+    for (const std::string& name : m_names) {
+        SCOPED_TRACE(name);
+        const ImportReport report = importFiles({name}, 2, ResourceIDWidth::BITS_32);
+        std::map<std::string, uint64_t> found;
+        for (size_t index = 0; index < NUMBER_OF_NUMERIC_DATATYPES; ++index)
+            for (size_t reason = 0; reason < NUMBER_OF_REJECTIONS; ++reason)
+                if (const uint64_t count = report.m_datatypes[index].m_rejected[reason])
+                    found[getNumericName(index) + " " + kinds[reason]] = count;
+        EXPECT_TRUE(found == expected[name]);
+    }
+}

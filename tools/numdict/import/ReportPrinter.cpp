@@ -1,0 +1,169 @@
+#include "numdict/import/ReportPrinter.h"
+
+#include "numdict/console/Sizes.h"
+#include "numdict/console/TextTable.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+
+namespace kavix::numdict {
+
+namespace {
+
+/// At most this much of a literal is shown; the whole one is in the JSON report and the rejected statements.
+constexpr size_t MAXIMUM_LITERAL_LENGTH = 80;
+
+std::string shorten(const std::string& text) {
+    if (text.size() <= MAXIMUM_LITERAL_LENGTH)
+        return text;
+    size_t length = MAXIMUM_LITERAL_LENGTH;
+    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) // not inside a character
+        --length;
+    return text.substr(0, length) + "…";
+}
+
+std::string formatDatatypes(const ImportReport& report) {
+    TextTable table;
+    table.addRow({"datatype", "literals", "accepted", "", "distinct values", "not canonical", "rejected"});
+    const auto addRow = [&table](const std::string& name, const DatatypeCounts& counts) {
+        table.addRow({name, formatCount(counts.m_literals), formatCount(counts.m_accepted), formatShare(counts.m_accepted, counts.m_literals), formatCount(counts.m_distinctValues), formatCount(counts.m_nonCanonical), formatCount(counts.getRejected())});
+    };
+    for (size_t index = 0; index < report.m_datatypes.size(); ++index)
+        if (report.m_datatypes[index].m_literals != 0)
+            addRow(getNumericName(index), report.m_datatypes[index]);
+    addRow("all", report.m_total);
+    return table.format();
+}
+
+std::string formatRejections(const ImportReport& report) {
+    TextTable table;
+    table.addRow({"datatype", getRejectionPhrase(Rejection::MALFORMED), getRejectionPhrase(Rejection::OUT_OF_RANGE), getRejectionPhrase(Rejection::BEYOND_CAPACITY)});
+    for (size_t index = 0; index < report.m_datatypes.size(); ++index) {
+        const DatatypeCounts& counts = report.m_datatypes[index];
+        if (counts.getRejected() != 0)
+            table.addRow({getNumericName(index), formatCount(counts.m_rejected[0]), formatCount(counts.m_rejected[1]), formatCount(counts.m_rejected[2])});
+    }
+    std::string text = fmt::format("\nRejected literals: {} ({} of all)\n{}", formatCount(report.m_total.getRejected()), formatShare(report.m_total.getRejected(), report.m_total.m_literals), table.format());
+    const RejectedExample* previous = nullptr;
+    for (const RejectedExample& example : report.m_rejectedExamples) {
+        if (previous == nullptr || previous->m_datatype != example.m_datatype || previous->m_rejection != example.m_rejection) {
+            const uint64_t count = report.m_datatypes[example.m_datatype].m_rejected[static_cast<size_t>(example.m_rejection)];
+            text += fmt::format("\n{} {}{}\n", getNumericName(example.m_datatype), getRejectionPhrase(example.m_rejection), count > RejectedExamples::LIMIT ? fmt::format(", the first {} of {}", RejectedExamples::LIMIT, formatCount(count)) : std::string());
+        }
+        text += fmt::format("  {}:{}: {}\n", report.m_paths[example.m_fileIndex], example.m_line, shorten(example.m_literal));
+        previous = &example;
+    }
+    return text;
+}
+
+std::string formatDamagedFiles(const ImportReport& report) {
+    std::string text = "\nDamaged files\n";
+    for (size_t index = 0; index < report.m_files.size(); ++index)
+        if (const std::optional<FileError>& error = report.m_files[index].m_error) {
+            text += "  " + report.m_paths[index];
+            if (error->m_line != 0)
+                text += fmt::format(":{}", error->m_line);
+            if (error->m_column != 0)
+                text += fmt::format(":{}", error->m_column);
+            text += ": " + error->m_message + '\n';
+        }
+    return text;
+}
+
+std::string formatStore(const StoreOutcome& store) {
+    if (!store.m_isWritten)
+        return fmt::format("\n{} was not written{}; it would have {} values, {} of them new\n", store.m_path, store.m_isNew ? "" : " and is as it was", formatCount(store.m_values), formatCount(store.m_newValues));
+    return fmt::format("\n{} has {} values, {} of them new, and {}\n", store.m_path, formatCount(store.m_values), formatCount(store.m_newValues), formatSize(store.m_bytes));
+}
+
+nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
+    nlohmann::ordered_json object;
+    object["literals"] = counts.m_literals;
+    object["accepted"] = counts.m_accepted;
+    object["malformed"] = counts.m_rejected[static_cast<size_t>(Rejection::MALFORMED)];
+    object["outOfRange"] = counts.m_rejected[static_cast<size_t>(Rejection::OUT_OF_RANGE)];
+    object["beyondCapacity"] = counts.m_rejected[static_cast<size_t>(Rejection::BEYOND_CAPACITY)];
+    object["nonCanonical"] = counts.m_nonCanonical;
+    object["distinctValues"] = counts.m_distinctValues;
+    return object;
+}
+
+nlohmann::ordered_json toJSON(const std::optional<uint64_t>& number) {
+    return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json();
+}
+
+nlohmann::ordered_json toJSON(const std::optional<FileError>& error) {
+    if (!error)
+        return nullptr;
+    nlohmann::ordered_json object;
+    object["line"] = error->m_line == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(error->m_line);
+    object["column"] = error->m_column == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(error->m_column);
+    object["message"] = error->m_message;
+    return object;
+}
+
+}
+
+std::string formatReport(const ImportReport& report) {
+    uint64_t numberOfBytes = 0;
+    for (const FileCounts& file : report.m_files)
+        numberOfBytes += file.m_bytes;
+    std::string text = fmt::format("{} statements in {} {}, {}; {} numeric literals, {} distinct values\n\n", formatCount(report.getStatements()), formatCount(report.m_files.size()), report.m_files.size() == 1 ? "file" : "files", formatSize(numberOfBytes), formatCount(report.m_total.m_literals), formatCount(report.m_total.m_distinctValues));
+    text += formatDatatypes(report);
+    if (report.m_total.m_nonCanonical != 0)
+        text += "  (not canonical: accepted, but printed differently from how they were written, such as +5 or 1.50)\n";
+    if (report.m_total.getRejected() != 0)
+        text += formatRejections(report);
+    if (report.hasDamagedFiles())
+        text += formatDamagedFiles(report);
+    if (report.m_store)
+        text += formatStore(*report.m_store);
+    text += fmt::format("\n{}, {} literals per second; {} of {} memory used ({}), {}\n", formatDuration(report.m_seconds), formatCount(static_cast<uint64_t>(report.getLiteralsPerSecond())), formatSize(report.m_memoryUsedBytes), formatSize(report.m_memoryBudgetBytes), formatShare(report.m_memoryUsedBytes, report.m_memoryBudgetBytes), formatHugePages(report.m_hugePageBytes));
+    return text;
+}
+
+std::string formatReportAsJSON(const ImportReport& report) {
+    nlohmann::ordered_json object;
+    object["files"] = nlohmann::ordered_json::array();
+    for (size_t index = 0; index < report.m_files.size(); ++index) {
+        nlohmann::ordered_json file;
+        file["path"] = report.m_paths[index];
+        file["statements"] = report.m_files[index].m_statements;
+        file["bytes"] = report.m_files[index].m_bytes;
+        file["error"] = toJSON(report.m_files[index].m_error);
+        object["files"].push_back(std::move(file));
+    }
+    object["datatypes"] = nlohmann::ordered_json::object();
+    for (size_t index = 0; index < report.m_datatypes.size(); ++index)
+        object["datatypes"][getNumericName(index)] = toJSON(report.m_datatypes[index]);
+    object["total"] = toJSON(report.m_total);
+    object["rejectedExamples"] = nlohmann::ordered_json::array();
+    for (const RejectedExample& example : report.m_rejectedExamples) {
+        nlohmann::ordered_json item;
+        item["file"] = report.m_paths[example.m_fileIndex];
+        item["line"] = example.m_line;
+        item["literal"] = example.m_literal;
+        item["datatype"] = getNumericName(example.m_datatype);
+        item["reason"] = getRejectionName(example.m_rejection);
+        item["message"] = example.m_message;
+        object["rejectedExamples"].push_back(std::move(item));
+    }
+    object["seconds"] = report.m_seconds;
+    object["literalsPerSecond"] = report.getLiteralsPerSecond();
+    object["memory"]["budget"] = report.m_memoryBudgetBytes;
+    object["memory"]["used"] = report.m_memoryUsedBytes;
+    object["memory"]["onHugePages"] = toJSON(report.m_hugePageBytes);
+    if (report.m_store) {
+        object["store"]["path"] = report.m_store->m_path;
+        object["store"]["isNew"] = report.m_store->m_isNew;
+        object["store"]["written"] = report.m_store->m_isWritten;
+        object["store"]["values"] = report.m_store->m_values;
+        object["store"]["newValues"] = report.m_store->m_newValues;
+        object["store"]["bytes"] = report.m_store->m_bytes;
+    }
+    // Paths may be no UTF-8.
+    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "numdict/input/ByteSource.h"
+#include "numdict/console/Failures.h"
+#include "core/platform/system/Unmovable.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kavix::numdict {
+
+/// Whole lines of a file. The buffer has room for one byte more than length, which whoever reads the block may overwrite,
+/// as all others. Blocks are reused: a worker keeps one.
+struct LineBlock {
+    std::vector<char> m_bytes;
+    size_t m_length = 0;
+    uint64_t m_firstLine = 1;
+};
+
+/// A file in a line format, cut into blocks at line ends, each with its first line number. Any number of threads take
+/// blocks in turns, which works alike for files, pipes and gzip: the cutting, and the unpacking, is done by
+/// whoever is free. A byte order mark at the start is overwritten with spaces, so that columns stay right.
+class LineBlocks : private Unmovable {
+
+public:
+
+    static constexpr size_t DEFAULT_BLOCK_SIZE = size_t(4) << 20;
+
+    /// A line may be longer than a block, but not longer than this.
+    static constexpr size_t MAXIMUM_LINE_LENGTH = size_t(1) << 30;
+
+    /// The file is opened by the first next().
+    LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, size_t blockSize = DEFAULT_BLOCK_SIZE);
+
+    /// Fetches the next block, or returns false at the end. Thread-safe.
+    /// @throws InputFailure  the file cannot be read on; thrown once, with the line, after the last good block
+    bool next(LineBlock& block);
+
+    /// Whether next() may still have something. Thread-safe.
+    bool mayHaveMore() const noexcept { return !m_isFinished.load(std::memory_order_relaxed); }
+
+private:
+
+    bool doNext(LineBlock& block);
+
+    const std::string m_path;
+    const size_t m_blockSize;
+    std::atomic<uint64_t>& m_fileBytesRead;
+    std::mutex m_mutex;
+
+    // Guarded by the mutex; the flag is also read without it, as a hint.
+    std::atomic<bool> m_isFinished;
+    std::optional<ByteSource> m_source;
+    std::vector<char> m_carry; // the start of a line that the last block did not have the end of
+    std::optional<InputFailure> m_failure;
+    uint64_t m_nextLine;
+    bool m_isAtStart;
+
+};
+
+}

@@ -1,0 +1,48 @@
+#include "numdict/literals/TurtleText.h"
+
+#include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "core/platform/errors/KavixException.h"
+
+#include <fmt/format.h>
+
+namespace kavix::numdict {
+
+std::string makeTurtleString(std::string_view text) {
+    std::string quoted(1, '"');
+    for (const char character : text)
+        switch (character) {
+        case '"':
+        case '\\':
+            quoted += '\\';
+            quoted += character;
+            break;
+        case '\n':
+            quoted += "\\n";
+            break;
+        case '\r':
+            quoted += "\\r";
+            break;
+        case '\t':
+            quoted += "\\t";
+            break;
+        default:
+            if (static_cast<unsigned char>(character) < 0x20 || character == 0x7f)
+                quoted += fmt::format("\\u{:04X}", static_cast<unsigned>(character));
+            else
+                quoted += character;
+        }
+    quoted += '"';
+    return quoted;
+}
+
+std::string getRejectionMessage(uint8_t datatypeID, std::string_view lexicalForm) {
+    try {
+        parseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size());
+    }
+    catch (const KavixException& exception) {
+        return exception.getMessage();
+    }
+    return std::string();
+}
+
+}
