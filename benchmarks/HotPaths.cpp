@@ -47,11 +47,13 @@ extern "C" {
     }
 }
 
-[[gnu::noinline]] void hotPathResolveBatch(BatchSession& session, const std::vector<int64_t>& keys, std::vector<uint64_t>& resourceIDs) {
+[[gnu::noinline]] void hotPathResolveBatch(
+    BatchSession& session, const std::vector<int64_t>& keys, std::vector<uint64_t>& resourceIDs) {
     session.resolve(keys, resourceIDs.data());
 }
 
-[[gnu::noinline]] void hotPathTryResolveBatch(BatchSession& session, const std::vector<int64_t>& keys, std::vector<uint64_t>& resourceIDs) {
+[[gnu::noinline]] void hotPathTryResolveBatch(
+    BatchSession& session, const std::vector<int64_t>& keys, std::vector<uint64_t>& resourceIDs) {
     session.tryResolve(keys, resourceIDs.data());
 }
 
@@ -72,7 +74,6 @@ extern "C" {
     for (const int64_t key : keys)
         s_result = appendNumber(static_cast<uint64_t>(key), buffer);
 }
-
 }
 
 int main(int argc, char** argv) {
@@ -125,7 +126,11 @@ int main(int argc, char** argv) {
         hotPathPrint(numbers, buffer);
     }
     else {
-        std::fputs("usage: HotPaths resolve-present|resolve-new|try-resolve-absent|batch-present|batch-new|parse-integer|parse-decimal|print\n", stderr);
+        std::fputs(
+            "usage: HotPaths "
+            "resolve-present|resolve-new|try-resolve-absent|batch-present|batch-new|parse-integer|parse-decimal|"
+            "print\n",
+            stderr);
         return 2;
     }
     return 0;

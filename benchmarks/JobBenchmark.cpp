@@ -1,4 +1,5 @@
-/// How fast does the dictionary turn values into dense IDs, and IDs into values, beside other maps that do the same work?
+/// How fast does the dictionary turn values into dense IDs, and IDs into values, beside other maps that do the same
+/// work?
 ///
 /// Names are WORKLOAD/CONTESTANT/threads:N. Wall time counts; the counter cpu_ns is processor time an operation.
 
@@ -46,12 +47,12 @@ struct Workload {
     Kind m_kind;
     size_t m_numberOfValues; // distinct ones that are entered
     std::function<std::vector<Key>()> m_makeEntered;
-    std::function<std::vector<Key>(const std::vector<Key>&)> m_makeLookedUp; // for PRESENT and ABSENT, from what was entered
-
+    std::function<std::vector<Key>(const std::vector<Key>&)>
+        m_makeLookedUp; // for PRESENT and ABSENT, from what was entered
 };
 
 /// Frees the map that look-up workloads share, so that no workload runs beside another one's memory.
-std::function<void()> s_discardFilled = [] { };
+std::function<void()> s_discardFilled = [] {};
 
 /// Gives the keys of a thread to a session, batch by batch; returns how many IDs were not 0.
 template<typename Session, typename Key>
@@ -98,7 +99,8 @@ void runWorkload(benchmark::State& state, const Workload<Key>& workload, size_t 
         const std::vector<Key>* keys;
         std::vector<Key> lookedUp;
         if (isLookup) {
-            const std::vector<Key>& entered = getKeys<Key>("entered_" + workload.m_name.substr(workload.m_name.find('_') + 1), workload.m_makeEntered);
+            const std::vector<Key>& entered = getKeys<Key>(
+                "entered_" + workload.m_name.substr(workload.m_name.find('_') + 1), workload.m_makeEntered);
             map = &getFilled<Map>(workload, entered);
             lookedUp = workload.m_makeLookedUp(entered);
             keys = &lookedUp;
@@ -107,7 +109,8 @@ void runWorkload(benchmark::State& state, const Workload<Key>& workload, size_t 
             s_discardFilled();
             keys = &getKeys<Key>(workload.m_name, workload.m_makeEntered);
             warmMemory(workload.m_numberOfValues * 96);
-            fresh = std::make_unique<Map>(workload.m_numberOfValues, workload.m_kind == Kind::PRESIZED ? workload.m_numberOfValues : 0);
+            fresh = std::make_unique<Map>(
+                workload.m_numberOfValues, workload.m_kind == Kind::PRESIZED ? workload.m_numberOfValues : 0);
             map = fresh.get();
         }
         std::atomic<size_t> found = 0;
@@ -115,9 +118,9 @@ void runWorkload(benchmark::State& state, const Workload<Key>& workload, size_t 
             const size_t first = keys->size() * threadIndex / numberOfThreads;
             const size_t last = keys->size() * (threadIndex + 1) / numberOfThreads;
             // On the heap, since it is aligned to cache lines that no other thread may share.
-            return [&, part = std::span<const Key>(*keys).subspan(first, last - first), session = std::make_shared<typename Map::Session>(*map)] {
-                found += run(*session, part, isLookup);
-            };
+            return
+                [&, part = std::span<const Key>(*keys).subspan(first, last - first),
+                 session = std::make_shared<typename Map::Session>(*map)] { found += run(*session, part, isLookup); };
         });
         if (found != (workload.m_kind == Kind::ABSENT ? 0 : keys->size()))
             state.SkipWithError("wrong IDs");
@@ -132,8 +135,14 @@ void registerContestant(const char* contestant, const std::vector<Workload<Key>>
     for (const Workload<Key>& workload : workloads)
         for (const size_t numberOfThreads : {size_t(1), size_t(2)})
             if (numberOfThreads == 1 || !Map::ONE_THREAD_ONLY)
-                benchmark::RegisterBenchmark((workload.m_name + '/' + contestant + "/threads:" + std::to_string(numberOfThreads)).c_str(),
-                    [&workload, numberOfThreads](benchmark::State& state) { runWorkload<Map>(state, workload, numberOfThreads); })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+                benchmark::RegisterBenchmark(
+                    (workload.m_name + '/' + contestant + "/threads:" + std::to_string(numberOfThreads)).c_str(),
+                    [&workload, numberOfThreads](benchmark::State& state) {
+                        runWorkload<Map>(state, workload, numberOfThreads);
+                    })
+                    ->Iterations(1)
+                    ->UseManualTime()
+                    ->Unit(benchmark::kMillisecond);
 }
 
 template<typename Key>
@@ -167,7 +176,8 @@ enum class Reverse { VALUE, TEXT, ARRAY };
 
 template<Reverse REVERSE>
 void runReverse(benchmark::State& state, size_t numberOfValues, size_t numberOfReads) {
-    const std::vector<int64_t>& entered = getKeys<int64_t>("entered_random", [=] { return makeKeys(numberOfValues, 0, makeRandomInteger); });
+    const std::vector<int64_t>& entered =
+        getKeys<int64_t>("entered_random", [=] { return makeKeys(numberOfValues, 0, makeRandomInteger); });
     for (auto _ : state) {
         s_discardFilled();
         KavixBatched<int64_t> map(numberOfValues, 0);
@@ -208,17 +218,25 @@ std::vector<Workload<int64_t>> makeIntegerWorkloads() {
     const size_t lookups = scaled(20000000);
     const size_t streamValues = scaled(5000000);
     const size_t draws = scaled(50000000);
-    // The lowest bits of such a product are zero and the bucket is taken from them: the work is quadratic, so few values.
+    // The lowest bits of such a product are zero and the bucket is taken from them: the work is quadratic, so few
+    // values.
     const size_t multiples = std::min<size_t>(20000, values);
     const auto makeRandom = [=] { return makeKeys(values, 0, makeRandomInteger); };
-    const auto makeSequential = [=] { return makeKeys(values, 1, [](uint64_t index) { return static_cast<int64_t>(index); }); };
-    const auto makeMultiples = [=] { return makeKeys(multiples, 1, [](uint64_t index) { return static_cast<int64_t>(index << 20); }); };
-    const auto draw = [=](const std::vector<int64_t>& entered) { return drawFrom(entered, std::min(lookups, entered.size() * 2)); };
+    const auto makeSequential = [=] {
+        return makeKeys(values, 1, [](uint64_t index) { return static_cast<int64_t>(index); });
+    };
+    const auto makeMultiples = [=] {
+        return makeKeys(multiples, 1, [](uint64_t index) { return static_cast<int64_t>(index << 20); });
+    };
+    const auto draw = [=](const std::vector<int64_t>& entered) {
+        return drawFrom(entered, std::min(lookups, entered.size() * 2));
+    };
     return {
         {"growing_random", Kind::GROWING, values, makeRandom, {}},
         {"presized_random", Kind::PRESIZED, values, makeRandom, {}},
         {"present_random", Kind::PRESENT, values, makeRandom, draw},
-        {"absent_random", Kind::ABSENT, values, makeRandom, [=](const std::vector<int64_t>&) { return makeKeys(lookups, values, makeRandomInteger); }},
+        {"absent_random", Kind::ABSENT, values, makeRandom,
+         [=](const std::vector<int64_t>&) { return makeKeys(lookups, values, makeRandomInteger); }},
         {"stream_zipf", Kind::GROWING, streamValues, [=] { return drawZipf(streamValues, 0.99, draws); }, {}},
         {"growing_sequential", Kind::GROWING, values, makeSequential, {}},
         {"present_sequential", Kind::PRESENT, values, makeSequential, draw},
@@ -237,7 +255,8 @@ std::vector<Workload<XSDDecimal>> makeDecimalWorkloads() {
     };
     return {
         {"growing_decimals", Kind::GROWING, values, makePrices, {}},
-        {"present_decimals", Kind::PRESENT, values, makePrices, [](const std::vector<XSDDecimal>& entered) { return drawFrom(entered, 2 * entered.size()); }},
+        {"present_decimals", Kind::PRESENT, values, makePrices,
+         [](const std::vector<XSDDecimal>& entered) { return drawFrom(entered, 2 * entered.size()); }},
     };
 }
 
@@ -252,7 +271,10 @@ int main(int argc, char** argv) {
     const size_t values = scaled(10000000);
     const size_t reads = scaled(20000000);
     const auto addReverse = [=](const char* name, void (*runReads)(benchmark::State&, size_t, size_t)) {
-        benchmark::RegisterBenchmark(name, [=](benchmark::State& state) { runReads(state, values, reads); })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(name, [=](benchmark::State& state) { runReads(state, values, reads); })
+            ->Iterations(1)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
     };
     addReverse("reverse_value/kavix/threads:1", runReverse<Reverse::VALUE>);
     addReverse("reverse_text/kavix/threads:1", runReverse<Reverse::TEXT>);

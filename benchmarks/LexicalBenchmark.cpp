@@ -181,11 +181,13 @@ int main(int argc, char** argv) {
     using namespace kavix::benchmarks;
     benchmark::Initialize(&argc, argv);
     registerByDigits("parse_integer/kavix", 1, 19, [](benchmark::State& state) { parse(state, 0, parseOurs); });
-    registerByDigits("parse_integer/from_chars", 1, 19, [](benchmark::State& state) { parse(state, 0, parseStandard); });
+    registerByDigits(
+        "parse_integer/from_chars", 1, 19, [](benchmark::State& state) { parse(state, 0, parseStandard); });
     registerByDigits("print_integer/kavix", 1, 19, [](benchmark::State& state) { print(state, printOurs); });
     registerByDigits("print_integer/to_chars", 1, 19, [](benchmark::State& state) { print(state, printStandard); });
     registerByDigits("parse_decimal/kavix", 3, 18, [](benchmark::State& state) { parse(state, 2, parseDecimals); });
-    registerByDigits("parse_decimal/from_chars-double", 3, 18, [](benchmark::State& state) { parse(state, 2, parseDoubles); });
+    registerByDigits(
+        "parse_decimal/from_chars-double", 3, 18, [](benchmark::State& state) { parse(state, 2, parseDoubles); });
     registerByDigits("print_decimal/kavix", 3, 18, printDecimal);
     registerByDigits("print_decimal/to_chars-double", 3, 18, printDouble);
     benchmark::RunSpecifiedBenchmarks();

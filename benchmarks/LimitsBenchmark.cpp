@@ -14,8 +14,8 @@
 #include <cstdint>
 #include <new>
 #include <span>
-#include <sys/mman.h>
 #include <string>
+#include <sys/mman.h>
 #include <vector>
 
 namespace kavix::benchmarks {
@@ -30,12 +30,14 @@ public:
         uint64_t m_second;
     };
 
-    PagedArray(size_t numberOfBuckets, bool useHugePages) : m_numberOfBytes(numberOfBuckets * sizeof(Bucket) + HUGE_PAGE_SIZE) {
+    PagedArray(size_t numberOfBuckets, bool useHugePages) :
+        m_numberOfBytes(numberOfBuckets * sizeof(Bucket) + HUGE_PAGE_SIZE) {
         m_memory = ::mmap(nullptr, m_numberOfBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (m_memory == MAP_FAILED)
             throw std::bad_alloc();
         ::madvise(m_memory, m_numberOfBytes, useHugePages ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
-        const uintptr_t start = (reinterpret_cast<uintptr_t>(m_memory) + HUGE_PAGE_SIZE - 1) / HUGE_PAGE_SIZE * HUGE_PAGE_SIZE;
+        const uintptr_t start =
+            (reinterpret_cast<uintptr_t>(m_memory) + HUGE_PAGE_SIZE - 1) / HUGE_PAGE_SIZE * HUGE_PAGE_SIZE;
         m_buckets = std::span(reinterpret_cast<Bucket*>(start), numberOfBuckets);
         for (size_t index = 0; index < numberOfBuckets; ++index)
             m_buckets[index] = {index, 0};
@@ -54,7 +56,6 @@ private:
 
     size_t m_numberOfBytes;
     void* m_memory;
-
 };
 
 size_t getNumberOfBuckets() {
@@ -76,8 +77,8 @@ void dependentReads(benchmark::State& state, bool useHugePages) {
     const size_t mask = array.m_buckets.size() - 1;
     const size_t reads = scaled(5000000);
     measure(state, reads, [&] {
-        // The next address needs the last value, which is always 0. The index keeps the walk from running in a short circle,
-        // as every random function of the position alone soon does.
+        // The next address needs the last value, which is always 0. The index keeps the walk from running in a short
+        // circle, as every random function of the position alone soon does.
         uint64_t last = 0;
         for (size_t index = 0; index < reads; ++index)
             last = array.m_buckets[static_cast<uint64_t>(makeRandomInteger(index + last)) & mask].m_second;
@@ -85,8 +86,8 @@ void dependentReads(benchmark::State& state, bool useHugePages) {
     });
 }
 
-/// Random buckets, read or written, whose lines are fetched some way ahead: what batches are made for. Level 1 or 2 of the
-/// caches gets them.
+/// Random buckets, read or written, whose lines are fetched some way ahead: what batches are made for. Level 1 or 2 of
+/// the caches gets them.
 template<bool WRITES, int LEVEL>
 void prefetchedAccess(benchmark::State& state, bool useHugePages) {
     PagedArray array(getNumberOfBuckets(), useHugePages);
@@ -98,7 +99,8 @@ void prefetchedAccess(benchmark::State& state, bool useHugePages) {
         uint64_t sum = 0;
         for (size_t index = 0; index < accesses; ++index) {
             if (index + DISTANCE < accesses)
-                __builtin_prefetch(&array.m_buckets[static_cast<uint64_t>(keys[index + DISTANCE]) & mask], WRITES, 4 - LEVEL);
+                __builtin_prefetch(
+                    &array.m_buckets[static_cast<uint64_t>(keys[index + DISTANCE]) & mask], WRITES, 4 - LEVEL);
             PagedArray::Bucket& bucket = array.m_buckets[static_cast<uint64_t>(keys[index]) & mask];
             if constexpr (WRITES)
                 bucket = {index, bucket.m_second + 1};
@@ -149,10 +151,16 @@ int main(int argc, char** argv) {
     registerLimit("dependent_reads/pages:huge", [](benchmark::State& state) { dependentReads(state, true); });
     for (const bool isHuge : {false, true}) {
         const std::string pages = isHuge ? "pages:huge" : "pages:4K";
-        registerLimit("prefetched_reads_level1/" + pages, [=](benchmark::State& state) { prefetchedAccess<false, 1>(state, isHuge); });
-        registerLimit("prefetched_reads/" + pages, [=](benchmark::State& state) { prefetchedAccess<false, 2>(state, isHuge); });
-        registerLimit("prefetched_writes_level1/" + pages, [=](benchmark::State& state) { prefetchedAccess<true, 1>(state, isHuge); });
-        registerLimit("prefetched_writes/" + pages, [=](benchmark::State& state) { prefetchedAccess<true, 2>(state, isHuge); });
+        registerLimit("prefetched_reads_level1/" + pages, [=](benchmark::State& state) {
+            prefetchedAccess<false, 1>(state, isHuge);
+        });
+        registerLimit(
+            "prefetched_reads/" + pages, [=](benchmark::State& state) { prefetchedAccess<false, 2>(state, isHuge); });
+        registerLimit("prefetched_writes_level1/" + pages, [=](benchmark::State& state) {
+            prefetchedAccess<true, 1>(state, isHuge);
+        });
+        registerLimit(
+            "prefetched_writes/" + pages, [=](benchmark::State& state) { prefetchedAccess<true, 2>(state, isHuge); });
     }
     registerLimit("streaming_bytes/pages:4K", [](benchmark::State& state) { streamingRead(state, false); });
     registerLimit("streaming_bytes/pages:huge", [](benchmark::State& state) { streamingRead(state, true); });

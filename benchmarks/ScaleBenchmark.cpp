@@ -1,7 +1,7 @@
 /// Does the cost of a value stay flat from thousands to hundreds of millions of values? And the memory, and the waits?
 ///
-/// Names are OPERATION/WIDTH/threads:N/VALUES. KAVIX_BENCHMARK_MAXIMUM bounds the number of values, 10^7 unless it is set;
-/// 2*10^8 takes about 14 GB.
+/// Names are OPERATION/WIDTH/threads:N/VALUES. KAVIX_BENCHMARK_MAXIMUM bounds the number of values, 10^7 unless it is
+/// set; 2*10^8 takes about 14 GB.
 
 #include "support/Keys.h"
 #include "support/Store.h"
@@ -75,8 +75,11 @@ void measure(benchmark::State& state, size_t numberOfThreads, bool isLookup) {
                 const Duration once = runOnThreads(map, values, numberOfThreads, 1, false);
                 duration.m_wallSeconds += once.m_wallSeconds;
                 duration.m_processorSeconds += once.m_processorSeconds;
-                state.counters["bytes_per_value"] = static_cast<double>(map.m_store.m_memoryManager.getChargedBytes()) / static_cast<double>(values);
-                state.counters["bucket_bytes_per_value"] = static_cast<double>(map.m_dictionary.getIntegerTable(D_XSD_INTEGER).getCommittedBytes()) / static_cast<double>(values);
+                state.counters["bytes_per_value"] =
+                    static_cast<double>(map.m_store.m_memoryManager.getChargedBytes()) / static_cast<double>(values);
+                state.counters["bucket_bytes_per_value"] =
+                    static_cast<double>(map.m_dictionary.getIntegerTable(D_XSD_INTEGER).getCommittedBytes()) /
+                    static_cast<double>(values);
             }
         state.SetIterationTime(duration.m_wallSeconds);
         state.SetItemsProcessed(static_cast<int64_t>(values * passes));

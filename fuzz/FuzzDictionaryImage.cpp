@@ -1,5 +1,5 @@
-// Loads the raw image of a numeric dictionary after its structure was checked: what the check accepts can be loaded, and
-// verified whatever it holds; what is sound gives the same image again.
+// Loads the raw image of a numeric dictionary after its structure was checked: what the check accepts can be loaded,
+// and verified whatever it holds; what is sound gives the same image again.
 
 #include "FuzzSupport.h"
 #include "Fuzzers.h"
@@ -7,8 +7,8 @@
 
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/store/StoreFormat.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/KavixException.h"
@@ -27,7 +27,11 @@ namespace {
 /// What the families of a store share, as the sample store has it.
 struct Shared {
 
-    explicit Shared(const std::string& store) : m_memoryManager(1 << 24), m_resourceData(m_memoryManager), m_resourceDatatypeIDs(m_memoryManager), m_dataPool(m_memoryManager) {
+    explicit Shared(const std::string& store) :
+        m_memoryManager(1 << 24),
+        m_resourceData(m_memoryManager),
+        m_resourceDatatypeIDs(m_memoryManager),
+        m_dataPool(m_memoryManager) {
         StoreFormat::Header header;
         std::memcpy(&header, store.data(), sizeof(header));
         const auto getSection = [&store](size_t index) {
@@ -55,7 +59,6 @@ struct Shared {
     MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
     DataPool m_dataPool;
     std::string m_image;
-
 };
 
 }
@@ -81,12 +84,15 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
     const uint64_t freeBytes = shared.m_memoryManager.getFreeBytes();
     try {
         MemoryInputStream stream(image);
-        inspector.checkImage(stream, ImageLimits{image.size(), 4096, freeBytes}, [&isAccepted](std::string&&) { isAccepted = false; });
+        inspector.checkImage(
+            stream, ImageLimits{image.size(), 4096, freeBytes}, [&isAccepted](std::string&&) { isAccepted = false; });
     }
     catch (const KavixException&) {
         isAccepted = false;
     }
-    const std::unique_ptr<DictionaryDatatype> dictionary = s_NumericDatatypeFactory.createDictionaryDatatype(isNarrow, shared.m_memoryManager, shared.m_nextResourceID, shared.m_resourceData, shared.m_resourceDatatypeIDs, shared.m_dataPool);
+    const std::unique_ptr<DictionaryDatatype> dictionary = s_NumericDatatypeFactory.createDictionaryDatatype(
+        isNarrow, shared.m_memoryManager, shared.m_nextResourceID, shared.m_resourceData, shared.m_resourceDatatypeIDs,
+        shared.m_dataPool);
     try {
         MemoryInputStream stream(image);
         dictionary->load(stream);
@@ -102,11 +108,19 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
     if (!isAccepted)
         return 0;
     bool isSound = true;
-    const StoreContents contents{isNarrow, shared.m_nextResourceID.load(), shared.m_resourceData.getData(), shared.m_resourceDatatypeIDs.getData(), shared.m_dataPool.getBase(), shared.m_dataPool.getEnd()};
+    const StoreContents contents{
+        isNarrow,
+        shared.m_nextResourceID.load(),
+        shared.m_resourceData.getData(),
+        shared.m_resourceDatatypeIDs.getData(),
+        shared.m_dataPool.getBase(),
+        shared.m_dataPool.getEnd()};
     inspector.verify(*dictionary, contents, [&isSound](std::string&&) { isSound = false; });
     MemoryOutputStream saved;
     dictionary->save(saved);
-    require(saved.getContent().size() >= image.size(), "an image that was loaded can be saved"); // whole pages may follow the end
+    require(
+        saved.getContent().size() >= image.size(),
+        "an image that was loaded can be saved"); // whole pages may follow the end
     if (isSound)
         for (uint64_t resourceID = 1; resourceID < contents.m_nextResourceID; ++resourceID) {
             const uint8_t datatypeID = contents.m_resourceDatatypeIDs[resourceID].load();
@@ -114,7 +128,9 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
                 continue;
             ResourceValue value;
             dictionary->getResource(resourceID, datatypeID, value);
-            require(dictionary->tryResolveResource(Dictionary::EVERYTHING, value) == resourceID, "every resource is found by its value");
+            require(
+                dictionary->tryResolveResource(Dictionary::EVERYTHING, value) == resourceID,
+                "every resource is found by its value");
         }
     return 0;
 }

@@ -27,19 +27,26 @@ void loadRegion(const uint8_t* data, size_t size) {
     catch (const KavixException&) {
         // Refused, or cut short.
     }
-    require(memoryManager.getChargedBytes() == region.getCommittedBytes(), "what is committed is charged, and nothing else");
+    require(
+        memoryManager.getChargedBytes() == region.getCommittedBytes(),
+        "what is committed is charged, and nothing else");
     require(region.getEnd() <= region.getMaximumNumberOfItems(), "the end is within the capacity");
     if (isLoaded && region.getMaximumNumberOfItems() != 0) {
         uint64_t end;
         std::memcpy(&end, data + sizeof(uint64_t), sizeof(end));
-        require(region.getEnd() >= end && std::memcmp(region.getData(), data + 2 * sizeof(uint64_t), end * sizeof(T)) == 0, "the items are those of the image");
+        require(
+            region.getEnd() >= end && std::memcmp(region.getData(), data + 2 * sizeof(uint64_t), end * sizeof(T)) == 0,
+            "the items are those of the image");
         MemoryOutputStream saved;
         region.save(saved);
         MemoryInputStream savedStream(saved.getContent());
         MemoryRegion<T> copy(memoryManager);
         try {
             copy.load(savedStream);
-            require(copy.getEnd() == region.getEnd() && std::memcmp(copy.getData(), region.getData(), region.getEnd() * sizeof(T)) == 0, "a saved region loads");
+            require(
+                copy.getEnd() == region.getEnd() &&
+                    std::memcmp(copy.getData(), region.getData(), region.getEnd() * sizeof(T)) == 0,
+                "a saved region loads");
         }
         catch (const KavixException&) {
             // The budget does not hold it twice.

@@ -62,7 +62,6 @@ struct ChangeableStore {
     StoreFormat::Header m_header;
     std::array<StoreFormat::Section, NUMBER_OF_SECTIONS> m_entries;
     std::array<std::string, NUMBER_OF_SECTIONS> m_sections;
-
 };
 
 void requireSound(const Dictionary& dictionary) {
@@ -75,7 +74,10 @@ void use(Dictionary& dictionary, bool isFilled) {
     const uint64_t end = dictionary.takeSnapshot().first;
     for (uint64_t resourceID = 0; resourceID < end; ++resourceID)
         if (dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE)
-            require(dictionary.tryResolve(dictionary.getValue(resourceID)) == resourceID && !dictionary.getTurtleLiteral(resourceID).empty(), "every resource is found by its value");
+            require(
+                dictionary.tryResolve(dictionary.getValue(resourceID)) == resourceID &&
+                    !dictionary.getTurtleLiteral(resourceID).empty(),
+                "every resource is found by its value");
     MemoryOutputStream saved;
     dictionary.saveStore(saved);
     MemoryInputStream input(saved.getContent());
@@ -104,7 +106,8 @@ void use(Dictionary& dictionary, bool isFilled) {
 int fuzzStore(const uint8_t* data, size_t size) {
     using namespace kavix;
     using namespace kavix::fuzz;
-    static const std::string s_samples[] = {makeSampleStore(ResourceIDWidth::BITS_32), makeSampleStore(ResourceIDWidth::BITS_64)};
+    static const std::string s_samples[] = {
+        makeSampleStore(ResourceIDWidth::BITS_32), makeSampleStore(ResourceIDWidth::BITS_64)};
     Input input(data, size);
     const uint8_t flags = input.take<uint8_t>();
     const uint8_t numberOfChanges = input.take<uint8_t>() % 16;
@@ -138,7 +141,7 @@ int fuzzStore(const uint8_t* data, size_t size) {
             use(*dictionary, (flags & 8) != 0);
         }
         else
-            dictionary->verify([](std::string&&) { }); // whatever it finds, it survives
+            dictionary->verify([](std::string&&) {}); // whatever it finds, it survives
     }
     catch (const KavixException&) {
         // Refused.

@@ -7,8 +7,9 @@
 #include <cstring>
 #include <string>
 
-// What the fuzzers share. A store has 240 KB, nearly all of it zero, so the input is not a store but a list of changes to
-// a small sound one; a change names a field rather than a byte, so that mutations meet fields and not only empty buckets.
+// What the fuzzers share. A store has 240 KB, nearly all of it zero, so the input is not a store but a list of changes
+// to a small sound one; a change names a field rather than a byte, so that mutations meet fields and not only empty
+// buckets.
 
 namespace kavix::fuzz {
 
@@ -28,7 +29,9 @@ class Input {
 
 public:
 
-    Input(const uint8_t* data, size_t size) noexcept : m_data(data), m_size(size) { }
+    Input(const uint8_t* data, size_t size) noexcept :
+        m_data(data),
+        m_size(size) { }
 
     bool isEmpty() const noexcept { return m_size == 0; }
 
@@ -47,7 +50,6 @@ private:
 
     const uint8_t* m_data;
     size_t m_size;
-
 };
 
 /// Overwrites part of some bytes with a number, where it fits.
@@ -67,10 +69,11 @@ struct ImageLayout {
     static constexpr size_t REGION = 2 * 8;
     static constexpr size_t BUCKETS = TABLE_HEADER + COUNTS + RESERVATIONS + REGION;
 
-    static size_t getTable(size_t table) noexcept { return FIRST_TABLE + table * BUCKETS + (table == 0 ? 0 : 8 * 1024 + (table - 1) * 16 * 1024); }
+    static size_t getTable(size_t table) noexcept {
+        return FIRST_TABLE + table * BUCKETS + (table == 0 ? 0 : 8 * 1024 + (table - 1) * 16 * 1024);
+    }
 
     static size_t getBucketSize(size_t table) noexcept { return table == 0 ? 8 : 16; }
-
 };
 
 /// Changes a dictionary image as the input says:  kind, place, number
@@ -82,23 +85,31 @@ inline void changeImage(std::string& image, Input& input) {
     const size_t tablePosition = ImageLayout::getTable(table);
     const size_t index = place / 14;
     switch (kind % 6) {
-        case 0: // a count or the region's size, of a table
-            overwrite(image, tablePosition + ImageLayout::TABLE_HEADER + (index % 6 < 4 ? index % 6 * 8 : ImageLayout::COUNTS + ImageLayout::RESERVATIONS + (index % 6 - 4) * 8), number);
-            break;
-        case 1: // a reservation
-            overwrite(image, tablePosition + ImageLayout::TABLE_HEADER + ImageLayout::COUNTS + index % 256 * 4, static_cast<uint32_t>(number));
-            break;
-        case 2: // the key word of a bucket
-            overwrite(image, tablePosition + ImageLayout::BUCKETS + index % 1024 * ImageLayout::getBucketSize(table), number);
-            break;
-        case 3: // the value of a bucket, or the next key word
-            overwrite(image, tablePosition + ImageLayout::BUCKETS + index % 1024 * ImageLayout::getBucketSize(table) + 8, number);
-            break;
-        case 4: // any byte of the front, where the bounds and the first headers are
-            overwrite(image, place % 2048, static_cast<uint8_t>(number));
-            break;
-        default: // another length
-            image.resize(number % 500'000, '\0');
+    case 0: // a count or the region's size, of a table
+        overwrite(
+            image,
+            tablePosition + ImageLayout::TABLE_HEADER +
+                (index % 6 < 4 ? index % 6 * 8 : ImageLayout::COUNTS + ImageLayout::RESERVATIONS + (index % 6 - 4) * 8),
+            number);
+        break;
+    case 1: // a reservation
+        overwrite(
+            image, tablePosition + ImageLayout::TABLE_HEADER + ImageLayout::COUNTS + index % 256 * 4,
+            static_cast<uint32_t>(number));
+        break;
+    case 2: // the key word of a bucket
+        overwrite(
+            image, tablePosition + ImageLayout::BUCKETS + index % 1024 * ImageLayout::getBucketSize(table), number);
+        break;
+    case 3: // the value of a bucket, or the next key word
+        overwrite(
+            image, tablePosition + ImageLayout::BUCKETS + index % 1024 * ImageLayout::getBucketSize(table) + 8, number);
+        break;
+    case 4: // any byte of the front, where the bounds and the first headers are
+        overwrite(image, place % 2048, static_cast<uint8_t>(number));
+        break;
+    default: // another length
+        image.resize(number % 500'000, '\0');
     }
 }
 

@@ -22,7 +22,8 @@ class Corpus {
 
 public:
 
-    explicit Corpus(const std::filesystem::path& folder) : m_folder(folder) { }
+    explicit Corpus(const std::filesystem::path& folder) :
+        m_folder(folder) { }
 
     void add(const std::string& fuzzer, const std::string& name, const std::string& bytes) const {
         std::filesystem::create_directories(m_folder / fuzzer);
@@ -35,7 +36,6 @@ public:
 private:
 
     const std::filesystem::path m_folder;
-
 };
 
 /// kind, place, number; the place counts the fourteen tables first. The table of xsd:int is 7.
@@ -92,12 +92,16 @@ void makeCorpus(const Corpus& corpus) {
     addSectionChange("fraction-digits", 67, 12, 20);
     addSectionChange("short-pool", 195, 0, 10);
     for (const int place : {8, 12, 16, 20, 32, 40, 56, 64, 72})
-        corpus.add("store", "frame-" + std::to_string(place), join(uint8_t(2), uint8_t(0), static_cast<uint8_t>(place), uint64_t(0x0102030405060708)));
+        corpus.add(
+            "store", "frame-" + std::to_string(place),
+            join(uint8_t(2), uint8_t(0), static_cast<uint8_t>(place), uint64_t(0x0102030405060708)));
 
     for (const uint8_t flags : {uint8_t(0), uint8_t(1)}) {
         corpus.add("dictionary-image", "sound-" + std::to_string(flags), join(flags));
         for (const NamedChange& change : getImageChanges())
-            corpus.add("dictionary-image", std::string(change.m_name) + "-" + std::to_string(flags), join(flags) + change.m_bytes);
+            corpus.add(
+                "dictionary-image", std::string(change.m_name) + "-" + std::to_string(flags),
+                join(flags) + change.m_bytes);
     }
 
     for (const uint8_t wide : {uint8_t(0), uint8_t(1)}) {

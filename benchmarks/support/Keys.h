@@ -11,8 +11,8 @@
 
 namespace kavix::benchmarks {
 
-/// A bijection of 64-bit numbers (the finaliser of splitmix64): distinct indexes give distinct values that look random, so
-/// no workload has to look for duplicates or to keep its values.
+/// A bijection of 64-bit numbers (the finaliser of splitmix64): distinct indexes give distinct values that look random,
+/// so no workload has to look for duplicates or to keep its values.
 inline int64_t makeRandomInteger(uint64_t index) noexcept {
     index += 0x9e3779b97f4a7c15u;
     index = (index ^ (index >> 30)) * 0xbf58476d1ce4e5b9u;
@@ -25,19 +25,21 @@ class Random {
 
 public:
 
-    explicit Random(uint64_t seed) noexcept : m_next(seed << 40) { }
+    explicit Random(uint64_t seed) noexcept :
+        m_next(seed << 40) { }
 
     uint64_t below(uint64_t bound) noexcept {
         const uint64_t number = static_cast<uint64_t>(makeRandomInteger(m_next++)) >> 32;
         return number * bound >> 32; // bounds are below 2^32
     }
 
-    double fraction() noexcept { return static_cast<double>(static_cast<uint64_t>(makeRandomInteger(m_next++)) >> 11) * 0x1p-53; }
+    double fraction() noexcept {
+        return static_cast<double>(static_cast<uint64_t>(makeRandomInteger(m_next++)) >> 11) * 0x1p-53;
+    }
 
 private:
 
     uint64_t m_next;
-
 };
 
 template<typename Key>
@@ -66,8 +68,8 @@ std::vector<Key> drawFrom(const std::vector<Key>& values, size_t count) {
     return keys;
 }
 
-/// Draws of random integers whose ranks have a Zipf distribution (Gray et al., "Quickly generating billion-record synthetic
-/// databases"): few values are most of the draws, as in data.
+/// Draws of random integers whose ranks have a Zipf distribution (Gray et al., "Quickly generating billion-record
+/// synthetic databases"): few values are most of the draws, as in data.
 inline std::vector<int64_t> drawZipf(size_t numberOfValues, double exponent, size_t count) {
     double zeta = 0;
     for (size_t rank = 1; rank <= numberOfValues; ++rank)
@@ -82,7 +84,9 @@ inline std::vector<int64_t> drawZipf(size_t numberOfValues, double exponent, siz
         const double scaled = fraction * zeta;
         uint64_t rank = 0;
         if (scaled >= 1)
-            rank = scaled < 1 + std::pow(0.5, exponent) ? 1 : static_cast<uint64_t>(size * std::pow(eta * fraction - eta + 1, alpha));
+            rank = scaled < 1 + std::pow(0.5, exponent)
+                       ? 1
+                       : static_cast<uint64_t>(size * std::pow(eta * fraction - eta + 1, alpha));
         key = makeRandomInteger(rank < numberOfValues ? rank : numberOfValues - 1);
     }
     return keys;

@@ -33,8 +33,8 @@
 #include <xenium/vyukov_hash_map.hpp>
 #endif
 
-/// The maps to compare with, doing our dictionary's work: the same IDs, arrays and interface. Integers are hashed as each
-/// map does by default unless it says otherwise, decimals by std::hash.
+/// The maps to compare with, doing our dictionary's work: the same IDs, arrays and interface. Integers are hashed as
+/// each map does by default unless it says otherwise, decimals by std::hash.
 namespace kavix::benchmarks {
 
 /// What the peers have in common. Map says how a value is found and entered:
@@ -44,7 +44,9 @@ class PeerSession {
 
 public:
 
-    explicit PeerSession(Map& map) : m_map(map), m_resourceIDs(map.m_store) { }
+    explicit PeerSession(Map& map) :
+        m_map(map),
+        m_resourceIDs(map.m_store) { }
 
     template<typename Key>
     void resolve(std::span<const Key> keys, uint64_t* resourceIDs) {
@@ -62,7 +64,6 @@ private:
 
     Map& m_map;
     ResourceIDs m_resourceIDs;
-
 };
 
 /// A map without locks, for one thread.
@@ -74,7 +75,10 @@ public:
     static constexpr bool ONE_THREAD_ONLY = true;
     using Session = PeerSession<AloneMap>;
 
-    AloneMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) : m_store(maximumNumberOfValues) { m_map.reserve(expectedNumberOfValues); }
+    AloneMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
+        m_store(maximumNumberOfValues) {
+        m_map.reserve(expectedNumberOfValues);
+    }
 
     uint32_t find(const Key& key) const {
         const auto position = m_map.find(key);
@@ -93,7 +97,6 @@ public:
 private:
 
     Hashed<Key, uint32_t> m_map;
-
 };
 
 /// A map divided into shards by the hash, each behind a lock.
@@ -105,7 +108,9 @@ public:
     static constexpr bool ONE_THREAD_ONLY = false;
     using Session = PeerSession<LockedMap>;
 
-    LockedMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) : m_store(maximumNumberOfValues), m_shards(std::make_unique<std::array<Shard, NUMBER_OF_SHARDS>>()) {
+    LockedMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
+        m_store(maximumNumberOfValues),
+        m_shards(std::make_unique<std::array<Shard, NUMBER_OF_SHARDS>>()) {
         for (Shard& shard : *m_shards)
             shard.m_map.reserve(expectedNumberOfValues / NUMBER_OF_SHARDS * 17 / 16); // shards fill unevenly
     }
@@ -142,7 +147,6 @@ private:
     }
 
     std::unique_ptr<std::array<Shard, NUMBER_OF_SHARDS>> m_shards;
-
 };
 
 template<typename Key, typename Value>
@@ -153,7 +157,8 @@ using StandardBehindMutex = LockedMap<Key, StandardHashed, std::mutex, 1>;
 
 #ifdef KAVIX_HAS_ABSEIL
 template<typename Key, typename Value>
-using AbseilHashed = absl::flat_hash_map<Key, Value, std::conditional_t<std::is_same_v<Key, XSDDecimal>, std::hash<Key>, absl::Hash<int64_t>>>;
+using AbseilHashed = absl::flat_hash_map<
+    Key, Value, std::conditional_t<std::is_same_v<Key, XSDDecimal>, std::hash<Key>, absl::Hash<int64_t>>>;
 
 template<typename Key>
 using AbseilAlone = AloneMap<Key, AbseilHashed>;
@@ -167,7 +172,8 @@ using AbseilBehindSpinLocks = LockedMap<Key, AbseilHashed, SpinLock, 64>;
 
 #ifdef KAVIX_HAS_BOOST_FLAT_MAP
 template<typename Key, typename Value>
-using BoostHashed = boost::unordered_flat_map<Key, Value, std::conditional_t<std::is_same_v<Key, XSDDecimal>, std::hash<Key>, boost::hash<int64_t>>>;
+using BoostHashed = boost::unordered_flat_map<
+    Key, Value, std::conditional_t<std::is_same_v<Key, XSDDecimal>, std::hash<Key>, boost::hash<int64_t>>>;
 
 template<typename Key>
 using BoostAlone = AloneMap<Key, BoostHashed>;
@@ -182,7 +188,10 @@ public:
     static constexpr bool ONE_THREAD_ONLY = false;
     using Session = PeerSession<TBBMap>;
 
-    TBBMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) : m_store(maximumNumberOfValues) { m_map.rehash(expectedNumberOfValues); }
+    TBBMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
+        m_store(maximumNumberOfValues) {
+        m_map.rehash(expectedNumberOfValues);
+    }
 
     uint32_t find(const Key& key) const {
         typename Map::const_accessor accessor;
@@ -213,7 +222,6 @@ private:
     using Map = tbb::concurrent_hash_map<Key, uint32_t, HashCompare>;
 
     Map m_map;
-
 };
 #endif
 
@@ -235,7 +243,10 @@ public:
     static constexpr bool ONE_THREAD_ONLY = false;
     using Session = PeerSession<LibcuckooMap>;
 
-    LibcuckooMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) : m_store(maximumNumberOfValues) { m_map.reserve(expectedNumberOfValues); }
+    LibcuckooMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
+        m_store(maximumNumberOfValues) {
+        m_map.reserve(expectedNumberOfValues);
+    }
 
     uint32_t find(const Key& key) const {
         uint32_t resourceID = 0;
@@ -246,7 +257,8 @@ public:
     uint32_t findOrInsert(const Key& key, ResourceIDs& resourceIDs) {
         // The map wants the new ID beforehand; it is spent only if the key was new.
         uint32_t resourceID = resourceIDs.peek();
-        if (m_map.upsert(key, [&resourceID](uint32_t& present) { resourceID = present; }, resourceID))
+        if (m_map.upsert(
+                key, [&resourceID](uint32_t& present) { resourceID = present; }, resourceID))
             resourceIDs.take(key);
         return resourceID;
     }
@@ -256,7 +268,6 @@ public:
 private:
 
     libcuckoo::cuckoohash_map<Key, uint32_t, LibcuckooHash<Key>> m_map;
-
 };
 #endif
 
@@ -269,7 +280,9 @@ public:
     static constexpr bool ONE_THREAD_ONLY = false;
     using Session = PeerSession<XeniumMap>;
 
-    XeniumMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) : m_store(maximumNumberOfValues), m_map(std::max<size_t>(128, expectedNumberOfValues)) { }
+    XeniumMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
+        m_store(maximumNumberOfValues),
+        m_map(std::max<size_t>(128, expectedNumberOfValues)) { }
 
     uint32_t find(const int64_t& key) const {
         Map::accessor accessor;
@@ -287,10 +300,10 @@ public:
 
 private:
 
-    using Map = xenium::vyukov_hash_map<int64_t, uint32_t, xenium::policy::reclaimer<xenium::reclamation::epoch_based<>>>;
+    using Map =
+        xenium::vyukov_hash_map<int64_t, uint32_t, xenium::policy::reclaimer<xenium::reclamation::epoch_based<>>>;
 
     Map m_map;
-
 };
 #endif
 

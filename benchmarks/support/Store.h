@@ -22,8 +22,8 @@ namespace kavix::benchmarks {
 /// How many values a session is given at once; contestants without batches go through them one at a time.
 inline constexpr size_t BATCH_SIZE = 1024;
 
-/// What a store shares: the counter of resource IDs and the arrays in which a value is found by its ID. Every contestant
-/// has one and fills it in the same way, so that the maps are what differs.
+/// What a store shares: the counter of resource IDs and the arrays in which a value is found by its ID. Every
+/// contestant has one and fills it in the same way, so that the maps are what differs.
 struct Store : private Unmovable {
 
     /// @param maximumNumberOfValues  address space; a block of IDs for each of a few threads is added
@@ -32,8 +32,7 @@ struct Store : private Unmovable {
         m_resourceData(m_memoryManager),
         m_resourceDatatypeIDs(m_memoryManager),
         m_dataPool(m_memoryManager),
-        m_capacity(maximumNumberOfValues + 64 * DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE)
-    {
+        m_capacity(maximumNumberOfValues + 64 * DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE) {
         ThreadSlots::ensureSlot();
         m_resourceData.initialize(m_capacity);
         m_resourceDatatypeIDs.initialize(m_capacity);
@@ -46,21 +45,23 @@ struct Store : private Unmovable {
     MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
     DataPool m_dataPool;
     const size_t m_capacity;
-
 };
 
-/// The IDs of one thread of a peer: blocks from the store's counter, and the entries of its arrays, as our dictionary does
-/// it. A decimal's number is what the array keeps; its other field would need the pool, which spares the peers a write.
+/// The IDs of one thread of a peer: blocks from the store's counter, and the entries of its arrays, as our dictionary
+/// does it. A decimal's number is what the array keeps; its other field would need the pool, which spares the peers a
+/// write.
 class ResourceIDs {
 
 public:
 
-    explicit ResourceIDs(Store& store) noexcept : m_store(store) { }
+    explicit ResourceIDs(Store& store) noexcept :
+        m_store(store) { }
 
     /// The ID that take() returns next.
     uint32_t peek() {
         if (m_next == m_end) [[unlikely]] {
-            m_next = m_store.m_nextResourceID.fetch_add(DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE, std::memory_order_relaxed);
+            m_next = m_store.m_nextResourceID.fetch_add(
+                DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE, std::memory_order_relaxed);
             m_end = m_next + DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE;
             m_store.m_resourceData.ensureEndAtLeast(m_end);
             m_store.m_resourceDatatypeIDs.ensureEndAtLeast(m_end);
@@ -74,7 +75,8 @@ public:
         ++m_next;
         std::memcpy(&m_store.m_resourceData[resourceID], &key, sizeof(uint64_t));
         // Release, as in our dictionary: whoever sees the datatype ID sees the data word.
-        m_store.m_resourceDatatypeIDs[resourceID].store(std::is_same_v<Key, int64_t> ? D_XSD_INTEGER : D_XSD_DECIMAL, std::memory_order_release);
+        m_store.m_resourceDatatypeIDs[resourceID].store(
+            std::is_same_v<Key, int64_t> ? D_XSD_INTEGER : D_XSD_DECIMAL, std::memory_order_release);
         return resourceID;
     }
 
@@ -83,11 +85,10 @@ private:
     Store& m_store;
     uint64_t m_next = 0;
     uint64_t m_end = 0;
-
 };
 
-/// How values are given to our dictionary: one at a time, one at a time by the virtual operation with a ResourceValue, or
-/// in batches.
+/// How values are given to our dictionary: one at a time, one at a time by the virtual operation with a ResourceValue,
+/// or in batches.
 enum class Manner { SINGLE, VIRTUAL, BATCHED };
 
 template<typename Key, typename ResourceID, Manner MANNER>
@@ -102,8 +103,9 @@ public:
     /// @param expectedNumberOfValues  sizes the table; 0 lets it grow
     KavixMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
         m_store(maximumNumberOfValues),
-        m_dictionary(m_store.m_memoryManager, m_store.m_nextResourceID, m_store.m_resourceData, m_store.m_resourceDatatypeIDs, m_store.m_dataPool)
-    {
+        m_dictionary(
+            m_store.m_memoryManager, m_store.m_nextResourceID, m_store.m_resourceData, m_store.m_resourceDatatypeIDs,
+            m_store.m_dataPool) {
         m_dictionary.initialize(m_store.m_capacity, 0);
         if (expectedNumberOfValues > 0) {
             std::vector<uint64_t> counts(D_XSD_UNSIGNED_BYTE + 1, 0);
@@ -116,7 +118,10 @@ public:
 
     public:
 
-        explicit Session(KavixMap& map) : m_map(map) { ThreadSlots::ensureSlot(); }
+        explicit Session(KavixMap& map) :
+            m_map(map) {
+            ThreadSlots::ensureSlot();
+        }
 
         void resolve(std::span<const Key> keys, uint64_t* resourceIDs) {
             if constexpr (MANNER == Manner::SINGLE)
@@ -170,14 +175,12 @@ public:
 
         KavixMap& m_map;
         DictionaryUsageContext m_context;
-
     };
 
     DictionaryDatatype& getInterface() noexcept { return m_dictionary; }
 
     Store m_store;
     NumericDatatype<ResourceID> m_dictionary;
-
 };
 
 template<typename Key>

@@ -1,5 +1,5 @@
-// Loaded into the program by LD_PRELOAD: makes one of its system calls fail. NUMDICT_TEST_FAULT names the call, which of
-// them it is, and the error number: "fsync 1 5".
+// Loaded into the program by LD_PRELOAD: makes one of its system calls fail. NUMDICT_TEST_FAULT names the call, which
+// of them it is, and the error number: "fsync 1 5".
 
 #include <dlfcn.h>
 #include <sys/types.h>
@@ -20,7 +20,8 @@ bool isToFail(const char* call) {
     const char* const fault = std::getenv("NUMDICT_TEST_FAULT");
     char name[16];
     int which, errorNumber;
-    if (fault == nullptr || std::sscanf(fault, "%15s %d %d", name, &which, &errorNumber) != 3 || std::strcmp(name, call) != 0 || s_numberOfCalls.fetch_add(1, std::memory_order_relaxed) + 1 != which)
+    if (fault == nullptr || std::sscanf(fault, "%15s %d %d", name, &which, &errorNumber) != 3 ||
+        std::strcmp(name, call) != 0 || s_numberOfCalls.fetch_add(1, std::memory_order_relaxed) + 1 != which)
         return false;
     errno = errorNumber;
     return true;
@@ -36,7 +37,9 @@ Function getOriginal(const char* call) {
 extern "C" {
 
 ssize_t write(int fileDescriptor, const void* data, size_t numberOfBytes) {
-    return isToFail("write") ? -1 : getOriginal<ssize_t (*)(int, const void*, size_t)>("write")(fileDescriptor, data, numberOfBytes);
+    return isToFail("write")
+               ? -1
+               : getOriginal<ssize_t (*)(int, const void*, size_t)>("write")(fileDescriptor, data, numberOfBytes);
 }
 
 int fsync(int fileDescriptor) {
@@ -46,5 +49,4 @@ int fsync(int fileDescriptor) {
 int rename(const char* oldName, const char* newName) noexcept {
     return isToFail("rename") ? -1 : getOriginal<int (*)(const char*, const char*)>("rename")(oldName, newName);
 }
-
 }

@@ -47,7 +47,6 @@ public:
 private:
 
     std::filesystem::path m_path;
-
 };
 
 inline std::string readFile(const std::string& path) {
@@ -62,12 +61,14 @@ struct ProgramResult {
 };
 
 /// Runs the program by the shell, with these arguments as the shell reads them; they may redirect.
-/// @param prefix  what the shell reads before the program: a limit and a semicolon, variables, a program that runs others
+/// @param prefix  what the shell reads before the program: a limit and a semicolon, variables, a program that runs
+///         others
 inline ProgramResult runProgram(const std::string& arguments, const std::string& prefix = "") {
     TemporaryDirectory directory;
     const std::string outputPath = directory.getPath("output");
     const std::string errorPath = directory.getPath("errors");
-    const std::string command = "{ " + prefix + " '" NUMDICT_PROGRAM "' " + arguments + "; } > '" + outputPath + "' 2> '" + errorPath + "'";
+    const std::string command =
+        "{ " + prefix + " '" NUMDICT_PROGRAM "' " + arguments + "; } > '" + outputPath + "' 2> '" + errorPath + "'";
     const int status = std::system(command.c_str());
     return ProgramResult{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(outputPath), readFile(errorPath)};
 }

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-// Failures of operator new in the calling thread. Only for the executable of the fault tests; under the address and thread
-// sanitizers, whose own operators stay, no allocation fails and wasHit() is always false.
+// Failures of operator new in the calling thread. Only for the executable of the fault tests; under the address and
+// thread sanitizers, whose own operators stay, no allocation fails and wasHit() is always false.
 
 namespace kavix::test {
 
@@ -21,7 +21,6 @@ public:
 
     /// Whether the allocation was made to fail.
     bool wasHit() const;
-
 };
 
 }

@@ -29,7 +29,9 @@ void expectError(const std::string& sourceFile, long line, const std::string& me
 /// Runs an action and expects a SystemCallException of this call and error number, whose message begins as given; the
 /// rest of the message is the system's.
 template<typename Action>
-void expectSystemCallError(const std::string& sourceFile, long line, const std::string& systemCall, int errorNumber, const std::string& messageStart, Action action) {
+void expectSystemCallError(
+    const std::string& sourceFile, long line, const std::string& systemCall, int errorNumber,
+    const std::string& messageStart, Action action) {
     try {
         action();
         ADD_FAILURE() << "nothing was thrown instead of: " << messageStart;
@@ -47,9 +49,11 @@ void expectSystemCallError(const std::string& sourceFile, long line, const std::
 /// The error of a budget with totalBytes of which freeBytes are free, asked for requestedBytes.
 template<typename Action>
 void expectOutOfMemory(size_t totalBytes, size_t freeBytes, size_t requestedBytes, Action action) {
-    expectError("Engine/core/platform/system/MemoryManager", 71,
-        "The Kavix instance has run out of memory.\n[Extended information: " + std::to_string(totalBytes) + " bytes were reserved for the system, of which " +
-            std::to_string(freeBytes) + " were free when an attempt to allocate " + std::to_string(requestedBytes) + " bytes was made.]",
+    expectError(
+        "Engine/core/platform/system/MemoryManager", 71,
+        "The Kavix instance has run out of memory.\n[Extended information: " + std::to_string(totalBytes) +
+            " bytes were reserved for the system, of which " + std::to_string(freeBytes) +
+            " were free when an attempt to allocate " + std::to_string(requestedBytes) + " bytes was made.]",
         action);
 }
 

@@ -13,7 +13,8 @@ class FailingOutputStream : public OutputStream {
 
 public:
 
-    explicit FailingOutputStream(uint64_t writesBeforeFailure) : m_writesBeforeFailure(writesBeforeFailure) { }
+    explicit FailingOutputStream(uint64_t writesBeforeFailure) :
+        m_writesBeforeFailure(writesBeforeFailure) { }
 
     void flush() override { }
 
@@ -25,7 +26,6 @@ public:
 private:
 
     uint64_t m_writesBeforeFailure;
-
 };
 
 }

@@ -70,7 +70,8 @@ using kavix::test::FileCall;
 using kavix::test::finish;
 using kavix::test::mustFail;
 
-// The linker sends the library's calls to __wrap_ functions; __real_ ones are the system's. (Reserved names, but given by it.)
+// The linker sends the library's calls to __wrap_ functions; __real_ ones are the system's. (Reserved names, but given
+// by it.)
 extern "C" {
 
 int __real_open(const char* fileName, int flags, ...);
@@ -111,5 +112,4 @@ int __wrap_fsync(int file) {
 int __wrap_rename(const char* oldName, const char* newName) {
     return mustFail(FileCall::RENAME) ? -1 : finish(__real_rename(oldName, newName));
 }
-
 }

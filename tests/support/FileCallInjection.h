@@ -3,8 +3,9 @@
 #include <cstdint>
 #include <functional>
 
-// Failures of the calls by which a file takes the place of another: open, flock, ftruncate, fsync, rename. One injection
-// at a time. Only for the executable linked with --wrap for these calls; read and write: SystemCallInjection.h.
+// Failures of the calls by which a file takes the place of another: open, flock, ftruncate, fsync, rename. One
+// injection at a time. Only for the executable linked with --wrap for these calls; read and write:
+// SystemCallInjection.h.
 
 namespace kavix::test {
 
@@ -26,7 +27,6 @@ public:
 
     /// Whether the call was made to fail.
     bool wasHit() const;
-
 };
 
 /// While it lives, an action runs before and after each of the calls.
@@ -39,7 +39,6 @@ public:
 
     FileCallHook(const FileCallHook&) = delete;
     FileCallHook& operator=(const FileCallHook&) = delete;
-
 };
 
 }

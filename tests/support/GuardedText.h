@@ -11,13 +11,14 @@
 
 namespace kavix::test {
 
-/// A page of text between two pages that cannot be accessed: a read outside the text, on the side where it touches the end
-/// of the page, is a fault.
+/// A page of text between two pages that cannot be accessed: a read outside the text, on the side where it touches the
+/// end of the page, is a fault.
 class GuardedText {
 
 public:
 
-    GuardedText() : m_pageSize(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
+    GuardedText() :
+        m_pageSize(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
         void* const pages = mmap(nullptr, 3 * m_pageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         m_pages = pages == MAP_FAILED ? nullptr : static_cast<char*>(pages);
         if (m_pages == nullptr || mprotect(getPage(), m_pageSize, PROT_READ | PROT_WRITE) != 0)
@@ -48,7 +49,6 @@ private:
 
     const size_t m_pageSize;
     char* m_pages;
-
 };
 
 }

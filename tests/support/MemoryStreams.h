@@ -41,7 +41,6 @@ public:
 private:
 
     std::string m_bytes;
-
 };
 
 /// Delivers bytes, at most a given number at a time.
@@ -49,7 +48,9 @@ class MemoryInputStream : public InputStream {
 
 public:
 
-    explicit MemoryInputStream(std::string bytes, size_t maximumPerRead = std::numeric_limits<size_t>::max()) : m_bytes(std::move(bytes)), m_maximumPerRead(maximumPerRead) { }
+    explicit MemoryInputStream(std::string bytes, size_t maximumPerRead = std::numeric_limits<size_t>::max()) :
+        m_bytes(std::move(bytes)),
+        m_maximumPerRead(maximumPerRead) { }
 
     void rewind() override { m_position = 0; }
 
@@ -69,7 +70,6 @@ private:
     std::string m_bytes;
     size_t m_maximumPerRead;
     size_t m_position = 0;
-
 };
 
 }

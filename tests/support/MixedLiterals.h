@@ -32,14 +32,26 @@ inline LiteralText makeLiteral(uint8_t datatypeID, uint64_t number) {
 }
 
 inline LiteralText makeMixedLiteral(uint64_t number) {
-    return makeLiteral(static_cast<uint8_t>(D_XSD_DECIMAL + number % NUMBER_OF_NUMERIC_DATATYPES), number / NUMBER_OF_NUMERIC_DATATYPES);
+    return makeLiteral(
+        static_cast<uint8_t>(D_XSD_DECIMAL + number % NUMBER_OF_NUMERIC_DATATYPES),
+        number / NUMBER_OF_NUMERIC_DATATYPES);
 }
 
 /// A literal that is refused: each kind in turn.
 inline LiteralText makeInvalidLiteral(uint64_t number) {
     static const LiteralText s_literals[] = {
-        {"abc", D_XSD_INT}, {"", D_XSD_INTEGER}, {"128", D_XSD_BYTE}, {"0.00000000000000000001", D_XSD_DECIMAL}, {"5", D_NONE}, {"1e5", D_XSD_DECIMAL},
-        {"5", 36}, {"5", 255}, {"9223372036854775808", D_XSD_LONG}, {" 5 ", D_XSD_SHORT}, {"0", D_XSD_POSITIVE_INTEGER}, {"1.5", 20},
+        {"abc", D_XSD_INT},
+        {"", D_XSD_INTEGER},
+        {"128", D_XSD_BYTE},
+        {"0.00000000000000000001", D_XSD_DECIMAL},
+        {"5", D_NONE},
+        {"1e5", D_XSD_DECIMAL},
+        {"5", 36},
+        {"5", 255},
+        {"9223372036854775808", D_XSD_LONG},
+        {" 5 ", D_XSD_SHORT},
+        {"0", D_XSD_POSITIVE_INTEGER},
+        {"1.5", 20},
     };
     return s_literals[number % std::size(s_literals)];
 }
@@ -59,8 +71,9 @@ struct Outcome {
 
     bool operator==(const Outcome& other) const = default;
 
-    friend std::ostream& operator<<(std::ostream& output, const Outcome& outcome) { return output << outcome.m_resourceID << " " << outcome.m_error; }
-
+    friend std::ostream& operator<<(std::ostream& output, const Outcome& outcome) {
+        return output << outcome.m_resourceID << " " << outcome.m_error;
+    }
 };
 
 template<typename Operation>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/errors/KavixException.h"
@@ -25,7 +25,9 @@ inline constexpr unsigned NUMBER_OF_NUMERIC_DATATYPES = 14;
 inline ResourceValue makeValue(uint8_t datatypeID, uint64_t number) {
     ResourceValue value;
     if (datatypeID == D_XSD_DECIMAL) {
-        value.setBinaryValue(datatypeID, XSDDecimal::fromNormalisedFields(static_cast<int64_t>(number * 10 + 5), static_cast<uint8_t>(1 + number % 19)));
+        value.setBinaryValue(
+            datatypeID, XSDDecimal::fromNormalisedFields(
+                            static_cast<int64_t>(number * 10 + 5), static_cast<uint8_t>(1 + number % 19)));
         return value;
     }
     const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(datatypeID);
@@ -36,11 +38,14 @@ inline ResourceValue makeValue(uint8_t datatypeID, uint64_t number) {
 }
 
 inline ResourceValue makeMixedValue(uint64_t number) {
-    return makeValue(static_cast<uint8_t>(D_XSD_DECIMAL + number % NUMBER_OF_NUMERIC_DATATYPES), number / NUMBER_OF_NUMERIC_DATATYPES);
+    return makeValue(
+        static_cast<uint8_t>(D_XSD_DECIMAL + number % NUMBER_OF_NUMERIC_DATATYPES),
+        number / NUMBER_OF_NUMERIC_DATATYPES);
 }
 
 inline bool isSameValue(const ResourceValue& first, const ResourceValue& second) {
-    return first.datatypeID == second.datatypeID && first.dataSize == second.dataSize && std::memcmp(first.data, second.data, first.dataSize) == 0;
+    return first.datatypeID == second.datatypeID && first.dataSize == second.dataSize &&
+           std::memcmp(first.data, second.data, first.dataSize) == 0;
 }
 
 /// The text and the place of an error, for comparison; empty if the action throws nothing.
@@ -74,7 +79,8 @@ inline SingleResults resolveSingly(Transaction& transaction, const std::vector<R
 inline void expectSameContents(const Dictionary& first, const Dictionary& second) {
     ASSERT_EQ(first.takeSnapshot(), second.takeSnapshot());
     for (uint64_t resourceID = 0; resourceID < first.takeSnapshot().first; ++resourceID) {
-        ASSERT_EQ(first.tryGetResourceDatatypeID(resourceID), second.tryGetResourceDatatypeID(resourceID)) << resourceID;
+        ASSERT_EQ(first.tryGetResourceDatatypeID(resourceID), second.tryGetResourceDatatypeID(resourceID))
+            << resourceID;
         if (first.tryGetResourceDatatypeID(resourceID) != D_NONE) {
             ASSERT_TRUE(isSameValue(first.getValue(resourceID), second.getValue(resourceID))) << resourceID;
         }

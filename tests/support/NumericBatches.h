@@ -57,42 +57,50 @@ struct BatchKit {
         return result;
     }
 
-    static NumericDatatype<R>& getDictionary(const Store& store) { return dynamic_cast<NumericDatatype<R>&>(*store.m_dictionary); }
+    static NumericDatatype<R>& getDictionary(const Store& store) {
+        return dynamic_cast<NumericDatatype<R>&>(*store.m_dictionary);
+    }
 
-    static void resolveAll(Store& store, DictionaryUsageContext* context, std::span<const V> values, uint64_t* resourceIDs) {
+    static void resolveAll(
+        Store& store, DictionaryUsageContext* context, std::span<const V> values, uint64_t* resourceIDs) {
         if constexpr (IS_DECIMAL)
             getDictionary(store).resolveResources(context, values, resourceIDs);
         else
             getDictionary(store).resolveResources(context, DATATYPE_ID, values, resourceIDs);
     }
 
-    static void tryResolveAll(const Store& store, const Visibility& visibility, std::span<const V> values, uint64_t* resourceIDs) {
+    static void tryResolveAll(
+        const Store& store, const Visibility& visibility, std::span<const V> values, uint64_t* resourceIDs) {
         if constexpr (IS_DECIMAL)
             std::as_const(getDictionary(store)).tryResolveResources(visibility, values, resourceIDs);
         else
             std::as_const(getDictionary(store)).tryResolveResources(visibility, DATATYPE_ID, values, resourceIDs);
     }
 
-    static std::vector<uint64_t> resolveAll(Store& store, DictionaryUsageContext* context, const std::vector<V>& values) {
+    static std::vector<uint64_t> resolveAll(
+        Store& store, DictionaryUsageContext* context, const std::vector<V>& values) {
         std::vector<uint64_t> resourceIDs(values.size(), 999);
         resolveAll(store, context, values, resourceIDs.data());
         return resourceIDs;
     }
 
-    static std::vector<uint64_t> tryResolveAll(const Store& store, const std::vector<V>& values, const Visibility& visibility = ALL_VISIBLE) {
+    static std::vector<uint64_t> tryResolveAll(
+        const Store& store, const std::vector<V>& values, const Visibility& visibility = ALL_VISIBLE) {
         std::vector<uint64_t> resourceIDs(values.size(), 999);
         tryResolveAll(store, visibility, values, resourceIDs.data());
         return resourceIDs;
     }
 
-    static std::vector<uint64_t> resolveSingly(Store& store, DictionaryUsageContext* context, const std::vector<V>& values) {
+    static std::vector<uint64_t> resolveSingly(
+        Store& store, DictionaryUsageContext* context, const std::vector<V>& values) {
         std::vector<uint64_t> resourceIDs;
         for (const V& value : values)
             resourceIDs.push_back(store.resolve(toResourceValue(value), context));
         return resourceIDs;
     }
 
-    static std::vector<uint64_t> tryResolveSingly(const Store& store, const std::vector<V>& values, const Visibility& visibility = ALL_VISIBLE) {
+    static std::vector<uint64_t> tryResolveSingly(
+        const Store& store, const std::vector<V>& values, const Visibility& visibility = ALL_VISIBLE) {
         std::vector<uint64_t> resourceIDs;
         for (const V& value : values)
             resourceIDs.push_back(store.tryResolve(toResourceValue(value), visibility));
@@ -103,7 +111,9 @@ struct BatchKit {
     static void expectPublished(const Store& store, uint64_t resourceID, const V& value) {
         ASSERT_EQ(store.getDatatypeID(resourceID), DATATYPE_ID);
         if constexpr (IS_DECIMAL)
-            ASSERT_EQ(store.getRecordBytes(store.m_resourceData[resourceID]), Store::makeRecordBytes(resourceID, value.getUnscaledValue(), value.getFractionDigits()));
+            ASSERT_EQ(
+                store.getRecordBytes(store.m_resourceData[resourceID]),
+                Store::makeRecordBytes(resourceID, value.getUnscaledValue(), value.getFractionDigits()));
         else
             ASSERT_EQ(store.m_resourceData[resourceID], static_cast<uint64_t>(value));
     }
@@ -120,18 +130,21 @@ struct BatchKit {
             ASSERT_EQ(second.m_resourceData[resourceID], first.m_resourceData[resourceID]) << resourceID;
         }
         if (first.m_dataPool.getEnd() > DataPool::FIRST_OFFSET) {
-            ASSERT_EQ(std::memcmp(second.m_dataPool.getBase(), first.m_dataPool.getBase(), first.m_dataPool.getEnd()), 0);
+            ASSERT_EQ(
+                std::memcmp(second.m_dataPool.getBase(), first.m_dataPool.getBase(), first.m_dataPool.getEnd()), 0);
         }
     }
-
 };
 
-using AllBatchKits = ::testing::Types<BatchKit<unsigned int, int64_t>, BatchKit<unsigned long, int64_t>, BatchKit<unsigned int, XSDDecimal>, BatchKit<unsigned long, XSDDecimal>>;
+using AllBatchKits = ::testing::Types<
+    BatchKit<unsigned int, int64_t>, BatchKit<unsigned long, int64_t>, BatchKit<unsigned int, XSDDecimal>,
+    BatchKit<unsigned long, XSDDecimal>>;
 
 struct BatchKitNames {
     template<typename Kit>
     static std::string GetName(int) {
-        return std::string(Kit::IS_DECIMAL ? "Decimal" : "Integer") + (sizeof(typename Kit::ResourceID) == 4 ? "32" : "64");
+        return std::string(Kit::IS_DECIMAL ? "Decimal" : "Integer") +
+               (sizeof(typename Kit::ResourceID) == 4 ? "32" : "64");
     }
 };
 

@@ -60,7 +60,6 @@ struct ImageTable {
         EXPECT_NE(found, m_buckets.size()) << "no bucket has the word " << word;
         return found;
     }
-
 };
 
 struct NumericImage {
@@ -73,14 +72,18 @@ struct NumericImage {
     ImageTable& operator[](uint8_t datatypeID) { return m_tables[datatypeID - D_XSD_DECIMAL]; }
     const ImageTable& operator[](uint8_t datatypeID) const { return m_tables[datatypeID - D_XSD_DECIMAL]; }
 
-    /// The bytes of the image. An ID word of a narrow dictionary fills the low half; the upper half is padding of zeroes.
+    /// The bytes of the image. An ID word of a narrow dictionary fills the low half; the upper half is padding of
+    /// zeroes.
     std::string toBytes() const {
         MemoryOutputStream output;
         output.put(uint64_t(m_header.size())).putText(m_header).put(m_maxResourceID).put(m_maxResourceIDForBlocks);
         for (size_t tableIndex = 0; tableIndex < m_tables.size(); ++tableIndex) {
             const ImageTable& table = m_tables[tableIndex];
             output.put(uint64_t(table.m_header.size())).putText(table.m_header);
-            output.put(table.m_numberOfBuckets).put(table.m_resizeThreshold).put(table.m_usedCount).put(table.m_deletedCount);
+            output.put(table.m_numberOfBuckets)
+                .put(table.m_resizeThreshold)
+                .put(table.m_usedCount)
+                .put(table.m_deletedCount);
             for (const uint32_t freeReservation : table.m_freeReservations)
                 output.put(freeReservation);
             output.put(table.m_maximum);
@@ -139,7 +142,6 @@ struct NumericImage {
         EXPECT_EQ(position, bytes.size()) << "bytes follow the last table";
         return image;
     }
-
 };
 
 inline std::string saveToBytes(const DictionaryDatatype& dictionary) {
@@ -185,8 +187,10 @@ void checkTables(const NumericImage& image) {
                 if (datatypeID == D_XSD_DECIMAL)
                     continue; // its values are in the pool
                 const size_t mask = table.m_numberOfBuckets - 1;
-                for (size_t probe = (static_cast<uint64_t>(table.m_buckets[index].m_value) * 0x9e3779b1ULL) & mask; probe != index; probe = (probe + 1) & mask) {
-                    ASSERT_NE(table.m_buckets[probe].m_word, 0u) << "the value " << table.m_buckets[index].m_value << " cannot be reached";
+                for (size_t probe = (static_cast<uint64_t>(table.m_buckets[index].m_value) * 0x9e3779b1ULL) & mask;
+                     probe != index; probe = (probe + 1) & mask) {
+                    ASSERT_NE(table.m_buckets[probe].m_word, 0u)
+                        << "the value " << table.m_buckets[index].m_value << " cannot be reached";
                 }
             }
         }

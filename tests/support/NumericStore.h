@@ -44,8 +44,8 @@ inline ResourceValue makeDecimal(const std::string& text) {
     return value;
 }
 
-/// What a store owns and shares among its dictionaries, with one numeric dictionary made by the factory. Address space for
-/// 8M resources, 1 GB of pool; the calling thread gets a slot.
+/// What a store owns and shares among its dictionaries, with one numeric dictionary made by the factory. Address space
+/// for 8M resources, 1 GB of pool; the calling thread gets a slot.
 template<typename ResourceID>
 struct NumericStore {
 
@@ -58,8 +58,7 @@ struct NumericStore {
         m_nextResourceID(1),
         m_resourceData(m_memoryManager),
         m_resourceDatatypeIDs(m_memoryManager),
-        m_dataPool(m_memoryManager)
-    {
+        m_dataPool(m_memoryManager) {
         ThreadSlots::ensureSlot();
         m_resourceData.initialize(CAPACITY);
         m_resourceDatatypeIDs.initialize(CAPACITY);
@@ -69,7 +68,8 @@ struct NumericStore {
 
     /// A second dictionary against the same shared objects: what a store has after its image was loaded.
     std::unique_ptr<DictionaryDatatype> makeDictionary() {
-        return s_NumericDatatypeFactory.createDictionaryDatatype(IS_NARROW, m_memoryManager, m_nextResourceID, m_resourceData, m_resourceDatatypeIDs, m_dataPool);
+        return s_NumericDatatypeFactory.createDictionaryDatatype(
+            IS_NARROW, m_memoryManager, m_nextResourceID, m_resourceData, m_resourceDatatypeIDs, m_dataPool);
     }
 
     NumericStore& initialize(uint64_t maxResourceID = CAPACITY) {
@@ -81,13 +81,17 @@ struct NumericStore {
         return m_dictionary->resolveResource(context, text.data(), text.size(), datatypeID);
     }
 
-    uint64_t resolve(const ResourceValue& value, DictionaryUsageContext* context = nullptr) { return m_dictionary->resolveResource(context, value); }
+    uint64_t resolve(const ResourceValue& value, DictionaryUsageContext* context = nullptr) {
+        return m_dictionary->resolveResource(context, value);
+    }
 
     uint64_t tryResolve(const std::string& text, uint8_t datatypeID, const Visibility& visibility = ALL_VISIBLE) const {
         return std::as_const(*m_dictionary).tryResolveResource(visibility, text.data(), text.size(), datatypeID);
     }
 
-    uint64_t tryResolve(const ResourceValue& value, const Visibility& visibility = ALL_VISIBLE) const { return std::as_const(*m_dictionary).tryResolveResource(visibility, value); }
+    uint64_t tryResolve(const ResourceValue& value, const Visibility& visibility = ALL_VISIBLE) const {
+        return std::as_const(*m_dictionary).tryResolveResource(visibility, value);
+    }
 
     std::string getText(uint64_t resourceID, uint8_t datatypeID) const {
         std::string text("left over");
@@ -95,10 +99,14 @@ struct NumericStore {
         return text;
     }
 
-    uint8_t getDatatypeID(uint64_t resourceID) const { return m_resourceDatatypeIDs[resourceID].load(std::memory_order_acquire); }
+    uint8_t getDatatypeID(uint64_t resourceID) const {
+        return m_resourceDatatypeIDs[resourceID].load(std::memory_order_acquire);
+    }
 
     /// The bytes of a record, for comparison with what they should be.
-    std::string getRecordBytes(uint64_t offset) const { return std::string(reinterpret_cast<const char*>(m_dataPool.getBase() + offset), RECORD_SIZE); }
+    std::string getRecordBytes(uint64_t offset) const {
+        return std::string(reinterpret_cast<const char*>(m_dataPool.getBase() + offset), RECORD_SIZE);
+    }
 
     /// The bytes that the record of a decimal consists of, written field by field.
     static std::string makeRecordBytes(uint64_t resourceID, int64_t unscaledValue, uint8_t fractionDigits) {
@@ -115,7 +123,6 @@ struct NumericStore {
     MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
     DataPool m_dataPool;
     std::unique_ptr<DictionaryDatatype> m_dictionary;
-
 };
 
 }

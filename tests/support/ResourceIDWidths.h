@@ -13,7 +13,8 @@ namespace kavix::test {
 
 inline constexpr ResourceIDWidth BOTH_WIDTHS[] = {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64};
 
-/// The width is the parameter. A suite that derives from this is instantiated for BOTH_WIDTHS, and named by getWidthName().
+/// The width is the parameter. A suite that derives from this is instantiated for BOTH_WIDTHS, and named by
+/// getWidthName().
 class ResourceIDWidthTest : public ::testing::TestWithParam<ResourceIDWidth> {
 
 protected:
@@ -25,7 +26,6 @@ protected:
         options.useHugePages = useHugePages;
         return options;
     }
-
 };
 
 inline std::string getWidthName(const ::testing::TestParamInfo<ResourceIDWidth>& parameter) {

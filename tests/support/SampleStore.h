@@ -25,7 +25,8 @@ inline std::string saveStore(const Dictionary& dictionary) {
     return output.getBytes();
 }
 
-inline std::unique_ptr<Dictionary> openStore(const std::string& bytes, bool checkEveryValue = true, uint64_t memoryBudgetBytes = 1ULL << 30) {
+inline std::unique_ptr<Dictionary> openStore(
+    const std::string& bytes, bool checkEveryValue = true, uint64_t memoryBudgetBytes = 1ULL << 30) {
     MemoryInputStream input(bytes);
     Dictionary::OpenOptions options;
     options.memoryBudgetBytes = memoryBudgetBytes;
@@ -61,7 +62,10 @@ inline std::vector<std::string> listResources(const Dictionary& dictionary, uint
     for (uint64_t resourceID = 0; resourceID < end; ++resourceID)
         if (dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE) {
             resources.push_back(std::to_string(resourceID) + " " + dictionary.getTurtleLiteral(resourceID));
-            EXPECT_EQ(dictionary.tryResolve(dictionary.getLexicalForm(resourceID), dictionary.tryGetResourceDatatypeID(resourceID)), resourceID);
+            EXPECT_EQ(
+                dictionary.tryResolve(
+                    dictionary.getLexicalForm(resourceID), dictionary.tryGetResourceDatatypeID(resourceID)),
+                resourceID);
         }
     return resources;
 }
@@ -98,7 +102,9 @@ struct SampleStore {
     static constexpr uint64_t NEXT_RESOURCE_ID = 7;
     static constexpr uint64_t MAX_RESOURCE_ID = 4096;
 
-    explicit SampleStore(ResourceIDWidth width) : m_width(width), m_recordSize(width == ResourceIDWidth::BITS_32 ? 13 : 17) {
+    explicit SampleStore(ResourceIDWidth width) :
+        m_width(width),
+        m_recordSize(width == ResourceIDWidth::BITS_32 ? 13 : 17) {
         m_image.m_maxResourceID = MAX_RESOURCE_ID;
         m_image.m_maxResourceIDForBlocks = MAX_RESOURCE_ID - 1024;
         addDecimal(1, 5, 1);
@@ -114,7 +120,9 @@ struct SampleStore {
 
     bool isNarrow() const { return m_width == ResourceIDWidth::BITS_32; }
 
-    uint64_t getBusyWord(uint8_t datatypeID) const { return isNarrow() && datatypeID != D_XSD_DECIMAL ? UINT32_MAX : UINT64_MAX; }
+    uint64_t getBusyWord(uint8_t datatypeID) const {
+        return isNarrow() && datatypeID != D_XSD_DECIMAL ? UINT32_MAX : UINT64_MAX;
+    }
 
     uint64_t getDeletedWord(uint8_t datatypeID) const { return getBusyWord(datatypeID) - 1; }
 
@@ -147,7 +155,9 @@ struct SampleStore {
             record.put(resourceID);
         record.put(unscaledValue).put(fractionDigits);
         m_pool += record.getBytes();
-        const uint64_t hash = ((static_cast<uint64_t>(unscaledValue) ^ 0xcbf29ce484222325ULL) * 0x100000001b3ULL ^ fractionDigits) * 0x100000001b3ULL;
+        const uint64_t hash =
+            ((static_cast<uint64_t>(unscaledValue) ^ 0xcbf29ce484222325ULL) * 0x100000001b3ULL ^ fractionDigits) *
+            0x100000001b3ULL;
         place(D_XSD_DECIMAL, hash, {offset});
         setResource(resourceID, D_XSD_DECIMAL, offset);
     }
@@ -169,12 +179,20 @@ struct SampleStore {
         StoreImage store;
         store.m_resourceIDWidth = isNarrow() ? 32 : 64;
         MemoryOutputStream counters, datatypeIDs, data;
-        counters.put(m_nextResourceID).put(m_maxResourceID).put(m_poolEnd.value_or(64 + m_pool.size())).put(m_numberOfResources);
+        counters.put(m_nextResourceID)
+            .put(m_maxResourceID)
+            .put(m_poolEnd.value_or(64 + m_pool.size()))
+            .put(m_numberOfResources);
         for (const uint8_t datatypeID : m_datatypeIDs)
             datatypeIDs.put(datatypeID);
         for (const uint64_t word : m_data)
             data.put(word);
-        store.m_sections = {{"counters", counters.getBytes()}, {"datatypes", datatypeIDs.getBytes()}, {"data", data.getBytes()}, {"pool", m_pool}, {"dictionary-22", m_image.toBytes()}};
+        store.m_sections = {
+            {"counters", counters.getBytes()},
+            {"datatypes", datatypeIDs.getBytes()},
+            {"data", data.getBytes()},
+            {"pool", m_pool},
+            {"dictionary-22", m_image.toBytes()}};
         return store;
     }
 
@@ -190,7 +208,6 @@ struct SampleStore {
     std::vector<uint64_t> m_data = std::vector<uint64_t>(NEXT_RESOURCE_ID);
     std::string m_pool;
     NumericImage m_image;
-
 };
 
 }

@@ -55,13 +55,21 @@ struct StoreImage {
 
     std::string toBytes() const {
         MemoryOutputStream header;
-        header.putText(m_magic).put(m_formatVersion).put(m_byteOrderMark).put(m_libraryVersion).put(m_resourceIDWidth).put(m_pageSize);
+        header.putText(m_magic)
+            .put(m_formatVersion)
+            .put(m_byteOrderMark)
+            .put(m_libraryVersion)
+            .put(m_resourceIDWidth)
+            .put(m_pageSize);
         header.put(m_numberOfSections.value_or(m_sections.size()));
         uint64_t offset = HEADER_SIZE + m_sections.size() * SECTION_ENTRY_SIZE + sizeof(uint64_t);
         for (const StoreSection& section : m_sections) {
             std::string name = section.m_name;
             name.resize(16, '\0');
-            header.putText(name).put(section.m_offset.value_or(offset)).put(section.m_length.value_or(section.m_bytes.size())).put(section.m_checksum.value_or(getXXH3(section.m_bytes)));
+            header.putText(name)
+                .put(section.m_offset.value_or(offset))
+                .put(section.m_length.value_or(section.m_bytes.size()))
+                .put(section.m_checksum.value_or(getXXH3(section.m_bytes)));
             offset += section.m_bytes.size();
         }
         std::string bytes = header.getBytes();
@@ -107,7 +115,6 @@ struct StoreImage {
             throw std::runtime_error("the checksum of the header is wrong");
         return image;
     }
-
 };
 
 }

@@ -97,7 +97,8 @@ ShortTransfers::~ShortTransfers() {
 
 using kavix::test::SystemCall;
 
-// The linker sends the library's calls to __wrap_ functions; __real_ ones are the system's. (Reserved names, but given by it.)
+// The linker sends the library's calls to __wrap_ functions; __real_ ones are the system's. (Reserved names, but given
+// by it.)
 extern "C" {
 
 void* __real_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
@@ -111,7 +112,8 @@ ssize_t __wrap_read(int file, void* data, size_t length);
 ssize_t __wrap_write(int file, const void* data, size_t length);
 
 void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset) {
-    return kavix::test::mustFail(SystemCall::MMAP) ? MAP_FAILED : __real_mmap(address, length, protection, flags, file, offset);
+    return kavix::test::mustFail(SystemCall::MMAP) ? MAP_FAILED
+                                                   : __real_mmap(address, length, protection, flags, file, offset);
 }
 
 int __wrap_mprotect(void* address, size_t length, int protection) {
@@ -119,11 +121,14 @@ int __wrap_mprotect(void* address, size_t length, int protection) {
 }
 
 ssize_t __wrap_read(int file, void* data, size_t length) {
-    return kavix::test::mustFail(SystemCall::READ) ? -1 : __real_read(file, data, std::min(length, kavix::test::s_maximumTransfer.load()));
+    return kavix::test::mustFail(SystemCall::READ)
+               ? -1
+               : __real_read(file, data, std::min(length, kavix::test::s_maximumTransfer.load()));
 }
 
 ssize_t __wrap_write(int file, const void* data, size_t length) {
-    return kavix::test::mustFail(SystemCall::WRITE) ? -1 : __real_write(file, data, std::min(length, kavix::test::s_maximumTransfer.load()));
+    return kavix::test::mustFail(SystemCall::WRITE)
+               ? -1
+               : __real_write(file, data, std::min(length, kavix::test::s_maximumTransfer.load()));
 }
-
 }

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <functional>
 
-// Failures of the system calls that the fault tests link through wrappers: mmap, mprotect, read, write. One injection at
-// a time; it counts the calls of all threads. Only for the executable linked with --wrap for these calls.
+// Failures of the system calls that the fault tests link through wrappers: mmap, mprotect, read, write. One injection
+// at a time; it counts the calls of all threads. Only for the executable linked with --wrap for these calls.
 
 namespace kavix::test {
 
@@ -28,7 +28,6 @@ public:
 
     /// Whether a call was made to fail.
     bool wasHit() const;
-
 };
 
 /// While it lives, an action runs in the calling thread before each call. The action may make the same call itself.
@@ -41,7 +40,6 @@ public:
 
     SystemCallHook(const SystemCallHook&) = delete;
     SystemCallHook& operator=(const SystemCallHook&) = delete;
-
 };
 
 /// While it lives, read and write transfer at most so many bytes at a time.
@@ -54,7 +52,6 @@ public:
 
     ShortTransfers(const ShortTransfers&) = delete;
     ShortTransfers& operator=(const ShortTransfers&) = delete;
-
 };
 
 }

@@ -15,7 +15,8 @@ class TemporaryFolder {
 
 public:
 
-    TemporaryFolder() : m_path((std::filesystem::temp_directory_path() / "kavix-test-XXXXXX").string()) {
+    TemporaryFolder() :
+        m_path((std::filesystem::temp_directory_path() / "kavix-test-XXXXXX").string()) {
         if (::mkdtemp(m_path.data()) == nullptr)
             throw std::runtime_error("no temporary folder can be made");
     }
@@ -43,7 +44,6 @@ public:
 private:
 
     std::string m_path;
-
 };
 
 inline void writeFile(const std::string& fileName, const std::string& content) {

@@ -26,7 +26,9 @@ class Watchdog {
 
 public:
 
-    explicit Watchdog(const char* what) : m_what(what), m_thread([this] { watch(); }) { }
+    explicit Watchdog(const char* what) :
+        m_what(what),
+        m_thread([this] { watch(); }) { }
 
     Watchdog(const Watchdog&) = delete;
     Watchdog& operator=(const Watchdog&) = delete;
@@ -47,7 +49,8 @@ private:
     void watch() {
         std::unique_lock<std::mutex> lock(m_mutex);
         if (!m_condition.wait_until(lock, std::chrono::system_clock::now() + LIMIT, [this] { return m_isStopped; })) {
-            std::fprintf(stderr, "DEADLOCK: %s did not end within %lld s\n", m_what, static_cast<long long>(LIMIT.count()));
+            std::fprintf(
+                stderr, "DEADLOCK: %s did not end within %lld s\n", m_what, static_cast<long long>(LIMIT.count()));
             std::abort();
         }
     }
@@ -57,7 +60,6 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_condition;
     std::thread m_thread;
-
 };
 
 /// Releases all threads at once when the last has arrived. It spins, so that they really overlap.
@@ -65,7 +67,8 @@ class StartLine {
 
 public:
 
-    explicit StartLine(size_t numberOfThreads) : m_missing(numberOfThreads) { }
+    explicit StartLine(size_t numberOfThreads) :
+        m_missing(numberOfThreads) { }
 
     void arriveAndWait() {
         m_missing.fetch_sub(1, std::memory_order_acq_rel);
@@ -76,7 +79,6 @@ public:
 private:
 
     std::atomic<size_t> m_missing;
-
 };
 
 /// Runs body(threadIndex) in n threads that have slots and start together; returns when all have ended. Rethrows the

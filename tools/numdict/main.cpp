@@ -1,7 +1,7 @@
 #include "numdict/commands/CommandLine.h"
 #include "numdict/commands/Commands.h"
-#include "numdict/console/Failures.h"
 #include "numdict/commands/StoreCommandLine.h"
+#include "numdict/console/Failures.h"
 
 #include <CLI/CLI.hpp>
 
@@ -77,34 +77,75 @@ Examples
   numdict generate --literals 100M --seed 7 | numdict import - --format nt)";
 
 void addImport(CLI::App& application, ImportCommand& command) {
-    CLI::App* const import = application.add_subcommand("import", "Import the numeric literals of RDF files and report what was found");
+    CLI::App* const import =
+        application.add_subcommand("import", "Import the numeric literals of RDF files and report what was found");
     import->add_option("FILE", command.m_paths, "Files, or - for standard input")->required();
-    import->add_option("--threads", command.m_numberOfThreads, "How many threads read (default: one for each processor)")->type_name("N")->check(CLI::Range(1, 255));
-    import->add_option("--memory", command.m_memory, "Memory budget of the dictionary: 512M, 2G, 2GiB or bytes (default: half of the machine's)")->type_name("SIZE");
-    import->add_option("--store", command.m_storePath, "Keep the values in this store: a new one, or one that is extended")->type_name("FILE");
+    import
+        ->add_option("--threads", command.m_numberOfThreads, "How many threads read (default: one for each processor)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 255));
+    import
+        ->add_option(
+            "--memory", command.m_memory,
+            "Memory budget of the dictionary: 512M, 2G, 2GiB or bytes (default: half of the machine's)")
+        ->type_name("SIZE");
+    import
+        ->add_option(
+            "--store", command.m_storePath, "Keep the values in this store: a new one, or one that is extended")
+        ->type_name("FILE");
     import->add_flag("--dry-run", command.m_isDryRun, "Import and report, but write no store");
     import->add_flag("--trusted", command.m_isTrusted, "Open the store without checking every value");
     import->add_flag("--no-huge-pages", command.m_isWithoutHugePages, "Do not ask the system for huge pages");
-    import->add_option("--id-width", command.m_resourceIDWidth, "Bits of a resource ID: 32 (up to 4 thousand million values) or 64 (default: the store's, or 32)")->type_name("BITS")->check(CLI::IsMember({32, 64}));
-    import->add_option("--format", command.m_format, "Format of all files: nt, nq, ttl or trig (default: by extension)")->type_name("FORMAT");
+    import
+        ->add_option(
+            "--id-width", command.m_resourceIDWidth,
+            "Bits of a resource ID: 32 (up to 4 thousand million values) or 64 (default: the store's, or 32)")
+        ->type_name("BITS")
+        ->check(CLI::IsMember({32, 64}));
+    import->add_option("--format", command.m_format, "Format of all files: nt, nq, ttl or trig (default: by extension)")
+        ->type_name("FORMAT");
     import->add_flag("--strict", command.m_isStrict, "Stop at the first rejected literal or damaged place");
-    import->add_flag("--trim", command.m_isTrimming, "Ignore white space around lexical forms, such as \" 5 \"^^xsd:int");
-    import->add_option("--rejected", command.m_rejectedPath, "Write the statements of rejected literals to this file, as N-Quads")->type_name("FILE");
+    import->add_flag(
+        "--trim", command.m_isTrimming, "Ignore white space around lexical forms, such as \" 5 \"^^xsd:int");
+    import
+        ->add_option(
+            "--rejected", command.m_rejectedPath, "Write the statements of rejected literals to this file, as N-Quads")
+        ->type_name("FILE");
     import->add_flag("--json", command.m_isJSON, "Print the report as one JSON object (look-ups go to standard error)");
     import->add_flag("--quiet", command.m_isQuiet, "Show no progress");
-    import->add_option("--resolve", command.m_literalsToResolve, "After the import, print the IDs of these literals")->type_name("LITERAL");
-    import->add_option("--get", command.m_resourceIDsToGet, "After the import, print the literals with these IDs")->type_name("ID");
+    import->add_option("--resolve", command.m_literalsToResolve, "After the import, print the IDs of these literals")
+        ->type_name("LITERAL");
+    import->add_option("--get", command.m_resourceIDsToGet, "After the import, print the literals with these IDs")
+        ->type_name("ID");
     import->footer(IMPORT_FOOTER);
 }
 
 void addBench(CLI::App& application, BenchCommand& command) {
-    CLI::App* const bench = application.add_subcommand("bench", "Measure how fast this machine imports files, and what holds it back");
+    CLI::App* const bench =
+        application.add_subcommand("bench", "Measure how fast this machine imports files, and what holds it back");
     bench->add_option("FILE", command.m_paths, "Files, as for import; they are read many times")->required();
-    bench->add_option("--threads", command.m_numbersOfThreads, "Numbers of threads, such as 1,2,4 (default: 1, 2, 4 and so on up to all processors)")->type_name("LIST")->delimiter(',')->check(CLI::Range(1, 255));
-    bench->add_option("--repetitions", command.m_repetitions, "How often each thing is measured; the median is shown")->type_name("N")->check(CLI::Range(1, 1000))->capture_default_str();
-    bench->add_option("--memory", command.m_memory, "Memory: a half for the dictionary, a half for values that are kept (default: half of the machine's)")->type_name("SIZE");
-    bench->add_option("--format", command.m_format, "Format of all files: nt, nq, ttl or trig (default: by extension)")->type_name("FORMAT");
-    bench->add_option("--id-width", command.m_resourceIDWidth, "Bits of a resource ID: 32 or 64")->type_name("BITS")->check(CLI::IsMember({32, 64}))->capture_default_str();
+    bench
+        ->add_option(
+            "--threads", command.m_numbersOfThreads,
+            "Numbers of threads, such as 1,2,4 (default: 1, 2, 4 and so on up to all processors)")
+        ->type_name("LIST")
+        ->delimiter(',')
+        ->check(CLI::Range(1, 255));
+    bench->add_option("--repetitions", command.m_repetitions, "How often each thing is measured; the median is shown")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
+    bench
+        ->add_option(
+            "--memory", command.m_memory,
+            "Memory: a half for the dictionary, a half for values that are kept (default: half of the machine's)")
+        ->type_name("SIZE");
+    bench->add_option("--format", command.m_format, "Format of all files: nt, nq, ttl or trig (default: by extension)")
+        ->type_name("FORMAT");
+    bench->add_option("--id-width", command.m_resourceIDWidth, "Bits of a resource ID: 32 or 64")
+        ->type_name("BITS")
+        ->check(CLI::IsMember({32, 64}))
+        ->capture_default_str();
     bench->add_flag("--no-huge-pages", command.m_isWithoutHugePages, "Do not ask the system for huge pages");
     bench->add_flag("--json", command.m_isJSON, "Print one JSON object, with the time of every run");
     bench->add_flag("--quiet", command.m_isQuiet, "Show no progress");
@@ -112,24 +153,34 @@ void addBench(CLI::App& application, BenchCommand& command) {
 }
 
 void addEqual(CLI::App& application, EqualCommand& command) {
-    CLI::App* const equal = application.add_subcommand("equal", "List the values of other datatypes that equal a literal");
+    CLI::App* const equal =
+        application.add_subcommand("equal", "List the values of other datatypes that equal a literal");
     equal->add_option("LITERAL", command.m_literal, "A numeric literal as in Turtle")->required();
     equal->footer(EQUAL_FOOTER);
 }
 
 void addParse(CLI::App& application, ParseCommand& command) {
-    CLI::App* const parse = application.add_subcommand("parse", "Show how literals are understood: datatype, value, canonical form, or what is wrong");
+    CLI::App* const parse = application.add_subcommand(
+        "parse", "Show how literals are understood: datatype, value, canonical form, or what is wrong");
     parse->add_option("LITERAL", command.m_literals, "Literals as in Turtle");
-    parse->add_option("--file", command.m_file, "A file with a literal on each line, or - for standard input")->type_name("FILE");
+    parse->add_option("--file", command.m_file, "A file with a literal on each line, or - for standard input")
+        ->type_name("FILE");
     parse->add_flag("--json", command.m_isJSON, "Print one JSON object a line for each literal");
     parse->footer(PARSE_FOOTER);
 }
 
 void addGenerate(CLI::App& application, GenerateCommand& command) {
-    CLI::App* const generate = application.add_subcommand("generate", "Write N-Triples with numeric literals to try things with");
-    generate->add_option("--literals", command.m_numberOfLiterals, "How many: 1000000, 500k, 100M")->type_name("N")->capture_default_str();
-    generate->add_option("--seed", command.m_seed, "Another seed gives other data")->type_name("N")->capture_default_str();
-    generate->add_option("-o,--output", command.m_outputPath, "The file to write, or - for standard output")->type_name("FILE")->capture_default_str();
+    CLI::App* const generate =
+        application.add_subcommand("generate", "Write N-Triples with numeric literals to try things with");
+    generate->add_option("--literals", command.m_numberOfLiterals, "How many: 1000000, 500k, 100M")
+        ->type_name("N")
+        ->capture_default_str();
+    generate->add_option("--seed", command.m_seed, "Another seed gives other data")
+        ->type_name("N")
+        ->capture_default_str();
+    generate->add_option("-o,--output", command.m_outputPath, "The file to write, or - for standard output")
+        ->type_name("FILE")
+        ->capture_default_str();
     generate->footer(GENERATE_FOOTER);
 }
 
@@ -150,7 +201,8 @@ int main(int argumentCount, char** arguments) {
     addParse(application, parse);
     addGenerate(application, generate);
     StoreCommandLine storeCommands(application);
-    // A file at the limit of "ulimit -f" is then an error like a full disk, which is reported and leaves nothing half done.
+    // A file at the limit of "ulimit -f" is then an error like a full disk, which is reported and leaves nothing half
+    // done.
     std::signal(SIGXFSZ, SIG_IGN);
     try {
         parseCommandLine(application, argumentCount, arguments);

@@ -21,7 +21,8 @@ namespace {
 constexpr uint64_t AMPLE = uint64_t(1) << 40;
 
 std::string getCapacityMessage(uint64_t requested, uint64_t maximum) {
-    return "Failed to ensure that a memory region could hold " + std::to_string(requested) + " items because it was initialized to hold at most " + std::to_string(maximum) + " items.";
+    return "Failed to ensure that a memory region could hold " + std::to_string(requested) +
+           " items because it was initialized to hold at most " + std::to_string(maximum) + " items.";
 }
 
 }
@@ -65,11 +66,15 @@ TEST(DataPool, GivesItsLastByteAndNotOneMore) {
     DataPool pool(memoryManager);
     pool.initialize(1000);
     uint64_t end = 5;
-    test::expectError("Engine/core/platform/system/MemoryRegion", 242, getCapacityMessage(1001, 1000), [&] { pool.allocate(1001 - DataPool::FIRST_OFFSET, end); });
+    test::expectError("Engine/core/platform/system/MemoryRegion", 242, getCapacityMessage(1001, 1000), [&] {
+        pool.allocate(1001 - DataPool::FIRST_OFFSET, end);
+    });
     EXPECT_EQ(end, 5u);
     EXPECT_EQ(pool.getEnd(), DataPool::FIRST_OFFSET);
     EXPECT_THROW(pool.allocate(std::numeric_limits<uint64_t>::max(), end), KavixException); // offset plus size wraps
-    EXPECT_THROW(pool.allocate(std::numeric_limits<uint64_t>::max() - DataPool::FIRST_OFFSET + 1, end), KavixException); // wraps to 0
+    EXPECT_THROW(
+        pool.allocate(std::numeric_limits<uint64_t>::max() - DataPool::FIRST_OFFSET + 1, end),
+        KavixException); // wraps to 0
     EXPECT_EQ(pool.allocate(1000 - DataPool::FIRST_OFFSET, end), DataPool::FIRST_OFFSET);
     EXPECT_EQ(end, 1000u);
     EXPECT_THROW(pool.allocate(1, end), KavixException);

@@ -25,7 +25,8 @@ constexpr uint8_t LAST_ID = 255;
 // every dictionary that other tests make has all registered families.
 const bool s_isFoundDuringStaticInitialisation = [] {
     const NamesOnlyFactory factory({{240, "http://example.org/static"}});
-    return DictionaryDatatypeFactory::tryGetFactory(240) == &factory && DictionaryDatatypeFactory::tryGetDatatypeID("http://example.org/static") == 240;
+    return DictionaryDatatypeFactory::tryGetFactory(240) == &factory &&
+           DictionaryDatatypeFactory::tryGetDatatypeID("http://example.org/static") == 240;
 }();
 
 bool isRegistered(const DictionaryDatatypeFactory& factory) {
@@ -44,7 +45,8 @@ TEST(DictionaryDatatypeFactory, AFactoryIsFoundByTheIDsAndIRIsOfItsDatatypes) {
     EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeIRI(FIRST_ID), "http://example.org/first");
     EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeIRI(LAST_ID), "http://example.org/last");
     EXPECT_TRUE(isRegistered(factory));
-    const DictionaryDatatypeFactory::DatatypeIDsAndIRIs expected{{FIRST_ID, "http://example.org/first"}, {LAST_ID, "http://example.org/last"}};
+    const DictionaryDatatypeFactory::DatatypeIDsAndIRIs expected{
+        {FIRST_ID, "http://example.org/first"}, {LAST_ID, "http://example.org/last"}};
     EXPECT_EQ(factory.getDatatypeIDsAndIRIs(), expected);
 }
 
@@ -53,15 +55,19 @@ TEST(DictionaryDatatypeFactory, WhatIsNotRegisteredIsNotFound) {
     EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(D_NONE), nullptr);
     EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(FIRST_ID + 1), nullptr);
     EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeIRI(FIRST_ID + 1), "");
-    for (const std::string_view datatypeIRI : {"", "http://example.org/firs", "http://example.org/first2", "http://example.org/First", "first"})
+    for (const std::string_view datatypeIRI :
+         {"", "http://example.org/firs", "http://example.org/first2", "http://example.org/First", "first"})
         EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeID(datatypeIRI), D_NONE) << datatypeIRI;
     // Only the characters of the view count, not what stands behind them.
-    EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeID(std::string_view("http://example.org/first and more", 24)), FIRST_ID);
+    EXPECT_EQ(
+        DictionaryDatatypeFactory::tryGetDatatypeID(std::string_view("http://example.org/first and more", 24)),
+        FIRST_ID);
 }
 
 TEST(DictionaryDatatypeFactory, ADestroyedFactoryIsNotFoundAndItsDatatypesAreFree) {
     {
-        const NamesOnlyFactory factory({{FIRST_ID, "http://example.org/first"}, {SECOND_ID, "http://example.org/second"}});
+        const NamesOnlyFactory factory(
+            {{FIRST_ID, "http://example.org/first"}, {SECOND_ID, "http://example.org/second"}});
         EXPECT_TRUE(isRegistered(factory));
     }
     EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(FIRST_ID), nullptr);
@@ -81,8 +87,11 @@ TEST(DictionaryDatatypeFactory, FactoriesAreListedOnceInTheOrderOfTheirSmallestD
     std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
     EXPECT_EQ(std::count(factories.begin(), factories.end(), &earlier), 1);
     EXPECT_EQ(std::count(factories.begin(), factories.end(), &later), 1);
-    EXPECT_LT(std::find(factories.begin(), factories.end(), &earlier), std::find(factories.begin(), factories.end(), &later));
-    EXPECT_LT(std::find(factories.begin(), factories.end(), &s_NumericDatatypeFactory), std::find(factories.begin(), factories.end(), &earlier));
+    EXPECT_LT(
+        std::find(factories.begin(), factories.end(), &earlier), std::find(factories.begin(), factories.end(), &later));
+    EXPECT_LT(
+        std::find(factories.begin(), factories.end(), &s_NumericDatatypeFactory),
+        std::find(factories.begin(), factories.end(), &earlier));
 }
 
 TEST(DictionaryDatatypeFactory, StaticFactoriesOfAnyTranslationUnitAreRegistered) {

@@ -1,5 +1,5 @@
-// The inputs that the fuzzers began with and those that once broke something, replayed. A fuzzer aborts where a promise is
-// broken; here it is enough that it returns.
+// The inputs that the fuzzers began with and those that once broke something, replayed. A fuzzer aborts where a promise
+// is broken; here it is enough that it returns.
 
 #include "Fuzzers.h"
 
@@ -17,7 +17,8 @@ namespace {
 /// Returns how many inputs there are.
 size_t replay(const std::string& folder, int (*fuzz)(const uint8_t*, size_t)) {
     size_t numberOfInputs = 0;
-    for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(KAVIX_FUZZ_CORPUS "/" + folder)) {
+    for (const std::filesystem::directory_entry& entry :
+         std::filesystem::directory_iterator(KAVIX_FUZZ_CORPUS "/" + folder)) {
         SCOPED_TRACE(entry.path().string());
         std::ifstream input(entry.path(), std::ios::binary);
         const std::string bytes((std::istreambuf_iterator<char>(input)), std::istreambuf_iterator<char>());

@@ -25,9 +25,12 @@ protected:
     /// What must hold after every failure: sound tables, and every charged byte is somebody's.
     static void checkInvariants(typename Kit::Store& store) {
         checkTables<typename Kit::ResourceID>(saveToImage(*store.m_dictionary));
-        EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") + store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes());
+        EXPECT_EQ(
+            store.m_memoryManager.getChargedBytes(),
+            store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +
+                store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() +
+                store.m_dataPool.getCommittedBytes());
     }
-
 };
 
 TYPED_TEST_SUITE(NumericDatatypeBatchFault, AllBatchKits, BatchKitNames);
@@ -48,7 +51,9 @@ TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) 
     for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
         for (const bool usesContext : {true, false})
             for (uint64_t n = 1;; ++n) {
-                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (usesContext ? " with a context" : ""));
+                SCOPED_TRACE(
+                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
+                    (usesContext ? " with a context" : ""));
                 typename Kit::Store store;
                 store.initialize();
                 DictionaryUsageContext context;

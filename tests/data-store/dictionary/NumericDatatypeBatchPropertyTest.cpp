@@ -52,7 +52,10 @@ TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAM
                         ++nextResourceID;
                     expected.push_back(model[number]);
                 }
-                ASSERT_EQ(operation == 0 ? Kit::resolveSingly(store, nullptr, values) : Kit::resolveAll(store, nullptr, values), expected);
+                ASSERT_EQ(
+                    operation == 0 ? Kit::resolveSingly(store, nullptr, values)
+                                   : Kit::resolveAll(store, nullptr, values),
+                    expected);
                 for (size_t i = 0; i < n; ++i)
                     Kit::expectPublished(store, expected[i], values[i]);
             }
@@ -93,7 +96,9 @@ TYPED_TEST(NumericDatatypeBatchProperty, HowAListIsCutIntoBatchesDoesNotMatter) 
         store.initialize();
         std::vector<uint64_t> resourceIDs(values.size());
         for (size_t first = 0; first < values.size(); first += size)
-            Kit::resolveAll(store, nullptr, std::span(values).subspan(first, std::min(size, values.size() - first)), resourceIDs.data() + first);
+            Kit::resolveAll(
+                store, nullptr, std::span(values).subspan(first, std::min(size, values.size() - first)),
+                resourceIDs.data() + first);
         EXPECT_EQ(resourceIDs, expected);
         Kit::expectSameResources(single, store);
     }

@@ -23,7 +23,9 @@ TYPED_TEST_SUITE(NumericDatatypeBatchStress, AllBatchKits, BatchKitNames);
 
 /// Checks exactly: one ID for each value, nobody got another, IDs are unique, the value comes back, the counts add up.
 template<typename Kit>
-void checkAnswers(const typename Kit::Store& store, const std::vector<typename Kit::Value>& values, const std::vector<std::atomic<uint64_t>>& answers) {
+void checkAnswers(
+    const typename Kit::Store& store, const std::vector<typename Kit::Value>& values,
+    const std::vector<std::atomic<uint64_t>>& answers) {
     std::vector<bool> isUsed(store.m_nextResourceID.load(), false);
     const std::vector<uint64_t> found = Kit::tryResolveAll(store, values);
     ASSERT_EQ(found, Kit::tryResolveSingly(store, values));
@@ -58,14 +60,16 @@ TYPED_TEST(NumericDatatypeBatchStress, BatchesAndSinglesGiveEveryValueOneIDThrou
         std::vector<std::atomic<uint64_t>> answers(numberOfValues);
         const auto record = [&](size_t index, uint64_t resourceID) {
             uint64_t earlierAnswer = 0;
-            if (resourceID == 0 || (!answers[index].compare_exchange_strong(earlierAnswer, resourceID) && earlierAnswer != resourceID))
+            if (resourceID == 0 ||
+                (!answers[index].compare_exchange_strong(earlierAnswer, resourceID) && earlierAnswer != resourceID))
                 ADD_FAILURE() << "two answers for one value: " << earlierAnswer << " and " << resourceID;
         };
         runThreads(numberOfThreads, [&](size_t threadIndex) {
             std::mt19937_64 random(threadIndex);
             DictionaryUsageContext context;
             DictionaryUsageContext* const usedContext = threadIndex % 4 == 3 ? nullptr : &context;
-            // A front that all threads move over the values, so that they contend for the same ones, in different orders.
+            // A front that all threads move over the values, so that they contend for the same ones, in different
+            // orders.
             const size_t window = 1500;
             for (size_t front = 0; front < numberOfValues; front += window / 3) {
                 const size_t n = random() % 3 == 0 ? random() % 20 : random() % 1400;

@@ -48,7 +48,8 @@ TYPED_TEST(NumericDatatypeBatch, GivesTheIDsAndResourcesOfOneAtATime) {
             batched.initialize();
             DictionaryUsageContext singleContext;
             DictionaryUsageContext batchedContext;
-            const std::vector<uint64_t> expected = Kit::resolveSingly(single, usesContext ? &singleContext : nullptr, values);
+            const std::vector<uint64_t> expected =
+                Kit::resolveSingly(single, usesContext ? &singleContext : nullptr, values);
             std::vector<uint64_t> resourceIDs(n + 2, 999);
             Kit::resolveAll(batched, usesContext ? &batchedContext : nullptr, values, resourceIDs.data() + 1);
             EXPECT_EQ(resourceIDs.front(), 999u);
@@ -109,7 +110,12 @@ TYPED_TEST(NumericDatatypeBatch, OnlyWhatIsBelowBothBoundsIsVisible) {
     const auto values = Kit::makeValues(numbers);
     const std::vector<uint64_t> resourceIDs = Kit::resolveAll(store, nullptr, values);
     const uint64_t offset = store.m_resourceData[resourceIDs[100]]; // of a record, where it has one
-    const struct { const char* name; Visibility visibility; size_t visibleIDs; size_t visibleDecimals; } rows[] = {
+    const struct {
+        const char* name;
+        Visibility visibility;
+        size_t visibleIDs;
+        size_t visibleDecimals;
+    } rows[] = {
         {"everything", ALL_VISIBLE, 200, 200},
         {"no ID", {0, UINT64_MAX}, 0, 0},
         {"none but the ID of none", {1, UINT64_MAX}, 0, 0},
@@ -173,7 +179,9 @@ TYPED_TEST(NumericDatatypeBatch, PassesOverDeletedBuckets) {
     EXPECT_EQ(found, Kit::tryResolveSingly(single, values));
     for (size_t i = 0; i < values.size(); ++i)
         EXPECT_EQ(found[i] == 0, i % 3 == 0);
-    EXPECT_EQ(Kit::resolveAll(batched, nullptr, values), Kit::resolveSingly(single, nullptr, values)); // new IDs for the deleted
+    EXPECT_EQ(
+        Kit::resolveAll(batched, nullptr, values),
+        Kit::resolveSingly(single, nullptr, values)); // new IDs for the deleted
     Kit::expectSameResources(single, batched);
     EXPECT_EQ(saveToImage(*batched.m_dictionary)[Kit::DATATYPE_ID].m_deletedCount, 14u); // none was used again
     checkTables<typename Kit::ResourceID>(saveToImage(*batched.m_dictionary));
@@ -199,7 +207,9 @@ TYPED_TEST(NumericDatatypeBatch, MayOutgrowTheTableInItsMiddle) {
         EXPECT_EQ(Kit::resolveAll(batched, nullptr, values), Kit::resolveSingly(single, nullptr, values));
         EXPECT_EQ(batched.m_nextResourceID.load(), 1 + enteredBefore + 512);
         EXPECT_EQ(saveToBytes(*batched.m_dictionary) == saveToBytes(*single.m_dictionary), true);
-        EXPECT_GE(saveToImage(*batched.m_dictionary)[Kit::DATATYPE_ID].m_numberOfBuckets, 2048u - 1024u * (enteredBefore == 0));
+        EXPECT_GE(
+            saveToImage(*batched.m_dictionary)[Kit::DATATYPE_ID].m_numberOfBuckets,
+            2048u - 1024u * (enteredBefore == 0));
     }
 }
 
@@ -241,7 +251,8 @@ TYPED_TEST(NumericDatatypeBatch, StopsWhereTheIDsEnd) {
             long line = usesContext ? 144 : 133;
             const auto resolveSingly = [&] {
                 for (const auto& value : values)
-                    expected.push_back(single.resolve(Kit::toResourceValue(value), usesContext ? &singleContext : nullptr));
+                    expected.push_back(
+                        single.resolve(Kit::toResourceValue(value), usesContext ? &singleContext : nullptr));
             };
             constexpr const char* SOURCE = "Engine/core/data-store/dictionary/DictionaryDatatype";
             constexpr const char* MESSAGE = "The capacity of Kavix for the number of resources has been exceeded.";
@@ -250,9 +261,13 @@ TYPED_TEST(NumericDatatypeBatch, StopsWhereTheIDsEnd) {
             expectError(SOURCE, line, MESSAGE, resolveSingly);
             std::vector<uint64_t> resourceIDs(values.size(), 0);
             for (int attempt = 0; attempt < 2; ++attempt) {
-                expectError(SOURCE, line, MESSAGE, [&] { Kit::resolveAll(batched, usesContext ? &batchedContext : nullptr, values, resourceIDs.data()); });
+                expectError(SOURCE, line, MESSAGE, [&] {
+                    Kit::resolveAll(batched, usesContext ? &batchedContext : nullptr, values, resourceIDs.data());
+                });
                 ASSERT_TRUE(std::equal(expected.begin(), expected.end(), resourceIDs.begin()));
-                ASSERT_EQ(Kit::tryResolveAll(batched, values), Kit::tryResolveSingly(single, values)); // nothing more was entered
+                ASSERT_EQ(
+                    Kit::tryResolveAll(batched, values),
+                    Kit::tryResolveSingly(single, values)); // nothing more was entered
                 Kit::expectSameResources(single, batched);
             }
             checkTables<typename Kit::ResourceID>(saveToImage(*batched.m_dictionary)); // and no bucket is busy
@@ -311,16 +326,19 @@ class ParallelHashTableBatch : public TableTest<Kit> {
 
 protected:
 
-    /// findOrInsertAll() with IDs from 1 on in the order of creation; beforeCreation(i) runs while the bucket of key i is claimed.
+    /// findOrInsertAll() with IDs from 1 on in the order of creation; beforeCreation(i) runs while the bucket of key i
+    /// is claimed.
     template<typename BeforeCreation>
-    static std::vector<uint64_t> insertAll(Kit& kit, const std::vector<typename Kit::Key>& keys, BeforeCreation beforeCreation) {
+    static std::vector<uint64_t> insertAll(
+        Kit& kit, const std::vector<typename Kit::Key>& keys, BeforeCreation beforeCreation) {
         std::vector<uint64_t> resourceIDs(keys.size(), 999);
         uint64_t nextResourceID = 1;
-        kit.m_table.findOrInsertAll(std::span<const typename Kit::Key>(keys), resourceIDs.data(), [&](const typename Kit::Key&, size_t index) {
-            beforeCreation(index);
-            const uint64_t resourceID = nextResourceID++;
-            return typename Kit::Table::Entry{kit.createKeyWord(keys[index], resourceID), resourceID};
-        });
+        kit.m_table.findOrInsertAll(
+            std::span<const typename Kit::Key>(keys), resourceIDs.data(), [&](const typename Kit::Key&, size_t index) {
+                beforeCreation(index);
+                const uint64_t resourceID = nextResourceID++;
+                return typename Kit::Table::Entry{kit.createKeyWord(keys[index], resourceID), resourceID};
+            });
         return resourceIDs;
     }
 
@@ -330,13 +348,13 @@ protected:
             action();
         }).join();
     }
-
 };
 
 TYPED_TEST_SUITE(ParallelHashTableBatch, AllTableKits, TableKitNames);
 
 TYPED_TEST(ParallelHashTableBatch, FindsWhatAnotherThreadEnteredSinceItLooked) {
-    // Ten keys of one chain after another key; when that one is entered, another thread enters the odd ones in reverse order.
+    // Ten keys of one chain after another key; when that one is entered, another thread enters the odd ones in reverse
+    // order.
     using Kit = TypeParam;
     for (const uint64_t start : {100u, 1021u}) {
         Kit kit;
@@ -362,7 +380,8 @@ TYPED_TEST(ParallelHashTableBatch, FindsWhatAnotherThreadEnteredSinceItLooked) {
 TYPED_TEST(ParallelHashTableBatch, FindsWhatAnotherThreadEnteredAndDeletedAndEnteredAgain) {
     using Kit = TypeParam;
     Kit kit;
-    const std::vector<typename Kit::Key> keys{Kit::getKeyWithHash(500), Kit::getKeyWithHash(100), Kit::getKeyWithHash(1124)};
+    const std::vector<typename Kit::Key> keys{
+        Kit::getKeyWithHash(500), Kit::getKeyWithHash(100), Kit::getKeyWithHash(1124)};
     const std::vector<uint64_t> resourceIDs = this->insertAll(kit, keys, [&](size_t index) {
         if (index == 0)
             this->runInAnotherThread([&] {
@@ -377,8 +396,9 @@ TYPED_TEST(ParallelHashTableBatch, FindsWhatAnotherThreadEnteredAndDeletedAndEnt
 }
 
 TYPED_TEST(ParallelHashTableBatch, JoinsAResizeThatAnotherThreadStartsAndSearchesFromTheBeginning) {
-    // Another thread outgrows the table while the batch is inside; the batch lets it when its reservation is spent. What
-    // that thread entered, and what the batch entered itself, has moved away from the buckets that were found empty.
+    // Another thread outgrows the table while the batch is inside; the batch lets it when its reservation is spent.
+    // What that thread entered, and what the batch entered itself, has moved away from the buckets that were found
+    // empty.
     using Kit = TypeParam;
     Kit kit;
     std::vector<typename Kit::Key> keys;
@@ -422,10 +442,14 @@ TYPED_TEST(ParallelHashTableBatch, AnExceptionInTheMiddleLeavesTheBucketEmptyAnd
     for (const size_t failing : {0u, 1u, 47u, 48u, 99u, 100u, 699u, 700u, 1023u, 1024u, 1099u}) {
         SCOPED_TRACE(failing);
         Kit kit;
-        EXPECT_THROW(this->insertAll(kit, keys, [&](size_t index) {
-            if (index == failing)
-                throw std::runtime_error("no");
-        }), std::runtime_error);
+        EXPECT_THROW(
+            this->insertAll(
+                kit, keys,
+                [&](size_t index) {
+                    if (index == failing)
+                        throw std::runtime_error("no");
+                }),
+            std::runtime_error);
         for (size_t i = 0; i < keys.size(); ++i)
             ASSERT_EQ(kit.find(keys[i]), i < failing ? i + 1 : 0);
         kit.expectConsistent();

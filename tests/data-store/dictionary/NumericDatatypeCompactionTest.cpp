@@ -22,7 +22,9 @@ protected:
     NumericDatatypeCompactionTest() { m_store.initialize(); }
 
     static void sort(DictionaryCompactionState& state) {
-        std::stable_sort(state.begin(), state.end(), [](const CompactionEntry& first, const CompactionEntry& second) { return first.datatypeID < second.datatypeID; });
+        std::stable_sort(state.begin(), state.end(), [](const CompactionEntry& first, const CompactionEntry& second) {
+            return first.datatypeID < second.datatypeID;
+        });
     }
 
     Store m_store;
@@ -75,7 +77,9 @@ TYPED_TEST(NumericDatatypeCompactionTest, WithoutEntriesEveryTableIsEmptyWith102
         EXPECT_EQ(table.m_buckets.size(), 1024u);
     }
     checkTables<TypeParam>(image);
-    EXPECT_EQ(this->m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size"), 8192u + 13 * 16384u); // the pages were given back
+    EXPECT_EQ(
+        this->m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size"),
+        8192u + 13 * 16384u); // the pages were given back
     EXPECT_EQ(this->m_store.tryResolve("1", D_XSD_INTEGER), 0u);
 }
 
@@ -83,8 +87,15 @@ TYPED_TEST(NumericDatatypeCompactionTest, WhatIsKeptIsFoundUnderItsNewIDAndTheRe
     // Every third of 3000 values of three datatypes is kept; new IDs run from 1 on, whatever the datatype.
     DictionaryUsageContext context;
     const uint8_t datatypeIDs[] = {D_XSD_UNSIGNED_BYTE, D_XSD_DECIMAL, D_XSD_INTEGER};
-    const auto makeValue = [](uint8_t datatypeID, int i) { return datatypeID == D_XSD_DECIMAL ? makeDecimal(std::to_string(i) + ".5") : makeInteger(datatypeID, i); };
-    struct Kept { uint8_t datatypeID; int number; uint64_t newID; uint64_t data; };
+    const auto makeValue = [](uint8_t datatypeID, int i) {
+        return datatypeID == D_XSD_DECIMAL ? makeDecimal(std::to_string(i) + ".5") : makeInteger(datatypeID, i);
+    };
+    struct Kept {
+        uint8_t datatypeID;
+        int number;
+        uint64_t newID;
+        uint64_t data;
+    };
     std::vector<Kept> kept;
     DictionaryCompactionState state(this->m_store.m_memoryManager, 9000);
     for (int i = 0; i < 3000; ++i)
@@ -112,7 +123,9 @@ TYPED_TEST(NumericDatatypeCompactionTest, WhatIsKeptIsFoundUnderItsNewIDAndTheRe
         ASSERT_EQ(this->m_store.m_resourceData[entry.newID], entry.data);
         ASSERT_EQ(this->m_store.getDatatypeID(entry.newID), entry.datatypeID);
         if (entry.datatypeID == D_XSD_DECIMAL) {
-            ASSERT_EQ(this->m_store.getRecordBytes(entry.data), this->m_store.makeRecordBytes(entry.newID, entry.number * 10 + 5, 1));
+            ASSERT_EQ(
+                this->m_store.getRecordBytes(entry.data),
+                this->m_store.makeRecordBytes(entry.newID, entry.number * 10 + 5, 1));
         }
     }
     for (int i = 0; i < 3000; ++i)
@@ -139,7 +152,8 @@ TYPED_TEST(NumericDatatypeCompactionTest, EveryDatatypeFindsItsRun) {
     std::vector<uint64_t> resourceIDs;
     for (uint8_t datatypeID = LAST_NUMERIC_DATATYPE; datatypeID >= FIRST_NUMERIC_DATATYPE; --datatypeID) {
         const bool isNegative = datatypeID == D_XSD_NEGATIVE_INTEGER || datatypeID == D_XSD_NON_POSITIVE_INTEGER;
-        this->m_store.m_dictionary->prepareCompact(this->m_store.resolve(isNegative ? "-1" : "1", datatypeID), 100 + uint64_t(datatypeID), state);
+        this->m_store.m_dictionary->prepareCompact(
+            this->m_store.resolve(isNegative ? "-1" : "1", datatypeID), 100 + uint64_t(datatypeID), state);
     }
     TestFixture::sort(state);
     this->m_store.m_dictionary->finishCompact(state);
@@ -173,7 +187,8 @@ TYPED_TEST(NumericDatatypeCompactionTest, ATableAtItsThresholdIsRefilledWithoutG
     DictionaryUsageContext context;
     DictionaryCompactionState state(this->m_store.m_memoryManager, 700);
     for (int i = 0; i < 700; ++i)
-        this->m_store.m_dictionary->prepareCompact(this->m_store.resolve(std::to_string(i), D_XSD_INT, &context), 1 + static_cast<uint64_t>(i), state);
+        this->m_store.m_dictionary->prepareCompact(
+            this->m_store.resolve(std::to_string(i), D_XSD_INT, &context), 1 + static_cast<uint64_t>(i), state);
     this->m_store.m_dictionary->finishCompact(state);
     const NumericImage image = saveToImage(*this->m_store.m_dictionary);
     checkTables<TypeParam>(image);

@@ -33,7 +33,9 @@ public:
 
     void flush() override { }
 
-    void write(const void* data, size_t numberOfBytes) override { m_writes.emplace_back(static_cast<const char*>(data), numberOfBytes); }
+    void write(const void* data, size_t numberOfBytes) override {
+        m_writes.emplace_back(static_cast<const char*>(data), numberOfBytes);
+    }
 
     std::string getText() const {
         std::string text;
@@ -43,7 +45,6 @@ public:
     }
 
     std::vector<std::string> m_writes;
-
 };
 
 ResourceValue makeInteger(uint8_t datatypeID, int64_t integer) {
@@ -104,10 +105,16 @@ std::string describe(const ResourceValue& value) {
     switch (value.datatypeID) {
     case D_XSD_DOUBLE:
         EXPECT_EQ(value.dataSize, 8u);
-        return std::bit_cast<uint64_t>(value.getBinaryValue<double>()) == 0x8000000000000000 ? start + "-0" : start + XSDDecimal(static_cast<long>(value.getBinaryValue<double>() * 1000)).toString(false) + "/1000";
+        return std::bit_cast<uint64_t>(value.getBinaryValue<double>()) == 0x8000000000000000
+                   ? start + "-0"
+                   : start + XSDDecimal(static_cast<long>(value.getBinaryValue<double>() * 1000)).toString(false) +
+                         "/1000";
     case D_XSD_FLOAT:
         EXPECT_EQ(value.dataSize, 4u);
-        return std::bit_cast<uint32_t>(value.getBinaryValue<float>()) == 0x80000000 ? start + "-0" : start + XSDDecimal(static_cast<long>(value.getBinaryValue<float>() * 1000)).toString(false) + "/1000";
+        return std::bit_cast<uint32_t>(value.getBinaryValue<float>()) == 0x80000000
+                   ? start + "-0"
+                   : start + XSDDecimal(static_cast<long>(value.getBinaryValue<float>() * 1000)).toString(false) +
+                         "/1000";
     case D_XSD_DECIMAL:
         EXPECT_EQ(value.dataSize, 16u);
         return start + value.getBinaryValue<XSDDecimal>().toString(false);
@@ -143,14 +150,38 @@ std::vector<std::string> expectedValues(int64_t integer, const std::vector<int>&
 const struct IntegerDatatype {
     uint8_t datatypeID;
     const char* name;
-} TYPED_DATATYPES[] = {{24, "nonNegativeInteger"}, {25, "nonPositiveInteger"}, {26, "negativeInteger"}, {27, "positiveInteger"}, {28, "long"}, {29, "int"}, {30, "short"}, {31, "byte"}, {32, "unsignedLong"},
-    {33, "unsignedInt"}, {34, "unsignedShort"}, {35, "unsignedByte"}};
+} TYPED_DATATYPES[] = {
+    {24, "nonNegativeInteger"},
+    {25, "nonPositiveInteger"},
+    {26, "negativeInteger"},
+    {27, "positiveInteger"},
+    {28, "long"},
+    {29, "int"},
+    {30, "short"},
+    {31, "byte"},
+    {32, "unsignedLong"},
+    {33, "unsignedInt"},
+    {34, "unsignedShort"},
+    {35, "unsignedByte"}};
 
 }
 
 TEST(NumericDatatypeFactory, FourteenDatatypesAreServedInTheOrderOfTheirIDs) {
-    const DictionaryDatatypeFactory::DatatypeIDsAndIRIs expected{{22, XSD_DECIMAL}, {23, XSD_INTEGER}, {24, XSD_NON_NEGATIVE_INTEGER}, {25, XSD_NON_POSITIVE_INTEGER}, {26, XSD_NEGATIVE_INTEGER},
-        {27, XSD_POSITIVE_INTEGER}, {28, XSD_LONG}, {29, XSD_INT}, {30, XSD_SHORT}, {31, XSD_BYTE}, {32, XSD_UNSIGNED_LONG}, {33, XSD_UNSIGNED_INT}, {34, XSD_UNSIGNED_SHORT}, {35, XSD_UNSIGNED_BYTE}};
+    const DictionaryDatatypeFactory::DatatypeIDsAndIRIs expected{
+        {22, XSD_DECIMAL},
+        {23, XSD_INTEGER},
+        {24, XSD_NON_NEGATIVE_INTEGER},
+        {25, XSD_NON_POSITIVE_INTEGER},
+        {26, XSD_NEGATIVE_INTEGER},
+        {27, XSD_POSITIVE_INTEGER},
+        {28, XSD_LONG},
+        {29, XSD_INT},
+        {30, XSD_SHORT},
+        {31, XSD_BYTE},
+        {32, XSD_UNSIGNED_LONG},
+        {33, XSD_UNSIGNED_INT},
+        {34, XSD_UNSIGNED_SHORT},
+        {35, XSD_UNSIGNED_BYTE}};
     EXPECT_EQ(factory.getDatatypeIDsAndIRIs(), expected);
     for (const auto& [datatypeID, datatypeIRI] : expected) {
         EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(datatypeID), &factory);
@@ -183,12 +214,17 @@ TEST(NumericDatatypeFactory, AnIntegerThatCannotBeParsedLeavesTheValueAsItWas) {
         EXPECT_EQ(describe(value), "28:42");
     }
     ResourceValue value;
-    test::expectError("Engine/core/data-store/dictionary/NumericDatatype", 78, "Value '128' is not in the range of datatype xsd:byte.", [&] { factory.parseResourceValue(value, "128", 3, D_XSD_BYTE); });
+    test::expectError(
+        "Engine/core/data-store/dictionary/NumericDatatype", 78,
+        "Value '128' is not in the range of datatype xsd:byte.",
+        [&] { factory.parseResourceValue(value, "128", 3, D_XSD_BYTE); });
 }
 
 TEST(NumericDatatypeFactory, ADecimalThatCannotBeParsedLeavesTheFieldsOfADecimal) {
     ResourceValue value = makeInteger(D_XSD_LONG, 42);
-    test::expectError("Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form 'abc' is invalid for datatype xsd:decimal.", [&] { factory.parseResourceValue(value, "abc", 3, D_XSD_DECIMAL); });
+    test::expectError(
+        "Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form 'abc' is invalid for datatype xsd:decimal.",
+        [&] { factory.parseResourceValue(value, "abc", 3, D_XSD_DECIMAL); });
     EXPECT_EQ(value.datatypeID, D_XSD_DECIMAL);
     EXPECT_EQ(value.data, value.buffer);
     EXPECT_EQ(value.dataSize, 16u);
@@ -245,13 +281,19 @@ TEST(NumericDatatypeFactory, LexicalFormsAreTheSameForAllIntegerDatatypes) {
 }
 
 TEST(NumericDatatypeFactory, AsMuchOfTheLexicalFormAsFitsIsWrittenWithANul) {
-    const ResourceValue values[] = {makeInteger(D_XSD_INT, 123456), makeInteger(D_XSD_INTEGER, SMALLEST), makeInteger(D_XSD_BYTE, 0), makeDecimal("-0.9223372036854775808"), makeDecimal("2.5")};
+    const ResourceValue values[] = {
+        makeInteger(D_XSD_INT, 123456), makeInteger(D_XSD_INTEGER, SMALLEST), makeInteger(D_XSD_BYTE, 0),
+        makeDecimal("-0.9223372036854775808"), makeDecimal("2.5")};
     const std::string forms[] = {"123456", "-9223372036854775808", "0", "-0.9223372036854775808", "2.5"};
     for (size_t row = 0; row < std::size(values); ++row)
         for (size_t capacity = 0; capacity <= 30; ++capacity) {
             SCOPED_TRACE(forms[row] + " into " + std::to_string(capacity));
             std::string buffer(40, '#');
-            EXPECT_EQ(factory.appendLexicalForm(values[row].datatypeID, values[row].data, values[row].dataSize, nullptr, 0, buffer.data(), capacity), forms[row].size());
+            EXPECT_EQ(
+                factory.appendLexicalForm(
+                    values[row].datatypeID, values[row].data, values[row].dataSize, nullptr, 0, buffer.data(),
+                    capacity),
+                forms[row].size());
             std::string expected = capacity == 0 ? "" : forms[row].substr(0, capacity - 1) + '\0';
             EXPECT_EQ(buffer.substr(0, expected.size()), expected);
             // Nothing is written outside the capacity.
@@ -289,8 +331,12 @@ TEST(NumericDatatypeFactory, OtherDatatypesAreTypedLiteralsInTurtle) {
     for (const auto& [datatypeID, name] : TYPED_DATATYPES) {
         SCOPED_TRACE(name);
         EXPECT_EQ(getTurtleLiteral(makeInteger(datatypeID, -7), Prefixes::s_defaultPrefixes), "\"-7\"^^xsd:"s + name);
-        EXPECT_EQ(getTurtleLiteral(makeInteger(datatypeID, 5), noPrefixes), "\"5\"^^<http://www.w3.org/2001/XMLSchema#"s + name + ">");
-        EXPECT_EQ(getTurtleLiteral(makeInteger(datatypeID, SMALLEST), Prefixes::s_defaultPrefixes), "\"-9223372036854775808\"^^xsd:"s + name);
+        EXPECT_EQ(
+            getTurtleLiteral(makeInteger(datatypeID, 5), noPrefixes),
+            "\"5\"^^<http://www.w3.org/2001/XMLSchema#"s + name + ">");
+        EXPECT_EQ(
+            getTurtleLiteral(makeInteger(datatypeID, SMALLEST), Prefixes::s_defaultPrefixes),
+            "\"-9223372036854775808\"^^xsd:"s + name);
     }
 }
 
@@ -303,7 +349,9 @@ TEST(NumericDatatypeFactory, TheFormOfATypedLiteralIsOneWrite) {
 }
 
 TEST(NumericDatatypeFactory, ValuesAreTrueUnlessZero) {
-    const auto getEffectiveBooleanValue = [](const ResourceValue& value) { return factory.getEffectiveBooleanValue(value.datatypeID, value.data, value.dataSize, nullptr, 0); };
+    const auto getEffectiveBooleanValue = [](const ResourceValue& value) {
+        return factory.getEffectiveBooleanValue(value.datatypeID, value.data, value.dataSize, nullptr, 0);
+    };
     EXPECT_FALSE(getEffectiveBooleanValue(makeInteger(D_XSD_INTEGER, 0)));
     EXPECT_FALSE(getEffectiveBooleanValue(makeDecimal("0")));
     EXPECT_FALSE(getEffectiveBooleanValue(makeDecimal("-0.0")));
@@ -315,12 +363,19 @@ TEST(NumericDatatypeFactory, ValuesAreTrueUnlessZero) {
 
 TEST(NumericDatatypeFactory, EqualValuesOfAnIntegerAreThoseOfTheDatatypesThatHoldIt) {
     for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
-        EXPECT_EQ(getEqualValues(makeInteger(datatypeID, 0)), expectedValues(0, {23, 24, 25, 28, 29, 30, 31, 32, 33, 34, 35}));
+        EXPECT_EQ(
+            getEqualValues(makeInteger(datatypeID, 0)),
+            expectedValues(0, {23, 24, 25, 28, 29, 30, 31, 32, 33, 34, 35}));
         EXPECT_EQ(getEqualValues(makeInteger(datatypeID, 0)).size(), 16u);
         EXPECT_EQ(getEqualValues(makeInteger(datatypeID, -1)), expectedValues(-1, {23, 25, 26, 28, 29, 30, 31}));
-        EXPECT_EQ(getEqualValues(makeInteger(datatypeID, 200)), expectedValues(200, {23, 24, 27, 28, 29, 30, 32, 33, 34, 35}));
-        EXPECT_EQ(getEqualValues(makeInteger(datatypeID, 127)), expectedValues(127, {23, 24, 27, 28, 29, 30, 31, 32, 33, 34, 35}));
-        EXPECT_EQ(getEqualValues(makeInteger(datatypeID, 4294967296)), expectedValues(4294967296, {23, 24, 27, 28, 32}));
+        EXPECT_EQ(
+            getEqualValues(makeInteger(datatypeID, 200)),
+            expectedValues(200, {23, 24, 27, 28, 29, 30, 32, 33, 34, 35}));
+        EXPECT_EQ(
+            getEqualValues(makeInteger(datatypeID, 127)),
+            expectedValues(127, {23, 24, 27, 28, 29, 30, 31, 32, 33, 34, 35}));
+        EXPECT_EQ(
+            getEqualValues(makeInteger(datatypeID, 4294967296)), expectedValues(4294967296, {23, 24, 27, 28, 32}));
     }
 }
 
@@ -352,7 +407,8 @@ TEST(NumericDatatypeFactory, EqualValuesAreAppendedToWhatIsThere) {
 }
 
 TEST(NumericDatatypeFactory, TheValueMayBeAnElementOfTheVectorThatGrows) {
-    for (const ResourceValue& value : {makeInteger(D_XSD_INT, 7), makeInteger(D_XSD_BYTE, 0), makeDecimal("7"), makeDecimal("2.5")}) {
+    for (const ResourceValue& value :
+         {makeInteger(D_XSD_INT, 7), makeInteger(D_XSD_BYTE, 0), makeDecimal("7"), makeDecimal("2.5")}) {
         std::vector<ResourceValue> values{value};
         values.shrink_to_fit();
         factory.enumerateEqualResourceValues(values[0], values);

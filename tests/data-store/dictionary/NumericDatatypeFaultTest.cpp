@@ -1,6 +1,6 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "support/FailingOutputStream.h"
@@ -33,7 +33,11 @@ protected:
     /// What must hold after every failure: sound tables, and every charged byte is somebody's.
     static void checkInvariants(Store& store) {
         checkTables<ResourceID>(saveToImage(*store.m_dictionary));
-        EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") + store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes());
+        EXPECT_EQ(
+            store.m_memoryManager.getChargedBytes(),
+            store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +
+                store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() +
+                store.m_dataPool.getCommittedBytes());
     }
 
     static void expectSystemCallFailed(const SystemCallException& exception, SystemCall systemCall) {
@@ -61,7 +65,9 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
     for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
         for (const bool usesContext : {true, false})
             for (uint64_t n = 1;; ++n) {
-                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (usesContext ? " with a context" : ""));
+                SCOPED_TRACE(
+                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
+                    (usesContext ? " with a context" : ""));
                 typename TestFixture::Store store;
                 store.initialize();
                 DictionaryUsageContext context;
@@ -144,12 +150,16 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAn
         for (const bool loads : {false, true}) {
             uint64_t n = 1;
             for (;; ++n) {
-                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (loads ? " of loading" : " of initialization"));
+                SCOPED_TRACE(
+                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
+                    (loads ? " of loading" : " of initialization"));
                 typename TestFixture::Store store;
                 store.initialize();
                 store.resolve("5", D_XSD_INT);
                 MemoryInputStream input(bytes);
-                const auto act = [&] { loads ? store.m_dictionary->load(input) : store.m_dictionary->initialize(5000, 0); };
+                const auto act = [&] {
+                    loads ? store.m_dictionary->load(input) : store.m_dictionary->initialize(5000, 0);
+                };
                 bool wasHit = false;
                 {
                     const SystemCallFault fault(systemCall, n, ENOMEM);
@@ -171,7 +181,9 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAn
                 }
                 else {
                     store.m_dictionary.reset();
-                    EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes());
+                    EXPECT_EQ(
+                        store.m_memoryManager.getChargedBytes(),
+                        store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes());
                 }
             }
             EXPECT_EQ(n, 15u); // once for each table
@@ -245,7 +257,9 @@ TEST(DictionaryFault, TheNthSystemCallFailsDuringConstruction) {
             try {
                 const Dictionary dictionary{Dictionary::Options()};
                 ASSERT_FALSE(fault.wasHit());
-                EXPECT_EQ(n, systemCall == SystemCall::MMAP ? 3u + 14u + 1u : 14u + 1u); // shared objects reserve, tables commit
+                EXPECT_EQ(
+                    n,
+                    systemCall == SystemCall::MMAP ? 3u + 14u + 1u : 14u + 1u); // shared objects reserve, tables commit
                 break;
             }
             catch (const SystemCallException& exception) {

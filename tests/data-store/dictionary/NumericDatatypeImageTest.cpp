@@ -18,7 +18,8 @@ constexpr size_t TABLE_FIELDS_SIZE = TABLE_HEADER_SIZE + 4 * 8 + 256 * 4 + 2 * 8
 constexpr size_t DICTIONARY_FIELDS_SIZE = 8 + 15 + 2 * 8;
 
 size_t getTableOffset(size_t tableIndex) {
-    return DICTIONARY_FIELDS_SIZE + tableIndex * TABLE_FIELDS_SIZE + (tableIndex == 0 ? 0 : 1024 * 8 + (tableIndex - 1) * 1024 * 16);
+    return DICTIONARY_FIELDS_SIZE + tableIndex * TABLE_FIELDS_SIZE +
+           (tableIndex == 0 ? 0 : 1024 * 8 + (tableIndex - 1) * 1024 * 16);
 }
 
 template<typename ResourceID>
@@ -26,7 +27,9 @@ class NumericDatatypeImageTest : public ::testing::Test {
 protected:
     using Store = NumericStore<ResourceID>;
 
-    void expectLoadFails(const std::string& bytes, const std::string& sourceFile, long line, const std::string& message, size_t expectedPosition) {
+    void expectLoadFails(
+        const std::string& bytes, const std::string& sourceFile, long line, const std::string& message,
+        size_t expectedPosition) {
         const std::unique_ptr<DictionaryDatatype> dictionary = m_store.makeDictionary();
         MemoryInputStream input(bytes);
         expectError(sourceFile, line, message, [&] { dictionary->load(input); });
@@ -80,10 +83,16 @@ TYPED_TEST(NumericDatatypeImageTest, AHandWrittenImageAnswersAndAcceptsValues) {
     EXPECT_EQ(this->m_store.resolve("9", D_XSD_INT), 14u); // not the deleted one
     EXPECT_EQ(this->m_store.resolve("2.6", D_XSD_DECIMAL), 15u);
     this->m_store.m_nextResourceID = 5000;
-    expectError("Engine/core/data-store/dictionary/DictionaryDatatype", 133, "The capacity of Kavix for the number of resources has been exceeded.", [&] { this->m_store.resolve("10", D_XSD_INT); });
+    expectError(
+        "Engine/core/data-store/dictionary/DictionaryDatatype", 133,
+        "The capacity of Kavix for the number of resources has been exceeded.",
+        [&] { this->m_store.resolve("10", D_XSD_INT); });
     this->m_store.m_nextResourceID = 5000 - 1024;
     DictionaryUsageContext context;
-    expectError("Engine/core/data-store/dictionary/DictionaryDatatype", 144, "The capacity of Kavix for the number of resources has been exceeded.", [&] { this->m_store.resolve("10", D_XSD_INT, &context); });
+    expectError(
+        "Engine/core/data-store/dictionary/DictionaryDatatype", 144,
+        "The capacity of Kavix for the number of resources has been exceeded.",
+        [&] { this->m_store.resolve("10", D_XSD_INT, &context); });
     checkTables<TypeParam>(saveToImage(dictionary));
 }
 
@@ -99,9 +108,9 @@ TYPED_TEST(NumericDatatypeImageTest, AFreshDictionaryIsSavedAsFourteenEmptyTable
 
 TYPED_TEST(NumericDatatypeImageTest, KnownContentsAreSavedByteForByte) {
     this->m_store.initialize(9000);
-    this->m_store.resolve("3", D_XSD_INT);    // ID 1
-    this->m_store.resolve("-3", D_XSD_INT);   // ID 2
-    this->m_store.resolve("9", D_XSD_INT);    // ID 3
+    this->m_store.resolve("3", D_XSD_INT); // ID 1
+    this->m_store.resolve("-3", D_XSD_INT); // ID 2
+    this->m_store.resolve("9", D_XSD_INT); // ID 3
     this->m_store.resolve("2.5", D_XSD_DECIMAL); // ID 4, at the first offset
     this->m_store.resolve("255", D_XSD_UNSIGNED_BYTE); // ID 5
     this->m_store.m_dictionary->deleteUncommittedResourceID(Visibility(0, 0), 3, D_XSD_INT);
@@ -120,7 +129,9 @@ TYPED_TEST(NumericDatatypeImageTest, KnownContentsAreSavedByteForByte) {
     enter(D_XSD_INT, 2, -3, static_cast<uint64_t>(-3) * 0x9e3779b1ULL);
     enter(D_XSD_INT, static_cast<TypeParam>(-2), 9, 9 * 0x9e3779b1ULL);
     expected[D_XSD_INT].m_deletedCount = 1;
-    enter(D_XSD_DECIMAL, DataPool::FIRST_OFFSET, 0, (((25ULL ^ 0xcbf29ce484222325ULL) * 0x100000001b3ULL) ^ 1) * 0x100000001b3ULL);
+    enter(
+        D_XSD_DECIMAL, DataPool::FIRST_OFFSET, 0,
+        (((25ULL ^ 0xcbf29ce484222325ULL) * 0x100000001b3ULL) ^ 1) * 0x100000001b3ULL);
     enter(D_XSD_UNSIGNED_BYTE, 5, 255, 255 * 0x9e3779b1ULL);
     EXPECT_EQ(saveToBytes(*this->m_store.m_dictionary), expected.toBytes());
 }
@@ -163,7 +174,8 @@ TYPED_TEST(NumericDatatypeImageTest, LoadingReplacesWhatWasThereAndReturnsItsMem
     const uint64_t emptyBytes = this->m_store.m_memoryManager.getChargedBytes();
     for (int i = 0; i < 3000; ++i)
         this->m_store.resolve(std::to_string(i), D_XSD_INT);
-    const uint64_t sharedBytes = this->m_store.m_resourceData.getCommittedBytes() + this->m_store.m_resourceDatatypeIDs.getCommittedBytes();
+    const uint64_t sharedBytes =
+        this->m_store.m_resourceData.getCommittedBytes() + this->m_store.m_resourceDatatypeIDs.getCommittedBytes();
     loadFromBytes(*this->m_store.m_dictionary, empty);
     EXPECT_EQ(this->m_store.m_memoryManager.getChargedBytes(), emptyBytes + sharedBytes);
     EXPECT_EQ(this->m_store.tryResolve("1", D_XSD_INT), 0u);
@@ -212,7 +224,9 @@ TYPED_TEST(NumericDatatypeImageTest, TheTablesBeforeAWrongHeaderAreReplaced) {
     this->m_store.resolve("100", D_XSD_INTEGER);
     this->m_store.resolve("100", D_XSD_POSITIVE_INTEGER);
     MemoryInputStream input(image.toBytes());
-    expectError("Engine/core/platform/collections/ParallelHashTableImpl", 472, "Invalid input file: cannot load ParallelHashTable.", [&] { this->m_store.m_dictionary->load(input); });
+    expectError(
+        "Engine/core/platform/collections/ParallelHashTableImpl", 472,
+        "Invalid input file: cannot load ParallelHashTable.", [&] { this->m_store.m_dictionary->load(input); });
     EXPECT_EQ(this->m_store.tryResolve("3", D_XSD_INTEGER), 77u);
     EXPECT_EQ(this->m_store.tryResolve("100", D_XSD_INTEGER), 0u);
     EXPECT_NE(this->m_store.tryResolve("100", D_XSD_POSITIVE_INTEGER), 0u); // the sixth table is as it was
@@ -224,9 +238,11 @@ TYPED_TEST(NumericDatatypeImageTest, AnImageCutAnywhereEndsPrematurely) {
     const auto expectPremature = [&](size_t length) {
         SCOPED_TRACE("cut at " + std::to_string(length));
         MemoryInputStream input(bytes.substr(0, length));
-        expectError("Engine/core/platform/stream/InputStream", 23, "Premature end of file.", [&] { dictionary->load(input); });
+        expectError(
+            "Engine/core/platform/stream/InputStream", 23, "Premature end of file.", [&] { dictionary->load(input); });
     };
-    // Every byte of the head and of the first two tables' fields; of the buckets and the rest, a stride without a pattern.
+    // Every byte of the head and of the first two tables' fields; of the buckets and the rest, a stride without a
+    // pattern.
     for (size_t length = 0; length < getTableOffset(0) + TABLE_FIELDS_SIZE + 40; ++length)
         expectPremature(length);
     for (size_t length = getTableOffset(1) - 20; length < getTableOffset(1) + TABLE_FIELDS_SIZE + 40; ++length)
@@ -267,12 +283,19 @@ TYPED_TEST(NumericDatatypeImageTest, SizesThatCannotBeAreRefusedByMemoryAndAddre
     const uint64_t wrapping = (uint64_t(1) << 61) + 1; // times 8 it is 8
     std::memcpy(bytes.data() + maximumOffset, &wrapping, 8);
     MemoryInputStream input(bytes);
-    expectSystemCallError("Engine/core/platform/system/MemoryRegion", 212, "mmap", ENOMEM, "An error occurred while reserving 18446744073709551615 bytes of address space.", [&] { this->m_store.m_dictionary->load(input); });
+    expectSystemCallError(
+        "Engine/core/platform/system/MemoryRegion", 212, "mmap", ENOMEM,
+        "An error occurred while reserving 18446744073709551615 bytes of address space.",
+        [&] { this->m_store.m_dictionary->load(input); });
     bytes = image.toBytes();
     const uint64_t end = 1025;
     std::memcpy(bytes.data() + maximumOffset + 8, &end, 8);
     MemoryInputStream secondInput(bytes);
-    expectError("Engine/core/platform/system/MemoryRegion", 242, "Failed to ensure that a memory region could hold 1025 items because it was initialized to hold at most 1024 items.", [&] { this->m_store.m_dictionary->load(secondInput); });
+    expectError(
+        "Engine/core/platform/system/MemoryRegion", 242,
+        "Failed to ensure that a memory region could hold 1025 items because it was initialized to hold at most 1024 "
+        "items.",
+        [&] { this->m_store.m_dictionary->load(secondInput); });
     this->m_store.initialize(); // what a failed load leaves can be initialised
     EXPECT_EQ(this->m_store.resolve("1", D_XSD_INT), 1u);
 }

@@ -39,7 +39,8 @@ struct ModelResource {
 struct Model {
     std::map<ModelValue, uint64_t> m_resourceIDs;
     std::map<uint64_t, ModelResource> m_resources; // what the arrays hold, deleted ones included
-    std::array<uint64_t, 256> m_everEntered{};     // since the tables were last emptied, per datatype: bounds the used buckets
+    std::array<uint64_t, 256>
+        m_everEntered{}; // since the tables were last emptied, per datatype: bounds the used buckets
 };
 
 std::string toText(const ModelValue& value) {
@@ -68,7 +69,8 @@ class Simulation {
 
 public:
 
-    explicit Simulation(uint64_t seed) : m_random(seed) {
+    explicit Simulation(uint64_t seed) :
+        m_random(seed) {
         m_store.initialize(BOUND);
         m_contexts.resize(3);
     }
@@ -95,7 +97,8 @@ private:
     uint64_t below(uint64_t bound) { return m_random() % bound; }
 
     ModelValue makeValue() {
-        static constexpr uint8_t DATATYPES[] = {D_XSD_DECIMAL, D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_INT, D_XSD_UNSIGNED_BYTE, D_XSD_NEGATIVE_INTEGER};
+        static constexpr uint8_t DATATYPES[] = {D_XSD_DECIMAL, D_XSD_DECIMAL,       D_XSD_INTEGER,
+                                                D_XSD_INT,     D_XSD_UNSIGNED_BYTE, D_XSD_NEGATIVE_INTEGER};
         const uint8_t datatypeID = DATATYPES[below(std::size(DATATYPES))];
         int64_t number = static_cast<int64_t>(below(m_range));
         if (below(3) == 0)
@@ -143,16 +146,20 @@ private:
         const uint64_t contextIndex = below(m_contexts.size() + 1);
         for (uint64_t i = 0; i < count; ++i) {
             const ModelValue value = makeValue();
-            DictionaryUsageContext* const context = contextIndex == m_contexts.size() ? nullptr : &m_contexts[contextIndex];
+            DictionaryUsageContext* const context =
+                contextIndex == m_contexts.size() ? nullptr : &m_contexts[contextIndex];
             // The ID and the offset that a new value must get.
-            const bool takesBlock = context != nullptr && context->m_resourceIDBlockNext == context->m_resourceIDBlockEnd;
+            const bool takesBlock =
+                context != nullptr && context->m_resourceIDBlockNext == context->m_resourceIDBlockEnd;
             const uint64_t counter = m_store.m_nextResourceID.load();
             const uint64_t newID = context == nullptr || takesBlock ? counter : context->m_resourceIDBlockNext;
             const uint64_t poolEnd = m_store.m_dataPool.getEnd();
-            const bool takesChunk = context != nullptr && context->m_dataPoolChunkNext + Store::RECORD_SIZE > context->m_dataPoolChunkEnd;
+            const bool takesChunk =
+                context != nullptr && context->m_dataPoolChunkNext + Store::RECORD_SIZE > context->m_dataPoolChunkEnd;
             const uint64_t newOffset = context == nullptr || takesChunk ? poolEnd : context->m_dataPoolChunkNext;
 
-            const uint64_t resourceID = below(2) == 0 ? m_store.resolve(toText(value), value.m_datatypeID, context) : m_store.resolve(toResourceValue(value), context);
+            const uint64_t resourceID = below(2) == 0 ? m_store.resolve(toText(value), value.m_datatypeID, context)
+                                                      : m_store.resolve(toResourceValue(value), context);
 
             if (const std::optional<uint64_t> expected = getExpected(value)) {
                 ASSERT_EQ(resourceID, *expected);
@@ -161,9 +168,15 @@ private:
                 continue;
             }
             ASSERT_EQ(resourceID, newID);
-            ASSERT_EQ(m_store.m_nextResourceID.load(), context == nullptr ? counter + 1 : takesBlock ? counter + 1024 : counter);
+            ASSERT_EQ(
+                m_store.m_nextResourceID.load(), context == nullptr ? counter + 1
+                                                 : takesBlock       ? counter + 1024
+                                                                    : counter);
             if (value.m_datatypeID == D_XSD_DECIMAL) {
-                ASSERT_EQ(m_store.m_dataPool.getEnd(), context == nullptr ? poolEnd + Store::RECORD_SIZE : takesChunk ? poolEnd + 65536 + Store::RECORD_SIZE : poolEnd);
+                ASSERT_EQ(
+                    m_store.m_dataPool.getEnd(), context == nullptr ? poolEnd + Store::RECORD_SIZE
+                                                 : takesChunk       ? poolEnd + 65536 + Store::RECORD_SIZE
+                                                                    : poolEnd);
             }
             enter(value, resourceID, newOffset);
         }
@@ -178,7 +191,9 @@ private:
     void deleteSome() {
         for (uint64_t i = below(60); i != 0 && !m_model.m_resources.empty(); --i) {
             // Any ID that ever was used, also one whose resource was deleted before.
-            const uint64_t resourceID = std::next(m_model.m_resources.begin(), static_cast<std::ptrdiff_t>(below(m_model.m_resources.size())))->first;
+            const uint64_t resourceID =
+                std::next(m_model.m_resources.begin(), static_cast<std::ptrdiff_t>(below(m_model.m_resources.size())))
+                    ->first;
             const ModelValue value = m_model.m_resources.at(resourceID).m_value;
             m_store.m_dictionary->deleteUncommittedResourceID(Visibility(0, 0), resourceID, value.m_datatypeID);
             if (getExpected(value) == resourceID)
@@ -220,7 +235,9 @@ private:
                 m_store.m_dictionary->prepareCompact(resourceID, newID, state);
                 kept.emplace_back(newID++, m_model.m_resources.at(resourceID));
             }
-        std::stable_sort(state.begin(), state.end(), [](const CompactionEntry& first, const CompactionEntry& second) { return first.datatypeID < second.datatypeID; });
+        std::stable_sort(state.begin(), state.end(), [](const CompactionEntry& first, const CompactionEntry& second) {
+            return first.datatypeID < second.datatypeID;
+        });
         m_store.m_dictionary->finishCompact(state);
         for (const auto& [resourceID, resource] : kept) {
             compacted.m_resourceIDs[resource.m_value] = resourceID;
@@ -252,8 +269,10 @@ private:
             const uint64_t expected = getExpected(value).value_or(0);
             ASSERT_EQ(m_store.tryResolve(toText(value), value.m_datatypeID), expected);
             const uint64_t offset = expected == 0 ? 0 : m_model.m_resources.at(expected).m_offset;
-            const Visibility visibility(expected + below(3) - (expected == 0 ? 0 : 1), offset + below(3) - (offset == 0 ? 0 : 1));
-            const bool isVisible = expected < visibility.first && (value.m_datatypeID != D_XSD_DECIMAL || offset < visibility.second);
+            const Visibility visibility(
+                expected + below(3) - (expected == 0 ? 0 : 1), offset + below(3) - (offset == 0 ? 0 : 1));
+            const bool isVisible =
+                expected < visibility.first && (value.m_datatypeID != D_XSD_DECIMAL || offset < visibility.second);
             ASSERT_EQ(m_store.tryResolve(toResourceValue(value), visibility), isVisible ? expected : 0);
         }
     }
@@ -267,7 +286,9 @@ private:
             ASSERT_EQ(m_store.getText(resourceID, value.m_datatypeID), toText(value));
             if (value.m_datatypeID == D_XSD_DECIMAL) {
                 ASSERT_EQ(m_store.m_resourceData[resourceID], resource.m_offset);
-                ASSERT_EQ(m_store.getRecordBytes(resource.m_offset), Store::makeRecordBytes(resourceID, value.m_number, value.m_fractionDigits));
+                ASSERT_EQ(
+                    m_store.getRecordBytes(resource.m_offset),
+                    Store::makeRecordBytes(resourceID, value.m_number, value.m_fractionDigits));
             }
             else {
                 ASSERT_EQ(m_store.m_resourceData[resourceID], static_cast<uint64_t>(value.m_number));
@@ -285,7 +306,11 @@ private:
             ASSERT_LE(used, m_model.m_everEntered[datatypeID]);
         }
         // Every committed byte is somebody's.
-        ASSERT_EQ(m_store.m_memoryManager.getChargedBytes(), m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") + m_store.m_resourceData.getCommittedBytes() + m_store.m_resourceDatatypeIDs.getCommittedBytes() + m_store.m_dataPool.getCommittedBytes());
+        ASSERT_EQ(
+            m_store.m_memoryManager.getChargedBytes(),
+            m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +
+                m_store.m_resourceData.getCommittedBytes() + m_store.m_resourceDatatypeIDs.getCommittedBytes() +
+                m_store.m_dataPool.getCommittedBytes());
     }
 
     std::mt19937_64 m_random;
@@ -293,7 +318,6 @@ private:
     Model m_model;
     std::vector<DictionaryUsageContext> m_contexts;
     uint64_t m_range = 3000;
-
 };
 
 template<typename ResourceID>

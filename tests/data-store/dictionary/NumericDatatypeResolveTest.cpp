@@ -29,11 +29,17 @@ protected:
 TYPED_TEST_SUITE(NumericDatatypeResolveTest, ResourceIDTypes);
 
 TYPED_TEST(NumericDatatypeResolveTest, FormsOfOneValueHaveOneID) {
-    const struct { uint8_t datatypeID; const char* first; const char* second; bool isSame; } rows[] = {
-        {D_XSD_INT, "5", "+5", true},       {D_XSD_INT, "5", "0005", true},     {D_XSD_INT, "0", "-0", true},
-        {D_XSD_INT, "5", "-5", false},      {D_XSD_INT, "5", "50", false},      {D_XSD_UNSIGNED_BYTE, "0", "-0", true},
-        {D_XSD_DECIMAL, "5", "5.000", true}, {D_XSD_DECIMAL, ".5", "+0.50", true}, {D_XSD_DECIMAL, "0", "-0.0", true},
-        {D_XSD_DECIMAL, "5", "0.5", false}, // the same unscaled value
+    const struct {
+        uint8_t datatypeID;
+        const char* first;
+        const char* second;
+        bool isSame;
+    } rows[] = {
+        {D_XSD_INT, "5", "+5", true},          {D_XSD_INT, "5", "0005", true},
+        {D_XSD_INT, "0", "-0", true},          {D_XSD_INT, "5", "-5", false},
+        {D_XSD_INT, "5", "50", false},         {D_XSD_UNSIGNED_BYTE, "0", "-0", true},
+        {D_XSD_DECIMAL, "5", "5.000", true},   {D_XSD_DECIMAL, ".5", "+0.50", true},
+        {D_XSD_DECIMAL, "0", "-0.0", true},    {D_XSD_DECIMAL, "5", "0.5", false}, // the same unscaled value
         {D_XSD_DECIMAL, "0.5", "0.6", false}, // the same number of fraction digits
         {D_XSD_DECIMAL, "0.5", "-0.5", false},
     };
@@ -48,7 +54,8 @@ TYPED_TEST(NumericDatatypeResolveTest, FormsOfOneValueHaveOneID) {
 TYPED_TEST(NumericDatatypeResolveTest, OneNumberInEveryDatatypeIsAsManyResources) {
     std::set<uint64_t> resourceIDs;
     for (uint8_t datatypeID = FIRST_NUMERIC_DATATYPE; datatypeID <= LAST_NUMERIC_DATATYPE; ++datatypeID) {
-        const std::string form = datatypeID == D_XSD_NEGATIVE_INTEGER || datatypeID == D_XSD_NON_POSITIVE_INTEGER ? "-5" : "5";
+        const std::string form =
+            datatypeID == D_XSD_NEGATIVE_INTEGER || datatypeID == D_XSD_NON_POSITIVE_INTEGER ? "-5" : "5";
         const uint64_t resourceID = this->m_store.resolve(form, datatypeID);
         EXPECT_NE(resourceID, 0u);
         EXPECT_TRUE(resourceIDs.insert(resourceID).second);
@@ -71,9 +78,12 @@ TYPED_TEST(NumericDatatypeResolveTest, TheEndsOfEveryRangeAreAcceptedAndTheNextV
         const auto expectRefused = [&](int64_t integer) {
             const std::string form = std::to_string(integer);
             for (const bool inserts : {true, false})
-                expectError("Engine/core/data-store/dictionary/NumericDatatype", 78, "Value '" + form + "' is not in the range of datatype " + name + ".", [&] {
-                    inserts ? this->m_store.resolve(form, info.datatypeID) : this->m_store.tryResolve(form, info.datatypeID);
-                });
+                expectError(
+                    "Engine/core/data-store/dictionary/NumericDatatype", 78,
+                    "Value '" + form + "' is not in the range of datatype " + name + ".", [&] {
+                        inserts ? this->m_store.resolve(form, info.datatypeID)
+                                : this->m_store.tryResolve(form, info.datatypeID);
+                    });
         };
         if (info.minimum != std::numeric_limits<int64_t>::min())
             expectRefused(info.minimum - 1);
@@ -85,7 +95,8 @@ TYPED_TEST(NumericDatatypeResolveTest, TheEndsOfEveryRangeAreAcceptedAndTheNextV
 TYPED_TEST(NumericDatatypeResolveTest, InvalidFormsAreRefusedBeforeAnythingIsTouched) {
     const std::string before = saveToBytes(*this->m_store.m_dictionary);
     DictionaryUsageContext context;
-    const auto expectRefused = [&](const std::string& sourceFile, long line, const std::string& message, const std::string& form, uint8_t datatypeID) {
+    const auto expectRefused = [&](const std::string& sourceFile, long line, const std::string& message,
+                                   const std::string& form, uint8_t datatypeID) {
         SCOPED_TRACE(form);
         expectError(sourceFile, line, message, [&] { this->m_store.resolve(form, datatypeID, &context); });
         expectError(sourceFile, line, message, [&] { this->m_store.resolve(form, datatypeID); });
@@ -95,10 +106,19 @@ TYPED_TEST(NumericDatatypeResolveTest, InvalidFormsAreRefusedBeforeAnythingIsTou
     expectRefused(source, 78, "Value '300' is not in the range of datatype xsd:byte.", "300", D_XSD_BYTE);
     expectRefused(source, 76, "Lexical form 'abc' is invalid for datatype xsd:int.", "abc", D_XSD_INT);
     expectRefused(source, 76, "Lexical form '' is invalid for datatype xsd:int.", "", D_XSD_INT);
-    expectRefused(source, 76, "Lexical form ' 5 ' is invalid for datatype xsd:unsignedLong.", " 5 ", D_XSD_UNSIGNED_LONG);
-    expectRefused(source, 76, "Lexical form '9223372036854775808' is invalid for datatype xsd:integer.", "9223372036854775808", D_XSD_INTEGER);
-    expectRefused("Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form '1e5' is invalid for datatype xsd:decimal.", "1e5", D_XSD_DECIMAL);
-    expectRefused("Engine/core/data-store/dictionary/XSDDecimal", 60, "Value '0.00000000000000000001' exceeds the capacity of datatype xsd:decimal: at most 19 fraction digits and a signed 64-bit unscaled value.", "0.00000000000000000001", D_XSD_DECIMAL);
+    expectRefused(
+        source, 76, "Lexical form ' 5 ' is invalid for datatype xsd:unsignedLong.", " 5 ", D_XSD_UNSIGNED_LONG);
+    expectRefused(
+        source, 76, "Lexical form '9223372036854775808' is invalid for datatype xsd:integer.", "9223372036854775808",
+        D_XSD_INTEGER);
+    expectRefused(
+        "Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form '1e5' is invalid for datatype xsd:decimal.",
+        "1e5", D_XSD_DECIMAL);
+    expectRefused(
+        "Engine/core/data-store/dictionary/XSDDecimal", 60,
+        "Value '0.00000000000000000001' exceeds the capacity of datatype xsd:decimal: at most 19 fraction digits and a "
+        "signed 64-bit unscaled value.",
+        "0.00000000000000000001", D_XSD_DECIMAL);
 
     EXPECT_EQ(saveToBytes(*this->m_store.m_dictionary), before);
     EXPECT_EQ(this->m_store.m_nextResourceID.load(), 1u);
@@ -173,7 +193,9 @@ TYPED_TEST(NumericDatatypeResolveTest, RecordsLieOneAfterTheOtherInTheChunkOfThe
     for (uint64_t i = 1; i < recordsOfAChunk; ++i) {
         resourceID = this->m_store.resolve("-" + std::to_string(i) + ".25", D_XSD_DECIMAL, &context);
         ASSERT_EQ(this->m_store.m_resourceData[resourceID], 64 + i * R);
-        ASSERT_EQ(this->m_store.getRecordBytes(64 + i * R), this->m_store.makeRecordBytes(resourceID, -static_cast<int64_t>(i * 100 + 25), 2));
+        ASSERT_EQ(
+            this->m_store.getRecordBytes(64 + i * R),
+            this->m_store.makeRecordBytes(resourceID, -static_cast<int64_t>(i * 100 + 25), 2));
     }
     EXPECT_EQ(this->m_store.m_dataPool.getEnd(), 64 + CHUNK);
     // What is left is less than a record and is abandoned.
@@ -248,7 +270,12 @@ TYPED_TEST(NumericDatatypeResolveTest, BothBoundsOfVisibilityExclude) {
     const uint64_t integerID = this->m_store.resolve("5", D_XSD_INT);
     const uint64_t decimalID = this->m_store.resolve("5.5", D_XSD_DECIMAL);
     const uint64_t offset = this->m_store.m_resourceData[decimalID];
-    const struct { const char* name; Visibility visibility; bool seesInteger; bool seesDecimal; } rows[] = {
+    const struct {
+        const char* name;
+        Visibility visibility;
+        bool seesInteger;
+        bool seesDecimal;
+    } rows[] = {
         {"all", ALL_VISIBLE, true, true},
         {"nothing", {0, 0}, false, false},
         {"IDs up to the integer's", {integerID, UINT64_MAX}, false, false},
@@ -284,7 +311,8 @@ TYPED_TEST(NumericDatatypeResolveTest, AnInvisibleRecordDoesNotEndTheProbe) {
         }
     uint64_t end;
     const uint64_t low = this->m_store.m_dataPool.allocate(TestFixture::Store::RECORD_SIZE, end);
-    const uint64_t firstID = this->m_store.resolve(std::to_string(first), D_XSD_DECIMAL); // at a high offset, in the first bucket
+    const uint64_t firstID =
+        this->m_store.resolve(std::to_string(first), D_XSD_DECIMAL); // at a high offset, in the first bucket
     DictionaryUsageContext context;
     context.m_dataPoolChunkNext = low;
     context.m_dataPoolChunkEnd = end;
@@ -370,7 +398,8 @@ TYPED_TEST(NumericDatatypeResolveTest, ManyValuesOfAllTablesComeBackThroughManyR
     std::set<uint64_t> resourceIDs;
     for (int i = 0; i < 3000; ++i)
         for (const uint8_t datatypeID : {uint8_t(D_XSD_DECIMAL), uint8_t(D_XSD_INTEGER), uint8_t(D_XSD_INT)}) {
-            const std::string form = std::to_string(i * (datatypeID == D_XSD_INT ? 4096 : 1) - 1500) + (datatypeID == D_XSD_DECIMAL ? ".5" : "");
+            const std::string form = std::to_string(i * (datatypeID == D_XSD_INT ? 4096 : 1) - 1500) +
+                                     (datatypeID == D_XSD_DECIMAL ? ".5" : "");
             const uint64_t resourceID = this->m_store.resolve(form, datatypeID, &context);
             ASSERT_TRUE(resourceIDs.insert(resourceID).second);
             model[{datatypeID, form}] = resourceID;

@@ -18,8 +18,12 @@ class NumericDatatypeRestoreTest : public ::testing::Test {
 protected:
     using Store = NumericStore<ResourceID>;
     NumericDatatypeRestoreTest() { m_store.initialize(); }
-    void restore(uint64_t resourceID, const ResourceValue& value, DictionaryUsageContext* context = nullptr) { m_store.m_dictionary->restoreResource(context, resourceID, value); }
-    void deleteResource(uint64_t resourceID, uint8_t datatypeID) { m_store.m_dictionary->deleteUncommittedResourceID(Visibility(0, 0), resourceID, datatypeID); }
+    void restore(uint64_t resourceID, const ResourceValue& value, DictionaryUsageContext* context = nullptr) {
+        m_store.m_dictionary->restoreResource(context, resourceID, value);
+    }
+    void deleteResource(uint64_t resourceID, uint8_t datatypeID) {
+        m_store.m_dictionary->deleteUncommittedResourceID(Visibility(0, 0), resourceID, datatypeID);
+    }
     Store m_store;
 };
 
@@ -69,7 +73,8 @@ TYPED_TEST(NumericDatatypeRestoreTest, TheArraysGrowToTheIDWhateverTheCounterAnd
     for (const bool isDecimal : {false, true}) {
         typename TestFixture::Store store;
         store.initialize(2000); // below the restored ID
-        store.m_dictionary->restoreResource(nullptr, 5000000, isDecimal ? makeDecimal("1.5") : makeInteger(D_XSD_INT, 1));
+        store.m_dictionary->restoreResource(
+            nullptr, 5000000, isDecimal ? makeDecimal("1.5") : makeInteger(D_XSD_INT, 1));
         EXPECT_EQ(store.m_resourceData.getEnd(), 5000192u); // 5,000,001 rounded to a page of 512
         EXPECT_EQ(store.m_resourceDatatypeIDs.getEnd(), 5001216u); // and of 4096
         EXPECT_EQ(store.getText(5000000, isDecimal ? D_XSD_DECIMAL : D_XSD_INT), isDecimal ? "1.5" : "1");
@@ -115,8 +120,12 @@ TYPED_TEST(NumericDatatypeRestoreTest, ARecordOfEarlierResolutionsIsRebuilt) {
         store.m_dictionary->restoreResource(&restoringContext, resourceID, value);
     }
     for (int i = 0; i < 2000; ++i) {
-        ASSERT_EQ(store.tryResolve(std::to_string(i), D_XSD_INTEGER), this->m_store.tryResolve(std::to_string(i), D_XSD_INTEGER));
-        ASSERT_EQ(store.tryResolve(std::to_string(i) + ".5", D_XSD_DECIMAL), this->m_store.tryResolve(std::to_string(i) + ".5", D_XSD_DECIMAL));
+        ASSERT_EQ(
+            store.tryResolve(std::to_string(i), D_XSD_INTEGER),
+            this->m_store.tryResolve(std::to_string(i), D_XSD_INTEGER));
+        ASSERT_EQ(
+            store.tryResolve(std::to_string(i) + ".5", D_XSD_DECIMAL),
+            this->m_store.tryResolve(std::to_string(i) + ".5", D_XSD_DECIMAL));
     }
     EXPECT_EQ(saveToImage(*store.m_dictionary)[D_XSD_INTEGER].m_numberOfBuckets, 4096u); // as sized: it did not grow
     checkTables<TypeParam>(saveToImage(*store.m_dictionary));
@@ -125,7 +134,11 @@ TYPED_TEST(NumericDatatypeRestoreTest, ARecordOfEarlierResolutionsIsRebuilt) {
 TYPED_TEST(NumericDatatypeRestoreTest, AFailureLeavesTheBucketEmptyAndTheNextCallSucceeds) {
     for (const uint8_t datatypeID : {uint8_t(D_XSD_INT), uint8_t(D_XSD_DECIMAL)}) {
         const ResourceValue value = datatypeID == D_XSD_INT ? makeInteger(D_XSD_INT, 5) : makeDecimal("5.5");
-        expectError("Engine/core/platform/system/MemoryRegion", 242, "Failed to ensure that a memory region could hold 8388609 items because it was initialized to hold at most 8388608 items.", [&] { this->restore(8388608, value); });
+        expectError(
+            "Engine/core/platform/system/MemoryRegion", 242,
+            "Failed to ensure that a memory region could hold 8388609 items because it was initialized to hold at most "
+            "8388608 items.",
+            [&] { this->restore(8388608, value); });
         EXPECT_EQ(this->m_store.tryResolve(value), 0u);
         checkTables<TypeParam>(saveToImage(*this->m_store.m_dictionary));
         this->restore(datatypeID, value);
@@ -151,7 +164,9 @@ TYPED_TEST(NumericDatatypeRestoreTest, ADeletedValueIsAbsentAndEnteredAgainUnder
         EXPECT_EQ(image[datatypeID].m_deletedCount, 1u);
         EXPECT_EQ(image[datatypeID].m_usedCount, 100u);
         EXPECT_EQ(image[datatypeID].sumFreeReservations(), 99u);
-        EXPECT_EQ(image[datatypeID].m_buckets[oldIndex].m_word, datatypeID == D_XSD_DECIMAL ? uint64_t(-2) : uint64_t(static_cast<TypeParam>(-2)));
+        EXPECT_EQ(
+            image[datatypeID].m_buckets[oldIndex].m_word,
+            datatypeID == D_XSD_DECIMAL ? uint64_t(-2) : uint64_t(static_cast<TypeParam>(-2)));
         // Nothing else is undone.
         EXPECT_EQ(this->m_store.m_resourceData[oldID], oldData);
         EXPECT_EQ(this->m_store.getDatatypeID(oldID), datatypeID);
@@ -163,7 +178,9 @@ TYPED_TEST(NumericDatatypeRestoreTest, ADeletedValueIsAbsentAndEnteredAgainUnder
         EXPECT_EQ(newID, nextResourceID);
         image = saveToImage(*this->m_store.m_dictionary);
         checkTables<TypeParam>(image);
-        EXPECT_EQ(image[datatypeID].findWord(datatypeID == D_XSD_DECIMAL ? this->m_store.m_resourceData[newID] : newID), oldIndex + 1);
+        EXPECT_EQ(
+            image[datatypeID].findWord(datatypeID == D_XSD_DECIMAL ? this->m_store.m_resourceData[newID] : newID),
+            oldIndex + 1);
         EXPECT_EQ(image[datatypeID].sumFreeReservations(), 98u);
     }
 }
@@ -205,7 +222,9 @@ TYPED_TEST(NumericDatatypeRestoreTest, ProbesPassOverDeletedBuckets) {
     for (size_t i = 0; i < 300; i += 2)
         this->deleteResource(resourceIDs[i], D_XSD_LONG);
     for (int64_t i = 0; i < 300; ++i)
-        EXPECT_EQ(this->m_store.tryResolve(makeInteger(D_XSD_LONG, i << 20)), i % 2 == 0 ? 0 : resourceIDs[static_cast<size_t>(i)]);
+        EXPECT_EQ(
+            this->m_store.tryResolve(makeInteger(D_XSD_LONG, i << 20)),
+            i % 2 == 0 ? 0 : resourceIDs[static_cast<size_t>(i)]);
     EXPECT_GT(this->m_store.resolve(makeInteger(D_XSD_LONG, 0)), resourceIDs.back());
     checkTables<TypeParam>(saveToImage(*this->m_store.m_dictionary));
 }

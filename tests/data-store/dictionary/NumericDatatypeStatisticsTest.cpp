@@ -13,7 +13,21 @@ namespace kavix::test {
 
 namespace {
 
-const char* const TABLE_NAMES[] = {"xsd:decimal", "xsd:integer", "xsd:nonNegativeInteger", "xsd:nonPositiveInteger", "xsd:negativeInteger", "xsd:positiveInteger", "xsd:long", "xsd:int", "xsd:short", "xsd:byte", "xsd:unsignedLong", "xsd:unsignedInt", "xsd:unsignedShort", "xsd:unsignedByte"};
+const char* const TABLE_NAMES[] = {
+    "xsd:decimal",
+    "xsd:integer",
+    "xsd:nonNegativeInteger",
+    "xsd:nonPositiveInteger",
+    "xsd:negativeInteger",
+    "xsd:positiveInteger",
+    "xsd:long",
+    "xsd:int",
+    "xsd:short",
+    "xsd:byte",
+    "xsd:unsignedLong",
+    "xsd:unsignedInt",
+    "xsd:unsignedShort",
+    "xsd:unsignedByte"};
 
 template<typename ResourceID>
 class NumericDatatypeStatisticsTest : public ::testing::Test {
@@ -85,7 +99,10 @@ TYPED_TEST(NumericDatatypeStatisticsTest, TheAggregateIsTheSumOfTheSizesAndWhatT
     for (const std::unique_ptr<ComponentInfo>& table : root->getChildren())
         sum += table->getNumericProperty("Size");
     EXPECT_EQ(root->getNumericProperty("Aggregate size"), sum);
-    EXPECT_EQ(sum + this->m_store.m_resourceData.getCommittedBytes() + this->m_store.m_resourceDatatypeIDs.getCommittedBytes() + this->m_store.m_dataPool.getCommittedBytes(), this->m_store.m_memoryManager.getChargedBytes());
+    EXPECT_EQ(
+        sum + this->m_store.m_resourceData.getCommittedBytes() +
+            this->m_store.m_resourceDatatypeIDs.getCommittedBytes() + this->m_store.m_dataPool.getCommittedBytes(),
+        this->m_store.m_memoryManager.getChargedBytes());
     const ComponentInfo& longs = *root->getChildren()[size_t(D_XSD_LONG) - FIRST_NUMERIC_DATATYPE];
     EXPECT_EQ(longs.getNumericProperty("Size"), 16384u * 16);
     EXPECT_EQ(longs.getNumericProperty("Total number of buckets"), 16384u);
@@ -101,7 +118,9 @@ TYPED_TEST(NumericDatatypeStatisticsTest, ATableWithoutBucketsHasNoLoadFactor) {
     loadFromBytes(*this->m_store.m_dictionary, image.toBytes());
     const std::unique_ptr<ComponentInfo> root = this->m_store.m_dictionary->getComponentInfo();
     for (size_t index = 0; index < 14; ++index)
-        EXPECT_EQ(root->getChildren()[index]->getProperties().size(), index == size_t(D_XSD_LONG) - FIRST_NUMERIC_DATATYPE ? 3u : 4u);
+        EXPECT_EQ(
+            root->getChildren()[index]->getProperties().size(),
+            index == size_t(D_XSD_LONG) - FIRST_NUMERIC_DATATYPE ? 3u : 4u);
     EXPECT_EQ(root->getChildren()[size_t(D_XSD_LONG) - FIRST_NUMERIC_DATATYPE]->getNumericProperty("Size"), 0u);
 }
 

@@ -28,7 +28,8 @@ ResourceValue makeValue(uint8_t datatypeID, uint64_t number) {
     if (datatypeID == D_XSD_DECIMAL)
         value.setBinaryValue(datatypeID, XSDDecimal::fromNormalisedFields(static_cast<int64_t>(number * 10 + 5), 1));
     else
-        value.setBinaryValue(datatypeID, static_cast<int64_t>(datatypeID == D_XSD_LONG ? number << 6 : number)); // with clusters
+        value.setBinaryValue(
+            datatypeID, static_cast<int64_t>(datatypeID == D_XSD_LONG ? number << 6 : number)); // with clusters
     return value;
 }
 
@@ -37,24 +38,29 @@ class Answers {
 
 public:
 
-    explicit Answers(size_t numberOfValues) : m_resourceIDs(numberOfValues * NUMBER_OF_DATATYPES) { }
+    explicit Answers(size_t numberOfValues) :
+        m_resourceIDs(numberOfValues * NUMBER_OF_DATATYPES) { }
 
-    uint64_t get(size_t datatypeIndex, uint64_t number) const { return m_resourceIDs[number * NUMBER_OF_DATATYPES + datatypeIndex].load(); }
+    uint64_t get(size_t datatypeIndex, uint64_t number) const {
+        return m_resourceIDs[number * NUMBER_OF_DATATYPES + datatypeIndex].load();
+    }
 
     /// Everybody must have got the same answer.
     void record(size_t datatypeIndex, uint64_t number, uint64_t resourceID) {
         uint64_t earlierAnswer = 0;
-        if (!m_resourceIDs[number * NUMBER_OF_DATATYPES + datatypeIndex].compare_exchange_strong(earlierAnswer, resourceID) && earlierAnswer != resourceID)
+        if (!m_resourceIDs[number * NUMBER_OF_DATATYPES + datatypeIndex].compare_exchange_strong(
+                earlierAnswer, resourceID) &&
+            earlierAnswer != resourceID)
             ADD_FAILURE() << "two answers for one value: " << earlierAnswer << " and " << resourceID;
     }
 
 private:
 
     std::vector<std::atomic<uint64_t>> m_resourceIDs;
-
 };
 
-/// Checks exactly: one ID for each value, the same to everybody; IDs unique and below the counter; the value comes back.
+/// Checks exactly: one ID for each value, the same to everybody; IDs unique and below the counter; the value comes
+/// back.
 template<typename ResourceID>
 void checkAnswers(const NumericStore<ResourceID>& store, const Answers& answers, size_t numberOfValues) {
     std::vector<bool> isUsed(store.m_nextResourceID.load(), false);
@@ -80,7 +86,9 @@ void checkAnswers(const NumericStore<ResourceID>& store, const Answers& answers,
                 ASSERT_EQ(store.m_resourceData[resourceID], static_cast<uint64_t>(value.getBinaryValue<int64_t>()));
             }
             else {
-                ASSERT_EQ(store.getRecordBytes(store.m_resourceData[resourceID]), store.makeRecordBytes(resourceID, static_cast<int64_t>(number * 10 + 5), 1));
+                ASSERT_EQ(
+                    store.getRecordBytes(store.m_resourceData[resourceID]),
+                    store.makeRecordBytes(resourceID, static_cast<int64_t>(number * 10 + 5), 1));
             }
         }
     const NumericImage image = saveToImage(*store.m_dictionary);
@@ -110,7 +118,8 @@ TYPED_TEST(NumericDatatypeStressTest, EveryValueHasOneIDThroughManyResizes) {
             DictionaryUsageContext context;
             DictionaryUsageContext* const usedContext = threadIndex % 4 == 3 ? nullptr : &context;
             const auto resolve = [&](uint64_t number, size_t datatypeIndex) {
-                answers.record(datatypeIndex, number, store.resolve(makeValue(DATATYPES[datatypeIndex], number), usedContext));
+                answers.record(
+                    datatypeIndex, number, store.resolve(makeValue(DATATYPES[datatypeIndex], number), usedContext));
             };
             const size_t ownPart = half / numberOfThreads;
             // Few of the common values where there are many threads, so that the total stays the same.
@@ -123,7 +132,8 @@ TYPED_TEST(NumericDatatypeStressTest, EveryValueHasOneIDThroughManyResizes) {
                         resolve((start + i) % half, (datatypeIndex + j) % NUMBER_OF_DATATYPES);
                 if (i < ownPart)
                     resolve(half + threadIndex * ownPart + i, datatypeIndex);
-                if (i % 16 == 0 && store.tryResolve(makeValue(DATATYPES[datatypeIndex], (start + i / 2) % half)) >= store.m_nextResourceID.load())
+                if (i % 16 == 0 && store.tryResolve(makeValue(DATATYPES[datatypeIndex], (start + i / 2) % half)) >=
+                                       store.m_nextResourceID.load())
                     ADD_FAILURE() << "an ID that was not given out";
             }
         });
@@ -165,7 +175,8 @@ TYPED_TEST(NumericDatatypeStressTest, WhoeverSeesADatatypeSeesTheResource) {
                 }
                 continue;
             }
-            const uint64_t end = std::min<uint64_t>(store.m_resourceDatatypeIDs.getEnd(), store.m_nextResourceID.load());
+            const uint64_t end =
+                std::min<uint64_t>(store.m_resourceDatatypeIDs.getEnd(), store.m_nextResourceID.load());
             for (uint64_t resourceID = 1; resourceID < end; ++resourceID) {
                 const uint8_t datatypeID = store.getDatatypeID(resourceID);
                 if (datatypeID == D_NONE)
@@ -173,7 +184,10 @@ TYPED_TEST(NumericDatatypeStressTest, WhoeverSeesADatatypeSeesTheResource) {
                 ++seen;
                 ResourceValue value;
                 store.m_dictionary->getResource(resourceID, datatypeID, value);
-                const bool isSound = datatypeID == D_XSD_DECIMAL ? value.template getBinaryValue<XSDDecimal>().getFractionDigits() == 1 && value.template getBinaryValue<XSDDecimal>().getUnscaledValue() % 10 == 5 : value.template getBinaryValue<int64_t>() % 3 != 0;
+                const bool isSound = datatypeID == D_XSD_DECIMAL
+                                         ? value.template getBinaryValue<XSDDecimal>().getFractionDigits() == 1 &&
+                                               value.template getBinaryValue<XSDDecimal>().getUnscaledValue() % 10 == 5
+                                         : value.template getBinaryValue<int64_t>() % 3 != 0;
                 if (!isSound)
                     ADD_FAILURE() << "resource " << resourceID << " was seen before its value";
             }
@@ -212,14 +226,22 @@ TYPED_TEST(NumericDatatypeStressTest, ABudgetThatRunsOutInTheMiddleStopsEverybod
                     unsigned long total = 0;
                     unsigned long free = 0;
                     unsigned long requested = 0;
-                    const int matched = std::sscanf(exception.what(), "The Kavix instance has run out of memory.\n[Extended information: %lu bytes were reserved for the system, of which %lu were free when an attempt to allocate %lu bytes was made.]", &total, &free, &requested);
-                    if (matched != 3 || total != totalBytes || free >= requested || free > total || requested % 4096 != 0 || exception.getLine() != 71 || exception.getSourceFile() != "Engine/core/platform/system/MemoryManager")
+                    const int matched = std::sscanf(
+                        exception.what(),
+                        "The Kavix instance has run out of memory.\n[Extended information: %lu bytes were reserved for "
+                        "the system, of which %lu were free when an attempt to allocate %lu bytes was made.]",
+                        &total, &free, &requested);
+                    if (matched != 3 || total != totalBytes || free >= requested || free > total ||
+                        requested % 4096 != 0 || exception.getLine() != 71 ||
+                        exception.getSourceFile() != "Engine/core/platform/system/MemoryManager")
                         ADD_FAILURE() << exception.what();
                     // What was entered before is still found, by this very thread.
                     if (number >= 400)
                         for (uint64_t earlier = number - 400; earlier < number; ++earlier) {
                             const uint64_t resourceID = answers.get(earlier % NUMBER_OF_DATATYPES, earlier);
-                            if (resourceID != 0 && store.tryResolve(makeValue(DATATYPES[earlier % NUMBER_OF_DATATYPES], earlier)) != resourceID)
+                            if (resourceID != 0 &&
+                                store.tryResolve(makeValue(DATATYPES[earlier % NUMBER_OF_DATATYPES], earlier)) !=
+                                    resourceID)
                                 ADD_FAILURE() << "a value was lost";
                         }
                 }
@@ -237,7 +259,11 @@ TYPED_TEST(NumericDatatypeStressTest, ABudgetThatRunsOutInTheMiddleStopsEverybod
         for (uint64_t number = 0; number < numberOfValues; ++number)
             ASSERT_NE(answers.get(number % NUMBER_OF_DATATYPES, number), 0u);
         checkAnswers(store, answers, numberOfValues);
-        EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") + store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes());
+        EXPECT_EQ(
+            store.m_memoryManager.getChargedBytes(),
+            store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +
+                store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() +
+                store.m_dataPool.getCommittedBytes());
         if (::testing::Test::HasFatalFailure())
             return;
     }
@@ -252,7 +278,8 @@ TYPED_TEST(NumericDatatypeStressTest, ThreadsThatReachTheBoundOfIDsGetEveryIDOnc
         const std::string message = "The capacity of Kavix for the number of resources has been exceeded.";
         for (uint64_t i = 0;; ++i) {
             try {
-                resourceIDs[threadIndex].push_back(store.resolve(makeInteger(D_XSD_LONG, static_cast<int64_t>(threadIndex * BOUND + i))));
+                resourceIDs[threadIndex].push_back(
+                    store.resolve(makeInteger(D_XSD_LONG, static_cast<int64_t>(threadIndex * BOUND + i))));
             }
             catch (const KavixException& exception) {
                 EXPECT_EQ(exception.what(), message);
@@ -280,7 +307,9 @@ TYPED_TEST(NumericDatatypeStressTest, RestoringFromSeveralThreadsEntersEveryValu
         DictionaryUsageContext context;
         for (uint64_t i = 0; i < numberOfValues; ++i) {
             const uint64_t number = (i + threadIndex * numberOfValues / 8) % numberOfValues;
-            store.m_dictionary->restoreResource(&context, 1 + number * 3, makeValue(number % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INTEGER, number)); // the same ID from everybody
+            store.m_dictionary->restoreResource(
+                &context, 1 + number * 3,
+                makeValue(number % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INTEGER, number)); // the same ID from everybody
         }
     });
     for (uint64_t number = 0; number < numberOfValues; ++number) {

@@ -54,7 +54,11 @@ TYPED_TEST(NumericDatatypeTest, InitializationGivesEveryTable1024EmptyBuckets) {
 }
 
 TYPED_TEST(NumericDatatypeTest, TheBoundOfBlocksIsAlways1024LessEvenBelowZero) {
-    const struct { const char* name; uint64_t maxResourceID; uint64_t boundOfBlocks; } rows[] = {
+    const struct {
+        const char* name;
+        uint64_t maxResourceID;
+        uint64_t boundOfBlocks;
+    } rows[] = {
         {"usual", 1u << 20, (1u << 20) - 1024},
         {"exactly one block", 1024, 0},
         {"less than a block", 1000, uint64_t(0) - 24},
@@ -79,7 +83,8 @@ TYPED_TEST(NumericDatatypeTest, InitializationEmptiesAUsedDictionaryAndReturnsIt
     for (int i = 0; i < 5000; ++i)
         store.resolve(std::to_string(i), D_XSD_INT, &context);
     store.resolve("0.5", D_XSD_DECIMAL, &context);
-    const uint64_t sharedBytes = store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes();
+    const uint64_t sharedBytes = store.m_resourceData.getCommittedBytes() +
+                                 store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes();
     store.initialize(5000);
     EXPECT_EQ(store.m_memoryManager.getChargedBytes(), emptyTablesBytes + sharedBytes);
     EXPECT_EQ(store.tryResolve("7", D_XSD_INT), 0u);
@@ -91,8 +96,12 @@ TYPED_TEST(NumericDatatypeTest, InitializationEmptiesAUsedDictionaryAndReturnsIt
 }
 
 TYPED_TEST(NumericDatatypeTest, RestoreEmptySizesEachTableForItsCount) {
-    const struct { uint64_t count; uint64_t numberOfBuckets; } rows[] = {
-        {0, 1024}, {1, 1024}, {700, 1024}, {716, 1024}, {717, 2048}, {1000, 2048}, {1433, 2048}, {1434, 4096}, {5734, 8192}, {5735, 16384}, {100000, 262144},
+    const struct {
+        uint64_t count;
+        uint64_t numberOfBuckets;
+    } rows[] = {
+        {0, 1024},    {1, 1024},    {700, 1024},  {716, 1024},   {717, 2048},      {1000, 2048},
+        {1433, 2048}, {1434, 4096}, {5734, 8192}, {5735, 16384}, {100000, 262144},
     };
     for (uint8_t datatypeID = FIRST_NUMERIC_DATATYPE; datatypeID <= LAST_NUMERIC_DATATYPE; ++datatypeID)
         for (const auto& row : rows) {
@@ -105,7 +114,10 @@ TYPED_TEST(NumericDatatypeTest, RestoreEmptySizesEachTableForItsCount) {
             store.m_dictionary->restoreEmpty(counts);
             const std::unique_ptr<ComponentInfo> info = store.m_dictionary->getComponentInfo();
             for (uint8_t other = FIRST_NUMERIC_DATATYPE; other <= LAST_NUMERIC_DATATYPE; ++other)
-                EXPECT_EQ(info->getChildren()[size_t(other) - FIRST_NUMERIC_DATATYPE]->getNumericProperty("Total number of buckets"), other == datatypeID ? row.numberOfBuckets : 1024u);
+                EXPECT_EQ(
+                    info->getChildren()[size_t(other) - FIRST_NUMERIC_DATATYPE]->getNumericProperty(
+                        "Total number of buckets"),
+                    other == datatypeID ? row.numberOfBuckets : 1024u);
         }
 }
 
@@ -124,7 +136,11 @@ TYPED_TEST(NumericDatatypeTest, RestoreEmptyForgetsTheContentAndKeepsTheBounds) 
 }
 
 TYPED_TEST(NumericDatatypeTest, TheTextOfAResourceIsCanonicalAndReplacesWhatWasThere) {
-    const struct { uint8_t datatypeID; const char* lexicalForm; const char* text; } rows[] = {
+    const struct {
+        uint8_t datatypeID;
+        const char* lexicalForm;
+        const char* text;
+    } rows[] = {
         {D_XSD_INTEGER, "-1", "-1"},
         {D_XSD_INTEGER, "-9223372036854775808", "-9223372036854775808"},
         {D_XSD_INTEGER, "9223372036854775807", "9223372036854775807"},
@@ -147,7 +163,9 @@ TYPED_TEST(NumericDatatypeTest, TheTextOfAResourceIsCanonicalAndReplacesWhatWasT
 TYPED_TEST(NumericDatatypeTest, TheBinaryFormOfAnIntegerIsInTheBufferOfTheValue) {
     typename TestFixture::Store store;
     store.initialize();
-    for (const int64_t integer : {std::numeric_limits<int64_t>::min(), int64_t(-1), int64_t(0), int64_t(1), std::numeric_limits<int64_t>::max()}) {
+    for (const int64_t integer :
+         {std::numeric_limits<int64_t>::min(), int64_t(-1), int64_t(0), int64_t(1),
+          std::numeric_limits<int64_t>::max()}) {
         const uint64_t resourceID = store.resolve(makeInteger(D_XSD_LONG, integer));
         ResourceValue value;
         value.auxiliaryData = value.buffer;
@@ -207,7 +225,10 @@ TYPED_TEST(NumericDatatypeTest, DestructionReturnsTheTablesAndTouchesNothingShar
 
     store.m_dictionary.reset();
 
-    EXPECT_EQ(store.m_memoryManager.getChargedBytes(), store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes() + store.m_dataPool.getCommittedBytes());
+    EXPECT_EQ(
+        store.m_memoryManager.getChargedBytes(), store.m_resourceData.getCommittedBytes() +
+                                                     store.m_resourceDatatypeIDs.getCommittedBytes() +
+                                                     store.m_dataPool.getCommittedBytes());
     EXPECT_EQ(store.m_nextResourceID.load(), nextResourceID);
     EXPECT_EQ(store.m_dataPool.getEnd(), poolEnd);
     EXPECT_EQ(store.m_resourceData[resourceID], offset);
@@ -221,14 +242,20 @@ TYPED_TEST(NumericDatatypeTest, BucketsAndRecordsHaveTheirSizes) {
     EXPECT_EQ(NumericDatatype<TypeParam>::Record::SIZE, TestFixture::Store::RECORD_SIZE);
     uint8_t record[18];
     std::memset(record, 0xcc, sizeof(record));
-    DecimalRecord<TypeParam>::write(record + 1, static_cast<TypeParam>(0x01020304), XSDDecimal::fromNormalisedFields(-987654321, 4)); // at an odd address
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(record + 1), TestFixture::Store::RECORD_SIZE), TestFixture::Store::makeRecordBytes(0x01020304, -987654321, 4));
+    DecimalRecord<TypeParam>::write(
+        record + 1, static_cast<TypeParam>(0x01020304),
+        XSDDecimal::fromNormalisedFields(-987654321, 4)); // at an odd address
+    EXPECT_EQ(
+        std::string(reinterpret_cast<char*>(record + 1), TestFixture::Store::RECORD_SIZE),
+        TestFixture::Store::makeRecordBytes(0x01020304, -987654321, 4));
     EXPECT_EQ(record[0], 0xcc);
     if (TestFixture::Store::IS_NARROW) {
         EXPECT_EQ(record[1 + TestFixture::Store::RECORD_SIZE], 0xcc);
     }
     DecimalRecord<TypeParam>::writeResourceID(record + 1, 9);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(record + 1), TestFixture::Store::RECORD_SIZE), TestFixture::Store::makeRecordBytes(9, -987654321, 4));
+    EXPECT_EQ(
+        std::string(reinterpret_cast<char*>(record + 1), TestFixture::Store::RECORD_SIZE),
+        TestFixture::Store::makeRecordBytes(9, -987654321, 4));
     EXPECT_EQ(DecimalRecord<TypeParam>::readResourceID(record + 1), 9u);
     EXPECT_EQ(DecimalRecord<TypeParam>::readValue(record + 1), XSDDecimal::fromNormalisedFields(-987654321, 4));
 }

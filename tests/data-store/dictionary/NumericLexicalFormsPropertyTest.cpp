@@ -26,7 +26,8 @@ bool compare(uint8_t datatypeID, const std::string& text, size_t& numberOfCanoni
     if (tryParseNumericValue(datatypeID, text.data(), text.size(), value) != LexicalFormStatus::VALID)
         return false;
     const bool expected = isPrintedAs(datatypeID, value, text);
-    EXPECT_EQ(isCanonicalNumericForm(datatypeID, text.data(), text.size()), expected) << "datatype " << int(datatypeID) << " text " << text;
+    EXPECT_EQ(isCanonicalNumericForm(datatypeID, text.data(), text.size()), expected)
+        << "datatype " << int(datatypeID) << " text " << text;
     numberOfCanonical += expected;
     return true;
 }
@@ -38,8 +39,10 @@ TEST(NumericLexicalForms, EveryShortFormIsCanonicalExactlyIfItIsPrintedSo) {
     constexpr std::string_view CHARACTERS = "+-.015";
     size_t numberOfForms = 0;
     size_t numberOfCanonical = 0;
-    for (const uint8_t datatypeID : {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_NON_POSITIVE_INTEGER, D_XSD_BYTE, D_XSD_UNSIGNED_LONG})
-        for (size_t length = 1, numberOfTexts = CHARACTERS.size(); length <= 6; ++length, numberOfTexts *= CHARACTERS.size())
+    for (const uint8_t datatypeID :
+         {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_NON_POSITIVE_INTEGER, D_XSD_BYTE, D_XSD_UNSIGNED_LONG})
+        for (size_t length = 1, numberOfTexts = CHARACTERS.size(); length <= 6;
+             ++length, numberOfTexts *= CHARACTERS.size())
             for (size_t number = 0; number < numberOfTexts; ++number) {
                 std::string text;
                 for (size_t rest = number; text.size() < length; rest /= CHARACTERS.size())

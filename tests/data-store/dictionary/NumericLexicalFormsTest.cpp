@@ -69,7 +69,8 @@ bool isCanonical(uint8_t datatypeID, const std::string& text) {
     EXPECT_EQ(tryParseNumericValue(datatypeID, text.data(), text.size(), value), LexicalFormStatus::VALID) << text;
     const bool result = isCanonicalNumericForm(datatypeID, text.data(), text.size());
     char printed[MAX_NUMERIC_LEXICAL_FORM_LENGTH];
-    EXPECT_EQ(result, text == std::string_view(printed, writeNumericLexicalForm(datatypeID, value.data, printed))) << text;
+    EXPECT_EQ(result, text == std::string_view(printed, writeNumericLexicalForm(datatypeID, value.data, printed)))
+        << text;
     return result;
 }
 
@@ -113,7 +114,8 @@ TEST(NumericLexicalForms, BothEndsOfEveryRangeAreAcceptedAndTheNextNumbersAreNot
             EXPECT_EQ(parse(row.m_datatypeID, text), end);
             EXPECT_EQ(std::get<int64_t>(parseNumericValue(row.m_datatypeID, text.data(), text.size())), end);
             ResourceValue value;
-            EXPECT_EQ(tryParseNumericValue(row.m_datatypeID, text.data(), text.size(), value), LexicalFormStatus::VALID);
+            EXPECT_EQ(
+                tryParseNumericValue(row.m_datatypeID, text.data(), text.size(), value), LexicalFormStatus::VALID);
             EXPECT_EQ(value.datatypeID, row.m_datatypeID);
             EXPECT_EQ(value.data, value.buffer);
             EXPECT_EQ(value.dataSize, 8u);
@@ -124,8 +126,10 @@ TEST(NumericLexicalForms, BothEndsOfEveryRangeAreAcceptedAndTheNextNumbersAreNot
         for (const std::string text : {row.m_belowMinimum, row.m_aboveMaximum}) {
             // What does not even fit 64 bits is refused by the integer parser, as a form.
             const bool fits64Bits = text.size() < 19;
-            test::expectError(NUMERIC_DATATYPE, fits64Bits ? 78 : 76,
-                fits64Bits ? "Value '" + text + "' is not in the range of datatype " + row.m_name + "." : "Lexical form '" + text + "' is invalid for datatype " + row.m_name + ".",
+            test::expectError(
+                NUMERIC_DATATYPE, fits64Bits ? 78 : 76,
+                fits64Bits ? "Value '" + text + "' is not in the range of datatype " + row.m_name + "."
+                           : "Lexical form '" + text + "' is invalid for datatype " + row.m_name + ".",
                 [&] { parse(row.m_datatypeID, text); });
         }
     }
@@ -135,37 +139,76 @@ TEST(NumericLexicalForms, MinusZeroIsZeroWhereTheRangeContainsZero) {
     for (const DatatypeRow& row : DATATYPES) {
         SCOPED_TRACE(row.m_name);
         const bool containsZero = row.m_minimum <= 0 && row.m_maximum >= 0;
-        EXPECT_EQ(containsZero, row.m_datatypeID != D_XSD_NEGATIVE_INTEGER && row.m_datatypeID != D_XSD_POSITIVE_INTEGER);
+        EXPECT_EQ(
+            containsZero, row.m_datatypeID != D_XSD_NEGATIVE_INTEGER && row.m_datatypeID != D_XSD_POSITIVE_INTEGER);
         for (const std::string& text : {"0"s, "-0"s, "+0"s, "-000"s, "-" + std::string(40, '0')}) {
             EXPECT_EQ(classify(row.m_datatypeID, text), containsZero ? LexicalFormStatus::VALID : OUT);
             if (containsZero)
                 EXPECT_EQ(parse(row.m_datatypeID, text), 0);
             else
-                test::expectError(NUMERIC_DATATYPE, 78, "Value '" + text + "' is not in the range of datatype " + row.m_name + ".", [&] { parse(row.m_datatypeID, text); });
+                test::expectError(
+                    NUMERIC_DATATYPE, 78, "Value '" + text + "' is not in the range of datatype " + row.m_name + ".",
+                    [&] { parse(row.m_datatypeID, text); });
         }
     }
 }
 
 TEST(NumericLexicalForms, MalformedIntegersAreRefusedByEveryDatatype) {
-    const std::string forms[] = {"", " ", " 5 ", "5 ", "+", "-", "+-5", ".", "5.", ".5", "1.5", "1.0", "1e5", "INF", "NaN", "abc", "1,000", "\xD9\xA5", "\0"s, "5\0"s, "1\0002"s, "99999999999999999999x", "-99999999999999999999.0"};
+    const std::string forms[] = {
+        "",
+        " ",
+        " 5 ",
+        "5 ",
+        "+",
+        "-",
+        "+-5",
+        ".",
+        "5.",
+        ".5",
+        "1.5",
+        "1.0",
+        "1e5",
+        "INF",
+        "NaN",
+        "abc",
+        "1,000",
+        "\xD9\xA5",
+        "\0"s,
+        "5\0"s,
+        "1\0002"s,
+        "99999999999999999999x",
+        "-99999999999999999999.0"};
     for (const DatatypeRow& row : DATATYPES)
         for (const std::string& form : forms) {
             SCOPED_TRACE(row.m_name + " "s + form);
             EXPECT_EQ(classify(row.m_datatypeID, form), LexicalFormStatus::MALFORMED);
             if (form.find('\0') == std::string::npos) // what() ends at a NUL
-                test::expectError(NUMERIC_DATATYPE, 76, "Lexical form '" + form + "' is invalid for datatype " + row.m_name + ".", [&] { parse(row.m_datatypeID, form); });
+                test::expectError(
+                    NUMERIC_DATATYPE, 76, "Lexical form '" + form + "' is invalid for datatype " + row.m_name + ".",
+                    [&] { parse(row.m_datatypeID, form); });
             else
                 EXPECT_THROW(parse(row.m_datatypeID, form), KavixException);
         }
 }
 
 TEST(NumericLexicalForms, ErrorsQuoteTheFormAsItWasWritten) {
-    test::expectError(NUMERIC_DATATYPE, 78, "Value '128' is not in the range of datatype xsd:byte.", [] { parse(D_XSD_BYTE, "128"); });
-    test::expectError(NUMERIC_DATATYPE, 78, "Value '+00128' is not in the range of datatype xsd:byte.", [] { parse(D_XSD_BYTE, "+00128"); });
-    test::expectError(NUMERIC_DATATYPE, 78, "Value '-1' is not in the range of datatype xsd:unsignedInt.", [] { parse(D_XSD_UNSIGNED_INT, "-1"); });
-    test::expectError(NUMERIC_DATATYPE, 76, "Lexical form 'abc' is invalid for datatype xsd:int.", [] { parse(D_XSD_INT, "abc"); });
-    test::expectError(NUMERIC_DATATYPE, 76, "Lexical form '1.5' is invalid for datatype xsd:integer.", [] { parseNumericValue(D_XSD_INTEGER, "1.5", 3); });
-    test::expectError("Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form 'abc' is invalid for datatype xsd:decimal.", [] { parseNumericValue(D_XSD_DECIMAL, "abc", 3); });
+    test::expectError(NUMERIC_DATATYPE, 78, "Value '128' is not in the range of datatype xsd:byte.", [] {
+        parse(D_XSD_BYTE, "128");
+    });
+    test::expectError(NUMERIC_DATATYPE, 78, "Value '+00128' is not in the range of datatype xsd:byte.", [] {
+        parse(D_XSD_BYTE, "+00128");
+    });
+    test::expectError(NUMERIC_DATATYPE, 78, "Value '-1' is not in the range of datatype xsd:unsignedInt.", [] {
+        parse(D_XSD_UNSIGNED_INT, "-1");
+    });
+    test::expectError(
+        NUMERIC_DATATYPE, 76, "Lexical form 'abc' is invalid for datatype xsd:int.", [] { parse(D_XSD_INT, "abc"); });
+    test::expectError(NUMERIC_DATATYPE, 76, "Lexical form '1.5' is invalid for datatype xsd:integer.", [] {
+        parseNumericValue(D_XSD_INTEGER, "1.5", 3);
+    });
+    test::expectError(
+        "Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form 'abc' is invalid for datatype xsd:decimal.",
+        [] { parseNumericValue(D_XSD_DECIMAL, "abc", 3); });
 }
 
 TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoBehindANul) {
@@ -223,7 +266,8 @@ TEST(NumericLexicalForms, IntegersOutside64BitsAreToldApartByWhatTheDatatypeHold
 }
 
 TEST(NumericLexicalForms, DecimalsAreParsedAndClassified) {
-    EXPECT_EQ(std::get<XSDDecimal>(parseNumericValue(D_XSD_DECIMAL, "1.5", 3)), XSDDecimal::fromNormalisedFields(15, 1));
+    EXPECT_EQ(
+        std::get<XSDDecimal>(parseNumericValue(D_XSD_DECIMAL, "1.5", 3)), XSDDecimal::fromNormalisedFields(15, 1));
     ResourceValue value;
     EXPECT_EQ(tryParseNumericValue(D_XSD_DECIMAL, "1.5", 3, value), LexicalFormStatus::VALID);
     EXPECT_EQ(value.datatypeID, D_XSD_DECIMAL);
@@ -253,16 +297,22 @@ TEST(NumericLexicalForms, OnlyTheFormThatAValuePrintsAsIsCanonical) {
         EXPECT_TRUE(isCanonical(row.m_datatypeID, std::to_string(row.m_minimum)));
         EXPECT_TRUE(isCanonical(row.m_datatypeID, std::to_string(row.m_maximum)));
     }
-    for (const std::string text : {"0", "7", "-7", "0.5", "-0.5", "2.5", "10", "-100", "10.5", "1000.0001", "0.01", "-0.01", "9223372036854775807", "-9223372036854775808", "922337203685477580.7", "0.0000000000000000001", "-0.9223372036854775808"}) {
+    for (const std::string text :
+         {"0", "7", "-7", "0.5", "-0.5", "2.5", "10", "-100", "10.5", "1000.0001", "0.01", "-0.01",
+          "9223372036854775807", "-9223372036854775808", "922337203685477580.7", "0.0000000000000000001",
+          "-0.9223372036854775808"}) {
         SCOPED_TRACE(text);
         EXPECT_TRUE(isCanonical(D_XSD_DECIMAL, text));
     }
-    for (const std::string text : {"+7", "07", "-0", "+0", "00", "-07", "+10", "010", "-00", "0000000000000000000000000000000000001"}) {
+    for (const std::string text :
+         {"+7", "07", "-0", "+0", "00", "-07", "+10", "010", "-00", "0000000000000000000000000000000000001"}) {
         SCOPED_TRACE(text);
         EXPECT_FALSE(isCanonical(D_XSD_INTEGER, text));
         EXPECT_FALSE(isCanonical(D_XSD_DECIMAL, text));
     }
-    for (const std::string text : {"7.0", "7.", ".5", "0.50", "00.5", "+0.5", "0.0", "-0.0", "0.", "-0.", "10.", "10.0", "-.5", "-.0", ".0", "100.10", "05.5", "-05.5", "-00.5", "0.5000000000000000000000000000"}) {
+    for (const std::string text :
+         {"7.0", "7.",   ".5",  "0.50", "00.5", "+0.5",   "0.0",  "-0.0",  "0.",    "-0.",
+          "10.", "10.0", "-.5", "-.0",  ".0",   "100.10", "05.5", "-05.5", "-00.5", "0.5000000000000000000000000000"}) {
         SCOPED_TRACE(text);
         EXPECT_FALSE(isCanonical(D_XSD_DECIMAL, text));
     }

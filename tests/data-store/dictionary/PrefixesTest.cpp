@@ -41,7 +41,9 @@ void expectEncodings(const Prefixes& prefixes, const std::vector<Row>& rows) {
 
 /// The UTF-8 form of a code point; also of those that have none by right.
 std::string toUTF8(uint32_t codePoint) {
-    const auto continuation = [codePoint](int shift) { return static_cast<char>(0x80 | ((codePoint >> shift) & 0x3F)); };
+    const auto continuation = [codePoint](int shift) {
+        return static_cast<char>(0x80 | ((codePoint >> shift) & 0x3F));
+    };
     if (codePoint < 0x80)
         return {static_cast<char>(codePoint)};
     if (codePoint < 0x800)
@@ -66,18 +68,21 @@ bool isAbbreviated(const Prefixes& prefixes, const std::string& localName) {
 }
 
 TEST(Prefixes, DefaultsAbbreviateTheCommonVocabularies) {
-    expectEncodings(Prefixes::s_defaultPrefixes, {
-        {"xsd", XSD_UNSIGNED_BYTE, "xsd:unsignedByte"},
-        {"xsd decimal", XSD_DECIMAL, "xsd:decimal"},
-        {"rdf", "http://www.w3.org/1999/02/22-rdf-syntax-ns#type", "rdf:type"},
-        {"rdfs", "http://www.w3.org/2000/01/rdf-schema#label", "rdfs:label"},
-        {"owl", "http://www.w3.org/2002/07/owl#sameAs", "owl:sameAs"},
-        {"namespace alone", XSD_NAMESPACE, "xsd:"},
-        {"namespace less its last character", "http://www.w3.org/2001/XMLSchema", "<http://www.w3.org/2001/XMLSchema>"},
-        {"other case", "http://www.w3.org/2001/XMLSCHEMA#int", "<http://www.w3.org/2001/XMLSCHEMA#int>"},
-        {"other vocabulary", "http://example.org/int", "<http://example.org/int>"},
-        {"empty IRI", "", "<>"},
-    });
+    expectEncodings(
+        Prefixes::s_defaultPrefixes,
+        {
+            {"xsd", XSD_UNSIGNED_BYTE, "xsd:unsignedByte"},
+            {"xsd decimal", XSD_DECIMAL, "xsd:decimal"},
+            {"rdf", "http://www.w3.org/1999/02/22-rdf-syntax-ns#type", "rdf:type"},
+            {"rdfs", "http://www.w3.org/2000/01/rdf-schema#label", "rdfs:label"},
+            {"owl", "http://www.w3.org/2002/07/owl#sameAs", "owl:sameAs"},
+            {"namespace alone", XSD_NAMESPACE, "xsd:"},
+            {"namespace less its last character", "http://www.w3.org/2001/XMLSchema",
+             "<http://www.w3.org/2001/XMLSchema>"},
+            {"other case", "http://www.w3.org/2001/XMLSCHEMA#int", "<http://www.w3.org/2001/XMLSCHEMA#int>"},
+            {"other vocabulary", "http://example.org/int", "<http://example.org/int>"},
+            {"empty IRI", "", "<>"},
+        });
 }
 
 TEST(Prefixes, AnEmptyTableAbbreviatesNothing) {
@@ -94,9 +99,11 @@ TEST(Prefixes, OnlyTheGivenLengthIsEncoded) {
 
 TEST(Prefixes, WhatFollowsTheGivenLengthDoesNotCompleteACharacter) {
     const Prefixes prefixes = makePrefixes();
-    for (const std::string& whole : {"http://n/a%20"s, "http://n/\xC3\xA9"s, "http://n/\xE6\x97\xA5"s, "http://n/\xF0\x9F\x8D\x8E"s}) {
+    for (const std::string& whole :
+         {"http://n/a%20"s, "http://n/\xC3\xA9"s, "http://n/\xE6\x97\xA5"s, "http://n/\xF0\x9F\x8D\x8E"s}) {
         SCOPED_TRACE(whole);
-        const std::vector<char> bytes(whole.begin(), whole.end() - 1); // no byte behind them: a sanitizer sees what reads on
+        const std::vector<char> bytes(
+            whole.begin(), whole.end() - 1); // no byte behind them: a sanitizer sees what reads on
         const std::string_view cutOff(bytes.data(), bytes.size());
         EXPECT_EQ(encode(prefixes, whole), "n:" + whole.substr(9));
         EXPECT_EQ(encode(prefixes, cutOff), "<" + std::string(cutOff) + ">");
@@ -109,19 +116,20 @@ TEST(Prefixes, TheLongestNamespaceWhoseLocalNameIsAllowedServes) {
     prefixes.addPrefix("scheme", "http:");
     prefixes.addPrefix("bc", "http://a/bc.");
     prefixes.addPrefix("a", "http://a/");
-    expectEncodings(prefixes, {
-        {"longest", "http://a/bc.d", "bc:d"},
-        {"only the next is allowed", "http://a/bc.-d", "b:c.-d"},
-        {"local name ends with a point", "http://a/bc.d.", "<http://a/bc.d.>"},
-        {"middle", "http://a/bd", "b:d"},
-        {"middle not allowed, shorter serves", "http://a/b-d", "a:b-d"},
-        {"middle starts with a point, shorter serves", "http://a/b.d", "a:b.d"},
-        {"nothing left", "http://a/b", "b:"},
-        {"nothing left of the longest", "http://a/bc.", "bc:"},
-        {"shortest", "http://a/c", "a:c"},
-        {"no local name of any", "http://c/d", "<http://c/d>"},
-        {"shortest of all", "http:x", "scheme:x"},
-    });
+    expectEncodings(
+        prefixes, {
+                      {"longest", "http://a/bc.d", "bc:d"},
+                      {"only the next is allowed", "http://a/bc.-d", "b:c.-d"},
+                      {"local name ends with a point", "http://a/bc.d.", "<http://a/bc.d.>"},
+                      {"middle", "http://a/bd", "b:d"},
+                      {"middle not allowed, shorter serves", "http://a/b-d", "a:b-d"},
+                      {"middle starts with a point, shorter serves", "http://a/b.d", "a:b.d"},
+                      {"nothing left", "http://a/b", "b:"},
+                      {"nothing left of the longest", "http://a/bc.", "bc:"},
+                      {"shortest", "http://a/c", "a:c"},
+                      {"no local name of any", "http://c/d", "<http://c/d>"},
+                      {"shortest of all", "http:x", "scheme:x"},
+                  });
 }
 
 TEST(Prefixes, AnEmptyNameAndAnEmptyNamespaceAreNamesToo) {
@@ -209,37 +217,17 @@ TEST(Prefixes, LocalNamesKnowTheRangesOfUnicode) {
     };
     // From U+0080 to the end of Unicode without a gap: both bounds of each range are checked.
     const RangeRow rows[] = {
-        {0x0080, 0x00B6, false, false},
-        {0x00B7, 0x00B7, false, true},
-        {0x00B8, 0x00BF, false, false},
-        {0x00C0, 0x00D6, true, true},
-        {0x00D7, 0x00D7, false, false},
-        {0x00D8, 0x00F6, true, true},
-        {0x00F7, 0x00F7, false, false},
-        {0x00F8, 0x02FF, true, true},
-        {0x0300, 0x036F, false, true},
-        {0x0370, 0x037D, true, true},
-        {0x037E, 0x037E, false, false},
-        {0x037F, 0x1FFF, true, true},
-        {0x2000, 0x200B, false, false},
-        {0x200C, 0x200D, true, true},
-        {0x200E, 0x203E, false, false},
-        {0x203F, 0x2040, false, true},
-        {0x2041, 0x206F, false, false},
-        {0x2070, 0x218F, true, true},
-        {0x2190, 0x2BFF, false, false},
-        {0x2C00, 0x2FEF, true, true},
-        {0x2FF0, 0x3000, false, false},
-        {0x3001, 0xD7FF, true, true},
-        {0xD800, 0xDFFF, false, false}, // surrogates: not UTF-8
-        {0xE000, 0xF8FF, false, false},
-        {0xF900, 0xFDCF, true, true},
-        {0xFDD0, 0xFDEF, false, false},
-        {0xFDF0, 0xFFFD, true, true},
-        {0xFFFE, 0xFFFF, false, false},
-        {0x10000, 0xEFFFF, true, true},
-        {0xF0000, 0x10FFFF, false, false},
-        {0x110000, 0x1FFFFF, false, false}, // beyond Unicode
+        {0x0080, 0x00B6, false, false},    {0x00B7, 0x00B7, false, true},      {0x00B8, 0x00BF, false, false},
+        {0x00C0, 0x00D6, true, true},      {0x00D7, 0x00D7, false, false},     {0x00D8, 0x00F6, true, true},
+        {0x00F7, 0x00F7, false, false},    {0x00F8, 0x02FF, true, true},       {0x0300, 0x036F, false, true},
+        {0x0370, 0x037D, true, true},      {0x037E, 0x037E, false, false},     {0x037F, 0x1FFF, true, true},
+        {0x2000, 0x200B, false, false},    {0x200C, 0x200D, true, true},       {0x200E, 0x203E, false, false},
+        {0x203F, 0x2040, false, true},     {0x2041, 0x206F, false, false},     {0x2070, 0x218F, true, true},
+        {0x2190, 0x2BFF, false, false},    {0x2C00, 0x2FEF, true, true},       {0x2FF0, 0x3000, false, false},
+        {0x3001, 0xD7FF, true, true},      {0xD800, 0xDFFF, false, false}, // surrogates: not UTF-8
+        {0xE000, 0xF8FF, false, false},    {0xF900, 0xFDCF, true, true},       {0xFDD0, 0xFDEF, false, false},
+        {0xFDF0, 0xFFFD, true, true},      {0xFFFE, 0xFFFF, false, false},     {0x10000, 0xEFFFF, true, true},
+        {0xF0000, 0x10FFFF, false, false}, {0x110000, 0x1FFFFF, false, false}, // beyond Unicode
     };
     uint32_t expectedFirst = 0x80;
     for (const RangeRow& row : rows) {
@@ -259,12 +247,21 @@ TEST(Prefixes, IRIsThatAreNotUTF8AreWrittenInFull) {
         {"continuation byte first", "\x80", ""},
         {"last continuation byte first", "\xBF", ""},
         {"two bytes cut off", "\xC3", ""},
-        {"two bytes, no continuation", "\xC3" "a", ""},
+        {"two bytes, no continuation",
+         "\xC3"
+         "a",
+         ""},
         {"two bytes, lead byte again", "\xC3\xC3", ""},
         {"three bytes cut off", "\xE6\x97", ""},
-        {"three bytes, no continuation", "\xE6\x97" "a", ""},
+        {"three bytes, no continuation",
+         "\xE6\x97"
+         "a",
+         ""},
         {"four bytes cut off", "\xF0\x9F\x8D", ""},
-        {"four bytes, no continuation", "\xF0\x9F\x8D" "a", ""},
+        {"four bytes, no continuation",
+         "\xF0\x9F\x8D"
+         "a",
+         ""},
         {"A in two bytes", "\xC1\x81", ""},
         {"A in three bytes", "\xE0\x81\x81", ""},
         {"U+00E9 in three bytes", "\xE0\x83\xA9", ""},
@@ -298,21 +295,24 @@ TEST(Prefixes, FullIRIsEscapeExactlyWhatTurtleForbids) {
         SCOPED_TRACE(byte);
         const char character = static_cast<char>(byte);
         const bool isEscaped = byte <= 0x20 || forbidden.find(character) != std::string_view::npos;
-        const std::string expected = isEscaped ? "\\u00"s + HEX_DIGITS[byte / 16] + HEX_DIGITS[byte % 16] : std::string(1, character);
+        const std::string expected =
+            isEscaped ? "\\u00"s + HEX_DIGITS[byte / 16] + HEX_DIGITS[byte % 16] : std::string(1, character);
         EXPECT_EQ(encode(Prefixes(), std::string(1, character)), "<" + expected + ">");
         EXPECT_EQ(encode(Prefixes(), "a"s + character + character + "b"), "<a" + expected + expected + "b>");
     }
 }
 
 TEST(Prefixes, FullIRIsAreWrittenWhole) {
-    expectEncodings(makePrefixes(), {
-        {"space in a local name", "http://n/a b", "<http://n/a\\u0020b>"},
-        {"NUL in a local name", "http://n/a\0b"s, "<http://n/a\\u0000b>"},
-        {"percent stays", "http://m/%20", "<http://m/%20>"},
-        {"longer characters stay", "http://m/\xC3\xA9 \xE6\x97\xA5", "<http://m/\xC3\xA9\\u0020\xE6\x97\xA5>"},
-        {"escape at both ends", "<a>", "<\\u003Ca\\u003E>"},
-        {"only escapes", "^\\", "<\\u005E\\u005C>"},
-    });
+    expectEncodings(
+        makePrefixes(),
+        {
+            {"space in a local name", "http://n/a b", "<http://n/a\\u0020b>"},
+            {"NUL in a local name", "http://n/a\0b"s, "<http://n/a\\u0000b>"},
+            {"percent stays", "http://m/%20", "<http://m/%20>"},
+            {"longer characters stay", "http://m/\xC3\xA9 \xE6\x97\xA5", "<http://m/\xC3\xA9\\u0020\xE6\x97\xA5>"},
+            {"escape at both ends", "<a>", "<\\u003Ca\\u003E>"},
+            {"only escapes", "^\\", "<\\u005E\\u005C>"},
+        });
 }
 
 TEST(Prefixes, NamesFollowTheTurtleGrammar) {
@@ -356,7 +356,10 @@ TEST(Prefixes, NamesFollowTheTurtleGrammar) {
         }
         catch (const KavixException& exception) {
             EXPECT_FALSE(row.isAllowed);
-            EXPECT_EQ(exception.getMessage(), "'" + row.prefixName + "' is no Turtle prefix name: it must start with a letter, go on with letters, digits, '_', '-' and '.', and not end with '.'.");
+            EXPECT_EQ(
+                exception.getMessage(), "'" + row.prefixName +
+                                            "' is no Turtle prefix name: it must start with a letter, go on with "
+                                            "letters, digits, '_', '-' and '.', and not end with '.'.");
             EXPECT_EQ(exception.getSourceFile(), "Engine/core/data-store/dictionary/Prefixes");
             EXPECT_EQ(encode(prefixes, "http://n/longer/a"), "<http://n/longer/a>") << "the table is unchanged";
         }
@@ -369,11 +372,12 @@ TEST(Prefixes, AddingANameAgainReplacesItsNamespace) {
     prefixes.addPrefix("a", "http://a/long/");
     prefixes.addPrefix("b", "http://b/");
     prefixes.addPrefix("a", "http://a/");
-    expectEncodings(prefixes, {
-        {"new namespace", "http://a/x", "a:x"},
-        {"old namespace", "http://a/long/x", "<http://a/long/x>"},
-        {"other prefix", "http://b/x", "b:x"},
-    });
+    expectEncodings(
+        prefixes, {
+                      {"new namespace", "http://a/x", "a:x"},
+                      {"old namespace", "http://a/long/x", "<http://a/long/x>"},
+                      {"other prefix", "http://b/x", "b:x"},
+                  });
 
     prefixes.addPrefix("a", "http://b/longer/");
     EXPECT_EQ(encode(prefixes, "http://b/longer/x"), "a:x") << "the order by length is kept";

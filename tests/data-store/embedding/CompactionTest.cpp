@@ -110,10 +110,13 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
             }
             EXPECT_EQ(dictionary->takeSnapshot().first, keptLiterals.size() + 1);
             EXPECT_EQ(listLiterals(*dictionary, [](uint64_t) { return true; }), keptLiterals);
-            EXPECT_EQ(test::listResources(*dictionary, oldNextResourceID + 4096).size(), keptLiterals.size()) << "found under their IDs, and no others";
+            EXPECT_EQ(test::listResources(*dictionary, oldNextResourceID + 4096).size(), keptLiterals.size())
+                << "found under their IDs, and no others";
             EXPECT_EQ(findProblems(*dictionary), NONE);
             const uint64_t recordSize = width == ResourceIDWidth::BITS_32 ? 13 : 17;
-            EXPECT_EQ(dictionary->takeSnapshot().second, 64 + recordSize * dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
+            EXPECT_EQ(
+                dictionary->takeSnapshot().second,
+                64 + recordSize * dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
             EXPECT_LT(dictionary->takeSnapshot().second, oldPoolEnd);
             EXPECT_LE(dictionary->getUsedBytes(), oldBytes);
             for (const TableStatistics& table : dictionary->getTableStatistics())
@@ -128,7 +131,8 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
 TEST(Compaction, DroppedValuesAreNewValues) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
-        dictionary->compact([](uint64_t resourceID) { return resourceID % 2 == 1; }); // the integers, and half of the ints
+        dictionary->compact(
+            [](uint64_t resourceID) { return resourceID % 2 == 1; }); // the integers, and half of the ints
         const Dictionary::Snapshot snapshot = dictionary->takeSnapshot();
         EXPECT_EQ(dictionary->tryResolve("0.5", D_XSD_DECIMAL), 0u);
         EXPECT_EQ(dictionary->resolve("0.5", D_XSD_DECIMAL), snapshot.first);
@@ -163,7 +167,10 @@ TEST(Compaction, WhatThePredicateThrowsEndsTheCompaction) {
     const std::string bytes = test::saveStore(*dictionary);
     const uint64_t usedBytes = dictionary->getUsedBytes();
     for (const uint64_t end : {1u, 2u, 5000u})
-        EXPECT_THROW(dictionary->compact([end](uint64_t resourceID) { return resourceID < end ? true : throw std::runtime_error("stop"); }), std::runtime_error);
+        EXPECT_THROW(
+            dictionary->compact(
+                [end](uint64_t resourceID) { return resourceID < end ? true : throw std::runtime_error("stop"); }),
+            std::runtime_error);
     EXPECT_EQ(test::saveStore(*dictionary), bytes);
     EXPECT_EQ(dictionary->getUsedBytes(), usedBytes);
     EXPECT_NE(dictionary->resolve("12345", D_XSD_INT), 0u) << "the gate is open again";
@@ -173,8 +180,11 @@ TEST(Compaction, IsRefusedWhileATransactionRuns) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32);
     Transaction transaction(*dictionary);
     transaction.resolve("77777", D_XSD_INT);
-    test::expectError("Engine/core/data-store/dictionary/Dictionary", 90,
-        "Another transaction is writing to this dictionary; wait until it has been committed or rolled back, or write through it.", [&] { dictionary->compact([](uint64_t) { return true; }); });
+    test::expectError(
+        "Engine/core/data-store/dictionary/Dictionary", 90,
+        "Another transaction is writing to this dictionary; wait until it has been committed or rolled back, or write "
+        "through it.",
+        [&] { dictionary->compact([](uint64_t) { return true; }); });
     transaction.commit();
     EXPECT_NE(dictionary->tryResolve("77777", D_XSD_INT), 0u);
     EXPECT_NO_THROW(dictionary->compact([](uint64_t) { return true; }));

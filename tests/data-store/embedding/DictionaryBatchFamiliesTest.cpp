@@ -1,10 +1,10 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
 #include "support/NamesOnlyFactory.h"
@@ -47,17 +47,27 @@ public:
     void prepareCompact(uint64_t, uint64_t, DictionaryCompactionState&) override { }
     void finishCompact(const DictionaryCompactionState&) override { }
 
-    void deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) override { m_resourceIDs.erase({datatypeID, m_resourceData[resourceID]}); }
+    void deleteUncommittedResourceID(
+        const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) override {
+        m_resourceIDs.erase({datatypeID, m_resourceData[resourceID]});
+    }
 
-    void getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const override { value.setBinaryValue(datatypeID, m_resourceData[resourceID]); }
-    void getResource(uint64_t resourceID, uint8_t, std::string& text) const override { text = "v" + std::to_string(m_resourceData[resourceID]); }
+    void getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const override {
+        value.setBinaryValue(datatypeID, m_resourceData[resourceID]);
+    }
+    void getResource(uint64_t resourceID, uint8_t, std::string& text) const override {
+        text = "v" + std::to_string(m_resourceData[resourceID]);
+    }
 
-    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept override {
+    uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept override {
         const auto found = m_resourceIDs.find({value.datatypeID, value.getBinaryValue<uint64_t>()});
         return found != m_resourceIDs.end() && found->second < visibility.first ? found->second : 0;
     }
 
-    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const override {
+    uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length,
+        uint8_t datatypeID) const override {
         return tryResolveResource(visibility, parse(lexicalForm, length, datatypeID));
     }
 
@@ -70,14 +80,17 @@ public:
         return resourceID;
     }
 
-    uint64_t resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) override {
+    uint64_t resolveResource(
+        DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) override {
         return resolveResource(context, parse(lexicalForm, length, datatypeID));
     }
 
     void restoreResource(DictionaryUsageContext*, uint64_t, const ResourceValue&) override { }
     void save(OutputStream&) const override { }
     void load(InputStream&) override { }
-    std::unique_ptr<ComponentInfo> getComponentInfo() const override { return std::make_unique<ComponentInfo>("LetterDictionary"); }
+    std::unique_ptr<ComponentInfo> getComponentInfo() const override {
+        return std::make_unique<ComponentInfo>("LetterDictionary");
+    }
 
 private:
 
@@ -90,7 +103,6 @@ private:
     }
 
     std::map<std::pair<uint8_t, uint64_t>, uint64_t> m_resourceIDs; // by datatype ID and number
-
 };
 
 /// The same with batches, which note how large each was.
@@ -102,27 +114,34 @@ public:
 
     using LetterDictionary::LetterDictionary;
 
-    void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override {
+    void resolveResources(
+        DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override {
         note(values);
         m_oneAtATime.resolveResources(context, values, resourceIDs);
     }
 
-    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept override {
+    void tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
+        uint64_t* resourceIDs) const noexcept override {
         note(values);
         m_oneAtATime.tryResolveResources(visibility, values, resourceIDs);
     }
 
-    size_t resolveResources(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override {
+    size_t resolveResources(
+        DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override {
         note(literals);
         return m_oneAtATime.resolveResources(context, literals, resolutions);
     }
 
-    size_t tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals, Resolution* resolutions) const noexcept override {
+    size_t tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals,
+        Resolution* resolutions) const noexcept override {
         note(literals);
         return m_oneAtATime.tryResolveResources(visibility, literals, resolutions);
     }
 
-    void getResources(std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override {
+    void getResources(
+        std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override {
         s_sizes.push_back(resourceIDs.size());
         m_oneAtATime.getResources(resourceIDs, datatypeIDs, values);
     }
@@ -137,7 +156,6 @@ private:
     }
 
     OneAtATimeBatches m_oneAtATime{*this};
-
 };
 
 template<typename DictionaryOfFamily>
@@ -147,10 +165,11 @@ public:
 
     using NamesOnlyFactory::NamesOnlyFactory;
 
-    std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(bool, MemoryManager&, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) const override {
+    std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(
+        bool, MemoryManager&, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData,
+        MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) const override {
         return std::make_unique<DictionaryOfFamily>(nextResourceID, resourceData, resourceDatatypeIDs, dataPool);
     }
-
 };
 
 class LetterInspector : public DictionaryDatatypeInspector {
@@ -173,8 +192,9 @@ public:
 
     void checkImage(InputStream&, const ImageLimits&, const ProblemReport&) const override { }
     void verify(const DictionaryDatatype&, const StoreContents&, const ProblemReport&) const override { }
-    std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype&, const StoreContents&) const override { return {}; }
-
+    std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype&, const StoreContents&) const override {
+        return {};
+    }
 };
 
 class DictionaryBatchFamiliesTest : public ::testing::Test {
@@ -184,7 +204,8 @@ protected:
 
     /// The value and the literal with a number: all families in turn, and in longer runs.
     static uint8_t getDatatypeID(size_t number) {
-        const uint8_t datatypeIDs[] = {PLAIN_ID, D_XSD_INTEGER, BATCHED_ID, D_XSD_DECIMAL, D_XSD_INT, SECOND_BATCHED_ID, BATCHED_ID, PLAIN_ID};
+        const uint8_t datatypeIDs[] = {PLAIN_ID,  D_XSD_INTEGER,     BATCHED_ID, D_XSD_DECIMAL,
+                                       D_XSD_INT, SECOND_BATCHED_ID, BATCHED_ID, PLAIN_ID};
         return datatypeIDs[number < 1000 ? number % 8 : number / 500 % 8];
     }
 
@@ -210,9 +231,9 @@ protected:
     }
 
     const LetterFactory<LetterDictionary> m_plainFactory{{PLAIN_ID, "http://example.org/plain"}};
-    const LetterFactory<BatchedLetterDictionary> m_batchedFactory{{BATCHED_ID, "http://example.org/batched"}, {SECOND_BATCHED_ID, "http://example.org/second"}};
+    const LetterFactory<BatchedLetterDictionary> m_batchedFactory{
+        {BATCHED_ID, "http://example.org/batched"}, {SECOND_BATCHED_ID, "http://example.org/second"}};
     const LetterInspector m_inspector{PLAIN_ID, BATCHED_ID, SECOND_BATCHED_ID};
-
 };
 
 TEST_F(DictionaryBatchFamiliesTest, ValuesOfAllFamiliesGetTheIDsOfOneAtATime) {
@@ -244,7 +265,14 @@ TEST_F(DictionaryBatchFamiliesTest, AFamilyGetsItsRunsAndNothingElse) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     std::vector<ResourceValue> values;
-    for (const auto& [datatypeID, size] : {std::pair<uint8_t, size_t>{BATCHED_ID, 2}, {SECOND_BATCHED_ID, 1}, {PLAIN_ID, 1}, {BATCHED_ID, 1}, {D_XSD_INT, 1100}, {BATCHED_ID, 2000}, {SECOND_BATCHED_ID, 49}})
+    for (const auto& [datatypeID, size] :
+         {std::pair<uint8_t, size_t>{BATCHED_ID, 2},
+          {SECOND_BATCHED_ID, 1},
+          {PLAIN_ID, 1},
+          {BATCHED_ID, 1},
+          {D_XSD_INT, 1100},
+          {BATCHED_ID, 2000},
+          {SECOND_BATCHED_ID, 49}})
         for (size_t i = 0; i < size; ++i) {
             values.emplace_back();
             values.back().setBinaryValue(datatypeID, uint64_t(i));
@@ -282,7 +310,10 @@ TEST_F(DictionaryBatchFamiliesTest, TheFirstInvalidValueEndsTheBatchInEveryFamil
 TEST_F(DictionaryBatchFamiliesTest, LiteralsOfAllFamiliesHaveTheOutcomesOfOneAtATime) {
     std::vector<LiteralText> literals;
     for (size_t number = 0; number < 9000; ++number)
-        literals.push_back(number % 50 == 7 ? makeInvalidLiteral(number / 50) : number % 50 == 8 ? LiteralText{"w", getDatatypeID(number)} : makeAnyLiteral(number));
+        literals.push_back(
+            number % 50 == 7   ? makeInvalidLiteral(number / 50)
+            : number % 50 == 8 ? LiteralText{"w", getDatatypeID(number)}
+                               : makeAnyLiteral(number));
     Dictionary single(makeOptions());
     Dictionary batched(makeOptions());
     Transaction singleTransaction(single);

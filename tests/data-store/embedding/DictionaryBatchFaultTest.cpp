@@ -78,7 +78,8 @@ TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlon
         size_t numberOfErrors;
         {
             const AllocationFault fault(n);
-            numberOfErrors = n % 2 == 0 ? transaction.resolve(literals, resolutions.data()) : dictionary.tryResolve(literals, resolutions.data());
+            numberOfErrors = n % 2 == 0 ? transaction.resolve(literals, resolutions.data())
+                                        : dictionary.tryResolve(literals, resolutions.data());
             wasHit = fault.wasHit();
         }
         EXPECT_EQ(numberOfErrors, 12u);
@@ -108,7 +109,9 @@ TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
         for (const bool isOfLiterals : {false, true}) {
             bool wasHit = true;
             for (uint64_t n = 1; wasHit; ++n) {
-                SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) + (isOfLiterals ? ", literals" : ", values"));
+                SCOPED_TRACE(
+                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
+                    (isOfLiterals ? ", literals" : ", values"));
                 Dictionary dictionary(makeOptions());
                 Transaction transaction(dictionary);
                 std::vector<uint64_t> resourceIDs(values.size(), 0);
@@ -146,7 +149,10 @@ TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
                         }
                         // Behind the failure, only what was before it as well.
                         else if (found[i] != 0) {
-                            ASSERT_NE(std::find(found.begin(), found.begin() + static_cast<ptrdiff_t>(entered), found[i]), found.begin() + static_cast<ptrdiff_t>(entered)) << i;
+                            ASSERT_NE(
+                                std::find(found.begin(), found.begin() + static_cast<ptrdiff_t>(entered), found[i]),
+                                found.begin() + static_cast<ptrdiff_t>(entered))
+                                << i;
                         }
                     }
                 if (!wasHit) {

@@ -32,7 +32,10 @@ std::vector<uint64_t> makeNumbers(std::mt19937_64& random, size_t n) {
     for (size_t i = 0; i < n; ++i) {
         const uint64_t number = first + random() % range;
         const uint64_t numberOfDatatype = number / NUMBER_OF_NUMERIC_DATATYPES * NUMBER_OF_NUMERIC_DATATYPES;
-        numbers.push_back(kind == 0 ? numberOfDatatype + datatype : kind == 1 ? numberOfDatatype + (datatype + random() % 2) % NUMBER_OF_NUMERIC_DATATYPES : number);
+        numbers.push_back(
+            kind == 0   ? numberOfDatatype + datatype
+            : kind == 1 ? numberOfDatatype + (datatype + random() % 2) % NUMBER_OF_NUMERIC_DATATYPES
+                        : number);
     }
     return numbers;
 }
@@ -69,7 +72,8 @@ TEST_P(DictionaryBatchPropertyTest, RandomBatchesDoWhatOneAtATimeDoes) {
                 switch (random() % 5) {
                 case 0: {
                     const SingleResults expected = resolveSingly(singleTransaction, values);
-                    ASSERT_EQ(describeError([&] { transaction.resolve(values, resourceIDs.data()); }), expected.m_error);
+                    ASSERT_EQ(
+                        describeError([&] { transaction.resolve(values, resourceIDs.data()); }), expected.m_error);
                     resourceIDs.resize(expected.m_resourceIDs.size());
                     ASSERT_EQ(resourceIDs, expected.m_resourceIDs);
                     break;
@@ -80,7 +84,9 @@ TEST_P(DictionaryBatchPropertyTest, RandomBatchesDoWhatOneAtATimeDoes) {
                         for (const ResourceValue& value : values)
                             expected.m_resourceIDs.push_back(single.tryResolve(value, snapshot));
                     });
-                    ASSERT_EQ(describeError([&] { batched.tryResolve(values, resourceIDs.data(), snapshot); }), expected.m_error);
+                    ASSERT_EQ(
+                        describeError([&] { batched.tryResolve(values, resourceIDs.data(), snapshot); }),
+                        expected.m_error);
                     resourceIDs.resize(expected.m_resourceIDs.size());
                     ASSERT_EQ(resourceIDs, expected.m_resourceIDs);
                     break;
@@ -94,7 +100,8 @@ TEST_P(DictionaryBatchPropertyTest, RandomBatchesDoWhatOneAtATimeDoes) {
                 case 3: {
                     std::vector<Outcome> expected;
                     for (const LiteralText& literal : literals)
-                        expected.push_back(getOutcome([&] { return single.tryResolve(literal.m_lexicalForm, literal.m_datatypeID, snapshot); }));
+                        expected.push_back(getOutcome(
+                            [&] { return single.tryResolve(literal.m_lexicalForm, literal.m_datatypeID, snapshot); }));
                     batched.tryResolve(getLiterals(literals), resolutions.data(), snapshot);
                     ASSERT_EQ(describe(resolutions), expected);
                     break;
@@ -146,7 +153,8 @@ TEST_P(DictionaryBatchPropertyTest, HowAListIsCutIntoBatchesDoesNotMatter) {
         Transaction transaction(batched);
         std::vector<uint64_t> resourceIDs(values.size());
         for (size_t first = 0; first < values.size(); first += size)
-            transaction.resolve(std::span(values).subspan(first, std::min(size, values.size() - first)), resourceIDs.data() + first);
+            transaction.resolve(
+                std::span(values).subspan(first, std::min(size, values.size() - first)), resourceIDs.data() + first);
         EXPECT_EQ(resourceIDs, expected);
         transaction.commit();
         expectSameContents(single, batched);

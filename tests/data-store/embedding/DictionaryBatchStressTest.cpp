@@ -30,11 +30,13 @@ class Answers {
 
 public:
 
-    explicit Answers(size_t numberOfValues) : m_answers(numberOfValues) { }
+    explicit Answers(size_t numberOfValues) :
+        m_answers(numberOfValues) { }
 
     void record(size_t index, uint64_t resourceID) {
         uint64_t earlierAnswer = 0;
-        if (resourceID == 0 || (!m_answers[index].compare_exchange_strong(earlierAnswer, resourceID) && earlierAnswer != resourceID))
+        if (resourceID == 0 ||
+            (!m_answers[index].compare_exchange_strong(earlierAnswer, resourceID) && earlierAnswer != resourceID))
             ADD_FAILURE() << "two answers for one value: " << earlierAnswer << " and " << resourceID;
     }
 
@@ -48,7 +50,6 @@ public:
 private:
 
     std::vector<std::atomic<uint64_t>> m_answers;
-
 };
 
 TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
@@ -69,7 +70,8 @@ TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughMan
         Answers answers(numberOfValues);
         runThreads(numberOfThreads, [&](size_t threadIndex) {
             std::mt19937_64 random(threadIndex);
-            // A front that all threads move over the values, so that they contend for the same ones, in different orders.
+            // A front that all threads move over the values, so that they contend for the same ones, in different
+            // orders.
             const size_t window = 2500;
             for (size_t front = 0; front < numberOfValues; front += window / 4) {
                 const size_t n = random() % 3 == 0 ? random() % 20 : random() % 2200;
@@ -98,7 +100,11 @@ TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughMan
                     break;
                 case 2:
                     for (size_t i = 0; i < std::min<size_t>(n, 200); ++i)
-                        answers.record(indexes[i], i % 2 == 0 ? transaction.resolve(batch[i]) : transaction.resolve(batchOfLiterals[i].lexicalForm, batchOfLiterals[i].datatypeID));
+                        answers.record(
+                            indexes[i],
+                            i % 2 == 0
+                                ? transaction.resolve(batch[i])
+                                : transaction.resolve(batchOfLiterals[i].lexicalForm, batchOfLiterals[i].datatypeID));
                     break;
                 case 3:
                     dictionary.tryResolve(batch, resourceIDs.data());
@@ -114,13 +120,15 @@ TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughMan
                     batch.assign(n, ResourceValue());
                     dictionary.getValues(resourceIDs, batch.data());
                     for (size_t i = 0; i < n; ++i)
-                        if (resourceIDs[i] != 0 ? !isSameValue(batch[i], values[indexes[i]]) : batch[i].datatypeID != D_NONE)
+                        if (resourceIDs[i] != 0 ? !isSameValue(batch[i], values[indexes[i]])
+                                                : batch[i].datatypeID != D_NONE)
                             ADD_FAILURE() << "resource " << resourceIDs[i] << " has another value";
                 }
             }
         });
         transaction.commit();
-        // Exactly: one ID for each value, nobody was told another, IDs are unique, the value comes back, the counts add up.
+        // Exactly: one ID for each value, nobody was told another, IDs are unique, the value comes back, the counts add
+        // up.
         std::vector<uint64_t> found(numberOfValues);
         dictionary.tryResolve(values, found.data());
         std::vector<bool> isUsed(dictionary.takeSnapshot().first, false);

@@ -32,12 +32,18 @@ struct Mixture {
 constexpr Mixture MIXTURES[] = {
     {"integers", [](size_t index) { return makeValue(D_XSD_INTEGER, index); }},
     {"decimals", [](size_t index) { return makeValue(D_XSD_DECIMAL, index); }},
-    {"two datatypes in turn", [](size_t index) { return makeValue(index % 2 == 0 ? D_XSD_LONG : D_XSD_DECIMAL, index); }},
+    {"two datatypes in turn",
+     [](size_t index) { return makeValue(index % 2 == 0 ? D_XSD_LONG : D_XSD_DECIMAL, index); }},
     {"all datatypes", [](size_t index) { return makeMixedValue(index * 7919 % 10007); }},
-    {"one among decimals", [](size_t index) { return makeValue(index == 500 ? D_XSD_UNSIGNED_BYTE : D_XSD_DECIMAL, index); }},
-    {"all datatypes, many twice", [](size_t index) { return makeMixedValue(index % 7 == 3 ? index - 1 : index % 5 == 4 ? index / 2 : index); }},
+    {"one among decimals",
+     [](size_t index) { return makeValue(index == 500 ? D_XSD_UNSIGNED_BYTE : D_XSD_DECIMAL, index); }},
+    {"all datatypes, many twice",
+     [](size_t index) {
+         return makeMixedValue(index % 7 == 3 ? index - 1 : index % 5 == 4 ? index / 2 : index);
+     }},
     {"one value", [](size_t) { return makeValue(D_XSD_INT, 5); }},
-    {"one number in two datatypes", [](size_t index) { return makeValue(index % 2 == 0 ? D_XSD_INTEGER : D_XSD_LONG, index / 2); }},
+    {"one number in two datatypes",
+     [](size_t index) { return makeValue(index % 2 == 0 ? D_XSD_INTEGER : D_XSD_LONG, index / 2); }},
 };
 
 std::vector<ResourceValue> makeValues(const Mixture& mixture, size_t n) {
@@ -77,7 +83,8 @@ TEST_P(DictionaryBatchTest, GivesTheIDsOfOneAtATime) {
                     std::as_const(batched).tryResolve(values, resourceIDs.data() + 1);
                 EXPECT_EQ(resourceIDs.front(), 999u);
                 EXPECT_EQ(resourceIDs.back(), 999u);
-                EXPECT_EQ(std::vector<uint64_t>(resourceIDs.begin() + 1, resourceIDs.end() - 1), expected.m_resourceIDs);
+                EXPECT_EQ(
+                    std::vector<uint64_t>(resourceIDs.begin() + 1, resourceIDs.end() - 1), expected.m_resourceIDs);
             }
             singleTransaction.commit();
             transaction.commit();
@@ -150,14 +157,18 @@ std::vector<InvalidValue> makeInvalidValues() {
 
 TEST_P(DictionaryBatchTest, EndsAtTheFirstInvalidValueAndHasEnteredThoseBefore) {
     const std::vector<InvalidValue> invalidValues = makeInvalidValues();
-    const std::vector<std::vector<size_t>> placesOfInvalidValues = {{0}, {1}, {500}, {1023}, {1024}, {1025}, {2999}, {700, 701, 2000}, {1023, 1024}, {0, 2999}};
+    const std::vector<std::vector<size_t>> placesOfInvalidValues = {
+        {0}, {1}, {500}, {1023}, {1024}, {1025}, {2999}, {700, 701, 2000}, {1023, 1024}, {0, 2999}};
     for (const Mixture& mixture : {MIXTURES[0], MIXTURES[3]})
         for (const InvalidValue& invalidValue : invalidValues)
             for (const std::vector<size_t>& places : placesOfInvalidValues) {
-                SCOPED_TRACE(std::string(mixture.name) + ", the first value " + invalidValue.name + " at " + std::to_string(places.front()));
+                SCOPED_TRACE(
+                    std::string(mixture.name) + ", the first value " + invalidValue.name + " at " +
+                    std::to_string(places.front()));
                 std::vector<ResourceValue> values = makeValues(mixture, 3000);
                 for (const size_t place : places) // what is wrong with the first one is what is reported
-                    values[place] = place == places.front() ? invalidValue.value : invalidValues[(place + 1) % invalidValues.size()].value;
+                    values[place] = place == places.front() ? invalidValue.value
+                                                            : invalidValues[(place + 1) % invalidValues.size()].value;
                 Dictionary single(makeOptions());
                 Dictionary batched(makeOptions());
                 Transaction singleTransaction(single);
@@ -229,7 +240,8 @@ TEST_P(DictionaryBatchTest, EndsWhereTheBudgetRunsOutAndGoesOnWithMore) {
             const SingleResults expected = resolveSingly(singleTransaction, values);
             std::vector<uint64_t> resourceIDs(values.size(), 999);
             EXPECT_EQ(describeError([&] { transaction.resolve(values, resourceIDs.data()); }), expected.m_error);
-            std::vector<uint64_t> before(resourceIDs.begin(), resourceIDs.begin() + static_cast<ptrdiff_t>(expected.m_resourceIDs.size()));
+            std::vector<uint64_t> before(
+                resourceIDs.begin(), resourceIDs.begin() + static_cast<ptrdiff_t>(expected.m_resourceIDs.size()));
             EXPECT_EQ(before, expected.m_resourceIDs);
             if (expected.m_error.empty())
                 break;
@@ -306,9 +318,10 @@ TEST_P(DictionaryBatchTest, AnEndedTransactionRefusesThem) {
             transaction.rollback();
         for (const size_t n : {0, 1, 20}) {
             std::vector<uint64_t> resourceIDs(n, 999);
-            expectError("Engine/core/data-store/dictionary/Transaction", 40, "The transaction has been committed or rolled back already; begin another one to write.", [&] {
-                transaction.resolve(std::span(values).first(n), resourceIDs.data());
-            });
+            expectError(
+                "Engine/core/data-store/dictionary/Transaction", 40,
+                "The transaction has been committed or rolled back already; begin another one to write.",
+                [&] { transaction.resolve(std::span(values).first(n), resourceIDs.data()); });
             EXPECT_EQ(resourceIDs, std::vector<uint64_t>(n, 999));
         }
     }

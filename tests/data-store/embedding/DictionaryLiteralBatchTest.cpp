@@ -1,6 +1,6 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/Literal.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
@@ -37,7 +37,10 @@ constexpr Mixture MIXTURES[] = {
     {"integers", [](size_t index) { return makeLiteral(D_XSD_INTEGER, index); }},
     {"decimals", [](size_t index) { return makeLiteral(D_XSD_DECIMAL, index); }},
     {"all datatypes", [](size_t index) { return makeMixedLiteral(index * 7919 % 10007); }},
-    {"all datatypes, many twice", [](size_t index) { return makeMixedLiteral(index % 7 == 3 ? index - 1 : index % 5 == 4 ? index / 2 : index); }},
+    {"all datatypes, many twice",
+     [](size_t index) {
+         return makeMixedLiteral(index % 7 == 3 ? index - 1 : index % 5 == 4 ? index / 2 : index);
+     }},
 };
 
 struct Damage {
@@ -67,7 +70,8 @@ std::vector<LiteralText> makeLiterals(const Mixture& mixture, const Damage& dama
 std::vector<Resolution> makeOldResolutions(size_t n) {
     std::vector<Resolution> resolutions(n);
     for (size_t index = 0; index < n; ++index)
-        resolutions[index] = index % 2 == 0 ? Resolution{999, nullptr} : Resolution{0, std::make_exception_ptr(std::logic_error("old"))};
+        resolutions[index] =
+            index % 2 == 0 ? Resolution{999, nullptr} : Resolution{0, std::make_exception_ptr(std::logic_error("old"))};
     return resolutions;
 }
 
@@ -89,7 +93,9 @@ std::vector<Outcome> resolveTogether(Transaction& transaction, const std::vector
     return outcomes;
 }
 
-std::vector<Outcome> lookUpTogether(const Dictionary& dictionary, const std::vector<LiteralText>& texts, const Dictionary::Snapshot& snapshot = Dictionary::EVERYTHING) {
+std::vector<Outcome> lookUpTogether(
+    const Dictionary& dictionary, const std::vector<LiteralText>& texts,
+    const Dictionary::Snapshot& snapshot = Dictionary::EVERYTHING) {
     std::vector<Resolution> resolutions = makeOldResolutions(texts.size());
     const size_t numberOfErrors = dictionary.tryResolve(getLiterals(texts), resolutions.data(), snapshot);
     const std::vector<Outcome> outcomes = describe(resolutions);
@@ -97,10 +103,13 @@ std::vector<Outcome> lookUpTogether(const Dictionary& dictionary, const std::vec
     return outcomes;
 }
 
-std::vector<Outcome> lookUpSingly(const Dictionary& dictionary, const std::vector<LiteralText>& texts, const Dictionary::Snapshot& snapshot = Dictionary::EVERYTHING) {
+std::vector<Outcome> lookUpSingly(
+    const Dictionary& dictionary, const std::vector<LiteralText>& texts,
+    const Dictionary::Snapshot& snapshot = Dictionary::EVERYTHING) {
     std::vector<Outcome> outcomes;
     for (const LiteralText& text : texts)
-        outcomes.push_back(getOutcome([&] { return dictionary.tryResolve(text.m_lexicalForm, text.m_datatypeID, snapshot); }));
+        outcomes.push_back(
+            getOutcome([&] { return dictionary.tryResolve(text.m_lexicalForm, text.m_datatypeID, snapshot); }));
     return outcomes;
 }
 
@@ -130,7 +139,15 @@ TEST_P(DictionaryLiteralBatchTest, EveryLiteralHasTheOutcomeOfOneAtATime) {
 
 TEST_P(DictionaryLiteralBatchTest, WhatIsWrongIsSaidOfEachLiteral) {
     const std::vector<LiteralText> literals = {
-        {"1e5", D_XSD_INT}, {"5", D_XSD_INT}, {"300", D_XSD_BYTE}, {"", D_XSD_DECIMAL}, {"0.12345678901234567891", D_XSD_DECIMAL}, {"5", D_NONE}, {"5", 20}, {"99999999999999999999", D_XSD_INTEGER}, {"+5", D_XSD_INT},
+        {"1e5", D_XSD_INT},
+        {"5", D_XSD_INT},
+        {"300", D_XSD_BYTE},
+        {"", D_XSD_DECIMAL},
+        {"0.12345678901234567891", D_XSD_DECIMAL},
+        {"5", D_NONE},
+        {"5", 20},
+        {"99999999999999999999", D_XSD_INTEGER},
+        {"+5", D_XSD_INT},
     };
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
@@ -143,12 +160,14 @@ TEST_P(DictionaryLiteralBatchTest, WhatIsWrongIsSaidOfEachLiteral) {
         outcomes[4].m_error, // below
         "Engine/core/data-store/dictionary/Dictionary:40: No datatype has the ID 0.",
         "Engine/core/data-store/dictionary/Dictionary:40: No datatype has the ID 20.",
-        "Engine/core/data-store/dictionary/NumericDatatype:76: Lexical form '99999999999999999999' is invalid for datatype xsd:integer.",
+        "Engine/core/data-store/dictionary/NumericDatatype:76: Lexical form '99999999999999999999' is invalid for "
+        "datatype xsd:integer.",
         "",
     };
     for (size_t index = 0; index < literals.size(); ++index)
         EXPECT_EQ(outcomes[index].m_error, errors[index]);
-    EXPECT_TRUE(outcomes[4].m_error.starts_with("Engine/core/data-store/dictionary/XSDDecimal:60: Value '0.12345678901234567891' exceeds"));
+    EXPECT_TRUE(outcomes[4].m_error.starts_with(
+        "Engine/core/data-store/dictionary/XSDDecimal:60: Value '0.12345678901234567891' exceeds"));
     EXPECT_EQ(outcomes[1].m_resourceID, 1u);
     EXPECT_EQ(outcomes[8].m_resourceID, 1u);
 }
@@ -160,7 +179,9 @@ TEST_P(DictionaryLiteralBatchTest, AFormMayHaveNoCharactersAtAll) {
         const Literal literal{std::string_view(), datatypeID};
         Resolution resolution;
         EXPECT_EQ(transaction.resolve(std::span(&literal, 1), &resolution), 1u);
-        EXPECT_EQ(describe(std::span(&resolution, 1))[0].m_error, describeError([&] { transaction.resolve(std::string_view(), datatypeID); }));
+        EXPECT_EQ(describe(std::span(&resolution, 1))[0].m_error, describeError([&] {
+                      transaction.resolve(std::string_view(), datatypeID);
+                  }));
     }
 }
 
@@ -206,8 +227,11 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheE
             Transaction transaction(batched);
             std::vector<Outcome> expected;
             for (const LiteralText& literal : literals) {
-                const uint64_t resourceID = single.tryResolve(literal.m_lexicalForm, literal.m_datatypeID); // needs no room
-                expected.push_back(resourceID != 0 ? Outcome{resourceID, std::string()} : getOutcome([&] { return singleTransaction.resolve(literal.m_lexicalForm, literal.m_datatypeID); }));
+                const uint64_t resourceID =
+                    single.tryResolve(literal.m_lexicalForm, literal.m_datatypeID); // needs no room
+                expected.push_back(resourceID != 0 ? Outcome{resourceID, std::string()} : getOutcome([&] {
+                    return singleTransaction.resolve(literal.m_lexicalForm, literal.m_datatypeID);
+                }));
             }
             EXPECT_EQ(resolveTogether(transaction, literals), expected);
             const size_t numberOfErrors = countErrors(expected);
@@ -229,8 +253,8 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheE
 }
 
 TEST_P(DictionaryLiteralBatchTest, WhatALiteralOfTheBatchHasEnteredHasNoErrorBehindIt) {
-    // 700 integers fill a table of 1024 buckets and spend every reservation, so resolving one more finds no room, even if
-    // it is present.
+    // 700 integers fill a table of 1024 buckets and spend every reservation, so resolving one more finds no room, even
+    // if it is present.
     std::vector<LiteralText> literals;
     for (size_t index = 0; index < 700; ++index)
         literals.push_back(makeLiteral(D_XSD_INTEGER, index));
@@ -274,7 +298,8 @@ TEST_P(DictionaryLiteralBatchTest, AnEndedTransactionFailsEachOfThem) {
 }
 
 TEST_P(DictionaryLiteralBatchTest, WithoutAThreadSlotEachHasTheError) {
-    const std::vector<LiteralText> literals = {{"5", D_XSD_INT}, {"x", D_XSD_INT}, {"5", D_NONE}, {"5.5", D_XSD_DECIMAL}};
+    const std::vector<LiteralText> literals = {
+        {"5", D_XSD_INT}, {"x", D_XSD_INT}, {"5", D_NONE}, {"5.5", D_XSD_DECIMAL}};
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     const size_t numberOfThreads = getNumberOfFreeSlots();
@@ -293,7 +318,9 @@ TEST_P(DictionaryLiteralBatchTest, WithoutAThreadSlotEachHasTheError) {
         uint64_t resourceIDs[2];
         EXPECT_EQ(describeError([&] { transaction.resolve(values, resourceIDs); }), resolved[0].m_error);
         EXPECT_EQ(describeError([&] { dictionary.tryResolve(values, resourceIDs); }), resolved[0].m_error);
-        EXPECT_EQ(describeError([&] { dictionary.tryResolve(std::span(values).subspan(1), resourceIDs); }), "Engine/core/data-store/dictionary/Dictionary:40: No datatype has the ID 0.");
+        EXPECT_EQ(
+            describeError([&] { dictionary.tryResolve(std::span(values).subspan(1), resourceIDs); }),
+            "Engine/core/data-store/dictionary/Dictionary:40: No datatype has the ID 0.");
         isOver = true;
     });
     runThreads(numberOfThreads, [&](size_t) {

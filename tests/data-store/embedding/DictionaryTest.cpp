@@ -1,7 +1,7 @@
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DatatypeIRIs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/data-store/numbers/XSDDecimal.h"
@@ -27,7 +27,8 @@ namespace {
 
 const std::string SOURCE = "Engine/core/data-store/dictionary/Dictionary";
 
-Dictionary::Options makeOptions(ResourceIDWidth width, uint64_t maxResourceID = 0, uint64_t memoryBudgetBytes = uint64_t(1) << 30) {
+Dictionary::Options makeOptions(
+    ResourceIDWidth width, uint64_t maxResourceID = 0, uint64_t memoryBudgetBytes = uint64_t(1) << 30) {
     Dictionary::Options options;
     options.memoryBudgetBytes = memoryBudgetBytes;
     options.resourceIDWidth = width;
@@ -37,7 +38,8 @@ Dictionary::Options makeOptions(ResourceIDWidth width, uint64_t maxResourceID = 
 
 class DictionaryTest : public ::testing::TestWithParam<ResourceIDWidth> {
 protected:
-    DictionaryTest() : m_dictionary(makeOptions(GetParam(), 1 << 20)) { }
+    DictionaryTest() :
+        m_dictionary(makeOptions(GetParam(), 1 << 20)) { }
     Dictionary m_dictionary;
 };
 
@@ -58,15 +60,22 @@ TEST_P(DictionaryTest, TheBoundOfIDsMayBeItsSmallestAndItsLargest) {
         EXPECT_EQ(dictionary.getLexicalForm(2), "5.5");
     }
     for (const uint64_t maxResourceID : {uint64_t(1), uint64_t(2047), maximum + 1, UINT64_MAX})
-        expectError(SOURCE, 70, "Option 'maxResourceID' cannot be " + std::to_string(maxResourceID) + ": the smallest value is 2048 and the largest is " + std::to_string(maximum) + ".", [&] {
-            Dictionary dictionary(makeOptions(GetParam(), maxResourceID));
-        });
+        expectError(
+            SOURCE, 70,
+            "Option 'maxResourceID' cannot be " + std::to_string(maxResourceID) +
+                ": the smallest value is 2048 and the largest is " + std::to_string(maximum) + ".",
+            [&] { Dictionary dictionary(makeOptions(GetParam(), maxResourceID)); });
 }
 
 TEST_P(DictionaryTest, ABudgetMustHoldAnEmptyDictionary) {
     constexpr uint64_t EMPTY_BYTES = 8192 + 13 * 16384;
-    { const Dictionary dictionary(makeOptions(GetParam(), 4096, EMPTY_BYTES)); EXPECT_EQ(dictionary.getUsedBytes(), EMPTY_BYTES); }
-    expectOutOfMemory(EMPTY_BYTES - 1, 16383, 16384, [] { const Dictionary dictionary(makeOptions(GetParam(), 4096, EMPTY_BYTES - 1)); });
+    {
+        const Dictionary dictionary(makeOptions(GetParam(), 4096, EMPTY_BYTES));
+        EXPECT_EQ(dictionary.getUsedBytes(), EMPTY_BYTES);
+    }
+    expectOutOfMemory(EMPTY_BYTES - 1, 16383, 16384, [] {
+        const Dictionary dictionary(makeOptions(GetParam(), 4096, EMPTY_BYTES - 1));
+    });
     expectOutOfMemory(0, 0, 8192, [] { const Dictionary dictionary(makeOptions(GetParam(), 4096, 0)); });
     const Dictionary dictionary(makeOptions(GetParam(), 4096, UINT64_MAX));
     EXPECT_EQ(dictionary.getMemoryBudgetBytes(), UINT64_MAX);
@@ -74,8 +83,16 @@ TEST_P(DictionaryTest, ABudgetMustHoldAnEmptyDictionary) {
 }
 
 TEST_P(DictionaryTest, ALiteralGetsAnIDAndTheIDGivesItBack) {
-    const struct { const char* form; uint8_t datatypeID; const char* lexicalForm; const char* turtle; } rows[] = {
-        {"+05", D_XSD_INTEGER, "5", "5"}, {"-5", D_XSD_SHORT, "-5", "\"-5\"^^xsd:short"}, {"7.00", D_XSD_DECIMAL, "7", "7.0"}, {"-.5", D_XSD_DECIMAL, "-0.5", "-0.5"},
+    const struct {
+        const char* form;
+        uint8_t datatypeID;
+        const char* lexicalForm;
+        const char* turtle;
+    } rows[] = {
+        {"+05", D_XSD_INTEGER, "5", "5"},
+        {"-5", D_XSD_SHORT, "-5", "\"-5\"^^xsd:short"},
+        {"7.00", D_XSD_DECIMAL, "7", "7.0"},
+        {"-.5", D_XSD_DECIMAL, "-0.5", "-0.5"},
     };
     uint64_t expectedID = 1;
     for (const auto& row : rows) {
@@ -111,7 +128,9 @@ TEST_P(DictionaryTest, UnknownDatatypesAreRefused) {
         expectError(SOURCE, 40, message, [&] { m_dictionary.tryResolve(value); });
         expectError(SOURCE, 40, message, [&] { Dictionary::getDatatypeIRI(id); });
     }
-    for (const std::string& datatypeIRI : {std::string(), std::string("xsd:int"), std::string("http://www.w3.org/2001/XMLSchema#double"), std::string("http://www.w3.org/2001/XMLSchema#int ")}) {
+    for (const std::string& datatypeIRI :
+         {std::string(), std::string("xsd:int"), std::string("http://www.w3.org/2001/XMLSchema#double"),
+          std::string("http://www.w3.org/2001/XMLSchema#int ")}) {
         const std::string message = "No datatype has the IRI '" + datatypeIRI + "'.";
         expectError(SOURCE, 40, message, [&] { m_dictionary.resolve("1", datatypeIRI); });
         expectError(SOURCE, 40, message, [&] { m_dictionary.tryResolve("1", datatypeIRI); });
@@ -131,7 +150,9 @@ TEST_P(DictionaryTest, EveryDatatypeIsKnownByIDAndIRI) {
 
 TEST_P(DictionaryTest, IDsThatNobodyHasAreRefused) {
     m_dictionary.resolve("5", D_XSD_INT); // ID 1; the arrays have a page each
-    for (const uint64_t resourceID : {uint64_t(0), uint64_t(2), uint64_t(511), uint64_t(512), uint64_t(4095), uint64_t(4096), uint64_t(1) << 20, uint64_t(1) << 33, UINT64_MAX}) {
+    for (const uint64_t resourceID :
+         {uint64_t(0), uint64_t(2), uint64_t(511), uint64_t(512), uint64_t(4095), uint64_t(4096), uint64_t(1) << 20,
+          uint64_t(1) << 33, UINT64_MAX}) {
         SCOPED_TRACE(resourceID);
         EXPECT_EQ(m_dictionary.tryGetResourceDatatypeID(resourceID), D_NONE);
         const std::string message = "No resource has the ID " + std::to_string(resourceID) + ".";
@@ -143,14 +164,25 @@ TEST_P(DictionaryTest, IDsThatNobodyHasAreRefused) {
 
 TEST_P(DictionaryTest, InvalidFormsAndBinaryValuesChangeNothing) {
     const std::string numeric = "Engine/core/data-store/dictionary/NumericDatatype";
-    expectError(numeric, 76, "Lexical form 'abc' is invalid for datatype xsd:int.", [&] { m_dictionary.resolve("abc", D_XSD_INT); });
-    expectError(numeric, 76, "Lexical form '' is invalid for datatype xsd:int.", [&] { m_dictionary.resolve(std::string_view(), D_XSD_INT); });
-    expectError(numeric, 76, "Lexical form '' is invalid for datatype xsd:int.", [&] { m_dictionary.tryResolve(std::string_view(), D_XSD_INT); });
-    expectError(numeric, 78, "Value '300' is not in the range of datatype xsd:byte.", [&] { m_dictionary.tryResolve("300", D_XSD_BYTE); });
-    expectError("Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form '' is invalid for datatype xsd:decimal.", [&] { m_dictionary.resolve(std::string_view(), D_XSD_DECIMAL); });
+    expectError(numeric, 76, "Lexical form 'abc' is invalid for datatype xsd:int.", [&] {
+        m_dictionary.resolve("abc", D_XSD_INT);
+    });
+    expectError(numeric, 76, "Lexical form '' is invalid for datatype xsd:int.", [&] {
+        m_dictionary.resolve(std::string_view(), D_XSD_INT);
+    });
+    expectError(numeric, 76, "Lexical form '' is invalid for datatype xsd:int.", [&] {
+        m_dictionary.tryResolve(std::string_view(), D_XSD_INT);
+    });
+    expectError(numeric, 78, "Value '300' is not in the range of datatype xsd:byte.", [&] {
+        m_dictionary.tryResolve("300", D_XSD_BYTE);
+    });
+    expectError(
+        "Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form '' is invalid for datatype xsd:decimal.",
+        [&] { m_dictionary.resolve(std::string_view(), D_XSD_DECIMAL); });
     ResourceValue value;
     value.setBinaryValue(D_XSD_BYTE, int64_t(300));
-    const std::string message = "The binary value of the datatype with ID 31 is invalid: the value 300 is not in the range of the datatype.";
+    const std::string message =
+        "The binary value of the datatype with ID 31 is invalid: the value 300 is not in the range of the datatype.";
     expectError(SOURCE, 60, message, [&] { m_dictionary.resolve(value); });
     expectError(SOURCE, 60, message, [&] { m_dictionary.tryResolve(value); });
     Transaction transaction(m_dictionary);
@@ -180,7 +212,10 @@ TEST_P(DictionaryTest, SingleValuesEndAtTheBoundOfIDs) {
     Dictionary dictionary(makeOptions(GetParam(), 2048));
     for (uint64_t i = 1; i < 2048; ++i)
         ASSERT_EQ(dictionary.resolve(std::to_string(i), D_XSD_INT), i);
-    expectError("Engine/core/data-store/dictionary/DictionaryDatatype", 133, "The capacity of Kavix for the number of resources has been exceeded.", [&] { dictionary.resolve("0", D_XSD_INT); });
+    expectError(
+        "Engine/core/data-store/dictionary/DictionaryDatatype", 133,
+        "The capacity of Kavix for the number of resources has been exceeded.",
+        [&] { dictionary.resolve("0", D_XSD_INT); });
     EXPECT_EQ(dictionary.tryResolve("0", D_XSD_INT), 0u);
     EXPECT_EQ(dictionary.resolve("2047", D_XSD_INT), 2047u);
     EXPECT_EQ(dictionary.getLexicalForm(2047), "2047");
@@ -190,7 +225,11 @@ TEST_P(DictionaryTest, TheBudgetCanBeChangedDownToWhatIsInUse) {
     m_dictionary.resolve("1", D_XSD_INT);
     const uint64_t usedBytes = m_dictionary.getUsedBytes();
     EXPECT_EQ(m_dictionary.getMemoryBudgetBytes(), uint64_t(1) << 30);
-    expectError(SOURCE, 80, "The memory budget cannot be set to " + std::to_string(usedBytes - 1) + " bytes because " + std::to_string(usedBytes) + " bytes are in use.", [&] { m_dictionary.setMemoryBudget(usedBytes - 1); });
+    expectError(
+        SOURCE, 80,
+        "The memory budget cannot be set to " + std::to_string(usedBytes - 1) + " bytes because " +
+            std::to_string(usedBytes) + " bytes are in use.",
+        [&] { m_dictionary.setMemoryBudget(usedBytes - 1); });
     EXPECT_EQ(m_dictionary.getMemoryBudgetBytes(), uint64_t(1) << 30);
     m_dictionary.setMemoryBudget(usedBytes);
     EXPECT_EQ(m_dictionary.getMemoryBudgetBytes(), usedBytes);
@@ -250,7 +289,8 @@ TEST_P(DictionaryTest, The257thThreadIsRefusedUntilAnotherEnds) {
             waitUntil([&] { return threadIndex == 0 ? mayOneEnd.load() : mayAllEnd.load(); });
         });
     allHaveSlots.arriveAndWait();
-    const std::string message = "At most 256 threads can use dictionaries at the same time; wait until one of them has ended.";
+    const std::string message =
+        "At most 256 threads can use dictionaries at the same time; wait until one of them has ended.";
     std::thread([&] {
         ResourceValue value;
         value.setBinaryValue(D_XSD_INT, int64_t(1));

@@ -16,7 +16,8 @@ namespace {
 
 class DictionaryValueBatchTest : public ResourceIDWidthTest {
 protected:
-    DictionaryValueBatchTest() : m_dictionary(makeOptions()) { }
+    DictionaryValueBatchTest() :
+        m_dictionary(makeOptions()) { }
 
     /// Gets values into what is left over from others, and compares each with what its ID alone gives.
     void expectValuesOfOneAtATime(const std::vector<uint64_t>& resourceIDs) {
@@ -47,7 +48,10 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Widths, DictionaryValueBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(DictionaryValueBatchTest, GivesTheValuesOfOneAtATime) {
-    const struct { const char* name; ResourceValue (*makeValue)(uint64_t number); } rows[] = {
+    const struct {
+        const char* name;
+        ResourceValue (*makeValue)(uint64_t number);
+    } rows[] = {
         {"integers", [](uint64_t number) { return makeValue(D_XSD_INTEGER, number); }},
         {"decimals", [](uint64_t number) { return makeValue(D_XSD_DECIMAL, number); }},
         {"all datatypes", makeMixedValue},
@@ -78,8 +82,18 @@ TEST_P(DictionaryValueBatchTest, AnIDThatNobodyHasGivesAValueOfNoDatatype) {
     Transaction rolledBack(m_dictionary);
     const uint64_t goneID = rolledBack.resolve("777777", D_XSD_INT);
     rolledBack.rollback();
-    const uint64_t unknown[] = {0, goneID, m_dictionary.takeSnapshot().first, 1 << 20, uint64_t(1) << 32, uint64_t(1) << 40, UINT64_MAX - 1, UINT64_MAX};
-    const struct { const char* name; bool (*isUnknown)(size_t index); } rows[] = {
+    const uint64_t unknown[] = {0,
+                                goneID,
+                                m_dictionary.takeSnapshot().first,
+                                1 << 20,
+                                uint64_t(1) << 32,
+                                uint64_t(1) << 40,
+                                UINT64_MAX - 1,
+                                UINT64_MAX};
+    const struct {
+        const char* name;
+        bool (*isUnknown)(size_t index);
+    } rows[] = {
         {"the first", [](size_t index) { return index == 0; }},
         {"the last", [](size_t index) { return index == 2999; }},
         {"where a batch ends and begins", [](size_t index) { return index == 1023 || index == 1024; }},
@@ -90,7 +104,8 @@ TEST_P(DictionaryValueBatchTest, AnIDThatNobodyHasGivesAValueOfNoDatatype) {
         SCOPED_TRACE(row.name);
         std::vector<uint64_t> resourceIDs;
         for (size_t index = 0; index < 3000; ++index)
-            resourceIDs.push_back(row.isUnknown(index) ? unknown[index / 2 % std::size(unknown)] : known[index % known.size()]);
+            resourceIDs.push_back(
+                row.isUnknown(index) ? unknown[index / 2 % std::size(unknown)] : known[index % known.size()]);
         expectValuesOfOneAtATime(resourceIDs);
     }
 }

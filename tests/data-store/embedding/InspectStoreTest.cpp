@@ -1,11 +1,11 @@
 // tools/inspect_store.py shares no code with the library, so it tells whether a store is what docs/store-file.md says.
 
-#include "core/data-store/store/Checksum.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/Prefixes.h"
-#include "core/data-store/store/StoreFormat.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "core/data-store/store/Checksum.h"
+#include "core/data-store/store/StoreFormat.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/FileOutputStream.h"
 #include "core/platform/system/VMPageSize.h"
@@ -72,15 +72,19 @@ protected:
 
     /// Runs Python: without site packages, and without its leaving compiled files in the source tree.
     Outcome runPython(const std::string& arguments) const {
-        const std::string command = "python3 -B -S " + arguments + " >'" + getFileName("output") + "' 2>'" + getFileName("errors") + "'";
+        const std::string command =
+            "python3 -B -S " + arguments + " >'" + getFileName("output") + "' 2>'" + getFileName("errors") + "'";
         const int status = std::system(command.c_str());
-        return Outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(getFileName("output")), readFile(getFileName("errors"))};
+        return Outcome{
+            WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(getFileName("output")),
+            readFile(getFileName("errors"))};
     }
 
-    Outcome inspect(const std::string& arguments) const { return runPython("'" + std::string(TOOLS) + "/inspect_store.py' " + arguments); }
+    Outcome inspect(const std::string& arguments) const {
+        return runPython("'" + std::string(TOOLS) + "/inspect_store.py' " + arguments);
+    }
 
     std::string m_folder;
-
 };
 
 /// What the inspector should print of a dictionary.
@@ -99,11 +103,22 @@ std::string describe(const Dictionary& dictionary) {
     return lines;
 }
 
-/// Enters what every datatype takes of values at and around the bounds of the types, in single operations, in a transaction
-/// and in one that is taken back, so that there are IDs without a resource.
+/// Enters what every datatype takes of values at and around the bounds of the types, in single operations, in a
+/// transaction and in one that is taken back, so that there are IDs without a resource.
 void fill(Dictionary& dictionary) {
-    const char* const integers[] = {"-9223372036854775808", "-2147483649", "-129", "-128", "-1", "0", "1", "127", "255", "256", "65535", "4294967295", "9223372036854775807"};
-    const char* const decimals[] = {"0", "7", "0.5", "-0.5", "10.05", "-0.9223372036854775808", "0.0000000000000000001", "-9223372036854775808", "922337203685477580.7"};
+    const char* const integers[] = {
+        "-9223372036854775808", "-2147483649",        "-129", "-128", "-1", "0", "1", "127", "255", "256", "65535",
+        "4294967295",           "9223372036854775807"};
+    const char* const decimals[] = {
+        "0",
+        "7",
+        "0.5",
+        "-0.5",
+        "10.05",
+        "-0.9223372036854775808",
+        "0.0000000000000000001",
+        "-9223372036854775808",
+        "922337203685477580.7"};
     const auto resolveAll = [&](auto& destination) {
         for (const char* const decimal : decimals)
             destination.resolve(decimal, D_XSD_DECIMAL);
@@ -173,12 +188,18 @@ TEST_F(InspectStore, ListsTheFrame) {
     const Outcome outcome = inspect("--frame --no-checksums " + save(dictionary));
 
     EXPECT_EQ(outcome.m_exitStatus, 0);
-    for (const char* const line : {"format version\t1\n", "library version\t0.1.0\n", "resource ID width\t32\n", "number of sections\t5\n", "section\tcounters\t248\t32\t", "section\tdatatypes\t280\t3\t", "section\tdata\t283\t24\t", "section\tpool\t307\t13\t", "section\tdictionary-22\t320\t236581\t", "\tnot verified\n", "next resource ID\t3\n", "bound of resource IDs\t5000\n", "end of the data pool\t77\n", "number of resources\t2\n"})
+    for (const char* const line :
+         {"format version\t1\n", "library version\t0.1.0\n", "resource ID width\t32\n", "number of sections\t5\n",
+          "section\tcounters\t248\t32\t", "section\tdatatypes\t280\t3\t", "section\tdata\t283\t24\t",
+          "section\tpool\t307\t13\t", "section\tdictionary-22\t320\t236581\t", "\tnot verified\n",
+          "next resource ID\t3\n", "bound of resource IDs\t5000\n", "end of the data pool\t77\n",
+          "number of resources\t2\n"})
         EXPECT_NE(outcome.m_output.find(line), std::string::npos) << line << "is not in\n" << outcome.m_output;
 }
 
 TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
-    // Both sides of every length at which XXH3 goes another way: 0, 3, 8, 16, 32, 64, 96, 128, 240, stripes, blocks of 1024.
+    // Both sides of every length at which XXH3 goes another way: 0, 3, 8, 16, 32, 64, 96, 128, 240, stripes, blocks of
+    // 1024.
     std::string data;
     std::string expected;
     for (size_t length = 0; length <= 8200; ++length) {
@@ -186,20 +207,23 @@ TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
             Checksum checksum;
             checksum.update(data.data(), length);
             char line[64];
-            std::snprintf(line, sizeof(line), "%zu %016llx\n", length, static_cast<unsigned long long>(checksum.getValue()));
+            std::snprintf(
+                line, sizeof(line), "%zu %016llx\n", length, static_cast<unsigned long long>(checksum.getValue()));
             expected += line;
         }
         data.push_back(static_cast<char>(length * length * 31 + length * 7 + (length >> 5)));
     }
     const std::string fileName = writeFile("data", data);
 
-    const Outcome outcome = runPython("-c '"
+    const Outcome outcome = runPython(
+        "-c '"
         "import sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
         "data = open(sys.argv[2], \"rb\").read()\n"
         "for length in range(8201):\n"
         "    if length <= 600 or length % 1024 <= 1 or length % 1024 == 1023 or length % 64 == 33:\n"
         "        print(length, \"%016x\" % inspect_store.get_checksum(data[:length]))\n"
-        "' '" + std::string(TOOLS) + "' '" + fileName + "'");
+        "' '" +
+        std::string(TOOLS) + "' '" + fileName + "'");
 
     EXPECT_EQ(outcome.m_errors, "");
     EXPECT_EQ(outcome.m_output, expected);
@@ -224,29 +248,49 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
     };
     const Row rows[] = {
         {"empty", "", [](std::string& store) { store.clear(); }, "the file is no store of this system"},
-        {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; }, "the file is no store of this system"},
+        {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; },
+         "the file is no store of this system"},
         {"cut header", "", [](std::string& store) { store.resize(39); }, "the file ends in the middle of its header"},
-        {"cut table", "", [](std::string& store) { store.resize(247); }, "the file ends in the middle of its table of sections"},
+        {"cut table", "", [](std::string& store) { store.resize(247); },
+         "the file ends in the middle of its table of sections"},
         {"cut end", "", [](std::string& store) { store.pop_back(); }, "the file is shorter than its sections"},
-        {"one byte more", "", [](std::string& store) { store.push_back('\0'); }, "the file goes on behind its last section"},
-        {"newer", "", [](std::string& store) { store[8] = 2; }, "its format version is 2, and this program reads version 1"},
-        {"other byte order", "", [](std::string& store) { store[12] = 1; }, "it was written on a machine with another byte order"},
+        {"one byte more", "", [](std::string& store) { store.push_back('\0'); },
+         "the file goes on behind its last section"},
+        {"newer", "", [](std::string& store) { store[8] = 2; },
+         "its format version is 2, and this program reads version 1"},
+        {"other byte order", "", [](std::string& store) { store[12] = 1; },
+         "it was written on a machine with another byte order"},
         {"width", "", [](std::string& store) { store[20] = 16; }, "resource IDs of 16 bits are not known"},
         {"sections", "", [](std::string& store) { store[32] = 65; }, "65 sections are too many"},
         {"header bit", "", [](std::string& store) { store[16] = 7; }, "the checksum of its header is wrong"},
-        {"position", "--no-checksums", [](std::string& store) { ++store[96]; }, "the position of section 'datatypes' is wrong"},
-        {"last bit", "", [](std::string& store) { store.back() ^= 1; }, "the checksum of section 'dictionary-22' is wrong"},
-        {"last bit in the frame", "--frame", [](std::string& store) { store.back() ^= 1; }, "the checksum of section 'dictionary-22' is wrong"},
-        {"unknown datatype", "--no-checksums", [=](std::string& store) { store[datatypeIDs + 1] = 36; }, "resource 1 has the unknown datatype ID 36"},
-        {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; }, "it has 3 resources and counts 4"},
-        {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; }, "the next resource ID, 0, is not possible"},
-        {"pool end", "--no-checksums", [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &largestPoolEnd, sizeof(uint64_t)); }, "section 'pool' has 13 bytes instead of 172872433520"},
-        {"pool end beyond", "--no-checksums", [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &beyondLargestPoolEnd, sizeof(uint64_t)); }, "the end of the data pool, 172872433585, is not possible"},
-        {"resource 0", "--no-checksums", [=](std::string& store) { store[datatypeIDs] = 22; }, "resource ID 0, which means none, has a datatype"},
-        {"range", "--no-checksums", [=](std::string& store) { store[data + 3 * 8 + 1] = 1; }, "resource 3: its value 263 is not in the range of xsd:byte"},
-        {"record outside", "--no-checksums", [=](std::string& store) { ++store[data + 8]; }, "resource 1: its record at offset 65 is outside the data pool"},
-        {"record of another", "--no-checksums", [=](std::string& store) { store[pool] = 2; }, "resource 1: its record is that of resource 2"},
-        {"not normalised", "--no-checksums", [=](std::string& store) { store[pool + 4] = 10; }, "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
+        {"position", "--no-checksums", [](std::string& store) { ++store[96]; },
+         "the position of section 'datatypes' is wrong"},
+        {"last bit", "", [](std::string& store) { store.back() ^= 1; },
+         "the checksum of section 'dictionary-22' is wrong"},
+        {"last bit in the frame", "--frame", [](std::string& store) { store.back() ^= 1; },
+         "the checksum of section 'dictionary-22' is wrong"},
+        {"unknown datatype", "--no-checksums", [=](std::string& store) { store[datatypeIDs + 1] = 36; },
+         "resource 1 has the unknown datatype ID 36"},
+        {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; },
+         "it has 3 resources and counts 4"},
+        {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; },
+         "the next resource ID, 0, is not possible"},
+        {"pool end", "--no-checksums",
+         [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &largestPoolEnd, sizeof(uint64_t)); },
+         "section 'pool' has 13 bytes instead of 172872433520"},
+        {"pool end beyond", "--no-checksums",
+         [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &beyondLargestPoolEnd, sizeof(uint64_t)); },
+         "the end of the data pool, 172872433585, is not possible"},
+        {"resource 0", "--no-checksums", [=](std::string& store) { store[datatypeIDs] = 22; },
+         "resource ID 0, which means none, has a datatype"},
+        {"range", "--no-checksums", [=](std::string& store) { store[data + 3 * 8 + 1] = 1; },
+         "resource 3: its value 263 is not in the range of xsd:byte"},
+        {"record outside", "--no-checksums", [=](std::string& store) { ++store[data + 8]; },
+         "resource 1: its record at offset 65 is outside the data pool"},
+        {"record of another", "--no-checksums", [=](std::string& store) { store[pool] = 2; },
+         "resource 1: its record is that of resource 2"},
+        {"not normalised", "--no-checksums", [=](std::string& store) { store[pool + 4] = 10; },
+         "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
     };
     // All in one process: starting Python takes longer than the rest of the test.
     std::string arguments;
@@ -259,17 +303,20 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
         expected += "1 " + fileName + ": " + row.expected + ".\n";
     }
 
-    const Outcome outcome = runPython("-c '"
+    const Outcome outcome = runPython(
+        "-c '"
         "import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
         "arguments = sys.argv[2:]\n"
         "for options, name in zip(arguments[::2], arguments[1::2]):\n"
         "    sys.argv = [\"inspect_store.py\", *options.split(), name]\n"
-        "    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()) as output:\n"
+        "    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()) as "
+        "output:\n"
         "        status = inspect_store.main()\n"
         "    print(status, errors.getvalue(), end=\"\")\n"
         "    if \"0.5\" in output.getvalue():\n"
         "        print(\"resources were printed\")\n"
-        "' '" + std::string(TOOLS) + "'" + arguments);
+        "' '" +
+        std::string(TOOLS) + "'" + arguments);
 
     EXPECT_EQ(outcome.m_errors, "");
     EXPECT_EQ(outcome.m_output, expected);

@@ -30,9 +30,15 @@ Dictionary::Options makeOptions(ResourceIDWidth width) {
 }
 
 /// Every third ID is lost; integers and decimals by turns.
-uint64_t getResourceID(uint64_t record) { return 1 + record + record / 2; }
-uint8_t getDatatypeID(uint64_t record) { return record % 2 == 0 ? D_XSD_INTEGER : D_XSD_DECIMAL; }
-std::string getLexicalForm(uint64_t record) { return std::to_string(record) + (record % 2 == 0 ? "" : ".5"); }
+uint64_t getResourceID(uint64_t record) {
+    return 1 + record + record / 2;
+}
+uint8_t getDatatypeID(uint64_t record) {
+    return record % 2 == 0 ? D_XSD_INTEGER : D_XSD_DECIMAL;
+}
+std::string getLexicalForm(uint64_t record) {
+    return std::to_string(record) + (record % 2 == 0 ? "" : ".5");
+}
 
 }
 
@@ -53,7 +59,8 @@ TEST(RestorationStress, ManyThreadsGiveTheSameIDsAsOne) {
                 restoration.finish();
                 EXPECT_EQ(dictionary.takeSnapshot().first, getResourceID(NUMBER_OF_RECORDS - 1) + 1);
                 EXPECT_EQ(test::findProblems(dictionary), std::vector<std::string>());
-                std::vector<std::string> resources = test::listResources(dictionary, dictionary.takeSnapshot().first + 1000);
+                std::vector<std::string> resources =
+                    test::listResources(dictionary, dictionary.takeSnapshot().first + 1000);
                 EXPECT_EQ(resources.size(), NUMBER_OF_RECORDS);
                 if (numberOfThreads == 1)
                     expected = std::move(resources);
@@ -73,18 +80,22 @@ TEST(RestorationStress, AValueGetsOneOfTheIDsThatThreadsClaimForIt) {
         test::runThreads(NUMBER_OF_THREADS, [&](size_t thread) {
             for (uint64_t value = 0; value < NUMBER_OF_VALUES; ++value)
                 try {
-                    restoration.restore(1 + value * NUMBER_OF_THREADS + thread, getLexicalForm(value), getDatatypeID(value));
+                    restoration.restore(
+                        1 + value * NUMBER_OF_THREADS + thread, getLexicalForm(value), getDatatypeID(value));
                     entered.fetch_add(1);
                 }
                 catch (const KavixException& exception) {
-                    EXPECT_NE(exception.getMessage().find("its value was restored before, under ID "), std::string::npos) << exception.getMessage();
+                    EXPECT_NE(
+                        exception.getMessage().find("its value was restored before, under ID "), std::string::npos)
+                        << exception.getMessage();
                 }
         });
         restoration.finish();
         EXPECT_EQ(entered.load(), NUMBER_OF_VALUES);
         EXPECT_EQ(test::findProblems(dictionary), std::vector<std::string>());
         for (uint64_t value = 0; value < NUMBER_OF_VALUES; ++value)
-            EXPECT_EQ((dictionary.tryResolve(getLexicalForm(value), getDatatypeID(value)) - 1) / NUMBER_OF_THREADS, value);
+            EXPECT_EQ(
+                (dictionary.tryResolve(getLexicalForm(value), getDatatypeID(value)) - 1) / NUMBER_OF_THREADS, value);
     }
 }
 
@@ -99,7 +110,8 @@ TEST(RestorationStress, OfThreadsThatClaimAnIDForSeveralValuesOneSucceeds) {
             test::runThreads(NUMBER_OF_THREADS, [&](size_t thread) {
                 for (uint64_t resourceID = 1; resourceID <= NUMBER_OF_IDS; ++resourceID)
                     try {
-                        restoration.restore(resourceID, std::to_string(resourceID * NUMBER_OF_THREADS + thread), D_XSD_INT);
+                        restoration.restore(
+                            resourceID, std::to_string(resourceID * NUMBER_OF_THREADS + thread), D_XSD_INT);
                     }
                     catch (const KavixException&) {
                         refused.fetch_add(1);

@@ -33,7 +33,9 @@ Dictionary::Options makeOptions(ResourceIDWidth width, uint64_t memoryBudgetByte
 }
 
 void expectContradiction(uint64_t resourceID, const std::string& reason, const std::function<void()>& action) {
-    test::expectError("Engine/core/data-store/dictionary/Restoration", 50, "The record of resource " + std::to_string(resourceID) + " contradicts another one: " + reason + ".", action);
+    test::expectError(
+        "Engine/core/data-store/dictionary/Restoration", 50,
+        "The record of resource " + std::to_string(resourceID) + " contradicts another one: " + reason + ".", action);
 }
 
 }
@@ -47,7 +49,9 @@ TEST(Restoration, EveryValueHasItsOldID) {
         restoration.restore(4, "-7", D_XSD_INT);
         restoration.restore(1, test::makeDecimal("2.25"));
         restoration.finish();
-        EXPECT_EQ(test::listResources(dictionary, 1 << 20), (std::vector<std::string>{"1 2.25", "3 -7", "4 \"-7\"^^xsd:int", "5000 0.5"}));
+        EXPECT_EQ(
+            test::listResources(dictionary, 1 << 20),
+            (std::vector<std::string>{"1 2.25", "3 -7", "4 \"-7\"^^xsd:int", "5000 0.5"}));
         EXPECT_EQ(findProblems(dictionary), NONE);
         EXPECT_EQ(dictionary.takeSnapshot().first, 5001u);
         EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 5001u) << "behind the highest";
@@ -66,9 +70,13 @@ TEST(Restoration, NothingRestoredIsAnEmptyDictionary) {
 TEST(Restoration, IDsOutsideTheRangeAreRefused) {
     Dictionary dictionary(makeOptions(ResourceIDWidth::BITS_32));
     Restoration restoration(dictionary, {});
-    for (const uint64_t resourceID : {uint64_t(0), uint64_t(1 << 20), uint64_t(UINT32_MAX), (uint64_t(1) << 32) + 1, UINT64_MAX})
-        test::expectError("Engine/core/data-store/dictionary/Dictionary", 70,
-            "Option 'resource ID' cannot be " + std::to_string(resourceID) + ": the smallest value is 1 and the largest is 1048575.", [&] { restoration.restore(resourceID, "1", D_XSD_INT); });
+    for (const uint64_t resourceID :
+         {uint64_t(0), uint64_t(1 << 20), uint64_t(UINT32_MAX), (uint64_t(1) << 32) + 1, UINT64_MAX})
+        test::expectError(
+            "Engine/core/data-store/dictionary/Dictionary", 70,
+            "Option 'resource ID' cannot be " + std::to_string(resourceID) +
+                ": the smallest value is 1 and the largest is 1048575.",
+            [&] { restoration.restore(resourceID, "1", D_XSD_INT); });
     restoration.restore((1 << 20) - 1, "1", D_XSD_INT);
     restoration.finish();
     EXPECT_EQ(dictionary.tryResolve("1", D_XSD_INT), (1u << 20) - 1);
@@ -85,8 +93,10 @@ TEST(Restoration, ContradictionsAreRefusedAndLeaveTheFirstRecord) {
         expectContradiction(5, "the ID was restored before", [&] { restoration.restore(5, "2", D_XSD_INT); });
         expectContradiction(5, "the ID was restored before", [&] { restoration.restore(5, "1", D_XSD_INT); });
         expectContradiction(6, "the ID was restored before", [&] { restoration.restore(6, "1", D_XSD_LONG); });
-        expectContradiction(7, "its value was restored before, under ID 5", [&] { restoration.restore(7, "01", D_XSD_INT); });
-        expectContradiction(9, "its value was restored before, under ID 6", [&] { restoration.restore(9, "1.50", D_XSD_DECIMAL); });
+        expectContradiction(
+            7, "its value was restored before, under ID 5", [&] { restoration.restore(7, "01", D_XSD_INT); });
+        expectContradiction(
+            9, "its value was restored before, under ID 6", [&] { restoration.restore(9, "1.50", D_XSD_DECIMAL); });
         restoration.finish();
         EXPECT_EQ(test::listResources(dictionary, 100), (std::vector<std::string>{"5 \"1\"^^xsd:int", "6 1.5"}));
         EXPECT_EQ(dictionary.takeSnapshot().first, 7u) << "refused IDs count for nothing";
@@ -103,7 +113,8 @@ TEST(Restoration, InvalidValuesAreRefused) {
     EXPECT_THROW(restoration.restore(1, "1", uint8_t(21)), KavixException);
     EXPECT_THROW(restoration.restore(1, "1", D_NONE), KavixException);
     EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_BYTE, 128)), KavixException);
-    EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_DECIMAL, 1)), KavixException) << "8 bytes are no decimal";
+    EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_DECIMAL, 1)), KavixException)
+        << "8 bytes are no decimal";
     EXPECT_THROW(restoration.restore(1, ResourceValue()), KavixException);
     restoration.restore(1, test::makeInteger(D_XSD_BYTE, 127));
     restoration.finish();
@@ -177,8 +188,10 @@ TEST(Restoration, NeedsAnEmptyDictionaryAndNoTransaction) {
         EXPECT_EQ(dictionary.takeSnapshot().first, 1u);
     }
     EXPECT_EQ(dictionary.resolve("1", D_XSD_INT), 1u);
-    test::expectError("Engine/core/data-store/dictionary/Restoration", 20,
-        "Only an empty dictionary can be restored, and this one has given out resource IDs.", [&] { Restoration(dictionary, {}); });
+    test::expectError(
+        "Engine/core/data-store/dictionary/Restoration", 20,
+        "Only an empty dictionary can be restored, and this one has given out resource IDs.",
+        [&] { Restoration(dictionary, {}); });
     EXPECT_EQ(dictionary.resolve("2", D_XSD_INT), 2u) << "the gate is open";
 }
 
@@ -202,7 +215,8 @@ TEST(Restoration, AShortBudgetEntersNothing) {
             restoration.restore(2, "2", D_XSD_INT);
             restoration.finish();
         }
-        EXPECT_EQ(test::listResources(dictionary, 100), (std::vector<std::string>{"1 \"1\"^^xsd:int", "2 \"2\"^^xsd:int"}));
+        EXPECT_EQ(
+            test::listResources(dictionary, 100), (std::vector<std::string>{"1 \"1\"^^xsd:int", "2 \"2\"^^xsd:int"}));
         EXPECT_EQ(findProblems(dictionary), NONE);
     }
 }

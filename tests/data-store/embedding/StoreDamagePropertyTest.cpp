@@ -53,7 +53,10 @@ class DamagedStream : public InputStream {
 
 public:
 
-    explicit DamagedStream(const std::string& bytes) : m_bytes(bytes), m_end(bytes.size()), m_damagedPosition(bytes.size()) { }
+    explicit DamagedStream(const std::string& bytes) :
+        m_bytes(bytes),
+        m_end(bytes.size()),
+        m_damagedPosition(bytes.size()) { }
 
     void damage(size_t position, uint8_t mask) {
         m_damagedPosition = position;
@@ -86,7 +89,6 @@ private:
     size_t m_damagedPosition;
     uint8_t m_mask = 0;
     size_t m_position = 0;
-
 };
 
 /// Why a store is refused; empty if it is opened.
@@ -105,7 +107,8 @@ std::string open(DamagedStream& input, bool checkEveryValue) {
 
 void expectReason(const std::string& message, size_t position) {
     // A region may ask for more address space than there is: that is an error of its own.
-    const bool hasReason = message.rfind("The store cannot be opened: in section '", 0) == 0 || message.rfind("An error occurred while reserving ", 0) == 0;
+    const bool hasReason = message.rfind("The store cannot be opened: in section '", 0) == 0 ||
+                           message.rfind("An error occurred while reserving ", 0) == 0;
     EXPECT_TRUE(hasReason) << "position " << position << ": '" << message << "'";
 }
 
@@ -148,7 +151,9 @@ TEST(StoreDamageProperty, ATruncatedStoreIsRefusedWithAMessage) {
             expectReason(open(input, checkEveryValue = !checkEveryValue), position);
         }
         input.truncate(bytes.size() - 1);
-        EXPECT_EQ(open(input, false), test::makeRefusal("dictionary-22", "the file ends in the middle of it; it was truncated"));
+        EXPECT_EQ(
+            open(input, false),
+            test::makeRefusal("dictionary-22", "the file ends in the middle of it; it was truncated"));
     }
 }
 
@@ -164,7 +169,8 @@ TEST(StoreDamageProperty, ChangesUnderRightChecksumsAreRefusedOrHarmless) {
             const size_t numberOfChanges = 1 + random() % 3;
             for (size_t change = 0; change < numberOfChanges; ++change) {
                 std::string& bytes = damaged.m_sections[random() % damaged.m_sections.size()].m_bytes;
-                bytes[random() % (random() % 2 == 0 ? bytes.size() : std::min<size_t>(bytes.size(), 1300))] ^= static_cast<char>(1 << random() % 8);
+                bytes[random() % (random() % 2 == 0 ? bytes.size() : std::min<size_t>(bytes.size(), 1300))] ^=
+                    static_cast<char>(1 << random() % 8);
             }
             SCOPED_TRACE("round " + std::to_string(round));
             try {

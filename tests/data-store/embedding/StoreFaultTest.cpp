@@ -2,10 +2,10 @@
 
 #include "core/data-store/embedding/Dictionary.h"
 
-#include "core/data-store/repair/DamagedStore.h"
 #include "core/data-store/embedding/Restoration.h"
-#include "core/data-store/repair/StoreRepair.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "core/data-store/repair/DamagedStore.h"
+#include "core/data-store/repair/StoreRepair.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
@@ -85,18 +85,23 @@ TEST(StoreFault, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
     const std::vector<std::string> oldResources = test::listResources(*oldDictionary, oldEnd);
     const std::vector<std::string> newResources = test::listResources(*newDictionary, oldEnd);
     saveToFile(*oldDictionary, fileName);
-    const auto expectStore = [&](const std::vector<std::string>& resources) { EXPECT_EQ(test::listResources(*openFile(fileName), oldEnd), resources); };
+    const auto expectStore = [&](const std::vector<std::string>& resources) {
+        EXPECT_EQ(test::listResources(*openFile(fileName), oldEnd), resources);
+    };
 
-    EXPECT_GE(failEach([&](uint64_t n) {
-        const test::ShortTransfers shortTransfers(50'000);
-        const SystemCallFault fault(SystemCall::WRITE, n, ENOSPC);
-        if (n < 4) {
-            EXPECT_THROW(saveToFile(*newDictionary, fileName), SystemCallException);
-            expectStore(oldResources);
-        }
-        return fault.wasHit();
-    }), 3u);
-    for (const FileCall fileCall : {FileCall::OPEN, FileCall::FLOCK, FileCall::FTRUNCATE, FileCall::FSYNC, FileCall::RENAME}) {
+    EXPECT_GE(
+        failEach([&](uint64_t n) {
+            const test::ShortTransfers shortTransfers(50'000);
+            const SystemCallFault fault(SystemCall::WRITE, n, ENOSPC);
+            if (n < 4) {
+                EXPECT_THROW(saveToFile(*newDictionary, fileName), SystemCallException);
+                expectStore(oldResources);
+            }
+            return fault.wasHit();
+        }),
+        3u);
+    for (const FileCall fileCall :
+         {FileCall::OPEN, FileCall::FLOCK, FileCall::FTRUNCATE, FileCall::FSYNC, FileCall::RENAME}) {
         const FileCallFault fault(fileCall, 1, EIO);
         EXPECT_THROW(saveToFile(*newDictionary, fileName), SystemCallException);
         EXPECT_TRUE(fault.wasHit());
@@ -134,19 +139,21 @@ TEST(StoreFault, OpeningReportsWhateverFailsAndReturnsEverything) {
     saveToFile(*makeDictionary(ResourceIDWidth::BITS_32, 3000), fileName);
     for (const SystemCall systemCall : {SystemCall::READ, SystemCall::MMAP, SystemCall::MPROTECT}) {
         SCOPED_TRACE("call " + std::to_string(static_cast<unsigned>(systemCall)));
-        EXPECT_GE(failEach([&](uint64_t n) {
-            const SystemCallFault fault(systemCall, n, ENOMEM);
-            try {
-                const std::unique_ptr<Dictionary> dictionary = openFile(fileName, n % 2 == 0);
-                // The system's refusal to map a page is no failure where a page is given back.
-                EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
-            }
-            catch (const SystemCallException& exception) {
-                EXPECT_TRUE(fault.wasHit());
-                EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
-            }
-            return fault.wasHit();
-        }), 6u);
+        EXPECT_GE(
+            failEach([&](uint64_t n) {
+                const SystemCallFault fault(systemCall, n, ENOMEM);
+                try {
+                    const std::unique_ptr<Dictionary> dictionary = openFile(fileName, n % 2 == 0);
+                    // The system's refusal to map a page is no failure where a page is given back.
+                    EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
+                }
+                catch (const SystemCallException& exception) {
+                    EXPECT_TRUE(fault.wasHit());
+                    EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
+                }
+                return fault.wasHit();
+            }),
+            6u);
     }
     // None fails under a sanitizer, which keeps its own operators.
     failEach([&](uint64_t n) {
@@ -172,20 +179,26 @@ TEST(StoreFault, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
     for (const uint64_t n : {1, 2, 3, 4, 17}) {
         SCOPED_TRACE("call " + std::to_string(n));
         const SystemCallFault fault(SystemCall::MMAP, n, ENOMEM);
-        test::expectSystemCallError("Engine/core/data-store/dictionary/DictionaryStore", 50, "mmap", ENOMEM,
-            "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower bound.",
+        test::expectSystemCallError(
+            "Engine/core/data-store/dictionary/DictionaryStore", 50, "mmap", ENOMEM,
+            "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the "
+            "system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower "
+            "bound.",
             [&bytes] { test::openStore(bytes); });
         EXPECT_TRUE(fault.wasHit());
     }
     const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     const StoreRepair repair(store);
     const SystemCallFault fault(SystemCall::MMAP, 1, ENOMEM);
-    const std::unique_ptr<Dictionary> repaired = repair.rebuild(uint64_t(1) << 30, false, [](std::string&& loss) { ADD_FAILURE() << loss; });
+    const std::unique_ptr<Dictionary> repaired =
+        repair.rebuild(uint64_t(1) << 30, false, [](std::string&& loss) { ADD_FAILURE() << loss; });
     EXPECT_TRUE(fault.wasHit());
     uint64_t counters[2];
-    std::memcpy(counters, test::StoreImage::fromBytes(test::saveStore(*repaired))["counters"].m_bytes.data(), sizeof(counters));
+    std::memcpy(
+        counters, test::StoreImage::fromBytes(test::saveStore(*repaired))["counters"].m_bytes.data(), sizeof(counters));
     EXPECT_EQ(counters[1], Dictionary::MIN_MAX_RESOURCE_ID);
-    EXPECT_EQ(test::listResources(*repaired, 7), (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
+    EXPECT_EQ(
+        test::listResources(*repaired, 7), (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
 }
 
 TEST(StoreFault, ReadsMayBeShort) {
@@ -243,7 +256,9 @@ TEST(StoreFault, ACompactionThatFailsLeavesTheStoreAsItWas) {
                     transaction.commit();
                     EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
                     EXPECT_EQ(dictionary->countResourcesByDatatypeID()[D_XSD_LONG], 3001u);
-                    EXPECT_EQ(dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL], expected->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
+                    EXPECT_EQ(
+                        dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL],
+                        expected->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
                 }
                 return wasHit;
             });
@@ -272,29 +287,32 @@ TEST(StoreFault, ACompactionThatFailsLeavesTheStoreAsItWas) {
 TEST(StoreFault, ARestorationThatCannotBeginLeavesAnEmptyDictionary) {
     std::vector<uint64_t> counts(256, 5000);
     for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
-        EXPECT_EQ(failEach([&](uint64_t n) {
-            SCOPED_TRACE("call " + std::to_string(n));
-            const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32, 0);
-            const std::string original = test::saveStore(*dictionary);
-            const uint64_t usedBytes = dictionary->getUsedBytes();
-            std::unique_ptr<Restoration> restoration;
-            bool hasThrown = false;
-            {
-                const SystemCallFault fault(systemCall, n, ENOMEM);
-                try {
-                    restoration = std::make_unique<Restoration>(*dictionary, counts);
+        EXPECT_EQ(
+            failEach([&](uint64_t n) {
+                SCOPED_TRACE("call " + std::to_string(n));
+                const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32, 0);
+                const std::string original = test::saveStore(*dictionary);
+                const uint64_t usedBytes = dictionary->getUsedBytes();
+                std::unique_ptr<Restoration> restoration;
+                bool hasThrown = false;
+                {
+                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    try {
+                        restoration = std::make_unique<Restoration>(*dictionary, counts);
+                    }
+                    catch (const SystemCallException&) {
+                        hasThrown = true;
+                    }
                 }
-                catch (const SystemCallException&) {
-                    hasThrown = true;
+                if (hasThrown) {
+                    EXPECT_EQ(dictionary->getUsedBytes(), usedBytes);
+                    EXPECT_EQ(test::saveStore(*dictionary), original);
+                    EXPECT_EQ(dictionary->resolve("5", D_XSD_INT), 1u);
                 }
-            }
-            if (hasThrown) {
-                EXPECT_EQ(dictionary->getUsedBytes(), usedBytes);
-                EXPECT_EQ(test::saveStore(*dictionary), original);
-                EXPECT_EQ(dictionary->resolve("5", D_XSD_INT), 1u);
-            }
-            return hasThrown;
-        }), 14u) << "a call for each table";
+                return hasThrown;
+            }),
+            14u)
+            << "a call for each table";
 }
 
 }

@@ -40,14 +40,16 @@ struct Model {
                 kept[literal] = newResourceIDs[resourceID];
         m_resourceIDs = std::move(kept);
     }
-
 };
 
 class Comparison {
 
 public:
 
-    Comparison(ResourceIDWidth width, uint64_t seed) : m_width(width), m_random(seed), m_dictionary(makeDictionary()) { }
+    Comparison(ResourceIDWidth width, uint64_t seed) :
+        m_width(width),
+        m_random(seed),
+        m_dictionary(makeDictionary()) { }
 
     void run(size_t numberOfSteps) {
         for (size_t step = 0; step < numberOfSteps && !::testing::Test::HasFatalFailure(); ++step) {
@@ -72,27 +74,49 @@ private:
     Literal makeLiteral() {
         const uint64_t number = choose(400);
         switch (choose(5)) {
-            case 0: return {D_XSD_INTEGER, (number == 0 ? "" : "-") + std::to_string(number)};
-            case 1: return {D_XSD_INT, std::to_string(number)};
-            case 2: return {D_XSD_UNSIGNED_LONG, std::to_string(number << 40)}; // all in one cluster
-            case 3: return {D_XSD_DECIMAL, std::to_string(number) + ".5"};
-            default: return {D_XSD_DECIMAL, std::to_string(number)};
+        case 0:
+            return {D_XSD_INTEGER, (number == 0 ? "" : "-") + std::to_string(number)};
+        case 1:
+            return {D_XSD_INT, std::to_string(number)};
+        case 2:
+            return {D_XSD_UNSIGNED_LONG, std::to_string(number << 40)}; // all in one cluster
+        case 3:
+            return {D_XSD_DECIMAL, std::to_string(number) + ".5"};
+        default:
+            return {D_XSD_DECIMAL, std::to_string(number)};
         }
     }
 
     void doStep() {
         switch (choose(12)) {
-            case 0: case 1: case 2: resolveOne(); break;
-            case 3: case 4: case 5: runTransaction(true); break;
-            case 6: case 7: runTransaction(false); break;
-            case 8: saveAndOpen(); break;
-            case 9: compact(); break;
-            case 10: restore(); break;
-            default:
-                if (choose(10) == 0) {
-                    m_dictionary = makeDictionary();
-                    m_model = Model();
-                }
+        case 0:
+        case 1:
+        case 2:
+            resolveOne();
+            break;
+        case 3:
+        case 4:
+        case 5:
+            runTransaction(true);
+            break;
+        case 6:
+        case 7:
+            runTransaction(false);
+            break;
+        case 8:
+            saveAndOpen();
+            break;
+        case 9:
+            compact();
+            break;
+        case 10:
+            restore();
+            break;
+        default:
+            if (choose(10) == 0) {
+                m_dictionary = makeDictionary();
+                m_model = Model();
+            }
         }
     }
 
@@ -121,7 +145,10 @@ private:
                 changed.m_resourceIDs[literal] = resourceID;
             }
             const auto old = m_model.m_resourceIDs.find(literal);
-            ASSERT_EQ(m_dictionary->tryResolve(literal.second, literal.first, before), old == m_model.m_resourceIDs.end() ? 0 : old->second) << "through the snapshot";
+            ASSERT_EQ(
+                m_dictionary->tryResolve(literal.second, literal.first, before),
+                old == m_model.m_resourceIDs.end() ? 0 : old->second)
+                << "through the snapshot";
         }
         if (isCommitted) {
             transaction.commit();
@@ -142,7 +169,8 @@ private:
     void compact() {
         const uint64_t divisor = choose(4);
         const uint64_t usedBytes = m_dictionary->getUsedBytes();
-        m_model.compact(m_dictionary->compact([divisor](uint64_t resourceID) { return divisor == 0 || resourceID % (divisor + 1) != 0; }));
+        m_model.compact(m_dictionary->compact(
+            [divisor](uint64_t resourceID) { return divisor == 0 || resourceID % (divisor + 1) != 0; }));
         ASSERT_EQ(m_dictionary->takeSnapshot().first, m_model.m_resourceIDs.size() + 1);
         ASSERT_LE(m_dictionary->getUsedBytes(), usedBytes);
     }
@@ -177,7 +205,8 @@ private:
         for (uint64_t resourceID = 0; resourceID < m_dictionary->takeSnapshot().first + 10; ++resourceID) {
             const auto expected = literals.find(resourceID);
             const uint8_t datatypeID = m_dictionary->tryGetResourceDatatypeID(resourceID);
-            ASSERT_EQ(datatypeID, expected == literals.end() ? uint8_t(D_NONE) : expected->second.first) << "ID " << resourceID;
+            ASSERT_EQ(datatypeID, expected == literals.end() ? uint8_t(D_NONE) : expected->second.first)
+                << "ID " << resourceID;
             if (datatypeID != D_NONE) {
                 ASSERT_EQ(m_dictionary->getLexicalForm(resourceID), expected->second.second);
                 ++counts[datatypeID];
@@ -186,7 +215,9 @@ private:
         ASSERT_EQ(m_dictionary->countResourcesByDatatypeID(), counts);
         for (int i = 0; i < 20; ++i) { // what must be absent
             const Literal literal = makeLiteral();
-            ASSERT_EQ(m_dictionary->tryResolve(literal.second, literal.first) != 0, m_model.m_resourceIDs.count(literal) != 0) << literal.second;
+            ASSERT_EQ(
+                m_dictionary->tryResolve(literal.second, literal.first) != 0, m_model.m_resourceIDs.count(literal) != 0)
+                << literal.second;
         }
     }
 
@@ -194,7 +225,6 @@ private:
     std::mt19937_64 m_random;
     std::unique_ptr<Dictionary> m_dictionary;
     Model m_model;
-
 };
 
 /// KAVIX_SEED replays or adds one seed; KAVIX_ROUNDS runs that many more.

@@ -21,9 +21,12 @@ namespace {
 
 class TransactionStressTest : public ResourceIDWidthTest {
 protected:
-    TransactionStressTest() : m_dictionary(makeOptions(1 << 24, true)) { }
+    TransactionStressTest() :
+        m_dictionary(makeOptions(1 << 24, true)) { }
 
-    static std::string makeForm(uint64_t number, uint8_t datatypeID) { return std::to_string(number) + (datatypeID == D_XSD_DECIMAL ? ".5" : ""); }
+    static std::string makeForm(uint64_t number, uint8_t datatypeID) {
+        return std::to_string(number) + (datatypeID == D_XSD_DECIMAL ? ".5" : "");
+    }
 
     Dictionary m_dictionary;
 };
@@ -31,8 +34,8 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Widths, TransactionStressTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNotAtAll) {
-    // Transaction n enters the numbers n * SIZE to (n + 1) * SIZE - 1 from three threads; every third rolls back. Readers
-    // take snapshots all the while and must see all numbers of a transaction or none.
+    // Transaction n enters the numbers n * SIZE to (n + 1) * SIZE - 1 from three threads; every third rolls back.
+    // Readers take snapshots all the while and must see all numbers of a transaction or none.
     constexpr uint64_t SIZE = 60;
     const uint64_t numberOfTransactions = 240 / STRESS_DIVISOR;
     std::atomic<uint64_t> numberCommitted{0}; // transactions up to here have ended
@@ -49,7 +52,8 @@ TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNot
                     uint64_t seen = 0;
                     for (uint64_t i = 0; i < SIZE; ++i) {
                         const uint8_t datatypeID = i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT;
-                        const uint64_t resourceID = m_dictionary.tryResolve(makeForm(n * SIZE + i, datatypeID), datatypeID, snapshot);
+                        const uint64_t resourceID =
+                            m_dictionary.tryResolve(makeForm(n * SIZE + i, datatypeID), datatypeID, snapshot);
                         if (resourceID == 0)
                             continue;
                         ++seen;
@@ -73,7 +77,9 @@ TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNot
                 current = &transaction;
                 round.store(n + 1);
                 for (uint64_t i = 0; i < SIZE; i += 3)
-                    transaction.resolve(makeForm(n * SIZE + i, i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT), i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT);
+                    transaction.resolve(
+                        makeForm(n * SIZE + i, i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT),
+                        i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT);
                 waitUntil([&] { return arrived.load() == 2; });
                 if (n % 3 == 2)
                     transaction.rollback();
@@ -84,7 +90,9 @@ TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNot
             else {
                 waitUntil([&] { return round.load() == n + 1; });
                 for (uint64_t i = threadIndex; i < SIZE; i += 3)
-                    current.load()->resolve(makeForm(n * SIZE + i, i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT), i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT);
+                    current.load()->resolve(
+                        makeForm(n * SIZE + i, i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT),
+                        i % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INT);
                 arrived.fetch_add(1);
             }
         }
@@ -124,7 +132,8 @@ TEST_P(TransactionStressTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransact
             for (;;) {
                 try {
                     const uint64_t resourceID = m_dictionary.resolve(makeForm(number, datatypeID), datatypeID);
-                    if (m_dictionary.tryResolve(makeForm(number, datatypeID), datatypeID, m_dictionary.takeSnapshot()) != resourceID)
+                    if (m_dictionary.tryResolve(
+                            makeForm(number, datatypeID), datatypeID, m_dictionary.takeSnapshot()) != resourceID)
                         ADD_FAILURE() << "a snapshot does not see a value that its own thread entered before";
                     entered.fetch_add(1);
                     break;

@@ -1,7 +1,7 @@
+#include "core/data-store/embedding/Transaction.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/embedding/Dictionary.h"
-#include "core/data-store/embedding/Transaction.h"
 #include "support/ExpectError.h"
 #include "support/ResourceIDWidths.h"
 #include "support/Threads.h"
@@ -18,16 +18,23 @@ namespace kavix::test {
 namespace {
 
 void expectTransactionRuns(const std::function<void()>& action) {
-    expectError("Engine/core/data-store/dictionary/Dictionary", 90, "Another transaction is writing to this dictionary; wait until it has been committed or rolled back, or write through it.", action);
+    expectError(
+        "Engine/core/data-store/dictionary/Dictionary", 90,
+        "Another transaction is writing to this dictionary; wait until it has been committed or rolled back, or write "
+        "through it.",
+        action);
 }
 
 void expectTransactionHasEnded(const std::function<void()>& action) {
-    expectError("Engine/core/data-store/dictionary/Transaction", 40, "The transaction has been committed or rolled back already; begin another one to write.", action);
+    expectError(
+        "Engine/core/data-store/dictionary/Transaction", 40,
+        "The transaction has been committed or rolled back already; begin another one to write.", action);
 }
 
 class TransactionTest : public ResourceIDWidthTest {
 protected:
-    TransactionTest() : m_dictionary(makeOptions(1 << 20, true)) { }
+    TransactionTest() :
+        m_dictionary(makeOptions(1 << 20, true)) { }
 
     Dictionary m_dictionary;
 };
@@ -76,7 +83,9 @@ TEST_P(TransactionTest, RollbackTakesBackItsValuesAndLeavesEarlierOnes) {
     EXPECT_EQ(m_dictionary.getLexicalForm(integerID), "1");
     for (const uint64_t resourceID : {newIntegerID, newDecimalID}) {
         EXPECT_EQ(m_dictionary.tryGetResourceDatatypeID(resourceID), D_NONE);
-        expectError("Engine/core/data-store/dictionary/Dictionary", 50, "No resource has the ID " + std::to_string(resourceID) + ".", [&] { m_dictionary.getValue(resourceID); });
+        expectError(
+            "Engine/core/data-store/dictionary/Dictionary", 50,
+            "No resource has the ID " + std::to_string(resourceID) + ".", [&] { m_dictionary.getValue(resourceID); });
     }
     EXPECT_EQ(m_dictionary.tryResolve("2", D_XSD_INT), 0u);
     EXPECT_EQ(m_dictionary.tryResolve("2.5", D_XSD_DECIMAL), 0u);
@@ -189,7 +198,9 @@ TEST_P(TransactionTest, AFailedResolveLeavesTheTransactionRunning) {
     const uint64_t usedBytes = m_dictionary.getUsedBytes();
     m_dictionary.setMemoryBudget(usedBytes);
     expectOutOfMemory(usedBytes, 0, 69632, [&] { transaction.resolve("1.5", D_XSD_DECIMAL); });
-    expectError("Engine/core/data-store/dictionary/NumericDatatype", 76, "Lexical form 'x' is invalid for datatype xsd:int.", [&] { transaction.resolve("x", D_XSD_INT); });
+    expectError(
+        "Engine/core/data-store/dictionary/NumericDatatype", 76, "Lexical form 'x' is invalid for datatype xsd:int.",
+        [&] { transaction.resolve("x", D_XSD_INT); });
     EXPECT_EQ(transaction.resolve("3", D_XSD_INT), 3u);
     m_dictionary.setMemoryBudget(usedBytes + 69632);
     EXPECT_EQ(transaction.resolve("1.5", D_XSD_DECIMAL), 4u);
@@ -205,7 +216,10 @@ TEST_P(TransactionTest, ATransactionEndsAtTheBoundOfBlocks) {
     Transaction transaction(dictionary);
     for (int i = 0; i < 1024; ++i)
         transaction.resolve(std::to_string(i), D_XSD_INT);
-    expectError("Engine/core/data-store/dictionary/DictionaryDatatype", 144, "The capacity of Kavix for the number of resources has been exceeded.", [&] { transaction.resolve("-1", D_XSD_INT); });
+    expectError(
+        "Engine/core/data-store/dictionary/DictionaryDatatype", 144,
+        "The capacity of Kavix for the number of resources has been exceeded.",
+        [&] { transaction.resolve("-1", D_XSD_INT); });
     transaction.commit();
     EXPECT_EQ(dictionary.resolve("-1", D_XSD_INT), 1025u); // single IDs go on to the bound
 }

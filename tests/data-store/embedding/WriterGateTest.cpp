@@ -10,19 +10,70 @@ namespace {
 
 // What may happen in each state, brought about afresh for each row.
 TEST(WriterGate, EachStateAllowsWhatItsTableSays) {
-    const struct { const char* name; void (*bringAbout)(WriterGate&); bool letsSingleIn; bool letsClose; bool isInTransaction; } rows[] = {
+    const struct {
+        const char* name;
+        void (*bringAbout)(WriterGate&);
+        bool letsSingleIn;
+        bool letsClose;
+        bool isInTransaction;
+    } rows[] = {
         {"open", [](WriterGate&) {}, true, true, false},
         {"one inside", [](WriterGate& gate) { gate.tryEnterSingle(); }, true, false, false},
-        {"two inside", [](WriterGate& gate) { gate.tryEnterSingle(); gate.tryEnterSingle(); }, true, false, false},
-        {"one of two left", [](WriterGate& gate) { gate.tryEnterSingle(); gate.tryEnterSingle(); gate.leaveSingle(); }, true, false, false},
-        {"all left", [](WriterGate& gate) { gate.tryEnterSingle(); gate.tryEnterSingle(); gate.leaveSingle(); gate.leaveSingle(); }, true, true, false},
+        {"two inside",
+         [](WriterGate& gate) {
+             gate.tryEnterSingle();
+             gate.tryEnterSingle();
+         },
+         true, false, false},
+        {"one of two left",
+         [](WriterGate& gate) {
+             gate.tryEnterSingle();
+             gate.tryEnterSingle();
+             gate.leaveSingle();
+         },
+         true, false, false},
+        {"all left",
+         [](WriterGate& gate) {
+             gate.tryEnterSingle();
+             gate.tryEnterSingle();
+             gate.leaveSingle();
+             gate.leaveSingle();
+         },
+         true, true, false},
         {"closed", [](WriterGate& gate) { gate.tryClose(); }, false, false, false},
-        {"opened again", [](WriterGate& gate) { gate.tryClose(); gate.open(); }, true, true, false},
-        {"transaction", [](WriterGate& gate) { gate.tryClose(); gate.beginTransaction(); }, false, false, true},
+        {"opened again",
+         [](WriterGate& gate) {
+             gate.tryClose();
+             gate.open();
+         },
+         true, true, false},
+        {"transaction",
+         [](WriterGate& gate) {
+             gate.tryClose();
+             gate.beginTransaction();
+         },
+         false, false, true},
         {"somebody waits to close", [](WriterGate& gate) { gate.beginWaitingToClose(); }, false, true, false},
-        {"one of two still waits to close", [](WriterGate& gate) { gate.beginWaitingToClose(); gate.beginWaitingToClose(); gate.endWaitingToClose(); }, false, true, false},
-        {"nobody waits any more", [](WriterGate& gate) { gate.beginWaitingToClose(); gate.endWaitingToClose(); }, true, true, false},
-        {"transaction over", [](WriterGate& gate) { gate.tryClose(); gate.beginTransaction(); gate.open(); }, true, true, false},
+        {"one of two still waits to close",
+         [](WriterGate& gate) {
+             gate.beginWaitingToClose();
+             gate.beginWaitingToClose();
+             gate.endWaitingToClose();
+         },
+         false, true, false},
+        {"nobody waits any more",
+         [](WriterGate& gate) {
+             gate.beginWaitingToClose();
+             gate.endWaitingToClose();
+         },
+         true, true, false},
+        {"transaction over",
+         [](WriterGate& gate) {
+             gate.tryClose();
+             gate.beginTransaction();
+             gate.open();
+         },
+         true, true, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -1,7 +1,7 @@
-#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "core/data-store/embedding/DictionaryFamilies.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "support/ExpectError.h"
 
@@ -17,9 +17,10 @@ namespace {
 
 void expectInvalid(const ResourceValue& value, const std::string& reason) {
     SCOPED_TRACE(reason);
-    expectError("Engine/core/data-store/dictionary/Dictionary", 60, "The binary value of the datatype with ID " + std::to_string(value.datatypeID) + " is invalid: " + reason + ".", [&] {
-        DictionaryDatatypeInspector::tryGetInspector(value.datatypeID)->checkBinaryValue(value);
-    });
+    expectError(
+        "Engine/core/data-store/dictionary/Dictionary", 60,
+        "The binary value of the datatype with ID " + std::to_string(value.datatypeID) + " is invalid: " + reason + ".",
+        [&] { DictionaryDatatypeInspector::tryGetInspector(value.datatypeID)->checkBinaryValue(value); });
     ResourceValue valid;
     valid.setBinaryValue(D_XSD_BYTE, int64_t(-128));
     const ResourceValue values[] = {valid, valid, value, valid};
@@ -39,7 +40,9 @@ TEST_F(DictionaryDatatypeInspectorTest, TheNumericDatatypesHaveOneInspectorAndNo
     const DictionaryDatatypeInspector* const inspector = DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL);
     ASSERT_NE(inspector, nullptr);
     for (unsigned datatypeID = 0; datatypeID < 256; ++datatypeID)
-        EXPECT_EQ(DictionaryDatatypeInspector::tryGetInspector(static_cast<uint8_t>(datatypeID)), datatypeID >= 22 && datatypeID <= 35 ? inspector : nullptr);
+        EXPECT_EQ(
+            DictionaryDatatypeInspector::tryGetInspector(static_cast<uint8_t>(datatypeID)),
+            datatypeID >= 22 && datatypeID <= 35 ? inspector : nullptr);
 }
 
 TEST_F(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype) {
@@ -51,18 +54,24 @@ TEST_F(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype)
         }
         if (info.minimum != std::numeric_limits<int64_t>::min()) {
             value.setBinaryValue(info.datatypeID, info.minimum - 1);
-            expectInvalid(value, "the value " + std::to_string(info.minimum - 1) + " is not in the range of the datatype");
+            expectInvalid(
+                value, "the value " + std::to_string(info.minimum - 1) + " is not in the range of the datatype");
         }
         if (info.maximum != std::numeric_limits<int64_t>::max()) {
             value.setBinaryValue(info.datatypeID, info.maximum + 1);
-            expectInvalid(value, "the value " + std::to_string(info.maximum + 1) + " is not in the range of the datatype");
+            expectInvalid(
+                value, "the value " + std::to_string(info.maximum + 1) + " is not in the range of the datatype");
         }
     }
 }
 
 TEST_F(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
-    const struct { int64_t unscaledValue; uint8_t fractionDigits; bool isValid; } rows[] = {
-        {0, 0, true}, {10, 0, true}, {-1, 19, true}, {15, 1, true}, {std::numeric_limits<int64_t>::min(), 19, true},
+    const struct {
+        int64_t unscaledValue;
+        uint8_t fractionDigits;
+        bool isValid;
+    } rows[] = {
+        {0, 0, true},  {10, 0, true},  {-1, 19, true},  {15, 1, true},  {std::numeric_limits<int64_t>::min(), 19, true},
         {0, 1, false}, {10, 1, false}, {-20, 3, false}, {1, 20, false}, {1, 255, false},
     };
     for (const auto& row : rows) {

@@ -8,8 +8,8 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <vector>
 #include <string_view>
+#include <vector>
 
 namespace kavix {
 
@@ -60,7 +60,8 @@ TEST(IntegerText, FormsOfTheLexicalSpaceAreParsed) {
         {"plus zero", "+0", 0},
         {"minus many zeros", std::string("-").append(50, '0'), 0},
         {"a thousand leading zeros", std::string(1000, '0').append("9223372036854775807"), LARGEST},
-        {"a thousand leading zeros and a sign", std::string("-").append(1000, '0').append("9223372036854775808"), SMALLEST},
+        {"a thousand leading zeros and a sign", std::string("-").append(1000, '0').append("9223372036854775808"),
+         SMALLEST},
         {"largest", "9223372036854775807", LARGEST},
         {"largest with plus sign", "+9223372036854775807", LARGEST},
         {"one below the largest", "9223372036854775806", LARGEST - 1},
@@ -78,18 +79,62 @@ TEST(IntegerText, FormsOfTheLexicalSpaceAreParsed) {
 }
 
 TEST(IntegerText, NumbersOutside64BitsAreRefused) {
-    for (const std::string text : {"9223372036854775808", "+9223372036854775808", "-9223372036854775809", "9999999999999999999", "-9999999999999999999", "10000000000000000000",
-             "-10000000000000000000", "18446744073709551615", "18446744073709551616", "18446744073709551621", "36893488147419103232", "100000000000000000000000000000"}) {
+    for (const std::string text :
+         {"9223372036854775808", "+9223372036854775808", "-9223372036854775809", "9999999999999999999",
+          "-9999999999999999999", "10000000000000000000", "-10000000000000000000", "18446744073709551615",
+          "18446744073709551616", "18446744073709551621", "36893488147419103232", "100000000000000000000000000000"}) {
         SCOPED_TRACE(text);
         EXPECT_FALSE(parse(text).first);
-        EXPECT_FALSE(parse(text.substr(0, text[0] == '-' ? 1 : 0) + "000" + text.substr(text[0] == '-' || text[0] == '+' ? 1 : 0)).first);
+        EXPECT_FALSE(
+            parse(
+                text.substr(0, text[0] == '-' ? 1 : 0) + "000" + text.substr(text[0] == '-' || text[0] == '+' ? 1 : 0))
+                .first);
     }
 }
 
 TEST(IntegerText, OtherFormsAreRefused) {
-    const std::string forms[] = {"", "+", "-", "+-5", "-+5", "--5", "++5", " 5", "5 ", " 5 ", "\t5", "5\n", "5-", "5+", "1e5", "1.", ".5", "1.5", "INF", "-INF", "NaN", "abc", "1,000", "1_000",
-        "0x10", "12a", "a12", "\xD9\xA5", "1\xD9\xA5", "\xD9\xA1\xD9\xA2\xD9\xA3\xD9\xA4", "\0"s, "5\0"s, "\0005"s, "1\0002"s, "1234567\0"s, "12345678\0"s, "1234567890123456789\0"s,
-        "99999999999999999999x", "x99999999999999999999", "00000000000000000000x", "00000000000000000000-5"};
+    const std::string forms[] = {
+        "",
+        "+",
+        "-",
+        "+-5",
+        "-+5",
+        "--5",
+        "++5",
+        " 5",
+        "5 ",
+        " 5 ",
+        "\t5",
+        "5\n",
+        "5-",
+        "5+",
+        "1e5",
+        "1.",
+        ".5",
+        "1.5",
+        "INF",
+        "-INF",
+        "NaN",
+        "abc",
+        "1,000",
+        "1_000",
+        "0x10",
+        "12a",
+        "a12",
+        "\xD9\xA5",
+        "1\xD9\xA5",
+        "\xD9\xA1\xD9\xA2\xD9\xA3\xD9\xA4",
+        "\0"s,
+        "5\0"s,
+        "\0005"s,
+        "1\0002"s,
+        "1234567\0"s,
+        "12345678\0"s,
+        "1234567890123456789\0"s,
+        "99999999999999999999x",
+        "x99999999999999999999",
+        "00000000000000000000x",
+        "00000000000000000000-5"};
     for (const std::string& form : forms) {
         SCOPED_TRACE(form);
         EXPECT_FALSE(parse(form).first);
@@ -108,7 +153,8 @@ TEST(IntegerText, EveryByteAtEveryPositionOfEveryLengthIsJudged) {
                 text[position] = static_cast<char>(byte);
                 const bool isSign = position == 0 && length > 1 && (byte == '+' || byte == '-');
                 const bool isDigit = byte >= '0' && byte <= '9';
-                ASSERT_EQ(parse(text).first, isDigit || isSign) << "byte " << byte << " at " << position << " of " << length;
+                ASSERT_EQ(parse(text).first, isDigit || isSign)
+                    << "byte " << byte << " at " << position << " of " << length;
             }
             text[position] = '1';
         }

@@ -58,9 +58,11 @@ Reading read(std::string text) {
     for (const char digit : digits)
         if (magnitude <= std::numeric_limits<uint64_t>::max())
             magnitude = magnitude * 10 + static_cast<unsigned>(digit - '0');
-    reading.m_fits = reading.m_isWellFormed && reading.m_fractionDigits <= 19 && magnitude <= (UInt128{1} << 63) - (reading.m_isNegative ? 0 : 1);
+    reading.m_fits = reading.m_isWellFormed && reading.m_fractionDigits <= 19 &&
+                     magnitude <= (UInt128{1} << 63) - (reading.m_isNegative ? 0 : 1);
     if (reading.m_fits)
-        reading.m_unscaledValue = static_cast<int64_t>(reading.m_isNegative ? 0 - static_cast<uint64_t>(magnitude) : static_cast<uint64_t>(magnitude));
+        reading.m_unscaledValue = static_cast<int64_t>(
+            reading.m_isNegative ? 0 - static_cast<uint64_t>(magnitude) : static_cast<uint64_t>(magnitude));
     return reading;
 }
 
@@ -77,9 +79,14 @@ public:
             const XSDDecimal mark = XSDDecimal::fromNormalisedFields(-77, 7);
             XSDDecimal decimal = mark;
             const LexicalFormStatus status = XSDDecimal::tryParse(place, text.size(), decimal);
-            const LexicalFormStatus expectedStatus = !reading.m_isWellFormed ? LexicalFormStatus::MALFORMED : reading.m_fits ? LexicalFormStatus::VALID : LexicalFormStatus::BEYOND_CAPACITY;
+            const LexicalFormStatus expectedStatus = !reading.m_isWellFormed ? LexicalFormStatus::MALFORMED
+                                                     : reading.m_fits        ? LexicalFormStatus::VALID
+                                                                             : LexicalFormStatus::BEYOND_CAPACITY;
             ASSERT_EQ(status, expectedStatus) << text;
-            const XSDDecimal expectedDecimal = reading.m_fits ? XSDDecimal::fromNormalisedFields(reading.m_unscaledValue, static_cast<uint8_t>(reading.m_fractionDigits)) : mark;
+            const XSDDecimal expectedDecimal =
+                reading.m_fits ? XSDDecimal::fromNormalisedFields(
+                                     reading.m_unscaledValue, static_cast<uint8_t>(reading.m_fractionDigits))
+                               : mark;
             ASSERT_EQ(decimal, expectedDecimal) << text;
 
             const auto [isValid, integer] = parseIntegerSigned(place, text.size());
@@ -102,7 +109,6 @@ private:
 
     test::GuardedText m_guardedText;
     size_t m_statuses[3] = {};
-
 };
 
 }
@@ -131,7 +137,9 @@ TEST(NumericFormsProperty, EveryPlaceOfThePointAtEveryLengthIsReadLikeTheModel) 
         for (size_t leadingZeros = 0; leadingZeros <= length; ++leadingZeros)
             for (size_t trailingZeros = 0; leadingZeros + trailingZeros <= length; ++trailingZeros)
                 for (const char filler : {'1', '9'}) {
-                    const std::string digits = std::string(leadingZeros, '0') + std::string(length - leadingZeros - trailingZeros, filler) + std::string(trailingZeros, '0');
+                    const std::string digits = std::string(leadingZeros, '0') +
+                                               std::string(length - leadingZeros - trailingZeros, filler) +
+                                               std::string(trailingZeros, '0');
                     for (size_t point = 0; point <= length + 1; ++point) {
                         std::string text = digits;
                         if (point <= length)
@@ -160,14 +168,18 @@ TEST(NumericFormsProperty, EveryPairOfOtherCharactersIsReadLikeTheModel) {
 }
 
 TEST(NumericFormsProperty, NumbersAtTheLimitsAreReadLikeTheModel) {
-    const std::string limits[] = {"9223372036854775807", "9223372036854775808", "9223372036854775809", "9999999999999999999", "10000000000000000000", "18446744073709551615", "18446744073709551616",
-        "18446744073709551617", "99999999999999999999", "27670116110564327424", "9223372036854775806", "1000000000000000000", "999999999999999999"};
+    const std::string limits[] = {"9223372036854775807",  "9223372036854775808",  "9223372036854775809",
+                                  "9999999999999999999",  "10000000000000000000", "18446744073709551615",
+                                  "18446744073709551616", "18446744073709551617", "99999999999999999999",
+                                  "27670116110564327424", "9223372036854775806",  "1000000000000000000",
+                                  "999999999999999999"};
     Checker checker;
     for (const std::string& digits : limits)
         for (const char* const sign : {"", "+", "-"})
             for (size_t leadingZeros = 0; leadingZeros <= 21; ++leadingZeros)
                 for (size_t trailingZeros = 0; trailingZeros <= 21; ++trailingZeros) {
-                    const std::string zeroedDigits = std::string(leadingZeros, '0') + digits + std::string(trailingZeros, '0');
+                    const std::string zeroedDigits =
+                        std::string(leadingZeros, '0') + digits + std::string(trailingZeros, '0');
                     for (size_t point = 0; point <= zeroedDigits.size() + 1; ++point) {
                         std::string text = zeroedDigits;
                         if (point <= zeroedDigits.size())
@@ -242,7 +254,8 @@ TEST(NumericFormsProperty, NumbersArePrintedLikeTheStandardLibraryAndAPoint) {
                     expected.insert(0, 1, '-');
                 char decimalBuffer[XSDDecimal::MAX_TEXT_LENGTH + 1];
                 std::fill(std::begin(decimalBuffer), std::end(decimalBuffer), MARK);
-                const size_t decimalLength = XSDDecimal::fromNormalisedFields(unscaledValue, fractionDigits).toString(decimalBuffer, false);
+                const size_t decimalLength =
+                    XSDDecimal::fromNormalisedFields(unscaledValue, fractionDigits).toString(decimalBuffer, false);
                 ASSERT_EQ(std::string(decimalBuffer, decimalLength), expected);
                 ASSERT_EQ(decimalBuffer[decimalLength], MARK) << expected;
             }

@@ -25,7 +25,9 @@ struct Model {
     std::string m_digits; // no leading zeros; empty for zero
     size_t m_fractionDigits;
 
-    explicit Model(const std::string& text) : m_isNegative(text[0] == '-'), m_fractionDigits(0) {
+    explicit Model(const std::string& text) :
+        m_isNegative(text[0] == '-'),
+        m_fractionDigits(0) {
         bool isFraction = false;
         for (const char character : text)
             if (character == '.')
@@ -69,7 +71,9 @@ std::string makeDigits(std::mt19937_64& random, size_t length) {
     std::string digits;
     const uint64_t kind = random() % 4;
     for (size_t index = 0; index < length; ++index)
-        digits += kind == 0 ? '0' : kind == 1 ? (random() % 2 == 0 ? '0' : '9') : static_cast<char>('0' + random() % 10);
+        digits += kind == 0   ? '0'
+                  : kind == 1 ? (random() % 2 == 0 ? '0' : '9')
+                              : static_cast<char>('0' + random() % 10);
     return digits;
 }
 
@@ -140,7 +144,8 @@ TEST(XSDDecimalProperty, ConversionsAreThoseOfTheStandardLibrary) {
     for (int round = 0; round < ROUNDS; ++round) {
         const XSDDecimal value = makeDecimal(random);
         // By way of an exponent, and so by another text than the one that the class writes.
-        const std::string text = std::to_string(value.getUnscaledValue()) + "e-" + std::to_string(value.getFractionDigits());
+        const std::string text =
+            std::to_string(value.getUnscaledValue()) + "e-" + std::to_string(value.getFractionDigits());
         double expectedDouble = 0;
         std::from_chars(text.data(), text.data() + text.size(), expectedDouble);
         float expectedFloat = 0;
@@ -165,7 +170,9 @@ TEST(XSDDecimalProperty, TheOrderIsThatOfTheDigitsWrittenUnderEachOther) {
         const XSDDecimal first = makeDecimal(random);
         XSDDecimal second = makeDecimal(random);
         if (round % 4 == 0) // a neighbour
-            second = XSDDecimal::areNormalisedFields(first.getUnscaledValue() ^ 1, first.getFractionDigits()) ? XSDDecimal::fromNormalisedFields(first.getUnscaledValue() ^ 1, first.getFractionDigits()) : first;
+            second = XSDDecimal::areNormalisedFields(first.getUnscaledValue() ^ 1, first.getFractionDigits())
+                         ? XSDDecimal::fromNormalisedFields(first.getUnscaledValue() ^ 1, first.getFractionDigits())
+                         : first;
         const bool isFirstNegative = first.getUnscaledValue() < 0;
         const bool isSecondNegative = second.getUnscaledValue() < 0;
         std::strong_ordering expected = std::strong_ordering::equal;

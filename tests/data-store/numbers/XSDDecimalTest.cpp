@@ -88,29 +88,86 @@ TEST(XSDDecimal, FormsOfTheLexicalSpaceAreParsedAndNormalised) {
 }
 
 TEST(XSDDecimal, NumbersBeyondTheCapacityAreRefusedAsSuch) {
-    for (const std::string text : {"9223372036854775808", "-9223372036854775809", "9223372036854775808.0", "922337203685477580.8", "-922337203685477580.9", "0.9223372036854775808",
-             "-0.9223372036854775809", "0.00000000000000000001", "0.99999999999999999999", "1.0000000000000000001", "9.2233720368547758071", "10000000000000000000", "99999999999999999999",
-             "3.14159265358979323846", "100000000000000000000000000000", "0.000000000000000000000000000001", "1234567890123456789012345.6789012345"}) {
+    for (const std::string text :
+         {"9223372036854775808", "-9223372036854775809", "9223372036854775808.0", "922337203685477580.8",
+          "-922337203685477580.9", "0.9223372036854775808", "-0.9223372036854775809", "0.00000000000000000001",
+          "0.99999999999999999999", "1.0000000000000000001", "9.2233720368547758071", "10000000000000000000",
+          "99999999999999999999", "3.14159265358979323846", "100000000000000000000000000000",
+          "0.000000000000000000000000000001", "1234567890123456789012345.6789012345"}) {
         SCOPED_TRACE(text);
         XSDDecimal value(42L);
         EXPECT_EQ(tryParse(text, value), LexicalFormStatus::BEYOND_CAPACITY);
         EXPECT_EQ(value, XSDDecimal(42L));
-        test::expectError("Engine/core/data-store/dictionary/XSDDecimal", 60,
-            "Value '" + text + "' exceeds the capacity of datatype xsd:decimal: at most 19 fraction digits and a signed 64-bit unscaled value.", [&] { parse(text); });
+        test::expectError(
+            "Engine/core/data-store/dictionary/XSDDecimal", 60,
+            "Value '" + text +
+                "' exceeds the capacity of datatype xsd:decimal: at most 19 fraction digits and a signed 64-bit "
+                "unscaled value.",
+            [&] { parse(text); });
     }
 }
 
 TEST(XSDDecimal, OtherFormsAreRefused) {
-    const std::string forms[] = {"", ".", "+", "-", "+.", "-.", "+-5", "--5", "5-", "5.5-", "5.-5", "5.+5", " 5 ", " 5", "5 ", "5. 5", "\t5", "5\n", "1e5", "1.5E3", "1.5e0", "INF", "-INF", "NaN", "1,000", "1,5",
-        "1.2.3", "1..2", "..5", "5..", "abc", "0x10", "\xD9\xA5", "1.\xD9\xA5", "\0"s, "5\0"s, "5.\0"s, "5.5\0"s, "\0005"s, ".\0"s, "99999999999999999999x", "x.99999999999999999999",
-        "0.99999999999999999999x", "0.9999999999999999999.9", "99999999999999999999 ", "1.00000000000000000000x", "x00000000000000000000", "x0", "x.0", "0x.5"};
+    const std::string forms[] = {
+        "",
+        ".",
+        "+",
+        "-",
+        "+.",
+        "-.",
+        "+-5",
+        "--5",
+        "5-",
+        "5.5-",
+        "5.-5",
+        "5.+5",
+        " 5 ",
+        " 5",
+        "5 ",
+        "5. 5",
+        "\t5",
+        "5\n",
+        "1e5",
+        "1.5E3",
+        "1.5e0",
+        "INF",
+        "-INF",
+        "NaN",
+        "1,000",
+        "1,5",
+        "1.2.3",
+        "1..2",
+        "..5",
+        "5..",
+        "abc",
+        "0x10",
+        "\xD9\xA5",
+        "1.\xD9\xA5",
+        "\0"s,
+        "5\0"s,
+        "5.\0"s,
+        "5.5\0"s,
+        "\0005"s,
+        ".\0"s,
+        "99999999999999999999x",
+        "x.99999999999999999999",
+        "0.99999999999999999999x",
+        "0.9999999999999999999.9",
+        "99999999999999999999 ",
+        "1.00000000000000000000x",
+        "x00000000000000000000",
+        "x0",
+        "x.0",
+        "0x.5"};
     for (const std::string& form : forms) {
         SCOPED_TRACE(form);
         XSDDecimal value(42L);
         EXPECT_EQ(tryParse(form, value), LexicalFormStatus::MALFORMED);
         EXPECT_EQ(value, XSDDecimal(42L));
         if (form.find('\0') == std::string::npos) // what() ends at a NUL
-            test::expectError("Engine/core/data-store/dictionary/XSDDecimal", 58, "Lexical form '" + form + "' is invalid for datatype xsd:decimal.", [&] { parse(form); });
+            test::expectError(
+                "Engine/core/data-store/dictionary/XSDDecimal", 58,
+                "Lexical form '" + form + "' is invalid for datatype xsd:decimal.", [&] { parse(form); });
         else
             EXPECT_THROW(parse(form), KavixException);
     }
@@ -138,7 +195,8 @@ TEST(XSDDecimal, EveryByteAtEveryPositionIsJudged) {
                     const bool isPoint = byte == '.' && !hasPoint;
                     const bool isWellFormed = digits > 0 && ((byte >= '0' && byte <= '9') || isSign || isPoint);
                     XSDDecimal value;
-                    ASSERT_EQ(tryParse(text, value) != LexicalFormStatus::MALFORMED, isWellFormed) << "byte " << byte << " at " << position << " of " << length << ", point at " << pointPosition;
+                    ASSERT_EQ(tryParse(text, value) != LexicalFormStatus::MALFORMED, isWellFormed)
+                        << "byte " << byte << " at " << position << " of " << length << ", point at " << pointPosition;
                 }
                 text[position] = '1';
             }
@@ -168,7 +226,8 @@ TEST(XSDDecimal, TextsAreCanonical) {
         {"smallest integer, the longest token", SMALLEST, 0, "-9223372036854775808", "-9223372036854775808.0"},
         {"smallest with one fraction digit", SMALLEST, 1, "-922337203685477580.8", "-922337203685477580.8"},
         {"smallest with 18 fraction digits", SMALLEST, 18, "-9.223372036854775808", "-9.223372036854775808"},
-        {"smallest with 19 fraction digits, the longest form", SMALLEST, 19, "-0.9223372036854775808", "-0.9223372036854775808"},
+        {"smallest with 19 fraction digits, the longest form", SMALLEST, 19, "-0.9223372036854775808",
+         "-0.9223372036854775808"},
         {"smallest fraction", 1, 19, "0.0000000000000000001", "0.0000000000000000001"},
         {"smallest fraction, negative", -1, 19, "-0.0000000000000000001", "-0.0000000000000000001"},
     };
@@ -182,7 +241,8 @@ TEST(XSDDecimal, TextsAreCanonical) {
             const size_t length = value.toString(buffer.data(), turtleForm);
             EXPECT_EQ(std::string(buffer.data(), length), expected);
             EXPECT_LE(length, XSDDecimal::MAX_TEXT_LENGTH);
-            EXPECT_EQ(std::string(buffer.data() + length, buffer.size() - length), std::string(buffer.size() - length, '#'));
+            EXPECT_EQ(
+                std::string(buffer.data() + length, buffer.size() - length), std::string(buffer.size() - length, '#'));
             EXPECT_EQ(value.toString(turtleForm), expected);
             EXPECT_EQ(parse(expected), value);
         }
@@ -262,8 +322,32 @@ TEST(XSDDecimal, ConversionsAreRoundedOnce) {
 }
 
 TEST(XSDDecimal, DecimalsAreOrderedAsNumbers) {
-    const char* const ascending[] = {"-9223372036854775808", "-9223372036854775807", "-922337203685477580.8", "-10", "-9.223372036854775808", "-1.1", "-1", "-0.9223372036854775808", "-0.10", "-0.0000000000000000001", "0",
-        "0.0000000000000000001", "0.0000000000000000002", "0.1", "0.11", "0.9", "0.9223372036854775807", "1", "1.000000000000000001", "1.5", "2", "9.223372036854775807", "10", "922337203685477580.7", "9223372036854775806",
+    const char* const ascending[] = {
+        "-9223372036854775808",
+        "-9223372036854775807",
+        "-922337203685477580.8",
+        "-10",
+        "-9.223372036854775808",
+        "-1.1",
+        "-1",
+        "-0.9223372036854775808",
+        "-0.10",
+        "-0.0000000000000000001",
+        "0",
+        "0.0000000000000000001",
+        "0.0000000000000000002",
+        "0.1",
+        "0.11",
+        "0.9",
+        "0.9223372036854775807",
+        "1",
+        "1.000000000000000001",
+        "1.5",
+        "2",
+        "9.223372036854775807",
+        "10",
+        "922337203685477580.7",
+        "9223372036854775806",
         "9223372036854775807"};
     for (size_t first = 0; first < std::size(ascending); ++first)
         for (size_t second = 0; second < std::size(ascending); ++second) {

@@ -20,7 +20,9 @@ namespace {
 using Resources = std::map<uint64_t, std::string>;
 
 std::string describe(const ResourceValue& value) {
-    return std::to_string(value.datatypeID) + ": " + (value.datatypeID == D_XSD_DECIMAL ? value.getBinaryValue<XSDDecimal>().toString(false) : std::to_string(value.getBinaryValue<int64_t>()));
+    return std::to_string(value.datatypeID) + ": " +
+           (value.datatypeID == D_XSD_DECIMAL ? value.getBinaryValue<XSDDecimal>().toString(false)
+                                              : std::to_string(value.getBinaryValue<int64_t>()));
 }
 
 const Resources SAMPLE{{1, "22: 0.5"}, {2, "23: -2"}, {4, "29: 7"}, {5, "22: -12.25"}};
@@ -41,7 +43,9 @@ Outcome repair(const std::string& bytes) {
         EXPECT_FALSE(store.getProblems().empty());
         return outcome;
     }
-    StoreRepair(store).enumerate([&outcome](uint64_t resourceID, const ResourceValue& value) { outcome.m_saved[resourceID] = describe(value); }, [&outcome](std::string&& loss) { outcome.m_losses.push_back(std::move(loss)); });
+    StoreRepair(store).enumerate(
+        [&outcome](uint64_t resourceID, const ResourceValue& value) { outcome.m_saved[resourceID] = describe(value); },
+        [&outcome](std::string&& loss) { outcome.m_losses.push_back(std::move(loss)); });
     return outcome;
 }
 
@@ -83,7 +87,8 @@ TEST(DamagedStore, TheCorrectedBeginningMakesADamagedStorePassItsChecksums) {
             const std::vector<uint8_t> beginning = store.makeSoundBeginning();
             std::string corrected(bytes);
             corrected.replace(0, beginning.size(), std::string(beginning.begin(), beginning.end()));
-            if (position < 256 || position >= 264) { // the bound of resource IDs stands in the image too, which is not corrected
+            if (position < 256 ||
+                position >= 264) { // the bound of resource IDs stands in the image too, which is not corrected
                 expectEqual(*openStore(corrected), *openStore(SampleStore(width).toBytes()));
             }
         }
@@ -132,8 +137,10 @@ TEST(StoreRepair, NoTwoFlippedBytesLetAWrongValueThrough) {
         for (int iteration = 0; iteration < 2000; ++iteration) {
             SCOPED_TRACE(iteration);
             std::string damaged = bytes;
-            const size_t second = iteration % 2 == 0 ? 280 + random() % (imageBegin - 280) : bucketBytes[random() % bucketBytes.size()];
-            for (const size_t position : {280 + random() % (imageBegin - 280), second}) // the first is in the arrays or the pool
+            const size_t second =
+                iteration % 2 == 0 ? 280 + random() % (imageBegin - 280) : bucketBytes[random() % bucketBytes.size()];
+            for (const size_t position :
+                 {280 + random() % (imageBegin - 280), second}) // the first is in the arrays or the pool
                 damaged[position] = static_cast<char>(damaged[position] ^ static_cast<char>(1 + random() % 255));
             const Outcome outcome = repair(damaged);
             ASSERT_TRUE(outcome.m_isReadable);
@@ -175,7 +182,8 @@ TEST(StoreRepair, WhateverTheContentARightChecksumMakesNoCrashAndASoundDictionar
             const DamagedStore store(buffer.data(), buffer.size());
             if (!store.isReadable())
                 continue;
-            const std::unique_ptr<Dictionary> dictionary = StoreRepair(store).rebuild(uint64_t(1) << 30, true, [](std::string&&) { });
+            const std::unique_ptr<Dictionary> dictionary =
+                StoreRepair(store).rebuild(uint64_t(1) << 30, true, [](std::string&&) {});
             EXPECT_EQ(findProblems(*dictionary), std::vector<std::string>());
         }
 }
@@ -183,5 +191,5 @@ TEST(StoreRepair, WhateverTheContentARightChecksumMakesNoCrashAndASoundDictionar
 TEST(StoreRepair, ABudgetThatDoesNotHoldTheDictionaryIsAnError) {
     const std::string bytes = SampleStore(ResourceIDWidth::BITS_32).toBytes();
     const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    EXPECT_THROW(StoreRepair(store).rebuild(1000, true, [](std::string&&) { }), KavixException);
+    EXPECT_THROW(StoreRepair(store).rebuild(1000, true, [](std::string&&) {}), KavixException);
 }

@@ -62,18 +62,25 @@ TEST(Numdict, ExitCodesTellWhatHappened) {
 }
 
 TEST(Numdict, TheJSONReportHasExactlyItsKeys) {
-    const ProgramResult result = runProgram("import --json --threads 1 --resolve 5 --get 1 -- " + DATA + "mixed.nt " + DATA + "damaged.ttl");
+    const ProgramResult result =
+        runProgram("import --json --threads 1 --resolve 5 --get 1 -- " + DATA + "mixed.nt " + DATA + "damaged.ttl");
     EXPECT_EQ(result.m_exitCode, 1);
     const json report = json::parse(result.m_output); // throws if anything stands beside the object
-    const std::set<std::string> counts{"literals", "accepted", "malformed", "outOfRange", "beyondCapacity", "nonCanonical", "distinctValues"};
-    EXPECT_EQ(keysOf(report), (std::set<std::string>{"files", "datatypes", "total", "rejectedExamples", "seconds", "literalsPerSecond", "memory"}));
+    const std::set<std::string> counts{"literals",       "accepted",     "malformed",     "outOfRange",
+                                       "beyondCapacity", "nonCanonical", "distinctValues"};
+    EXPECT_EQ(
+        keysOf(report),
+        (std::set<std::string>{
+            "files", "datatypes", "total", "rejectedExamples", "seconds", "literalsPerSecond", "memory"}));
     EXPECT_EQ(keysOf(report["files"][0]), (std::set<std::string>{"path", "statements", "bytes", "error"}));
     EXPECT_EQ(keysOf(report["files"][1]["error"]), (std::set<std::string>{"line", "column", "message"}));
     EXPECT_EQ(keysOf(report["total"]), counts);
     EXPECT_EQ(report["datatypes"].size(), 14u);
     for (const json& datatype : report["datatypes"])
         EXPECT_EQ(keysOf(datatype), counts);
-    EXPECT_EQ(keysOf(report["rejectedExamples"][0]), (std::set<std::string>{"file", "line", "literal", "datatype", "reason", "message"}));
+    EXPECT_EQ(
+        keysOf(report["rejectedExamples"][0]),
+        (std::set<std::string>{"file", "line", "literal", "datatype", "reason", "message"}));
     EXPECT_EQ(keysOf(report["memory"]), (std::set<std::string>{"budget", "used", "onHugePages"}));
     EXPECT_NE(result.m_errors.find("5 has ID 1\n"), std::string::npos);
     EXPECT_NE(result.m_errors.find("ID 1 is 5\n"), std::string::npos);
@@ -82,22 +89,37 @@ TEST(Numdict, TheJSONReportHasExactlyItsKeys) {
 TEST(Numdict, ParseAnswersEachLiteralWithALineOfJSON) {
     TemporaryDirectory directory;
     const std::string file = directory.write("literals", "\"-0\"^^xsd:int\r\n\n0.50\n\"x\"@en");
-    const ProgramResult result = runProgram("parse --json 5 -0.5 '\"300\"^^xsd:byte' 99999999999999999999 '\"a' --file '" + file + "'");
+    const ProgramResult result =
+        runProgram("parse --json 5 -0.5 '\"300\"^^xsd:byte' 99999999999999999999 '\"a' --file '" + file + "'");
     EXPECT_EQ(result.m_exitCode, 1);
-    EXPECT_EQ(result.m_output,
-        "{\"literal\":\"5\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":true,\"lexicalForm\":\"5\",\"turtle\":\"5\",\"binary\":\"0500000000000000\"}\n"
-        "{\"literal\":\"-0.5\",\"datatype\":\"xsd:decimal\",\"datatypeID\":22,\"valid\":true,\"lexicalForm\":\"-0.5\",\"turtle\":\"-0.5\",\"binary\":\"fbffffffffffffff0100000000000000\"}\n"
-        "{\"literal\":\"\\\"300\\\"^^xsd:byte\",\"datatype\":\"xsd:byte\",\"datatypeID\":31,\"valid\":false,\"reason\":\"outOfRange\",\"message\":\"Value '300' is not in the range of datatype xsd:byte.\"}\n"
-        "{\"literal\":\"99999999999999999999\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":false,\"reason\":\"beyondCapacity\",\"message\":\"Lexical form '99999999999999999999' is invalid for datatype xsd:integer.\"}\n"
-        "{\"literal\":\"\\\"a\",\"datatype\":null,\"datatypeID\":null,\"valid\":false,\"reason\":\"syntax\",\"message\":\"Column 3: the closing quote is missing.\"}\n"
-        "{\"literal\":\"\\\"-0\\\"^^xsd:int\",\"datatype\":\"xsd:int\",\"datatypeID\":29,\"valid\":true,\"lexicalForm\":\"0\",\"turtle\":\"\\\"0\\\"^^xsd:int\",\"binary\":\"0000000000000000\"}\n"
-        "{\"literal\":\"0.50\",\"datatype\":\"xsd:decimal\",\"datatypeID\":22,\"valid\":true,\"lexicalForm\":\"0.5\",\"turtle\":\"0.5\",\"binary\":\"05000000000000000100000000000000\"}\n"
-        "{\"literal\":\"\\\"x\\\"@en\",\"datatype\":\"rdf:langString\",\"datatypeID\":null,\"valid\":false,\"reason\":\"notNumeric\",\"message\":\"rdf:langString is not one of the numeric datatypes: xsd:decimal, xsd:integer and its derived types.\"}\n");
+    EXPECT_EQ(
+        result.m_output,
+        "{\"literal\":\"5\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":true,\"lexicalForm\":\"5\","
+        "\"turtle\":\"5\",\"binary\":\"0500000000000000\"}\n"
+        "{\"literal\":\"-0.5\",\"datatype\":\"xsd:decimal\",\"datatypeID\":22,\"valid\":true,\"lexicalForm\":\"-0.5\","
+        "\"turtle\":\"-0.5\",\"binary\":\"fbffffffffffffff0100000000000000\"}\n"
+        "{\"literal\":\"\\\"300\\\"^^xsd:byte\",\"datatype\":\"xsd:byte\",\"datatypeID\":31,\"valid\":false,\"reason\":"
+        "\"outOfRange\",\"message\":\"Value '300' is not in the range of datatype xsd:byte.\"}\n"
+        "{\"literal\":\"99999999999999999999\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":false,"
+        "\"reason\":\"beyondCapacity\",\"message\":\"Lexical form '99999999999999999999' is invalid for datatype "
+        "xsd:integer.\"}\n"
+        "{\"literal\":\"\\\"a\",\"datatype\":null,\"datatypeID\":null,\"valid\":false,\"reason\":\"syntax\","
+        "\"message\":\"Column 3: the closing quote is missing.\"}\n"
+        "{\"literal\":\"\\\"-0\\\"^^xsd:int\",\"datatype\":\"xsd:int\",\"datatypeID\":29,\"valid\":true,"
+        "\"lexicalForm\":\"0\",\"turtle\":\"\\\"0\\\"^^xsd:int\",\"binary\":\"0000000000000000\"}\n"
+        "{\"literal\":\"0.50\",\"datatype\":\"xsd:decimal\",\"datatypeID\":22,\"valid\":true,\"lexicalForm\":\"0.5\","
+        "\"turtle\":\"0.5\",\"binary\":\"05000000000000000100000000000000\"}\n"
+        "{\"literal\":\"\\\"x\\\"@en\",\"datatype\":\"rdf:langString\",\"datatypeID\":null,\"valid\":false,\"reason\":"
+        "\"notNumeric\",\"message\":\"rdf:langString is not one of the numeric datatypes: xsd:decimal, xsd:integer and "
+        "its derived types.\"}\n");
 }
 
 TEST(Numdict, EqualListsTheOtherDatatypes) {
     EXPECT_EQ(runProgram("equal 2.5").m_output, "\"2.5E0\"^^xsd:double\n\"2.5E0\"^^xsd:float\n");
-    EXPECT_EQ(runProgram("equal -- '\"-1\"^^xsd:short'").m_output, "\"-1.0E0\"^^xsd:double\n\"-1.0E0\"^^xsd:float\n-1.0\n-1\n\"-1\"^^xsd:nonPositiveInteger\n\"-1\"^^xsd:negativeInteger\n\"-1\"^^xsd:long\n\"-1\"^^xsd:int\n\"-1\"^^xsd:byte\n");
+    EXPECT_EQ(
+        runProgram("equal -- '\"-1\"^^xsd:short'").m_output,
+        "\"-1.0E0\"^^xsd:double\n\"-1.0E0\"^^xsd:float\n-1.0\n-1\n\"-1\"^^xsd:nonPositiveInteger\n\"-1\"^^xsd:"
+        "negativeInteger\n\"-1\"^^xsd:long\n\"-1\"^^xsd:int\n\"-1\"^^xsd:byte\n");
 }
 
 TEST(Numdict, WhatFollowsTwoHyphensIsNoOptionWhereverTheyStand) {
@@ -114,9 +136,11 @@ TEST(Numdict, WhatFollowsTwoHyphensIsNoOptionWhereverTheyStand) {
     } rows[] = {
         {"a negative integer needs none", "parse -5", 0, "-5\n  datatype   xsd:integer (ID 23)\n"},
         {"an option that is none", "parse -.25", 2, "-.25"},
-        {"before all values", "parse -- -.25 5", 0, "  Turtle     -0.25\n  binary     e7ffffffffffffff0200000000000000\n5\n"},
+        {"before all values", "parse -- -.25 5", 0,
+         "  Turtle     -0.25\n  binary     e7ffffffffffffff0200000000000000\n5\n"},
         {"between values", "parse 5 -- -.25", 0, "\n-.25\n  datatype   xsd:decimal"},
-        {"behind options", "parse 5 --json -- -.25", 0, "\"turtle\":\"5\",\"binary\":\"0500000000000000\"}\n{\"literal\":\"-.25\""},
+        {"behind options", "parse 5 --json -- -.25", 0,
+         "\"turtle\":\"5\",\"binary\":\"0500000000000000\"}\n{\"literal\":\"-.25\""},
         {"before what looks like an option", "parse 5 -- --json", 1, "\n--json\n  error "},
         {"before what looks like a command", "parse 5 -- parse", 1, "\nparse\n  error "},
         {"twice", "parse 5 -- -.25 -- 6", 1, "\n--\n  error "},
@@ -127,7 +151,8 @@ TEST(Numdict, WhatFollowsTwoHyphensIsNoOptionWhereverTheyStand) {
         {"a value missing", "diff -- a", 2, "STORE2 is required"},
         {"files", "import --quiet --format ttl five.ttl -- -half.ttl --json", 0, "4 statements in 3 files, "},
         {"behind a list", "import --quiet --get 1 -- -half.ttl", 0, "\nID 1 is -0.5\n"},
-        {"importing into a store", "import --quiet --threads 1 five.ttl --store numbers.store -- -half.ttl", 0, "2 statements in 2 files, "},
+        {"importing into a store", "import --quiet --threads 1 five.ttl --store numbers.store -- -half.ttl", 0,
+         "2 statements in 2 files, "},
         {"behind the store", "resolve " + store + " 5 -- -.5", 0, "2\txsd:integer\t5\n1\txsd:decimal\t-0.5\n"},
         {"before the store", "resolve --quiet -- " + store + " -.5", 0, "1\txsd:decimal\t-0.5\n"},
         {"IDs", "get " + store + " 1 -- --trusted", 1, "1\txsd:decimal\t-0.5\n--trusted\t"},
@@ -144,9 +169,15 @@ TEST(Numdict, WhatFollowsTwoHyphensIsNoOptionWhereverTheyStand) {
 }
 
 TEST(Numdict, LookUpsFollowTheReport) {
-    const ProgramResult result = runProgram("import " + DATA + "mixed.nt --threads 1 --resolve 5 '\"005\"^^xsd:int' 1.5 '\"6\"^^xsd:int' hello --get 1 3 0 18446744073709551615");
+    const ProgramResult result = runProgram(
+        "import " + DATA +
+        "mixed.nt --threads 1 --resolve 5 '\"005\"^^xsd:int' 1.5 '\"6\"^^xsd:int' hello --get 1 3 0 "
+        "18446744073709551615");
     EXPECT_EQ(result.m_exitCode, 1);
-    const std::string expected = "\n5 has ID 1\n\"5\"^^xsd:int has ID 2\n1.5 has ID 3\n\"6\"^^xsd:int was not imported\nhello: Column 1: this is no Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int.\nID 1 is 5\nID 3 is 1.5\nno literal has ID 0\nno literal has ID 18446744073709551615\n";
+    const std::string expected =
+        "\n5 has ID 1\n\"5\"^^xsd:int has ID 2\n1.5 has ID 3\n\"6\"^^xsd:int was not imported\nhello: Column 1: this "
+        "is no Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int.\nID 1 is 5\nID 3 is 1.5\nno "
+        "literal has ID 0\nno literal has ID 18446744073709551615\n";
     EXPECT_TRUE(result.m_output.ends_with(expected)) << result.m_output;
 }
 

@@ -1,6 +1,6 @@
-#include "numdict/StoreSamples.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/stream/FileInputStream.h"
+#include "numdict/StoreSamples.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -28,14 +28,17 @@ using Clock = std::chrono::steady_clock;
 
 /// Runs an import in a process of its own until a moment comes, or the process ends; then kills it.
 /// @return whether it was killed
-bool importUntil(const std::string& store, const std::string& input, const std::function<bool(Clock::time_point start)>& isMoment) {
+bool importUntil(
+    const std::string& store, const std::string& input, const std::function<bool(Clock::time_point start)>& isMoment) {
     const Clock::time_point start = Clock::now();
     const pid_t process = ::fork();
     if (process == 0) {
         const int null = ::open("/dev/null", O_WRONLY);
         ::dup2(null, STDOUT_FILENO);
         ::dup2(null, STDERR_FILENO);
-        ::execl(NUMDICT_PROGRAM, NUMDICT_PROGRAM, "import", "--quiet", "--threads", "2", "--store", store.c_str(), input.c_str(), static_cast<char*>(nullptr));
+        ::execl(
+            NUMDICT_PROGRAM, NUMDICT_PROGRAM, "import", "--quiet", "--threads", "2", "--store", store.c_str(),
+            input.c_str(), static_cast<char*>(nullptr));
         ::_exit(127);
     }
     int status = 0;
@@ -95,7 +98,8 @@ TEST(StoreCrash, AKilledImportLeavesTheOldStoreOrTheNewOne) {
     for (int index = 0; index < NUMBER_OF_MOMENTS; ++index) {
         SCOPED_TRACE(index);
         // Over the whole run.
-        tryMoment([&](Clock::time_point begin) { return Clock::now() - begin >= duration * index / NUMBER_OF_MOMENTS; });
+        tryMoment(
+            [&](Clock::time_point begin) { return Clock::now() - begin >= duration * index / NUMBER_OF_MOMENTS; });
         // Over the saving, by the growth of the new file; the last moment is when it has its whole length.
         const uint64_t size = std::max<uint64_t>(1, newSize / (NUMBER_OF_MOMENTS - 1) * static_cast<uint64_t>(index));
         std::filesystem::remove(store + ".unfinished");

@@ -1,5 +1,5 @@
-#include "numdict/StoreSamples.h"
 #include "core/platform/stream/ReplacingFile.h"
+#include "numdict/StoreSamples.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -25,7 +25,8 @@ TEST(StoreImport, ASecondImportExtendsTheStoreAndKeepsTheIDs) {
         TemporaryDirectory directory;
         const std::string store = makeSampleStore(directory, width);
         const std::string more = directory.write("more.ttl", "<s> <p> 5 , 8 , 6.50 , 0.125 .");
-        const json report = json::parse(runProgram("import --json --quiet --threads 1 --store " + store + " " + more).m_output);
+        const json report =
+            json::parse(runProgram("import --json --quiet --threads 1 --store " + store + " " + more).m_output);
         EXPECT_EQ(report["store"]["values"], 10);
         EXPECT_EQ(report["store"]["newValues"], 2);
         EXPECT_EQ(report["store"]["isNew"], false);
@@ -44,7 +45,9 @@ TEST(StoreImport, WhereNothingIsStoredTheFileStaysAsItWasByteForByte) {
     const std::string store = makeSampleStore(directory);
     const std::string before = readFile(store);
     const std::string good = directory.write("good.ttl", "<s> <p> 1234 .");
-    const std::string bad = directory.write("bad.nt", "<urn:s> <urn:p> \"4321\"^^<http://www.w3.org/2001/XMLSchema#int> .\n<urn:s> <urn:p> \"x\"^^<http://www.w3.org/2001/XMLSchema#int> .\n");
+    const std::string bad = directory.write(
+        "bad.nt", "<urn:s> <urn:p> \"4321\"^^<http://www.w3.org/2001/XMLSchema#int> .\n<urn:s> <urn:p> "
+                  "\"x\"^^<http://www.w3.org/2001/XMLSchema#int> .\n");
     const std::string large = directory.getPath("large.nt");
     ASSERT_EQ(runProgram("generate --literals 200k -o " + large).m_exitCode, 0);
     const ExpectedEnd rows[] = {
@@ -71,7 +74,9 @@ TEST(StoreImport, WhereNothingIsStoredTheFileStaysAsItWasByteForByte) {
 TEST(StoreImport, GoodLiteralsAreStoredBesideRejectedOnes) {
     TemporaryDirectory directory;
     const std::string store = makeSampleStore(directory);
-    const std::string bad = directory.write("bad.nt", "<urn:s> <urn:p> \"4321\"^^<http://www.w3.org/2001/XMLSchema#int> .\n<urn:s> <urn:p> \"x\"^^<http://www.w3.org/2001/XMLSchema#int> .\n");
+    const std::string bad = directory.write(
+        "bad.nt", "<urn:s> <urn:p> \"4321\"^^<http://www.w3.org/2001/XMLSchema#int> .\n<urn:s> <urn:p> "
+                  "\"x\"^^<http://www.w3.org/2001/XMLSchema#int> .\n");
     EXPECT_EQ(runProgram("import --quiet --store " + store + " " + bad).m_exitCode, 1);
     EXPECT_EQ(runProgram("resolve " + store + " '\"4321\"^^xsd:int'").m_exitCode, 0);
     const std::string clean = directory.write("clean.ttl", "<s> <p> 77 .");
@@ -82,7 +87,8 @@ TEST(StoreImport, GoodLiteralsAreStoredBesideRejectedOnes) {
 TEST(StoreImport, ADryRunMakesNoFileAndSaysWhatItWouldHaveDone) {
     TemporaryDirectory directory;
     const std::string input = directory.write("input.ttl", SAMPLE_TURTLE);
-    const ProgramResult result = runProgram("import --dry-run --json --quiet --store " + directory.getPath("new.store") + " " + input);
+    const ProgramResult result =
+        runProgram("import --dry-run --json --quiet --store " + directory.getPath("new.store") + " " + input);
     EXPECT_EQ(result.m_exitCode, 0);
     const json store = json::parse(result.m_output)["store"];
     EXPECT_EQ(store["written"], false);
@@ -100,11 +106,14 @@ TEST(StoreImport, ASecondWriterIsRefused) {
     const std::string input = directory.write("more.ttl", "<s> <p> 1234 .");
     {
         ReplacingFile otherWriter(store);
-        for (const std::string& arguments : {"import --quiet --store " + store + " " + input, "compact " + store, "restore " + directory.write("d", "1\txsd:int\t\"1\"^^xsd:int\n") + " -o " + store}) {
+        for (const std::string& arguments :
+             {"import --quiet --store " + store + " " + input, "compact " + store,
+              "restore " + directory.write("d", "1\txsd:int\t\"1\"^^xsd:int\n") + " -o " + store}) {
             SCOPED_TRACE(arguments);
             const ProgramResult result = runProgram(arguments);
             EXPECT_EQ(result.m_exitCode, 4);
-            EXPECT_NE(result.m_errors.find("is being written by another process"), std::string::npos) << result.m_errors;
+            EXPECT_NE(result.m_errors.find("is being written by another process"), std::string::npos)
+                << result.m_errors;
         }
         EXPECT_EQ(dumpStore(store), SAMPLE_DUMP); // readers need no lock
     }
@@ -119,8 +128,13 @@ TEST(StoreImport, ADamagedStoreIsNotExtended) {
     bytes[bytes.size() / 2] ^= 1;
     directory.write("damaged.store", bytes);
     const std::string input = directory.write("more.ttl", "<s> <p> 1234 .");
-    const ProgramResult result = runProgram("import --quiet --store " + directory.getPath("damaged.store") + " " + input);
+    const ProgramResult result =
+        runProgram("import --quiet --store " + directory.getPath("damaged.store") + " " + input);
     EXPECT_EQ(result.m_exitCode, 4);
-    EXPECT_NE(result.m_errors.find("damaged.store: The store cannot be opened: in section 'dictionary-22', its checksum is wrong"), std::string::npos) << result.m_errors;
+    EXPECT_NE(
+        result.m_errors.find(
+            "damaged.store: The store cannot be opened: in section 'dictionary-22', its checksum is wrong"),
+        std::string::npos)
+        << result.m_errors;
     EXPECT_TRUE(readFile(directory.getPath("damaged.store")) == bytes);
 }

@@ -39,7 +39,8 @@ TEST(StoreRealData, AStoreOfRealDataSurvivesEverythingThatIsDoneToIt) {
         SCOPED_TRACE(width);
         TemporaryDirectory directory;
         const std::string store = directory.getPath("real.store");
-        const ProgramResult import = runProgram("import --json --quiet --id-width " + width + " --store " + store + listFiles());
+        const ProgramResult import =
+            runProgram("import --json --quiet --id-width " + width + " --store " + store + listFiles());
         ASSERT_LE(import.m_exitCode, 1) << import.m_errors; // there are bad literals in it
         const uint64_t values = json::parse(import.m_output)["total"]["distinctValues"];
         ASSERT_GT(values, 1000u);
@@ -48,8 +49,12 @@ TEST(StoreRealData, AStoreOfRealDataSurvivesEverythingThatIsDoneToIt) {
         for (const std::string format : {"text", "csv", "jsonl"}) {
             SCOPED_TRACE(format);
             const std::string restored = directory.getPath("restored.store");
-            EXPECT_EQ(runProgram("dump --format " + format + " " + store + " -o " + directory.getPath("dump")).m_exitCode, 0);
-            EXPECT_EQ(runProgram("restore --id-width " + width + " " + directory.getPath("dump") + " -o " + restored).m_exitCode, 0);
+            EXPECT_EQ(
+                runProgram("dump --format " + format + " " + store + " -o " + directory.getPath("dump")).m_exitCode, 0);
+            EXPECT_EQ(
+                runProgram("restore --id-width " + width + " " + directory.getPath("dump") + " -o " + restored)
+                    .m_exitCode,
+                0);
             const ProgramResult difference = runProgram("diff " + store + " " + restored);
             EXPECT_EQ(difference.m_exitCode, 0) << difference.m_errors;
             EXPECT_EQ(difference.m_output, "");
@@ -68,7 +73,9 @@ TEST(StoreRealData, AStoreOfRealDataSurvivesEverythingThatIsDoneToIt) {
         }
         EXPECT_EQ(number, values);
         const std::string small = directory.getPath("small.store");
-        const json report = json::parse(runProgram("compact --json " + store + " -o " + small + " --drop " + directory.write("dropped", dropped)).m_output);
+        const json report = json::parse(
+            runProgram("compact --json " + store + " -o " + small + " --drop " + directory.write("dropped", dropped))
+                .m_output);
         EXPECT_EQ(report["kept"], values / 2);
         EXPECT_LT(report["memoryAfter"], report["memoryBefore"]);
         EXPECT_LT(std::filesystem::file_size(small), std::filesystem::file_size(store));

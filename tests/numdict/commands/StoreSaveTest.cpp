@@ -53,7 +53,9 @@ protected:
 
     /// Has the n-th call of the program fail.
     ProgramResult runWithFault(const std::string& arguments, const std::string& call, int n, int errorNumber) const {
-        return runInFolder(arguments, "NUMDICT_TEST_FAULT='" + call + " " + std::to_string(n) + " " + std::to_string(errorNumber) + "' LD_PRELOAD='" FAULT_PRELOAD "'");
+        return runInFolder(
+            arguments, "NUMDICT_TEST_FAULT='" + call + " " + std::to_string(n) + " " + std::to_string(errorNumber) +
+                           "' LD_PRELOAD='" FAULT_PRELOAD "'");
     }
 
     /// A file that exists is reported with its whole path, another one as it was given.
@@ -64,20 +66,22 @@ protected:
     /// All files in the folder, with their bytes.
     std::map<std::string, std::string> readFolder() const {
         std::map<std::string, std::string> files;
-        for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(m_directory.getPath("")))
+        for (const std::filesystem::directory_entry& entry :
+             std::filesystem::directory_iterator(m_directory.getPath("")))
             files[entry.path().filename()] = entry.is_regular_file() ? readFile(entry.path()) : "no file";
         return files;
     }
 
     /// The command fails, says so in these words, and leaves the folder as it was.
-    void expectFailure(const ProgramResult& result, const std::string& message, const std::map<std::string, std::string>& before) const {
+    void expectFailure(
+        const ProgramResult& result, const std::string& message,
+        const std::map<std::string, std::string>& before) const {
         EXPECT_EQ(result.m_exitCode, 4) << result.m_errors;
         EXPECT_NE(result.m_errors.find(message), std::string::npos) << result.m_errors;
         EXPECT_TRUE(readFolder() == before);
     }
 
     const TemporaryDirectory m_directory;
-
 };
 
 }
@@ -86,7 +90,9 @@ TEST_F(StoreSave, AFullDiskIsNamedAndLeavesWhatWasThere) {
     const std::map<std::string, std::string> before = readFolder();
     for (const Save& save : getSaves()) {
         SCOPED_TRACE(save.name);
-        const std::string message = "numdict: An error occurred while writing file '" + getReportedName(save.target) + ".unfinished', which is now incomplete. Check the space on its device, then write it again. [write failed with error 28: No space left on device]\n";
+        const std::string message = "numdict: An error occurred while writing file '" + getReportedName(save.target) +
+                                    ".unfinished', which is now incomplete. Check the space on its device, then write "
+                                    "it again. [write failed with error 28: No space left on device]\n";
         int n = 1;
         for (;; ++n) {
             const ProgramResult result = runWithFault(save.arguments, "write", n, ENOSPC);
@@ -109,7 +115,12 @@ TEST_F(StoreSave, AFileBeyondTheLimitOfTheProcessIsAnErrorLikeAFullDisk) {
         if (std::string(save.name) == "dump")
             continue; // it is too short
         SCOPED_TRACE(save.name);
-        expectFailure(runInFolder(save.arguments, "ulimit -f 20;"), "numdict: An error occurred while writing file '" + getReportedName(save.target) + ".unfinished', which is now incomplete. Check the space on its device, then write it again. [write failed with error 27: File too large]\n", before);
+        expectFailure(
+            runInFolder(save.arguments, "ulimit -f 20;"),
+            "numdict: An error occurred while writing file '" + getReportedName(save.target) +
+                ".unfinished', which is now incomplete. Check the space on its device, then write it again. [write "
+                "failed with error 27: File too large]\n",
+            before);
     }
     const ProgramResult generated = runInFolder("generate --literals 10k -o generated.nt", "ulimit -f 20;");
     EXPECT_EQ(generated.m_exitCode, 4);
@@ -121,16 +132,29 @@ TEST_F(StoreSave, ADeviceOrAFolderThatRefusesTheFileIsNamed) {
     for (const Save& save : getSaves()) {
         SCOPED_TRACE(save.name);
         const std::string target = getReportedName(save.target);
-        expectFailure(runWithFault(save.arguments, "fsync", 1, EIO), "numdict: The device did not take all of file '" + target + ".unfinished', which may be incomplete. Check the device and its space, then write it again. [fsync failed with error 5: Input/output error]\n", before);
-        expectFailure(runWithFault(save.arguments, "rename", 1, EACCES), "numdict: File '" + target + ".unfinished' is complete but cannot take the place of file '" + target + "', which is unchanged. Check that you may write in its folder. [rename failed with error 13: Permission denied]\n", before);
+        expectFailure(
+            runWithFault(save.arguments, "fsync", 1, EIO),
+            "numdict: The device did not take all of file '" + target +
+                ".unfinished', which may be incomplete. Check the device and its space, then write it again. [fsync "
+                "failed with error 5: Input/output error]\n",
+            before);
+        expectFailure(
+            runWithFault(save.arguments, "rename", 1, EACCES),
+            "numdict: File '" + target + ".unfinished' is complete but cannot take the place of file '" + target +
+                "', which is unchanged. Check that you may write in its folder. [rename failed with error 13: "
+                "Permission denied]\n",
+            before);
     }
 }
 
 TEST_F(StoreSave, WhereOnlyTheFolderCannotBeSynchronisedTheNewStoreIsInPlace) {
     const std::string store = m_directory.getPath("sample32.store");
-    const ProgramResult result = runWithFault("import --quiet --threads 1 more.ttl --store sample32.store", "fsync", 2, EIO);
+    const ProgramResult result =
+        runWithFault("import --quiet --threads 1 more.ttl --store sample32.store", "fsync", 2, EIO);
     EXPECT_EQ(result.m_exitCode, 4);
-    EXPECT_NE(result.m_errors.find("numdict: File '" + store + "' is written and in place, but folder '"), std::string::npos) << result.m_errors;
+    EXPECT_NE(
+        result.m_errors.find("numdict: File '" + store + "' is written and in place, but folder '"), std::string::npos)
+        << result.m_errors;
     EXPECT_EQ(runProgram("resolve " + store + " 1234").m_exitCode, 0);
     EXPECT_FALSE(std::filesystem::exists(store + ".unfinished"));
 }
@@ -139,14 +163,19 @@ TEST_F(StoreSave, RejectedStatementsThatCannotBeWrittenLeaveTheStoreAsItWas) {
     const std::map<std::string, std::string> before = readFolder();
     for (const char* const call : {"write", "fsync", "rename"}) {
         SCOPED_TRACE(call);
-        expectFailure(runWithFault("import --quiet --threads 1 more.ttl --store sample32.store --rejected rejected.nq", call, 1, ENOSPC), "numdict: cannot write the rejected statements to 'rejected.nq': No space left on device\n", before);
+        expectFailure(
+            runWithFault(
+                "import --quiet --threads 1 more.ttl --store sample32.store --rejected rejected.nq", call, 1, ENOSPC),
+            "numdict: cannot write the rejected statements to 'rejected.nq': No space left on device\n", before);
     }
 }
 
 TEST_F(StoreSave, TheMapOfACompactionIsInPlaceBeforeTheStore) {
     std::map<std::string, std::string> before = readFolder();
     const std::string arguments = "compact --quiet sample32.store --map map.tsv";
-    expectFailure(runWithFault(arguments, "rename", 1, EACCES), "map.tsv.unfinished' is complete but cannot take the place of file '", before);
+    expectFailure(
+        runWithFault(arguments, "rename", 1, EACCES),
+        "map.tsv.unfinished' is complete but cannot take the place of file '", before);
     const ProgramResult result = runWithFault(arguments, "rename", 2, EACCES);
     before["map.tsv"] = "1\t1\n2\t2\n3\t3\n4\t4\n5\t5\n6\t6\n7\t7\n8\t8\n";
     expectFailure(result, "sample32.store.unfinished' is complete but cannot take the place of file '", before);
@@ -154,14 +183,20 @@ TEST_F(StoreSave, TheMapOfACompactionIsInPlaceBeforeTheStore) {
 
 TEST_F(StoreSave, AFolderThatMustNotBeWrittenToIsNamed) {
     const std::map<std::string, std::string> before = readFolder();
-    std::filesystem::permissions(m_directory.getPath(""), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    std::filesystem::permissions(
+        m_directory.getPath(""), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
     // Root may write anywhere, unless it gives that up.
     const std::string prefix = ::geteuid() == 0 ? "setpriv --bounding-set=-dac_override --inh-caps=-dac_override" : "";
     if (runProgram("--help", prefix).m_exitCode != 0)
         GTEST_SKIP() << "root cannot give up its rights here";
     for (const Save& save : getSaves()) {
         SCOPED_TRACE(save.name);
-        expectFailure(runInFolder(save.arguments, prefix), "numdict: File '" + getReportedName(save.target) + ".unfinished' cannot be opened for writing. Check that its directory exists and that you may write there. [open failed with error 13: Permission denied]\n", before);
+        expectFailure(
+            runInFolder(save.arguments, prefix),
+            "numdict: File '" + getReportedName(save.target) +
+                ".unfinished' cannot be opened for writing. Check that its directory exists and that you may write "
+                "there. [open failed with error 13: Permission denied]\n",
+            before);
     }
     std::filesystem::permissions(m_directory.getPath(""), std::filesystem::perms::owner_all);
 }
@@ -169,8 +204,12 @@ TEST_F(StoreSave, AFolderThatMustNotBeWrittenToIsNamed) {
 TEST_F(StoreSave, AFolderIsNoTarget) {
     std::filesystem::create_directory(m_directory.getPath("folder"));
     const std::map<std::string, std::string> before = readFolder();
-    const std::string message = "numdict: File '" + m_directory.getPath("folder") + "' cannot be opened for writing. Check that its directory exists and that you may write there. [open failed with error 21: Is a directory]\n";
-    for (const char* const arguments : {"restore records -o folder", "compact sample32.store -o folder", "compact sample32.store --map folder", "check --repair sample32.store -o folder", "dump sample32.store -o folder"}) {
+    const std::string message = "numdict: File '" + m_directory.getPath("folder") +
+                                "' cannot be opened for writing. Check that its directory exists and that you may "
+                                "write there. [open failed with error 21: Is a directory]\n";
+    for (const char* const arguments :
+         {"restore records -o folder", "compact sample32.store -o folder", "compact sample32.store --map folder",
+          "check --repair sample32.store -o folder", "dump sample32.store -o folder"}) {
         SCOPED_TRACE(arguments);
         expectFailure(runInFolder(arguments), message, before);
     }

@@ -1,5 +1,5 @@
-#include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
+#include "numdict/console/ProgressDisplay.h"
 
 #include <gtest/gtest.h>
 
@@ -13,9 +13,29 @@ TEST(Sizes, BytesAreReadWithUnits) {
         const char* text;
         std::optional<uint64_t> expected;
     } rows[] = {
-        {"0", 0}, {"123", 123}, {"512M", 512ULL << 20}, {"2G", 2ULL << 30}, {"2GiB", 2ULL << 30}, {"2GB", 2000000000}, {"1.5G", 3ULL << 29}, {"0.25K", 256}, {"1T", 1ULL << 40}, {"10B", 10},
-        {"18446744073709551615", UINT64_MAX}, {"18446744073709551616", std::nullopt}, {"17179869184G", std::nullopt}, {"", std::nullopt}, {"G", std::nullopt}, {"-1", std::nullopt}, {"2 G", std::nullopt},
-        {"2g", std::nullopt}, {"1.G", std::nullopt}, {".5G", std::nullopt}, {"1.5", std::nullopt}, {"1.2.3G", std::nullopt}, {"2GiBs", std::nullopt},
+        {"0", 0},
+        {"123", 123},
+        {"512M", 512ULL << 20},
+        {"2G", 2ULL << 30},
+        {"2GiB", 2ULL << 30},
+        {"2GB", 2000000000},
+        {"1.5G", 3ULL << 29},
+        {"0.25K", 256},
+        {"1T", 1ULL << 40},
+        {"10B", 10},
+        {"18446744073709551615", UINT64_MAX},
+        {"18446744073709551616", std::nullopt},
+        {"17179869184G", std::nullopt},
+        {"", std::nullopt},
+        {"G", std::nullopt},
+        {"-1", std::nullopt},
+        {"2 G", std::nullopt},
+        {"2g", std::nullopt},
+        {"1.G", std::nullopt},
+        {".5G", std::nullopt},
+        {"1.5", std::nullopt},
+        {"1.2.3G", std::nullopt},
+        {"2GiBs", std::nullopt},
     };
     for (const auto& row : rows)
         EXPECT_EQ(tryParseSize(row.text), row.expected) << row.text;

@@ -1,8 +1,8 @@
+#include "numdict/RealData.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "numdict/import/Import.h"
 #include "numdict/import/ImportReport.h"
 #include "numdict/literals/NumericNames.h"
-#include "numdict/RealData.h"
-#include "core/data-store/embedding/Dictionary.h"
 
 #include <gtest/gtest.h>
 
@@ -50,13 +50,16 @@ std::map<std::pair<std::string, std::string>, ExpectedCounts> readExpectedCounts
         std::vector<std::string> fields = splitAtTabs(line);
         fields.resize(11);
         const auto number = [&fields](size_t index) { return static_cast<uint64_t>(std::stoull(fields[index])); };
-        expected[{fields[0], fields[1]}] = ExpectedCounts{number(2), number(3), number(4), number(5), number(6), number(9), fields[10]};
+        expected[{fields[0], fields[1]}] =
+            ExpectedCounts{number(2), number(3), number(4), number(5), number(6), number(9), fields[10]};
     }
     return expected;
 }
 
 ExpectedCounts toExpectedCounts(const DatatypeCounts& counts, const std::string& statements) {
-    return ExpectedCounts{counts.m_literals, counts.m_accepted, counts.m_rejected[0], counts.m_rejected[1], counts.m_rejected[2], counts.m_distinctValues, statements};
+    return ExpectedCounts{
+        counts.m_literals,       counts.m_accepted, counts.m_rejected[0], counts.m_rejected[1], counts.m_rejected[2],
+        counts.m_distinctValues, statements};
 }
 
 ImportReport importFiles(const std::vector<std::string>& names, unsigned numberOfThreads, ResourceIDWidth width) {
@@ -91,13 +94,13 @@ protected:
             const ExpectedCounts counts = toExpectedCounts(report.m_datatypes[index], "");
             EXPECT_TRUE(counts == (expected == m_expected.end() ? ExpectedCounts{} : expected->second));
         }
-        EXPECT_TRUE(toExpectedCounts(report.m_total, std::to_string(report.getStatements())) == m_expected.at({name, "*"}));
+        EXPECT_TRUE(
+            toExpectedCounts(report.m_total, std::to_string(report.getStatements())) == m_expected.at({name, "*"}));
         EXPECT_FALSE(report.hasDamagedFiles());
     }
 
     std::map<std::pair<std::string, std::string>, ExpectedCounts> m_expected;
     std::vector<std::string> m_names;
-
 };
 
 }

@@ -1,8 +1,8 @@
-#include "numdict/input/ByteSource.h"
+#include "numdict/ProgramRunner.h"
 #include "numdict/console/Failures.h"
+#include "numdict/input/ByteSource.h"
 #include "numdict/input/LineBlocks.h"
 #include "numdict/input/LineReader.h"
-#include "numdict/ProgramRunner.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/TurtleReader.h"
 
@@ -63,7 +63,8 @@ public:
         ++m_statements;
         if (statement.m_object->type == SERD_LITERAL && !statement.m_datatypeIRI.empty()) {
             const std::string datatype(statement.m_datatypeIRI);
-            m_text += std::to_string(context.getLine()) + " " + reinterpret_cast<const char*>(statement.m_object->buf) + "^^" + datatype.substr(datatype.find_last_of("#:") + 1) + "\n";
+            m_text += std::to_string(context.getLine()) + " " + reinterpret_cast<const char*>(statement.m_object->buf) +
+                      "^^" + datatype.substr(datatype.find_last_of("#:") + 1) + "\n";
         }
         if (m_statements == m_throwAt)
             throw std::runtime_error("thrown by the sink");
@@ -74,7 +75,6 @@ public:
     uint64_t m_statements = 0;
     uint64_t m_stopAt = UINT64_MAX;
     uint64_t m_throwAt = UINT64_MAX;
-
 };
 
 std::string describeError(const SyntaxError& error) {
@@ -105,7 +105,8 @@ class BlockReading {
 
 public:
 
-    explicit BlockReading(RDFFormat format) : m_reader(format, "file:///f", "f1_", m_sink) { }
+    explicit BlockReading(RDFFormat format) :
+        m_reader(format, "file:///f", "f1_", m_sink) { }
 
     void read(const std::string& text, uint64_t firstLine) {
         m_block.m_bytes.assign(text.begin(), text.end());
@@ -119,7 +120,8 @@ public:
     }
 
     std::string describe() const {
-        return m_sink.m_text + std::to_string(m_sink.m_statements) + " statements, " + std::to_string(m_damagedLines) + " damaged lines\n" + m_firstError;
+        return m_sink.m_text + std::to_string(m_sink.m_statements) + " statements, " + std::to_string(m_damagedLines) +
+               " damaged lines\n" + m_firstError;
     }
 
 private:
@@ -129,7 +131,6 @@ private:
     LineBlock m_block;
     uint64_t m_damagedLines = 0;
     std::string m_firstError;
-
 };
 
 std::string readInOneBlock(const std::vector<std::string>& lines, RDFFormat format) {
@@ -208,10 +209,13 @@ TEST(LineBlocks, LinesStayWholeAndNumberedWhateverTheBlockSize) {
     std::string expected;
     for (int number = 3; number <= 60; ++number) {
         content += makeLine(std::string(static_cast<size_t>(number) * 7 % 90, '0') + std::to_string(number));
-        expected += std::to_string(number) + " " + std::string(static_cast<size_t>(number) * 7 % 90, '0') + std::to_string(number) + "^^int\n";
+        expected += std::to_string(number) + " " + std::string(static_cast<size_t>(number) * 7 % 90, '0') +
+                    std::to_string(number) + "^^int\n";
     }
     TemporaryDirectory directory;
-    const std::string paths[] = {directory.write("plain.nt", content), directory.write("packed.nt", gzip(content)), directory.write("unended.nt", content.substr(0, content.size() - 1))};
+    const std::string paths[] = {
+        directory.write("plain.nt", content), directory.write("packed.nt", gzip(content)),
+        directory.write("unended.nt", content.substr(0, content.size() - 1))};
     for (const std::string& path : paths)
         for (const size_t blockSize : std::initializer_list<size_t>{1, 2, 16, 64, 100, 4096, 1 << 20}) {
             SCOPED_TRACE(path + " in blocks of " + std::to_string(blockSize));
@@ -250,7 +254,8 @@ TEST(LineBlocks, WhatWasWholeBeforeAFailureIsDelivered) {
         RecordingSink sink;
         const std::string result = readLines(path, RDFFormat::N_TRIPLES, blockSize, sink);
         EXPECT_EQ(sink.m_statements, numberOfLines);
-        EXPECT_NE(result.find("\n" + std::to_string(numberOfLines + 1) + " the gzip data is cut off"), std::string::npos);
+        EXPECT_NE(
+            result.find("\n" + std::to_string(numberOfLines + 1) + " the gzip data is cut off"), std::string::npos);
     }
 }
 
@@ -264,27 +269,37 @@ TEST(LineReader, EachLineCountsByItself) {
     } rows[] = {
         {"empty", "", ""},
         {"only comments and blank lines", "# one\n\n  \t\r\n#two", ""},
-        {"carriage returns", "<x:s> <x:p> \"5\"^^<x:int> .\r\n\r\n<x:s> <x:p> \"6\"^^<x:int> .\r\n", "1 5^^int\n3 6^^int\n"},
+        {"carriage returns", "<x:s> <x:p> \"5\"^^<x:int> .\r\n\r\n<x:s> <x:p> \"6\"^^<x:int> .\r\n",
+         "1 5^^int\n3 6^^int\n"},
         {"no final newline", good + unended, "1 5^^int\n2 5^^int\n"},
         {"byte order mark", "\xEF\xBB\xBF" + good, "1 5^^int\n"},
         {"comment behind a statement", unended + " # six\n" + good, "1 5^^int\n2 5^^int\n"},
         {"escapes", makeLine("\\u0035\\t"), "1 5\t^^int\n"},
         {"blank nodes", "_:a <x:p> _:b.\n_:a <x:p> \"5\"^^<x:int>.\n", "2 5^^int\n"},
-        {"unfinished at the end", good + "<x:s> <x:p> \"6\"^^<x:int>", "1 5^^int\n2:25 the line ends in the middle of a statement\n"},
-        {"unfinished in the middle", "<x:s> <x:p> \"6\"^^<x:int>\n" + good, "2 5^^int\n1:25 the line ends in the middle of a statement\n"},
+        {"unfinished at the end", good + "<x:s> <x:p> \"6\"^^<x:int>",
+         "1 5^^int\n2:25 the line ends in the middle of a statement\n"},
+        {"unfinished in the middle", "<x:s> <x:p> \"6\"^^<x:int>\n" + good,
+         "2 5^^int\n1:25 the line ends in the middle of a statement\n"},
         {"unclosed text", "<x:s> <x:p> \"6 .\n" + good, "2 5^^int\n1:17 the line ends in the middle of a statement\n"},
-        {"a statement over two lines", "<x:s> <x:p>\n\"6\"^^<x:int> .\n" + good, "3 5^^int\n1:12 the line ends in the middle of a statement\n"},
+        {"a statement over two lines", "<x:s> <x:p>\n\"6\"^^<x:int> .\n" + good,
+         "3 5^^int\n1:12 the line ends in the middle of a statement\n"},
         {"no statement", "hello\n" + good, "2 5^^int\n1:1 this is no statement\n"},
-        {"a NUL byte", good + std::string("<x:s> <x:p> \0 .\n", 16) + good, "1 5^^int\n3 5^^int\n2:13 a NUL byte: this is no text\n"},
+        {"a NUL byte", good + std::string("<x:s> <x:p> \0 .\n", 16) + good,
+         "1 5^^int\n3 5^^int\n2:13 a NUL byte: this is no text\n"},
         {"a relative IRI", "<s> <x:p> \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:3 missing IRI scheme\n"},
         {"invalid UTF-8", makeLine("\xff") + good, "2 5^^int\n1:15 invalid UTF-8 start 0xFF\n"},
-        {"Turtle: prefixed name", "x:s <x:p> \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:1 prefixed names are Turtle, not N-Triples or N-Quads\n"},
+        {"Turtle: prefixed name", "x:s <x:p> \"6\"^^<x:int> .\n" + good,
+         "2 5^^int\n1:1 prefixed names are Turtle, not N-Triples or N-Quads\n"},
         {"Turtle: prefixed predicate", "<x:s> x:p \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:7 expected '<', not 'x'\n"},
-        {"Turtle: prefixed graph", "<x:s> <x:p> \"6\"^^<x:int> x:g .\n" + good, "2 5^^int\n1:26 expected '<', not 'x'\n"},
+        {"Turtle: prefixed graph", "<x:s> <x:p> \"6\"^^<x:int> x:g .\n" + good,
+         "2 5^^int\n1:26 expected '<', not 'x'\n"},
         {"Turtle: a", "<x:s> a <x:g> <x:h> .\n" + good, "2 5^^int\n1:7 expected '<', not 'a'\n"},
-        {"invalid UTF-8 in a subject", "<x:\xff> <x:p> \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:5 invalid UTF-8 start 0xFF\n"},
-        {"invalid UTF-8 in a graph", "<x:s> <x:p> \"6\"^^<x:int> <x:\xff> .\n" + good, "2 5^^int\n1:30 invalid UTF-8 start 0xFF\n"},
-        {"Turtle: brackets", "[] <x:p> \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:1 brackets are Turtle, not N-Triples or N-Quads\n"},
+        {"invalid UTF-8 in a subject", "<x:\xff> <x:p> \"6\"^^<x:int> .\n" + good,
+         "2 5^^int\n1:5 invalid UTF-8 start 0xFF\n"},
+        {"invalid UTF-8 in a graph", "<x:s> <x:p> \"6\"^^<x:int> <x:\xff> .\n" + good,
+         "2 5^^int\n1:30 invalid UTF-8 start 0xFF\n"},
+        {"Turtle: brackets", "[] <x:p> \"6\"^^<x:int> .\n" + good,
+         "2 5^^int\n1:1 brackets are Turtle, not N-Triples or N-Quads\n"},
         {"Turtle: directive", "@prefix x: <x:> .\n" + good, "2 5^^int\n1:1 syntax does not support directives\n"},
         {"Turtle: number", "<x:s> <x:p> 6 .\n" + good, "2 5^^int\n1:13 expected: ':', '<', or '_'\n"},
     };
@@ -298,13 +313,16 @@ TEST(LineReader, EachLineCountsByItself) {
 }
 
 TEST(LineReader, AGraphBelongsInNQuadsOnly) {
-    const std::string content = "<x:s> <x:p> \"5\"^^<x:int> <x:g> .\n<x:s> <x:p> \"6\"^^<x:int> _:g .\n" + makeLine("7");
+    const std::string content =
+        "<x:s> <x:p> \"5\"^^<x:int> <x:g> .\n<x:s> <x:p> \"6\"^^<x:int> _:g .\n" + makeLine("7");
     TemporaryDirectory directory;
     const std::string path = directory.write("file", content);
     RecordingSink quads;
     EXPECT_EQ(readLines(path, RDFFormat::N_QUADS, 1 << 20, quads), "1 5^^int\n2 6^^int\n3 7^^int\n");
     RecordingSink triples;
-    EXPECT_EQ(readLines(path, RDFFormat::N_TRIPLES, 1 << 20, triples), "3 7^^int\n1:1 four terms in a line: this is N-Quads, not N-Triples (--format nq)\n");
+    EXPECT_EQ(
+        readLines(path, RDFFormat::N_TRIPLES, 1 << 20, triples),
+        "3 7^^int\n1:1 four terms in a line: this is N-Quads, not N-Triples (--format nq)\n");
 }
 
 TEST(LineReader, ItGoesOnAfterManyErrorsAndManyBytes) {
@@ -317,32 +335,109 @@ TEST(LineReader, ItGoesOnAfterManyErrorsAndManyBytes) {
     EXPECT_EQ(sink.m_statements, 5000u);
 }
 
-// Where every line is what lines usually are, the parser reads on from one to the next. Whatever is not must be as if each
-// line were a file by itself: also if it stands among such lines, if a statement seems to go on in the next one, or
-// if the rest of one, left over, would make a statement of it.
+// Where every line is what lines usually are, the parser reads on from one to the next. Whatever is not must be as if
+// each line were a file by itself: also if it stands among such lines, if a statement seems to go on in the next one,
+// or if the rest of one, left over, would make a statement of it.
 TEST(LineReader, WhatIsUnusualReadsAsInABlockOfItsOwn) {
-    const std::string usual[] = {"<x:s> <x:p> \"1\"^^<x:int> .\n", "_:s <x:p> \"2\"^^<x:int> <x:g> .\n", "<x:s>\t<x:p>\t\"\"^^<x:int>\t.\r\n"};
+    const std::string usual[] = {
+        "<x:s> <x:p> \"1\"^^<x:int> .\n", "_:s <x:p> \"2\"^^<x:int> <x:g> .\n", "<x:s>\t<x:p>\t\"\"^^<x:int>\t.\r\n"};
     const std::string unusual[] = {
-        "", " \t\r", "# comment .", " # comment .", // no statement
-        "<x:s> <x:p> \"5\"^^<x:int> . ", "<x:s> <x:p> \"5\"^^<x:int> .\r", " <x:s> <x:p> \"5\"^^<x:int> .", "<x:s><x:p>\"5\"^^<x:int>.", "<x:s>  <x:p>  \"5\"^^<x:int>  .", // other blanks
-        "<x:s> <x:p> \"5\"^^<x:int> .\v", "<x:s> <x:p> \"5\"^^<x:int>\f.",
-        "<x:s> <x:p> \"5\"^^<x:int> . # six .", "<x:s> <x:p> \"5\"^^<x:int> .#.", "# five\r<x:s> <x:p> \"6\"^^<x:int> .", "<x:s> <x:p> # five\r\"6\"^^<x:int> .", "<x:s> <x:p> \"5\"^^<x:int> . # six\r<x:s> <x:p> \"7\"^^<x:int> .",
-        "<x:s> <x:p> \"5\"^^<x:int> .\r<x:s> <x:p> \"6\"^^<x:int> .", "<x:s> <x:p> \"5\"^^<x:int> . <x:s> <x:p> \"6\"^^<x:int> .", "<x:s><x:p><x:o>.<x:s><x:p>\"6\"^^<x:int> .", "_:a<x:p>\"\"._:a<x:p>\"\" .", // statements side by side
-        "<x:s> <x:p> \"5\"^^<x:int> . <x:s> <x:p> 6 .", "<x:s> <x:p> \"5\"^^<x:int> . <x:s>", "<x:s> <x:p> \"5\"^^<x:int> .<x:s> .", "<x:s> <x:p> \"5\"^^<x:int> . <x:s> #.", "<x:s><x:p>\"5\"^^<x:int>.<x:s># .",
-        "<x:s> <x:p> \"5\"^^<x:int> . .", "<x:s> <x:p> \"5\"^^<x:int>. .", "<x:s> <x:p>\"5\"^^<x:int>. .", "<x:s><x:p>\"5\"^^<x:int>.x .", "<x:s><x:p>\"5\"^^<x:int>._ .", "<x:s><x:p>\"5\"^^<x:int>.<> .", "<x:s> <x:p> \"5\"^^<x:int> ..",
-        "<x:s> <x:p>", "<x:s> <x:p> #.", "<x:s>", "\"5\"^^<x:int> .", "<x:p> \"5\"^^<x:int> .", ".", " .", // statements over several lines
-        "<x:s> <x:p> \"\"\"5 .", "6\"\"\"^^<x:int> .", "<x:s> <x:p> \"\"\"5\"\"\"^^<x:int> .", "<x:s> <x:p> '''5 .", "6'''^^<x:int> .", "<x:s> <x:p> '5'^^<x:int> .", "<x:s> <x:p> \"5 .", "6\"^^<x:int> .", "<x:s> <x:p> <x:o .", "o> .",
-        "<x:s> <x:p> \"\\u0035\"^^<x:int> .", "<x:s> <x:p> \"5\\t\"^^<x:int> .", "<x:s> <x:p> \"\\\"\" .", "<x:\\u0073> <x:p> \"5\"^^<x:int> .", "<x:s> <x:p> \"\\x\" .", "<x:s> <x:p> \"5\\", // escapes
-        "<x:s> <x:p> \"\xC3\xA9\" .", "<x:s> <x:p> \"\xff\" .", "<x:\xff> <x:p> \"5\"^^<x:int> .", "<x:s> <x:p> \"\xC3\" .", "<x:s> <x:p> \"5\"@en .", "<x:s> <x:p> \"5\"@en.", "<x:s> <x:p> _:b .", "<x:s> <x:p> _:b.", "_:b1 <x:p> _:genid2 .", "_:b. <x:p> <x:o> .",
-        "<s> <x:p> <x:o> .", "<> <> <> .", "<x:s> <x:p> 5 .", "<x:s> <x:p> true .", "<x:s> a <x:o> .", "x:s <x:p> <x:o> .", "<x:s> <x:p> x:o .", "<x:s> <x:p> \"5\"^^x:int .", "[] <x:p> <x:o> .", "<x:s> <x:p> [] .", "() <x:p> <x:o> .", "<x:s> <x:p> () .", "@prefix x: <x:> .", "<x:s> <x:p> <x:o>, <x:q> .", // Turtle
-        "<x:s> <x:p> <x:o> <x:g> <x:h> .", "<x:s> <x:p> <x:o> \"g\" .", "hello", std::string("<x:s> <x:p> \"5\0\"^^<x:int> .", 28), std::string(1, '\0'), std::string("#\0", 2),
-        "<x:s> <x:p> \"" + std::string(70000, '5') + "\" .", "<x:s> <x:p> \"" + std::string(70000, '5') + " .", std::string(70000, ' ') + "<x:s> <x:p> \"5\"^^<x:int> .", // longer than what one parser reads
+        "",
+        " \t\r",
+        "# comment .",
+        " # comment .", // no statement
+        "<x:s> <x:p> \"5\"^^<x:int> . ",
+        "<x:s> <x:p> \"5\"^^<x:int> .\r",
+        " <x:s> <x:p> \"5\"^^<x:int> .",
+        "<x:s><x:p>\"5\"^^<x:int>.",
+        "<x:s>  <x:p>  \"5\"^^<x:int>  .", // other blanks
+        "<x:s> <x:p> \"5\"^^<x:int> .\v",
+        "<x:s> <x:p> \"5\"^^<x:int>\f.",
+        "<x:s> <x:p> \"5\"^^<x:int> . # six .",
+        "<x:s> <x:p> \"5\"^^<x:int> .#.",
+        "# five\r<x:s> <x:p> \"6\"^^<x:int> .",
+        "<x:s> <x:p> # five\r\"6\"^^<x:int> .",
+        "<x:s> <x:p> \"5\"^^<x:int> . # six\r<x:s> <x:p> \"7\"^^<x:int> .",
+        "<x:s> <x:p> \"5\"^^<x:int> .\r<x:s> <x:p> \"6\"^^<x:int> .",
+        "<x:s> <x:p> \"5\"^^<x:int> . <x:s> <x:p> \"6\"^^<x:int> .",
+        "<x:s><x:p><x:o>.<x:s><x:p>\"6\"^^<x:int> .",
+        "_:a<x:p>\"\"._:a<x:p>\"\" .", // statements side by side
+        "<x:s> <x:p> \"5\"^^<x:int> . <x:s> <x:p> 6 .",
+        "<x:s> <x:p> \"5\"^^<x:int> . <x:s>",
+        "<x:s> <x:p> \"5\"^^<x:int> .<x:s> .",
+        "<x:s> <x:p> \"5\"^^<x:int> . <x:s> #.",
+        "<x:s><x:p>\"5\"^^<x:int>.<x:s># .",
+        "<x:s> <x:p> \"5\"^^<x:int> . .",
+        "<x:s> <x:p> \"5\"^^<x:int>. .",
+        "<x:s> <x:p>\"5\"^^<x:int>. .",
+        "<x:s><x:p>\"5\"^^<x:int>.x .",
+        "<x:s><x:p>\"5\"^^<x:int>._ .",
+        "<x:s><x:p>\"5\"^^<x:int>.<> .",
+        "<x:s> <x:p> \"5\"^^<x:int> ..",
+        "<x:s> <x:p>",
+        "<x:s> <x:p> #.",
+        "<x:s>",
+        "\"5\"^^<x:int> .",
+        "<x:p> \"5\"^^<x:int> .",
+        ".",
+        " .", // statements over several lines
+        "<x:s> <x:p> \"\"\"5 .",
+        "6\"\"\"^^<x:int> .",
+        "<x:s> <x:p> \"\"\"5\"\"\"^^<x:int> .",
+        "<x:s> <x:p> '''5 .",
+        "6'''^^<x:int> .",
+        "<x:s> <x:p> '5'^^<x:int> .",
+        "<x:s> <x:p> \"5 .",
+        "6\"^^<x:int> .",
+        "<x:s> <x:p> <x:o .",
+        "o> .",
+        "<x:s> <x:p> \"\\u0035\"^^<x:int> .",
+        "<x:s> <x:p> \"5\\t\"^^<x:int> .",
+        "<x:s> <x:p> \"\\\"\" .",
+        "<x:\\u0073> <x:p> \"5\"^^<x:int> .",
+        "<x:s> <x:p> \"\\x\" .",
+        "<x:s> <x:p> \"5\\", // escapes
+        "<x:s> <x:p> \"\xC3\xA9\" .",
+        "<x:s> <x:p> \"\xff\" .",
+        "<x:\xff> <x:p> \"5\"^^<x:int> .",
+        "<x:s> <x:p> \"\xC3\" .",
+        "<x:s> <x:p> \"5\"@en .",
+        "<x:s> <x:p> \"5\"@en.",
+        "<x:s> <x:p> _:b .",
+        "<x:s> <x:p> _:b.",
+        "_:b1 <x:p> _:genid2 .",
+        "_:b. <x:p> <x:o> .",
+        "<s> <x:p> <x:o> .",
+        "<> <> <> .",
+        "<x:s> <x:p> 5 .",
+        "<x:s> <x:p> true .",
+        "<x:s> a <x:o> .",
+        "x:s <x:p> <x:o> .",
+        "<x:s> <x:p> x:o .",
+        "<x:s> <x:p> \"5\"^^x:int .",
+        "[] <x:p> <x:o> .",
+        "<x:s> <x:p> [] .",
+        "() <x:p> <x:o> .",
+        "<x:s> <x:p> () .",
+        "@prefix x: <x:> .",
+        "<x:s> <x:p> <x:o>, <x:q> .", // Turtle
+        "<x:s> <x:p> <x:o> <x:g> <x:h> .",
+        "<x:s> <x:p> <x:o> \"g\" .",
+        "hello",
+        std::string("<x:s> <x:p> \"5\0\"^^<x:int> .", 28),
+        std::string(1, '\0'),
+        std::string("#\0", 2),
+        "<x:s> <x:p> \"" + std::string(70000, '5') + "\" .",
+        "<x:s> <x:p> \"" + std::string(70000, '5') + " .",
+        std::string(70000, ' ') + "<x:s> <x:p> \"5\"^^<x:int> .", // longer than what one parser reads
     };
     for (const RDFFormat format : {RDFFormat::N_TRIPLES, RDFFormat::N_QUADS})
         for (const std::string& first : unusual)
             for (const std::string& second : unusual) {
                 const std::string last = first + "\n";
-                const std::vector<std::string> lines = {last, usual[0], last, second + "\n", usual[0], usual[1], usual[2], last, usual[2], second}; // the last one without a line end
+                const std::vector<std::string> lines = {
+                    last,     usual[0], last, second + "\n", usual[0],
+                    usual[1], usual[2], last, usual[2],      second}; // the last one without a line end
                 if (first.size() + second.size() > 100 && first.size() != second.size())
                     continue; // long ones by themselves
                 if (readInOneBlock(lines, format) != readInBlocksOfOneLine(lines, format)) {
@@ -370,8 +465,11 @@ TEST(LineReader, LineNumbersAreRightThroughManyBytes) {
 
 // What was passed of a line before its error is not passed again, although the line is read again.
 TEST(LineReader, StatementsOfADamagedLineArePassedOnce) {
-    const std::string damaged = "<x:s> <x:p> \"5\"^^<x:int> . <x:s> <x:p> \"6\"^^<x:int> . <x:s> <x:p> 7 . <x:s> <x:p> \"8\"^^<x:int> .\n";
-    EXPECT_EQ(readInOneBlock({makeLine("4"), damaged, makeLine("9")}, RDFFormat::N_TRIPLES), "1 4^^int\n2 5^^int\n2 6^^int\n3 9^^int\n4 statements, 1 damaged lines\n2:67 expected: ':', '<', or '_'\n");
+    const std::string damaged =
+        "<x:s> <x:p> \"5\"^^<x:int> . <x:s> <x:p> \"6\"^^<x:int> . <x:s> <x:p> 7 . <x:s> <x:p> \"8\"^^<x:int> .\n";
+    EXPECT_EQ(
+        readInOneBlock({makeLine("4"), damaged, makeLine("9")}, RDFFormat::N_TRIPLES),
+        "1 4^^int\n2 5^^int\n2 6^^int\n3 9^^int\n4 statements, 1 damaged lines\n2:67 expected: ':', '<', or '_'\n");
 }
 
 TEST(LineReader, TheSinkCanStopAndCanThrow) {
@@ -432,26 +530,46 @@ TEST(TurtleReader, LiteralsHaveTheirLinesAndDatatypes) {
     } rows[] = {
         {"empty", "", ""},
         {"only comments", "# one\n\n # two", ""},
-        {"shorthands", prefixes + "x:s x:p 5 , -5.0 , 5e0 , true .\n", "3 5^^integer\n3 -5.0^^decimal\n3 5e0^^double\n3 true^^boolean\n"},
-        {"an integer before a full stop", prefixes + "x:s x:p 5.\nx:s x:p -6.x:s x:p \"7\".\nx:s x:p 8.", "3 5^^integer\n4 -6^^integer\n5 8^^integer\n"},
-        {"newline at once", prefixes + "x:s x:p 5\n,6\n\n, 7.5\n; x:q\n\"8\"^^xsd:int\n.", "3 5^^integer\n4 6^^integer\n6 7.5^^decimal\n8 8^^int\n"},
+        {"shorthands", prefixes + "x:s x:p 5 , -5.0 , 5e0 , true .\n",
+         "3 5^^integer\n3 -5.0^^decimal\n3 5e0^^double\n3 true^^boolean\n"},
+        {"an integer before a full stop", prefixes + "x:s x:p 5.\nx:s x:p -6.x:s x:p \"7\".\nx:s x:p 8.",
+         "3 5^^integer\n4 -6^^integer\n5 8^^integer\n"},
+        {"newline at once", prefixes + "x:s x:p 5\n,6\n\n, 7.5\n; x:q\n\"8\"^^xsd:int\n.",
+         "3 5^^integer\n4 6^^integer\n6 7.5^^decimal\n8 8^^int\n"},
         {"carriage returns", "@prefix x: <x:> .\r\nx:s x:p 5 .\r\nx:s x:p 6 .\r\n", "2 5^^integer\n3 6^^integer\n"},
-        {"lists and brackets", prefixes + "x:s x:p ( 5\n6 ) , [ x:q 7 ;\n x:r 8 ] .", "3 5^^integer\n4 6^^integer\n4 7^^integer\n5 8^^integer\n"},
-        {"long texts count to their end", prefixes + "x:s x:p \"\"\"5\n6\"\"\"^^xsd:int ,\n7 .", "4 5\n6^^int\n5 7^^integer\n"},
-        {"a prefix with another meaning", "@prefix x: <x:a#> . x:s x:p \"1\"^^x:t .\n@prefix x: <x:b> . x:s x:p \"2\"^^x:t .", "1 1^^t\n2 2^^bt\n"},
+        {"lists and brackets", prefixes + "x:s x:p ( 5\n6 ) , [ x:q 7 ;\n x:r 8 ] .",
+         "3 5^^integer\n4 6^^integer\n4 7^^integer\n5 8^^integer\n"},
+        {"long texts count to their end", prefixes + "x:s x:p \"\"\"5\n6\"\"\"^^xsd:int ,\n7 .",
+         "4 5\n6^^int\n5 7^^integer\n"},
+        {"a prefix with another meaning",
+         "@prefix x: <x:a#> . x:s x:p \"1\"^^x:t .\n@prefix x: <x:b> . x:s x:p \"2\"^^x:t .", "1 1^^t\n2 2^^bt\n"},
         {"a relative datatype", "@base <http://www.w3.org/2001/XMLSchema> .\n<s> <p> \"5\"^^<#int> .", "2 5^^int\n"},
         {"relative IRIs without a base", "<s> <p> 5 .\n<../s> <> 6 .", "1 5^^integer\n2 6^^integer\n"},
         {"byte order mark", "\xEF\xBB\xBF<s> <p> 5 .", "1 5^^integer\n"},
         {"SPARQL directives", "PREFIX x: <x:>\nBASE <http://b/>\nx:s x:p 5 .", "3 5^^integer\n"},
-        {"damaged in the middle", prefixes + "x:s x:p 5 .\nx:s x:p 6 7 .\nx:s x:p 8 .\n", "3 5^^integer\n4 6^^integer\n4:11 missing ';' or '.'\n"},
-        {"damaged in brackets", prefixes + "x:s x:p 5 , [ x:q ] .\nx:s x:p 8 .\n", "3 5^^integer\n3:19 expected prefixed name\n"},
-        {"ends in a statement", prefixes + "x:s x:p 5 , 6\n", "3 5^^integer\n3 6^^integer\n4:1 the file ends in the middle of a statement\n"},
+        {"damaged in the middle", prefixes + "x:s x:p 5 .\nx:s x:p 6 7 .\nx:s x:p 8 .\n",
+         "3 5^^integer\n4 6^^integer\n4:11 missing ';' or '.'\n"},
+        {"damaged in brackets", prefixes + "x:s x:p 5 , [ x:q ] .\nx:s x:p 8 .\n",
+         "3 5^^integer\n3:19 expected prefixed name\n"},
+        {"ends in a statement", prefixes + "x:s x:p 5 , 6\n",
+         "3 5^^integer\n3 6^^integer\n4:1 the file ends in the middle of a statement\n"},
         {"ends in a text", prefixes + "x:s x:p \"5", "3:11 the file ends in the middle of a statement\n"},
         {"no statement", prefixes + "hello\n", "4:1 the file ends in the middle of a statement\n"},
-        {"an unknown prefix", prefixes + "x:s x:p 5 .\nx:s y:p 6 .\n", "3 5^^integer\n4:10 the prefix 'y:' is not declared\n"},
-        {"an unknown prefix of a datatype", prefixes + "x:s x:p \"6\"^^y:int .\n", "3:19 the prefix of the datatype 'y:int' is not declared\n"},
-        {"a NUL byte", prefixes + "x:s x:p 5 .\n" + std::string("\0 x:s x:p 6 .\n", 14), "3 5^^integer\n4:1 a NUL byte: this is no text\n"},
-        {"nested too deeply", prefixes + [] { std::string text = "x:s x:p "; for (int index = 0; index < 300000; ++index) text += '('; return text; }(), "BRACKETS"},
+        {"an unknown prefix", prefixes + "x:s x:p 5 .\nx:s y:p 6 .\n",
+         "3 5^^integer\n4:10 the prefix 'y:' is not declared\n"},
+        {"an unknown prefix of a datatype", prefixes + "x:s x:p \"6\"^^y:int .\n",
+         "3:19 the prefix of the datatype 'y:int' is not declared\n"},
+        {"a NUL byte", prefixes + "x:s x:p 5 .\n" + std::string("\0 x:s x:p 6 .\n", 14),
+         "3 5^^integer\n4:1 a NUL byte: this is no text\n"},
+        {"nested too deeply",
+         prefixes +
+             [] {
+                 std::string text = "x:s x:p ";
+                 for (int index = 0; index < 300000; ++index)
+                     text += '(';
+                 return text;
+             }(),
+         "BRACKETS"},
     };
     TemporaryDirectory directory;
     for (const auto& row : rows)
@@ -470,13 +588,15 @@ TEST(TurtleReader, LinesAreRightAcrossBuffers) {
     std::string content = "@prefix x: <x:> .\n";
     std::string expected;
     for (int number = 2; number < 60000; ++number) {
-        content += number % 3 == 0 ? "x:s x:p " + std::to_string(number) + ".\n" : "x:s x:p " + std::to_string(number) + "\n; x:q [] .\n";
+        content += number % 3 == 0 ? "x:s x:p " + std::to_string(number) + ".\n"
+                                   : "x:s x:p " + std::to_string(number) + "\n; x:q [] .\n";
         content += number % 3 == 0 ? "\n" : "";
         expected += std::to_string(2 * number - 2) + " " + std::to_string(number) + "^^integer\n";
     }
     ASSERT_GT(content.size(), 3u * 256 * 1024);
     TemporaryDirectory directory;
-    for (const std::string& path : {directory.write("plain.ttl", content), directory.write("packed.ttl", gzip(content))}) {
+    for (const std::string& path :
+         {directory.write("plain.ttl", content), directory.write("packed.ttl", gzip(content))}) {
         RecordingSink sink;
         EXPECT_TRUE(readTurtle(path, RDFFormat::TURTLE, sink) == expected);
     }
@@ -485,7 +605,12 @@ TEST(TurtleReader, LinesAreRightAcrossBuffers) {
 TEST(TurtleReader, GraphsOfTriGAreRead) {
     TemporaryDirectory directory;
     RecordingSink sink;
-    EXPECT_EQ(readTurtle(directory.write("file", "@prefix x: <x:> .\nx:g { x:s x:p 5 .\nx:s x:p 6 }\nGRAPH x:h { x:s x:p 7 }\n{ x:s x:p 8 }"), RDFFormat::TRIG, sink), "2 5^^integer\n3 6^^integer\n4 7^^integer\n5 8^^integer\n");
+    EXPECT_EQ(
+        readTurtle(
+            directory.write(
+                "file", "@prefix x: <x:> .\nx:g { x:s x:p 5 .\nx:s x:p 6 }\nGRAPH x:h { x:s x:p 7 }\n{ x:s x:p 8 }"),
+            RDFFormat::TRIG, sink),
+        "2 5^^integer\n3 6^^integer\n4 7^^integer\n5 8^^integer\n");
 }
 
 TEST(TurtleReader, ATruncatedGzipFileFailsWithItsLine) {
@@ -502,7 +627,11 @@ TEST(TurtleReader, ATruncatedGzipFileFailsWithItsLine) {
     const std::string readable = readAll(path, failure);
     RecordingSink sink;
     const std::string result = readTurtle(path, RDFFormat::TURTLE, sink);
-    EXPECT_NE(result.find("\n" + std::to_string(std::count(readable.begin(), readable.end(), '\n') + 1) + " the gzip data is cut off"), std::string::npos);
+    EXPECT_NE(
+        result.find(
+            "\n" + std::to_string(std::count(readable.begin(), readable.end(), '\n') + 1) +
+            " the gzip data is cut off"),
+        std::string::npos);
     EXPECT_GT(sink.m_statements, 100u);
 }
 
@@ -524,8 +653,15 @@ TEST(RDFFormat, TheExtensionTellsAlsoBeforeGz) {
         const char* path;
         std::optional<RDFFormat> expected;
     } rows[] = {
-        {"a.nt", RDFFormat::N_TRIPLES}, {"a.nq.gz", RDFFormat::N_QUADS}, {"dir.x/a.b.ttl", RDFFormat::TURTLE}, {"A.TRIG.GZ", RDFFormat::TRIG},
-        {"a", std::nullopt}, {"dir.ttl/a", std::nullopt}, {"a.gz", std::nullopt}, {"ttl", std::nullopt}, {"a.rdf", std::nullopt},
+        {"a.nt", RDFFormat::N_TRIPLES},
+        {"a.nq.gz", RDFFormat::N_QUADS},
+        {"dir.x/a.b.ttl", RDFFormat::TURTLE},
+        {"A.TRIG.GZ", RDFFormat::TRIG},
+        {"a", std::nullopt},
+        {"dir.ttl/a", std::nullopt},
+        {"a.gz", std::nullopt},
+        {"ttl", std::nullopt},
+        {"a.rdf", std::nullopt},
     };
     for (const auto& row : rows)
         EXPECT_EQ(tryGetFormatOfPath(row.path), row.expected) << row.path;

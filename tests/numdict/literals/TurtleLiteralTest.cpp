@@ -1,5 +1,5 @@
-#include "numdict/literals/LiteralDescription.h"
 #include "numdict/literals/TurtleLiteral.h"
+#include "numdict/literals/LiteralDescription.h"
 #include "numdict/literals/TurtleText.h"
 
 #include <gtest/gtest.h>
@@ -61,9 +61,36 @@ TEST(TurtleLiteral, AnythingElseIsAnErrorWithItsColumn) {
         const char* text;
         size_t column;
     } rows[] = {
-        {"", 1}, {"  ", 3}, {"hello", 1}, {"5 6", 3}, {"5.", 2}, {"5x", 2}, {"+", 1}, {".", 1}, {"--5", 1}, {"5e", 3}, {"\"5", 3}, {"\"5'", 4}, {"\"\"\"5\"\"", 7}, {"\"a\nb\"", 3},
-        {"\"\\x\"", 3}, {"\"\\u12\"", 6}, {"\"\\uD800\"", 8}, {"\"\\U00110000\"", 12}, {"\"5\"^xsd:int", 4}, {"\"5\"^^", 6}, {"\"5\"^^foo:int", 6}, {"\"5\"^^xsd:", 10}, {"\"5\"^^<int>", 11},
-        {"\"5\"^^<http://a b>", 15}, {"\"5\"^^<http://a", 15}, {"\"5\"@", 5}, {"\"5\"@en-", 7}, {"\"5\"^^xsd:int .", 14}, {"<x:5>", 1}, {"trueish", 5},
+        {"", 1},
+        {"  ", 3},
+        {"hello", 1},
+        {"5 6", 3},
+        {"5.", 2},
+        {"5x", 2},
+        {"+", 1},
+        {".", 1},
+        {"--5", 1},
+        {"5e", 3},
+        {"\"5", 3},
+        {"\"5'", 4},
+        {"\"\"\"5\"\"", 7},
+        {"\"a\nb\"", 3},
+        {"\"\\x\"", 3},
+        {"\"\\u12\"", 6},
+        {"\"\\uD800\"", 8},
+        {"\"\\U00110000\"", 12},
+        {"\"5\"^xsd:int", 4},
+        {"\"5\"^^", 6},
+        {"\"5\"^^foo:int", 6},
+        {"\"5\"^^xsd:", 10},
+        {"\"5\"^^<int>", 11},
+        {"\"5\"^^<http://a b>", 15},
+        {"\"5\"^^<http://a", 15},
+        {"\"5\"@", 5},
+        {"\"5\"@en-", 7},
+        {"\"5\"^^xsd:int .", 14},
+        {"<x:5>", 1},
+        {"trueish", 5},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);

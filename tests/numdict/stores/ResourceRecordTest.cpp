@@ -42,7 +42,9 @@ TEST(ResourceRecord, WhatIsWrittenIsReadBack) {
                 const ResourceRecord& record = std::get<ResourceRecord>(parsed);
                 EXPECT_EQ(record.m_resourceID, 123u);
                 EXPECT_EQ(record.m_value.datatypeID, value.datatypeID);
-                EXPECT_EQ(std::string(record.m_value.buffer, record.m_value.buffer + 16), std::string(value.buffer, value.buffer + 16));
+                EXPECT_EQ(
+                    std::string(record.m_value.buffer, record.m_value.buffer + 16),
+                    std::string(value.buffer, value.buffer + 16));
             }
 }
 
@@ -63,15 +65,19 @@ TEST(ResourceRecord, LinesAreReadWithTheirOddities) {
         const char* expected;
     } rows[] = {
         {"blanks", "  7   xsd:int  \"5\"^^xsd:int  ", "7\txsd:int\t\"5\"^^xsd:int\n"},
-        {"not canonical", "7\txsd:int\t\"+05\"^^<http://www.w3.org/2001/XMLSchema#int>", "7\txsd:int\t\"5\"^^xsd:int\n"},
+        {"not canonical", "7\txsd:int\t\"+05\"^^<http://www.w3.org/2001/XMLSchema#int>",
+         "7\txsd:int\t\"5\"^^xsd:int\n"},
         {"CSV with quotes everywhere", "7,\"xsd:int\",\"\"\"5\"\"^^xsd:int\"\r", "7\txsd:int\t\"5\"^^xsd:int\n"},
-        {"JSON in another order", "{ \"literal\": \"5\", \"more\": [1], \"datatype\": \"xsd:integer\", \"id\": 7 }", "7\txsd:integer\t5\n"},
+        {"JSON in another order", "{ \"literal\": \"5\", \"more\": [1], \"datatype\": \"xsd:integer\", \"id\": 7 }",
+         "7\txsd:integer\t5\n"},
         {"largest ID", "18446744073709551615 xsd:integer 5", "18446744073709551615\txsd:integer\t5\n"},
         {"ID beyond 64 bits", "18446744073709551616 xsd:integer 5", "'18446744073709551616' is no resource ID"},
         {"negative ID", "-1 xsd:integer 5", "'-1' is no resource ID"},
         {"ID alone", "5", "'' is no Turtle literal: a literal is missing"},
-        {"CSV without end of quotes", "7,xsd:int,\"5", "this is no line of three fields separated by commas: ID, datatype, literal"},
-        {"JSON with a text as ID", "{\"id\":\"7\",\"datatype\":\"xsd:integer\",\"literal\":\"5\"}", "the object needs 'id' (a number), 'datatype' and 'literal' (texts)"},
+        {"CSV without end of quotes", "7,xsd:int,\"5",
+         "this is no line of three fields separated by commas: ID, datatype, literal"},
+        {"JSON with a text as ID", "{\"id\":\"7\",\"datatype\":\"xsd:integer\",\"literal\":\"5\"}",
+         "the object needs 'id' (a number), 'datatype' and 'literal' (texts)"},
         {"JSON array", "{}[]", "this is no JSON object"},
     };
     for (const auto& row : rows) {

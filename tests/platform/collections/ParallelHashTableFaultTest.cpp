@@ -21,8 +21,7 @@ using test::SystemCallHook;
 using test::TableKitNames;
 
 template<typename Kit>
-class ParallelHashTableFaultOf : public test::TableTest<Kit> {
-};
+class ParallelHashTableFaultOf : public test::TableTest<Kit> { };
 
 TYPED_TEST_SUITE(ParallelHashTableFaultOf, AllTableKits, TableKitNames);
 

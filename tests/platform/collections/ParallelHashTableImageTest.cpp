@@ -19,8 +19,7 @@ using test::MemoryOutputStream;
 using test::TableKitNames;
 
 template<typename Kit>
-class ParallelHashTableImageOf : public test::TableTest<Kit> {
-};
+class ParallelHashTableImageOf : public test::TableTest<Kit> { };
 
 TYPED_TEST_SUITE(ParallelHashTableImageOf, AllTableKits, TableKitNames);
 
@@ -45,7 +44,12 @@ struct ImageFields {
 
     std::string getBytes() const {
         MemoryOutputStream output;
-        output.put(headerLength).putText(header).put(numberOfBuckets).put(resizeThreshold).put(usedCount).put(deletedCount);
+        output.put(headerLength)
+            .putText(header)
+            .put(numberOfBuckets)
+            .put(resizeThreshold)
+            .put(usedCount)
+            .put(deletedCount);
         for (const uint32_t freeReservation : freeReservations)
             output.put(freeReservation);
         output.put(maximumNumberOfItems);
@@ -53,7 +57,6 @@ struct ImageFields {
             output.put(end).putText(buckets);
         return output.getBytes();
     }
-
 };
 
 /// The bucket of an entry as bytes: the key word, padding, and for integers the value.
@@ -80,7 +83,9 @@ void load(Kit& kit, const std::string& image) {
 }
 
 void expectWrongHeader(const std::function<void()>& action) {
-    test::expectError("Engine/core/platform/collections/ParallelHashTableImpl", 472, "Invalid input file: cannot load ParallelHashTable.", action);
+    test::expectError(
+        "Engine/core/platform/collections/ParallelHashTableImpl", 472,
+        "Invalid input file: cannot load ParallelHashTable.", action);
 }
 
 }
@@ -99,8 +104,11 @@ TYPED_TEST(ParallelHashTableImageOf, IsTheHeaderTheCountsTheReservationsAndTheBu
     fields.usedCount = 100;
     fields.deletedCount = 1;
     fields.freeReservations[s_currentThreadContextIndex] = 98;
-    fields.buckets.replace(3 * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE, getBucketBytes<TypeParam>(live.m_keyWord, liveKey));
-    fields.buckets.replace(1023 * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE, getBucketBytes<TypeParam>(TypeParam::Table::DELETED, deletedKey));
+    fields.buckets.replace(
+        3 * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE, getBucketBytes<TypeParam>(live.m_keyWord, liveKey));
+    fields.buckets.replace(
+        1023 * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE,
+        getBucketBytes<TypeParam>(TypeParam::Table::DELETED, deletedKey));
     EXPECT_EQ(save(kit), fields.getBytes());
 }
 
@@ -119,11 +127,14 @@ TYPED_TEST(ParallelHashTableImageOf, LoadsWhatIsWrittenByHand) {
     fields.freeReservations[255] = 99;
     const std::string deletedBucket = getBucketBytes<TypeParam>(TypeParam::Table::DELETED, kit.getKeyWithHash(0));
     fields.buckets = std::string(2048 * TypeParam::BUCKET_SIZE, '\0');
-    const auto setBucket = [&](size_t index, const std::string& bytes) { fields.buckets.replace(index * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE, bytes); };
+    const auto setBucket = [&](size_t index, const std::string& bytes) {
+        fields.buckets.replace(index * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE, bytes);
+    };
     setBucket(9, getBucketBytes<TypeParam>(kit.createKeyWord(keyInPlace, 1), keyInPlace));
     setBucket(10, deletedBucket);
     setBucket(11, getBucketBytes<TypeParam>(kit.createKeyWord(keyBehindDeleted, 2), keyBehindDeleted));
-    setBucket(2047, getBucketBytes<TypeParam>(kit.createKeyWord(kit.getKeyWithHash(4095), 3), kit.getKeyWithHash(4095)));
+    setBucket(
+        2047, getBucketBytes<TypeParam>(kit.createKeyWord(kit.getKeyWithHash(4095), 3), kit.getKeyWithHash(4095)));
     setBucket(0, getBucketBytes<TypeParam>(kit.createKeyWord(keyWrapped, 4), keyWrapped));
     fields.usedCount = 4 + 1 + 95 + 100 + 99;
 
@@ -208,9 +219,12 @@ TYPED_TEST(ParallelHashTableImageOf, AnImageCutAnywhereEndsTooEarly) {
         kit.insert(kit.getKeyWithHash(id), id);
     const std::string image = save(kit);
     TypeParam target;
-    for (size_t length = 0; length < image.size(); length += length < HEADER_SIZE + FIELDS_SIZE + 100 || length + 50 > image.size() ? 1 : 97) {
+    for (size_t length = 0; length < image.size();
+         length += length < HEADER_SIZE + FIELDS_SIZE + 100 || length + 50 > image.size() ? 1 : 97) {
         SCOPED_TRACE(length);
-        test::expectError("Engine/core/platform/stream/InputStream", 23, "Premature end of file.", [&] { load(target, image.substr(0, length)); });
+        test::expectError("Engine/core/platform/stream/InputStream", 23, "Premature end of file.", [&] {
+            load(target, image.substr(0, length));
+        });
         ASSERT_EQ(target.m_memoryManager.getChargedBytes(), target.m_table.getCommittedBytes());
     }
     target.m_table.initialize(1024); // what a failure leaves can be initialised again
@@ -221,7 +235,9 @@ TYPED_TEST(ParallelHashTableImageOf, AnImageCutAnywhereEndsTooEarly) {
 TYPED_TEST(ParallelHashTableImageOf, AWrongLengthOfTheHeaderIsRefusedAfterEightBytes) {
     TypeParam kit;
     kit.insert(kit.getKeyWithHash(1), 1);
-    for (const uint64_t length : {uint64_t(0), uint64_t(15), uint64_t(16), uint64_t(18), (uint64_t(1) << 32) + 17, std::numeric_limits<uint64_t>::max()}) {
+    for (const uint64_t length :
+         {uint64_t(0), uint64_t(15), uint64_t(16), uint64_t(18), (uint64_t(1) << 32) + 17,
+          std::numeric_limits<uint64_t>::max()}) {
         SCOPED_TRACE(length);
         ImageFields fields;
         fields.headerLength = length;

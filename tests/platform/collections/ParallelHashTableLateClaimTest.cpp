@@ -38,12 +38,12 @@ public:
             return Entries::Policy::getKeyWord(bucket);
         }
 
-        static const std::atomic<KeyWord>& getKeyWord(const Bucket& bucket) noexcept { return Entries::Policy::getKeyWord(bucket); }
-
+        static const std::atomic<KeyWord>& getKeyWord(const Bucket& bucket) noexcept {
+            return Entries::Policy::getKeyWord(bucket);
+        }
     };
 
     Policy getPolicy() const { return Policy{Entries::getPolicy()}; }
-
 };
 
 template<typename R>
@@ -52,7 +52,9 @@ using HookedIntegers = test::TableKit<HookedEntries<test::IntegerEntries<R>>>;
 template<typename R>
 using HookedDecimals = test::TableKit<HookedEntries<test::DecimalEntries<R>>>;
 
-using HookedKits = testing::Types<HookedIntegers<unsigned int>, HookedIntegers<unsigned long>, HookedDecimals<unsigned int>, HookedDecimals<unsigned long>>;
+using HookedKits = testing::Types<
+    HookedIntegers<unsigned int>, HookedIntegers<unsigned long>, HookedDecimals<unsigned int>,
+    HookedDecimals<unsigned long>>;
 
 struct HookedKitNames {
     template<typename Kit>
@@ -96,7 +98,6 @@ protected:
     }
 
     Kit m_kit;
-
 };
 
 TYPED_TEST_SUITE(ParallelHashTableLateClaim, HookedKits, HookedKitNames);
@@ -145,11 +146,15 @@ TYPED_TEST(ParallelHashTableLateClaim, ABucketThatIsGivenUpIsTaken) {
     s_beforeClaim = [&] {
         other = std::thread([&] {
             ThreadSlots::ensureSlot();
-            EXPECT_THROW(kit.m_table.findOrInsert(kit.getKeyWithHash(77), [&](const auto&) -> typename TypeParam::Table::Entry {
-                isClaimed = true;
-                test::letOthersRun(); // this bucket is waited for
-                throw std::bad_alloc();
-            }), std::bad_alloc);
+            EXPECT_THROW(
+                kit.m_table.findOrInsert(
+                    kit.getKeyWithHash(77),
+                    [&](const auto&) -> typename TypeParam::Table::Entry {
+                        isClaimed = true;
+                        test::letOthersRun(); // this bucket is waited for
+                        throw std::bad_alloc();
+                    }),
+                std::bad_alloc);
         });
         test::waitUntil([&] { return isClaimed.load(); });
     };

@@ -18,8 +18,7 @@ using test::AllTableKits;
 using test::TableKitNames;
 
 template<typename Kit>
-class ParallelHashTablePropertyOf : public test::TableTest<Kit> {
-};
+class ParallelHashTablePropertyOf : public test::TableTest<Kit> { };
 
 TYPED_TEST_SUITE(ParallelHashTablePropertyOf, AllTableKits, TableKitNames);
 
@@ -36,7 +35,7 @@ struct Model {
 
     std::unordered_map<uint64_t, Entry> m_entries; // by the index of the key
     size_t m_numberOfBuckets = 1024;
-    uint64_t m_handedOut = 0;   // live, deleted, reserved
+    uint64_t m_handedOut = 0; // live, deleted, reserved
     uint64_t m_reservation = 0; // of the one thread
     uint64_t m_deleted = 0;
 
@@ -71,7 +70,6 @@ struct Model {
             needed *= 2;
         m_numberOfBuckets = std::min(m_numberOfBuckets, needed);
     }
-
 };
 
 uint64_t getSeed(uint64_t seed) {
@@ -93,7 +91,8 @@ TYPED_TEST(ParallelHashTablePropertyOf, BehavesLikeAMapUnderRandomOperations) {
         // Half of the keys crowd at a few start buckets, at the ends of arrays of all sizes among them.
         std::vector<typename Kit::Key> keys;
         for (size_t index = 0; index < 2500; ++index)
-            keys.push_back(kit.getKeyWithHash(index % 2 == 0 ? random() : (random() << 11) + 1020 + random() % 4 * 256));
+            keys.push_back(
+                kit.getKeyWithHash(index % 2 == 0 ? random() : (random() << 11) + 1020 + random() % 4 * 256));
         uint64_t nextID = 2;
         const unsigned deletions = static_cast<unsigned>(round % 3) * 20; // rounds that grow, and rounds that churn
         const size_t steps = 8000 / test::STRESS_DIVISOR;
@@ -155,7 +154,8 @@ TYPED_TEST(ParallelHashTablePropertyOf, BehavesLikeAMapUnderRandomOperations) {
                 ASSERT_EQ(kit.m_numberOfLiveBuckets, model.m_entries.size());
                 for (size_t keyIndex = 0; keyIndex < keys.size(); ++keyIndex) {
                     const auto entry = model.m_entries.find(keyIndex);
-                    ASSERT_EQ(kit.find(keys[keyIndex]), entry == model.m_entries.end() ? 0 : entry->second.m_resourceID);
+                    ASSERT_EQ(
+                        kit.find(keys[keyIndex]), entry == model.m_entries.end() ? 0 : entry->second.m_resourceID);
                 }
                 if (testing::Test::HasFailure())
                     return;

@@ -17,8 +17,7 @@ using test::TableKitNames;
 
 /// How the table changes its size and its content as a whole: growing, rebuilding, clearing, shrinking.
 template<typename Kit>
-class ParallelHashTableSizeOf : public test::TableTest<Kit> {
-};
+class ParallelHashTableSizeOf : public test::TableTest<Kit> { };
 
 TYPED_TEST_SUITE(ParallelHashTableSizeOf, AllTableKits, TableKitNames);
 
@@ -46,7 +45,8 @@ void expectExactlySpread(Kit& kit, uint64_t first, uint64_t last) {
 
 template<typename Kit>
 std::string getImage(Kit& kit) {
-    return std::string(reinterpret_cast<const char*>(kit.m_table.getBuckets()), kit.m_table.getNumberOfBuckets() * Kit::BUCKET_SIZE);
+    return std::string(
+        reinterpret_cast<const char*>(kit.m_table.getBuckets()), kit.m_table.getNumberOfBuckets() * Kit::BUCKET_SIZE);
 }
 
 }
@@ -99,7 +99,8 @@ TYPED_TEST(ParallelHashTableSizeOf, WhereMoreThanHalfIsDeletedItIsRebuiltAtItsSi
         uint64_t numberDeleted;
         size_t numberOfBuckets;
     };
-    const Row rows[] = {{"half of the buckets", 512, 2048}, {"one more than half", 513, 1024}, {"every entry", 700, 1024}};
+    const Row rows[] = {
+        {"half of the buckets", 512, 2048}, {"one more than half", 513, 1024}, {"every entry", 700, 1024}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         TypeParam kit;
@@ -116,7 +117,8 @@ TYPED_TEST(ParallelHashTableSizeOf, WhereMoreThanHalfIsDeletedItIsRebuiltAtItsSi
 
         EXPECT_EQ(kit.m_table.getNumberOfBuckets(), row.numberOfBuckets);
         EXPECT_EQ(kit.m_table.getDeletedCount(), 0u);
-        EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), 701 - row.numberDeleted); // the buckets of the deleted are free again
+        EXPECT_EQ(
+            kit.m_table.getNumberOfUsedBuckets(), 701 - row.numberDeleted); // the buckets of the deleted are free again
         expectExactlySpread(kit, row.numberDeleted + 1, 701);
         for (uint64_t index = 1; index <= row.numberDeleted; ++index)
             ASSERT_EQ(kit.find(kit.getKeyWithHash(getSpreadHash(index))), 0u);
@@ -143,7 +145,8 @@ TYPED_TEST(ParallelHashTableSizeOf, GrowthWithoutMemoryLeavesTheTableExactlyAsIt
     insertSpread(kit, 1, 700);
     const std::string image = getImage(kit);
     for (int attempt = 0; attempt < 3; ++attempt) {
-        test::expectOutOfMemory(3 * bytes - 1, 2 * bytes - 1, 2 * bytes, [&] { kit.insert(kit.getKeyWithHash(getSpreadHash(701)), 701); });
+        test::expectOutOfMemory(
+            3 * bytes - 1, 2 * bytes - 1, 2 * bytes, [&] { kit.insert(kit.getKeyWithHash(getSpreadHash(701)), 701); });
         EXPECT_EQ(kit.m_table.getNumberOfBuckets(), 1024u);
         EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), 700u);
         EXPECT_EQ(kit.m_table.getResizeThreshold(), 716u);
@@ -165,9 +168,8 @@ TYPED_TEST(ParallelHashTableSizeOf, AThreadThatHasAReservationGoesOnWhereOthersC
     const size_t bytes = 1024 * TypeParam::BUCKET_SIZE;
     TypeParam kit(bytes);
     insertSpread(kit, 1, 601);
-    test::runThreads(1, [&](size_t) {
-        EXPECT_THROW(kit.insert(kit.getKeyWithHash(getSpreadHash(5000)), 5000), KavixException);
-    });
+    test::runThreads(
+        1, [&](size_t) { EXPECT_THROW(kit.insert(kit.getKeyWithHash(getSpreadHash(5000)), 5000), KavixException); });
     insertSpread(kit, 602, 700);
     expectExactlySpread(kit, 1, 700);
 }
@@ -193,7 +195,10 @@ TYPED_TEST(ParallelHashTableSizeOf, ClearingRemovesEverythingAndKeepsTheSize) {
 TYPED_TEST(ParallelHashTableSizeOf, ClearingATableWithNothingButReservationsChangesNothing) {
     TypeParam kit;
     // A failed insertion leaves a reservation of 100 and no entry.
-    EXPECT_THROW(kit.m_table.findOrInsert(kit.getKeyWithHash(1), [](const auto&) -> typename TypeParam::Table::Entry { throw 1; }), int);
+    EXPECT_THROW(
+        kit.m_table.findOrInsert(
+            kit.getKeyWithHash(1), [](const auto&) -> typename TypeParam::Table::Entry { throw 1; }),
+        int);
     kit.m_table.clear();
     // The reservation is still there: seven batches in all, and the first of them was paid before.
     insertSpread(kit, 1, 700);
@@ -252,7 +257,9 @@ TYPED_TEST(ParallelHashTableSizeOf, ShrinksToWhatItsContentNeeds) {
 
 TYPED_TEST(ParallelHashTableSizeOf, ShrinkingKeepsClustersThatWrapReachable) {
     // Clusters across every border that shrinking folds: the end, the smaller end, and where the tail lands.
-    for (const uint64_t start : {uint64_t(4090), uint64_t(1018), uint64_t(2040), uint64_t(3066), uint64_t(0), uint64_t(1024), uint64_t(4000)}) {
+    for (const uint64_t start :
+         {uint64_t(4090), uint64_t(1018), uint64_t(2040), uint64_t(3066), uint64_t(0), uint64_t(1024),
+          uint64_t(4000)}) {
         SCOPED_TRACE(start);
         TypeParam kit;
         kit.m_table.initialize(4096);

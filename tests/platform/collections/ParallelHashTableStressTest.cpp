@@ -29,7 +29,9 @@ protected:
 
     static constexpr std::array<size_t, 5> THREAD_COUNTS{1, 2, 8, 32, 256};
 
-    static size_t limitToFreeSlots(size_t numberOfThreads) { return std::min(numberOfThreads, test::getNumberOfFreeSlots()); }
+    static size_t limitToFreeSlots(size_t numberOfThreads) {
+        return std::min(numberOfThreads, test::getNumberOfFreeSlots());
+    }
 
     static typename Kit::Key getKey(uint64_t index) { return Kit::getKeyWithHash(index * 0x9e3779b97f4a7c15 >> 3); }
 
@@ -50,7 +52,6 @@ protected:
             EXPECT_EQ(kit.m_numberOfLiveBuckets, numberOfLiveKeys);
         });
     }
-
 };
 
 TYPED_TEST_SUITE(ParallelHashTableStressOf, AllTableKits, TableKitNames);
@@ -105,7 +106,8 @@ TYPED_TEST(ParallelHashTableStressOf, ThreadsThatInsertDifferentKeysLoseNone) {
         const size_t keysPerThread = 40000 / STRESS_DIVISOR / numberOfThreads;
         std::vector<uint64_t> ids(keysPerThread * numberOfThreads);
         test::runThreads(numberOfThreads, [&](size_t threadIndex) {
-            for (size_t index = threadIndex; index < ids.size(); index += numberOfThreads) { // neighbours in the same buckets
+            for (size_t index = threadIndex; index < ids.size();
+                 index += numberOfThreads) { // neighbours in the same buckets
                 ids[index] = index + 1;
                 ASSERT_EQ(kit.insert(this->getKey(index), index + 1).m_resourceID, index + 1);
                 ASSERT_EQ(kit.find(this->getKey(index)), index + 1);
@@ -139,7 +141,8 @@ TYPED_TEST(ParallelHashTableStressOf, LookupsDuringGrowthFindAllThatWasThereAndN
                         isLast = isLast && end + NUMBER_OF_WRITERS > numberOfKeys;
                         if (end == 0)
                             continue;
-                        const size_t index = random() % ((end - 1 - writer) / NUMBER_OF_WRITERS + 1) * NUMBER_OF_WRITERS + writer;
+                        const size_t index =
+                            random() % ((end - 1 - writer) / NUMBER_OF_WRITERS + 1) * NUMBER_OF_WRITERS + writer;
                         ASSERT_EQ(kit.find(this->getKey(index)), index + 1) << "of " << end;
                         ASSERT_EQ(kit.find(this->getKey(numberOfKeys + random() % numberOfKeys)), 0u);
                         // A key that is being entered is absent or complete.
@@ -300,7 +303,9 @@ TYPED_TEST(ParallelHashTableStressOf, OneInsertionByEachOfAllThreadsReservesABou
     const size_t numberOfThreads = this->limitToFreeSlots(NUMBER_OF_THREAD_SLOTS);
     TypeParam kit;
     std::vector<uint64_t> ids(numberOfThreads);
-    test::runThreads(numberOfThreads, [&](size_t threadIndex) { ids[threadIndex] = kit.insert(this->getKey(threadIndex), threadIndex + 1).m_resourceID; });
+    test::runThreads(numberOfThreads, [&](size_t threadIndex) {
+        ids[threadIndex] = kit.insert(this->getKey(threadIndex), threadIndex + 1).m_resourceID;
+    });
     EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), numberOfThreads);
     EXPECT_LE(kit.m_table.getNumberOfBuckets(), 65536u);
     this->expectExactly(kit, ids);

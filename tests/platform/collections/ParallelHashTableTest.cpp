@@ -18,8 +18,7 @@ using test::TableKit;
 using test::TableKitNames;
 
 template<typename Kit>
-class ParallelHashTableOf : public test::TableTest<Kit> {
-};
+class ParallelHashTableOf : public test::TableTest<Kit> { };
 
 TYPED_TEST_SUITE(ParallelHashTableOf, AllTableKits, TableKitNames);
 
@@ -271,11 +270,15 @@ TYPED_TEST(ParallelHashTableOf, AClaimGivenUpIsTakenByOneThatWaitedForIt) {
     std::vector<uint64_t> ids(4);
     test::runThreads(4, [&](size_t threadIndex) {
         if (threadIndex == 0) {
-            EXPECT_THROW(kit.m_table.findOrInsert(key, [&](const auto&) -> typename TypeParam::Table::Entry {
-                isClaimed = true;
-                test::letOthersRun();
-                throw std::bad_alloc();
-            }), std::bad_alloc);
+            EXPECT_THROW(
+                kit.m_table.findOrInsert(
+                    key,
+                    [&](const auto&) -> typename TypeParam::Table::Entry {
+                        isClaimed = true;
+                        test::letOthersRun();
+                        throw std::bad_alloc();
+                    }),
+                std::bad_alloc);
             return;
         }
         test::waitUntil([&] { return isClaimed.load(); });
@@ -334,15 +337,22 @@ TYPED_TEST(ParallelHashTableOf, AnOperationRunsInsideAfterAnyResize) {
 
 // The values of integers are not key words, so no value is a marker.
 template<typename R>
-class IntegerTable : public test::TableTest<R> {
-};
+class IntegerTable : public test::TableTest<R> { };
 
 using ResourceIDTypes = testing::Types<unsigned int, unsigned long>;
 TYPED_TEST_SUITE(IntegerTable, ResourceIDTypes);
 
 TYPED_TEST(IntegerTable, StoresEveryValueThatLooksLikeAMarker) {
     TableKit<test::IntegerEntries<TypeParam>> kit;
-    const int64_t values[] = {0, -1, -2, 1, std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max(), 0xffffffff, 0xfffffffe, -0x100000000};
+    const int64_t values[] = {0,
+                              -1,
+                              -2,
+                              1,
+                              std::numeric_limits<int64_t>::min(),
+                              std::numeric_limits<int64_t>::max(),
+                              0xffffffff,
+                              0xfffffffe,
+                              -0x100000000};
     uint64_t id = 0;
     for (const int64_t value : values)
         EXPECT_EQ(kit.find(value), 0u) << value;
@@ -378,7 +388,14 @@ TYPED_TEST(IntegerTable, StartsAtTheProductOfTheValue) {
 TEST(DecimalTable, TellsDecimalsApartByBothFields) {
     ThreadSlots::ensureSlot();
     TableKit<test::DecimalEntries<unsigned int>> kit;
-    const XSDDecimal values[] = {XSDDecimal(), XSDDecimal(1), XSDDecimal(-1), XSDDecimal::fromNormalisedFields(1, 1), XSDDecimal::fromNormalisedFields(1, 2), XSDDecimal::fromNormalisedFields(-1, 1), XSDDecimal::fromNormalisedFields(std::numeric_limits<int64_t>::min(), 19)};
+    const XSDDecimal values[] = {
+        XSDDecimal(),
+        XSDDecimal(1),
+        XSDDecimal(-1),
+        XSDDecimal::fromNormalisedFields(1, 1),
+        XSDDecimal::fromNormalisedFields(1, 2),
+        XSDDecimal::fromNormalisedFields(-1, 1),
+        XSDDecimal::fromNormalisedFields(std::numeric_limits<int64_t>::min(), 19)};
     uint64_t id = 0;
     for (const XSDDecimal& value : values)
         EXPECT_EQ(kit.insert(value, ++id).m_resourceID, id);
@@ -399,7 +416,8 @@ TEST(DecimalTable, StartsAtTheHashOfBothFields) {
     EXPECT_EQ(Policy::getHash(XSDDecimal()), getExpected(0, 0));
     EXPECT_EQ(Policy::getHash(XSDDecimal(-1)), getExpected(~uint64_t(0), 0));
     EXPECT_EQ(Policy::getHash(XSDDecimal::fromNormalisedFields(12345, 19)), getExpected(12345, 19));
-    EXPECT_EQ(Policy::getHash(test::DecimalEntries<unsigned int>::getKeyWithHash(0x123456789abcdef)), 0x123456789abcdefu);
+    EXPECT_EQ(
+        Policy::getHash(test::DecimalEntries<unsigned int>::getKeyWithHash(0x123456789abcdef)), 0x123456789abcdefu);
 }
 
 }

@@ -52,7 +52,6 @@ public:
     R createKeyWord(Key, uint64_t resourceID) { return static_cast<R>(resourceID); }
 
     uint64_t readResourceID(uint64_t keyWord) const { return keyWord; }
-
 };
 
 template<typename R>
@@ -66,13 +65,18 @@ public:
 
     static constexpr size_t BUCKET_SIZE = 8;
 
-    DecimalEntries() : m_memoryManager(AMPLE_BUDGET), m_dataPool(m_memoryManager) { m_dataPool.initialize(uint64_t(1) << 28); }
+    DecimalEntries() :
+        m_memoryManager(AMPLE_BUDGET),
+        m_dataPool(m_memoryManager) {
+        m_dataPool.initialize(uint64_t(1) << 28);
+    }
 
     Policy getPolicy() const { return Policy{m_dataPool}; }
 
     static Key getKeyWithHash(uint64_t hash) {
         constexpr uint64_t INVERSE = getInverse(0x100000001b3);
-        return XSDDecimal::fromNormalisedFields(static_cast<int64_t>((hash * INVERSE * INVERSE) ^ 0xcbf29ce484222325), 0);
+        return XSDDecimal::fromNormalisedFields(
+            static_cast<int64_t>((hash * INVERSE * INVERSE) ^ 0xcbf29ce484222325), 0);
     }
 
     uint64_t createKeyWord(const Key& key, uint64_t resourceID) {
@@ -88,7 +92,6 @@ private:
 
     MemoryManager m_memoryManager; // not the budget of the table: tests count that one
     DataPool m_dataPool;
-
 };
 
 /// A table with what it needs, of 1024 buckets at first.
@@ -102,7 +105,11 @@ public:
     using Table = ParallelHashTable<Policy>;
     using KeyWord = typename Table::KeyWord;
 
-    explicit TableKit(uint64_t budget = AMPLE_BUDGET) : m_memoryManager(budget), m_table(m_memoryManager, this->getPolicy()) { m_table.initialize(Table::MINIMUM_NUMBER_OF_BUCKETS); }
+    explicit TableKit(uint64_t budget = AMPLE_BUDGET) :
+        m_memoryManager(budget),
+        m_table(m_memoryManager, this->getPolicy()) {
+        m_table.initialize(Table::MINIMUM_NUMBER_OF_BUCKETS);
+    }
 
     uint64_t find(const Key& key) {
         return m_table.find(key, [](KeyWord) { return true; });
@@ -118,7 +125,9 @@ public:
     }
 
     /// What is in a bucket: its key word.
-    KeyWord getKeyWordAt(size_t index) { return Policy::getKeyWord(m_table.getBuckets()[index]).load(std::memory_order_relaxed); }
+    KeyWord getKeyWordAt(size_t index) {
+        return Policy::getKeyWord(m_table.getBuckets()[index]).load(std::memory_order_relaxed);
+    }
 
     /// Checks, on one thread, what holds of every table that nobody is inside of.
     void expectConsistent() {
@@ -126,7 +135,9 @@ public:
         ASSERT_GE(numberOfBuckets, 1024u);
         ASSERT_EQ(numberOfBuckets & (numberOfBuckets - 1), 0u);
         EXPECT_EQ(m_table.getResizeThreshold(), numberOfBuckets * 7 / 10);
-        EXPECT_EQ(m_table.getCommittedBytes(), (numberOfBuckets * Entries::BUCKET_SIZE + getVMPageSize() - 1) / getVMPageSize() * getVMPageSize());
+        EXPECT_EQ(
+            m_table.getCommittedBytes(),
+            (numberOfBuckets * Entries::BUCKET_SIZE + getVMPageSize() - 1) / getVMPageSize() * getVMPageSize());
         EXPECT_EQ(m_memoryManager.getChargedBytes(), m_table.getCommittedBytes()); // also: no old array is left
         uint64_t live = 0;
         uint64_t deleted = 0;
@@ -139,7 +150,8 @@ public:
                 ++live;
             if constexpr (sizeof(KeyWord) == 4) {
                 uint32_t padding;
-                std::memcpy(&padding, reinterpret_cast<const uint8_t*>(m_table.getBuckets() + index) + 4, sizeof(padding));
+                std::memcpy(
+                    &padding, reinterpret_cast<const uint8_t*>(m_table.getBuckets() + index) + 4, sizeof(padding));
                 EXPECT_EQ(padding, 0u) << index;
             }
         }
@@ -151,10 +163,11 @@ public:
     MemoryManager m_memoryManager;
     Table m_table;
     uint64_t m_numberOfLiveBuckets = 0; // as expectConsistent() counted them
-
 };
 
-using AllTableKits = testing::Types<TableKit<IntegerEntries<unsigned int>>, TableKit<IntegerEntries<unsigned long>>, TableKit<DecimalEntries<unsigned int>>, TableKit<DecimalEntries<unsigned long>>>;
+using AllTableKits = testing::Types<
+    TableKit<IntegerEntries<unsigned int>>, TableKit<IntegerEntries<unsigned long>>,
+    TableKit<DecimalEntries<unsigned int>>, TableKit<DecimalEntries<unsigned long>>>;
 
 struct TableKitNames {
     template<typename Kit>
@@ -174,7 +187,6 @@ class TableTest : public testing::Test {
 protected:
 
     TableTest() { ThreadSlots::ensureSlot(); }
-
 };
 
 }

@@ -54,7 +54,10 @@ TEST(ThreadSlots, OneThreadTooManyIsRefusedAndTheOthersGoOn) {
             return test::waitUntil([&] { return isOver.load(); });
         std::thread([] {
             for (int attempt = 0; attempt < 2; ++attempt) {
-                test::expectError("Engine/core/platform/collections/ThreadSlots", 70, "At most 256 threads can use dictionaries at the same time; wait until one of them has ended.", [] { ThreadSlots::ensureSlot(); });
+                test::expectError(
+                    "Engine/core/platform/collections/ThreadSlots", 70,
+                    "At most 256 threads can use dictionaries at the same time; wait until one of them has ended.",
+                    [] { ThreadSlots::ensureSlot(); });
                 EXPECT_EQ(s_currentThreadContextIndex, NO_THREAD_SLOT);
             }
         }).join();
@@ -63,7 +66,8 @@ TEST(ThreadSlots, OneThreadTooManyIsRefusedAndTheOthersGoOn) {
         isOver = true;
     });
     EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore);
-    test::runThreads(1, [&](size_t) { EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore + 1); }); // room again
+    test::runThreads(
+        1, [&](size_t) { EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore + 1); }); // room again
 }
 
 TEST(ThreadSlots, AThreadRefusedOnceGetsTheSlotOfOneThatEnded) {
@@ -101,7 +105,6 @@ struct LateUser {
             *m_slotSeen = s_currentThreadContextIndex;
         }
     }
-
 };
 
 }
@@ -134,15 +137,19 @@ TEST(ThreadSlots, AThreadLocalDestructorMayBeTheFirstUser) {
 
 TEST(ThreadSlots, ASlotTakenAgainAfterItWasGivenBackIsGivenBackToo) {
     // Keys are destroyed in the order of their creation: this one after that of the slots.
-    test::runThreads(1, [](size_t) { });
+    test::runThreads(1, [](size_t) {});
     static size_t s_slotSeenLate;
     s_slotSeenLate = NO_THREAD_SLOT;
     pthread_key_t key;
-    ASSERT_EQ(::pthread_key_create(&key, [](void*) {
-        EXPECT_EQ(s_currentThreadContextIndex, NO_THREAD_SLOT);
-        ThreadSlots::ensureSlot();
-        s_slotSeenLate = s_currentThreadContextIndex;
-    }), 0);
+    ASSERT_EQ(
+        ::pthread_key_create(
+            &key,
+            [](void*) {
+                EXPECT_EQ(s_currentThreadContextIndex, NO_THREAD_SLOT);
+                ThreadSlots::ensureSlot();
+                s_slotSeenLate = s_currentThreadContextIndex;
+            }),
+        0);
     const size_t takenBefore = ThreadSlots::getNumberOfTakenSlots();
     std::thread([&] {
         ThreadSlots::ensureSlot();

@@ -47,7 +47,9 @@ std::exception_ptr makeCause(Exception exception) {
 
 TEST(KavixException, PiecesFollowOneAnotherWithNothingBetweenThem) {
     const unsigned long number = 42;
-    const KavixException exception("File", 7, KavixException::NO_CAUSES, "a", std::string("b "), number, 0ul, "", std::string(), "c", std::numeric_limits<unsigned long>::max());
+    const KavixException exception(
+        "File", 7, KavixException::NO_CAUSES, "a", std::string("b "), number, 0ul, "", std::string(), "c",
+        std::numeric_limits<unsigned long>::max());
 
     EXPECT_EQ(exception.getMessage(), "ab 420c18446744073709551615");
     EXPECT_STREQ(exception.what(), "ab 420c18446744073709551615");
@@ -65,7 +67,8 @@ TEST(KavixException, WithoutPiecesTheMessageIsEmpty) {
 
 TEST(KavixException, TheFullConstructorKeepsWhatItIsGiven) {
     const std::vector<std::exception_ptr> causes = {makeCause(std::runtime_error("deep"))};
-    const KavixException exception("Source", std::numeric_limits<long>::max(), 0, causes, std::string("OwnClass"), std::string("text"));
+    const KavixException exception(
+        "Source", std::numeric_limits<long>::max(), 0, causes, std::string("OwnClass"), std::string("text"));
 
     EXPECT_EQ(exception.getSourceFile(), "Source");
     EXPECT_EQ(exception.getLine(), std::numeric_limits<long>::max());
@@ -83,7 +86,8 @@ TEST(KavixException, EndsAMessageForCAtItsFirstNULButKeepsTheRest) {
 
 TEST(KavixException, CopiesAreEqualAndIndependent) {
     static_assert(std::is_nothrow_destructible_v<KavixException> && std::has_virtual_destructor_v<KavixException>);
-    std::unique_ptr<KavixException> original = std::make_unique<KavixException>("File", 3, KavixException::NO_CAUSES, "a message too long to lie in the string object itself");
+    std::unique_ptr<KavixException> original = std::make_unique<KavixException>(
+        "File", 3, KavixException::NO_CAUSES, "a message too long to lie in the string object itself");
     const KavixException copy(*original);
     original.reset();
 
@@ -92,7 +96,9 @@ TEST(KavixException, CopiesAreEqualAndIndependent) {
 }
 
 TEST(KavixException, CanBeThrownDuringStaticInitialisation) {
-    EXPECT_EQ(s_earlyMessage, "Failed to ensure that a memory region could hold 2 items because it was initialized to hold at most 1 items.0");
+    EXPECT_EQ(
+        s_earlyMessage, "Failed to ensure that a memory region could hold 2 items because it was initialized to hold "
+                        "at most 1 items.0");
 }
 
 /// What the composing stream sees when it gets no memory for a piece.
@@ -104,29 +110,33 @@ std::ostream& operator<<(std::ostream& stream, const PieceThatDoesNotFit&) {
 }
 
 TEST(KavixException, AMessageThatCannotBeComposedIsReportedInItsPlace) {
-    EXPECT_THROW(throw KavixException("File", 1, KavixException::NO_CAUSES, "a", PieceThatDoesNotFit(), "b"), std::ios_base::failure);
-    EXPECT_THROW(throw SystemCallException("File", 1, KavixException::NO_CAUSES, "open", ENOENT, "a", PieceThatDoesNotFit()), std::ios_base::failure);
+    EXPECT_THROW(
+        throw KavixException("File", 1, KavixException::NO_CAUSES, "a", PieceThatDoesNotFit(), "b"),
+        std::ios_base::failure);
+    EXPECT_THROW(
+        throw SystemCallException("File", 1, KavixException::NO_CAUSES, "open", ENOENT, "a", PieceThatDoesNotFit()),
+        std::ios_base::failure);
 }
 
 TEST(KavixException, PrintsItsDetails) {
     const KavixException exception("Engine/core/Some", 12, KavixException::NO_CAUSES, "Something failed.");
 
-    EXPECT_EQ(print(exception),
-        "class: KavixException\n"
-        "source file: Engine/core/Some\n"
-        "line: 12\n"
-        "message: Something failed.\n");
+    EXPECT_EQ(
+        print(exception), "class: KavixException\n"
+                          "source file: Engine/core/Some\n"
+                          "line: 12\n"
+                          "message: Something failed.\n");
 }
 
 TEST(KavixException, PrintsFurtherLinesOfAMessageIndented) {
     const KavixException exception("Some", 12, KavixException::NO_CAUSES, "First.\n[Second.]");
 
-    EXPECT_EQ(print(exception),
-        "class: KavixException\n"
-        "source file: Some\n"
-        "line: 12\n"
-        "message: First.\n"
-        "    [Second.]\n");
+    EXPECT_EQ(
+        print(exception), "class: KavixException\n"
+                          "source file: Some\n"
+                          "line: 12\n"
+                          "message: First.\n"
+                          "    [Second.]\n");
 }
 
 TEST(KavixException, PrintsCausesOfEveryClassIndented) {
@@ -139,31 +149,32 @@ TEST(KavixException, PrintsCausesOfEveryClassIndented) {
     };
     const KavixException exception("Outer", 1, causes, "Outer failure.");
 
-    EXPECT_EQ(print(exception),
-        "class: KavixException\n"
-        "source file: Outer\n"
-        "line: 1\n"
-        "message: Outer failure.\n"
-        "caused by:\n"
-        "    class: KavixException\n"
-        "    source file: Inner\n"
-        "    line: 2\n"
-        "    message: Inner failure.\n"
-        "    caused by:\n"
-        "        message: device gone\n"
-        "caused by:\n"
-        "    class: SystemCallException\n"
-        "    source file: Call\n"
-        "    line: 3\n"
-        "    message: Reading failed. [read failed with error 5: Input/output error]\n"
-        "    system call: read\n"
-        "    error number: 5\n"
-        "caused by:\n"
-        "    message: an exception of an unknown class\n");
+    EXPECT_EQ(
+        print(exception), "class: KavixException\n"
+                          "source file: Outer\n"
+                          "line: 1\n"
+                          "message: Outer failure.\n"
+                          "caused by:\n"
+                          "    class: KavixException\n"
+                          "    source file: Inner\n"
+                          "    line: 2\n"
+                          "    message: Inner failure.\n"
+                          "    caused by:\n"
+                          "        message: device gone\n"
+                          "caused by:\n"
+                          "    class: SystemCallException\n"
+                          "    source file: Call\n"
+                          "    line: 3\n"
+                          "    message: Reading failed. [read failed with error 5: Input/output error]\n"
+                          "    system call: read\n"
+                          "    error number: 5\n"
+                          "caused by:\n"
+                          "    message: an exception of an unknown class\n");
 }
 
 TEST(KavixException, AFailureToPrintIsNotTakenForACause) {
-    const std::vector<std::exception_ptr> causes = {makeCause(KavixException("Inner", 2, KavixException::NO_CAUSES, "Inner failure."))};
+    const std::vector<std::exception_ptr> causes = {
+        makeCause(KavixException("Inner", 2, KavixException::NO_CAUSES, "Inner failure."))};
     const KavixException exception("Outer", 1, causes, "Outer failure.");
 
     constexpr size_t NUMBER_OF_WRITES = 9; // four details, a heading, four details

@@ -14,7 +14,9 @@ namespace {
 
 TEST(SystemCallException, KeepsTheCallAndTheErrorNumberBesideTheMessage) {
     static const char SYSTEM_CALL[] = "mmap";
-    const SystemCallException exception("File", 212, KavixException::NO_CAUSES, SYSTEM_CALL, ENOMEM, "Reserving ", 4096ul, std::string(" bytes failed."));
+    const SystemCallException exception(
+        "File", 212, KavixException::NO_CAUSES, SYSTEM_CALL, ENOMEM, "Reserving ", 4096ul,
+        std::string(" bytes failed."));
 
     EXPECT_EQ(exception.getSystemCall(), SYSTEM_CALL) << "the name is kept by address";
     EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
@@ -26,7 +28,9 @@ TEST(SystemCallException, KeepsTheCallAndTheErrorNumberBesideTheMessage) {
 
 TEST(SystemCallException, IsCaughtByItsOwnClassAndByItsBases) {
     static_assert(std::is_base_of_v<KavixException, SystemCallException>);
-    const auto throwOne = [] { throw SystemCallException("File", 1, KavixException::NO_CAUSES, "open", ENOENT, "Opening failed."); };
+    const auto throwOne = [] {
+        throw SystemCallException("File", 1, KavixException::NO_CAUSES, "open", ENOENT, "Opening failed.");
+    };
     const std::string message = "Opening failed. [open failed with error 2: No such file or directory]";
 
     EXPECT_THROW(throwOne(), SystemCallException);
@@ -36,7 +40,8 @@ TEST(SystemCallException, IsCaughtByItsOwnClassAndByItsBases) {
     catch (const KavixException& exception) {
         EXPECT_EQ(exception.what(), message);
         EXPECT_EQ(exception.getClassName(), "SystemCallException");
-        EXPECT_NE(dynamic_cast<const SystemCallException*>(&exception), nullptr) << "caught by reference, nothing is cut off";
+        EXPECT_NE(dynamic_cast<const SystemCallException*>(&exception), nullptr)
+            << "caught by reference, nothing is cut off";
     }
     try {
         throwOne();
@@ -63,13 +68,13 @@ TEST(SystemCallException, PrintsTheCallAndTheErrorNumberToo) {
 
     exception.printArguments(output);
 
-    EXPECT_EQ(output.getContent(),
-        "class: SystemCallException\n"
-        "source file: File\n"
-        "line: 9\n"
-        "message: Writing failed. [write failed with error 28: No space left on device]\n"
-        "system call: write\n"
-        "error number: 28\n");
+    EXPECT_EQ(
+        output.getContent(), "class: SystemCallException\n"
+                             "source file: File\n"
+                             "line: 9\n"
+                             "message: Writing failed. [write failed with error 28: No space left on device]\n"
+                             "system call: write\n"
+                             "error number: 28\n");
 }
 
 TEST(SystemCallException, TheSystemsTextFollowsTheMessage) {
@@ -103,7 +108,8 @@ TEST(SystemCallException, ThreadsDoNotMixTheirTexts) {
     for (int threadIndex = 0; threadIndex != NUMBER_OF_THREADS; ++threadIndex)
         threads.emplace_back([threadIndex, &wrongTexts] {
             const int errorNumber = FIRST_ERROR_NUMBER + threadIndex;
-            const std::string expected = " [call failed with error " + std::to_string(errorNumber) + ": Unknown error " + std::to_string(errorNumber) + "]";
+            const std::string expected = " [call failed with error " + std::to_string(errorNumber) +
+                                         ": Unknown error " + std::to_string(errorNumber) + "]";
             for (int round = 0; round != 1000; ++round) {
                 std::string message;
                 appendSystemError("call", errorNumber, message);

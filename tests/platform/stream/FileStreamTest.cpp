@@ -63,10 +63,11 @@ protected:
     }
 
     std::filesystem::path m_directory;
-
 };
 
-void expectSystemCallException(const std::function<void()>& operation, const std::string& systemCall, int errorNumber, const std::string& fileName) {
+void expectSystemCallException(
+    const std::function<void()>& operation, const std::string& systemCall, int errorNumber,
+    const std::string& fileName) {
     try {
         operation();
         ADD_FAILURE() << "nothing was thrown";
@@ -111,7 +112,6 @@ public:
 private:
 
     int m_fileDescriptors[2] = {-1, -1};
-
 };
 
 /// Lets files grow to a number of bytes only: the write that reaches the limit is short, the next one fails.
@@ -119,7 +119,8 @@ class FileSizeLimit {
 
 public:
 
-    explicit FileSizeLimit(size_t numberOfBytes) : m_previousHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+    explicit FileSizeLimit(size_t numberOfBytes) :
+        m_previousHandler(std::signal(SIGXFSZ, SIG_IGN)) {
         EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &m_previous), 0);
         rlimit limit = m_previous;
         limit.rlim_cur = numberOfBytes;
@@ -139,7 +140,6 @@ private:
 
     rlimit m_previous{};
     void (*m_previousHandler)(int);
-
 };
 
 /// Interrupts system calls every millisecond; the third interruption runs an action, which must be safe in a signal
@@ -184,7 +184,6 @@ private:
     static inline volatile std::sig_atomic_t s_numberOfInterruptions = 0;
 
     struct sigaction m_previousHandling = {};
-
 };
 
 TEST_F(FileStream, WritesOfEverySizeArriveCompleteAndInOrder) {
@@ -355,7 +354,8 @@ TEST_F(FileStream, ReadsOfEverySizeReturnTheBytesInOrder) {
     const std::string content = makeContent(3 * BUFFER_SIZE + 1);
     const std::string fileName = getPath("file");
     writeFile(fileName, content);
-    for (const size_t size : {size_t(4095), BUFFER_SIZE - 1, BUFFER_SIZE, BUFFER_SIZE + 1, 2 * BUFFER_SIZE, 10 * BUFFER_SIZE}) {
+    for (const size_t size :
+         {size_t(4095), BUFFER_SIZE - 1, BUFFER_SIZE, BUFFER_SIZE + 1, 2 * BUFFER_SIZE, 10 * BUFFER_SIZE}) {
         SCOPED_TRACE(size);
         FileInputStream input(fileName);
         std::string contentRead;
@@ -375,7 +375,8 @@ TEST_F(FileStream, SmallAndLargeReadsMayAlternate) {
     writeFile(fileName, content);
     FileInputStream input(fileName);
     size_t position = 0;
-    for (const size_t size : {size_t(1), BUFFER_SIZE, size_t(0), size_t(8), 2 * BUFFER_SIZE, BUFFER_SIZE - 9, size_t(17), BUFFER_SIZE}) {
+    for (const size_t size :
+         {size_t(1), BUFFER_SIZE, size_t(0), size_t(8), 2 * BUFFER_SIZE, BUFFER_SIZE - 9, size_t(17), BUFFER_SIZE}) {
         std::string piece(size, '\0');
         readExactly(input, piece.data(), size);
         ASSERT_TRUE(piece == content.substr(position, size)) << position;
@@ -458,7 +459,8 @@ char s_drainedBytes[2 * BUFFER_SIZE];
 volatile std::sig_atomic_t s_numberOfDrainedBytes = 0;
 
 /// Writes more than a pipe holds. The third interruption of the waiting writer empties the pipe; then the rest fits.
-void expectInterruptedWritesAreRepeated(const std::string& content, const std::function<void(FileOutputStream&)>& write) {
+void expectInterruptedWritesAreRepeated(
+    const std::string& content, const std::function<void(FileOutputStream&)>& write) {
     const Pipe pipe;
     constexpr int PIPE_SIZE = static_cast<int>(BUFFER_SIZE);
     ASSERT_EQ(::fcntl(pipe.getWritingEnd(), F_SETPIPE_SZ, PIPE_SIZE), PIPE_SIZE);
@@ -466,13 +468,17 @@ void expectInterruptedWritesAreRepeated(const std::string& content, const std::f
     s_numberOfDrainedBytes = 0;
     {
         FileOutputStream output(pipe.getWritingName());
-        const Interruptions interruptions([] { s_numberOfDrainedBytes = static_cast<std::sig_atomic_t>(::read(s_readingEnd, s_drainedBytes, BUFFER_SIZE)); });
+        const Interruptions interruptions([] {
+            s_numberOfDrainedBytes = static_cast<std::sig_atomic_t>(::read(s_readingEnd, s_drainedBytes, BUFFER_SIZE));
+        });
         write(output);
         output.close();
         EXPECT_GE(Interruptions::getNumberOfInterruptions(), 3);
     }
     ASSERT_EQ(s_numberOfDrainedBytes, PIPE_SIZE);
-    ASSERT_EQ(::read(pipe.getReadingEnd(), s_drainedBytes + BUFFER_SIZE, BUFFER_SIZE), static_cast<ssize_t>(content.size() - BUFFER_SIZE));
+    ASSERT_EQ(
+        ::read(pipe.getReadingEnd(), s_drainedBytes + BUFFER_SIZE, BUFFER_SIZE),
+        static_cast<ssize_t>(content.size() - BUFFER_SIZE));
     EXPECT_TRUE(std::string(s_drainedBytes, content.size()) == content);
 }
 
@@ -493,7 +499,10 @@ TEST_F(FileStream, AnInterruptedLargeWriteIsContinuedWhereItStopped) {
 
 TEST_F(FileStream, StreamsGiveTheirDescriptorsBack) {
     const std::string fileName = getPath("file");
-    const auto countDescriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator()); };
+    const auto countDescriptors = [] {
+        return std::distance(
+            std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+    };
     const auto descriptorsBefore = countDescriptors();
     {
         FileOutputStream closedByHand(fileName);

@@ -18,7 +18,9 @@ class ShortReadInputStream : public InputStream {
 
 public:
 
-    ShortReadInputStream(std::string_view content, size_t maximumBytesPerRead) : m_content(content), m_maximumBytesPerRead(maximumBytesPerRead) { }
+    ShortReadInputStream(std::string_view content, size_t maximumBytesPerRead) :
+        m_content(content),
+        m_maximumBytesPerRead(maximumBytesPerRead) { }
 
     void rewind() override { m_content.rewind(); }
 
@@ -34,7 +36,6 @@ private:
     MemoryInputStream m_content;
     size_t m_maximumBytesPerRead;
     size_t m_numberOfReads = 0;
-
 };
 
 TEST(InputStream, ReadingExactlyJoinsShortReads) {

@@ -58,10 +58,7 @@ TEST(MemoryInputStream, ReturnsWhatIsLeftAndThenTheEnd) {
         size_t remainingBytes;
     };
     const Row rows[] = {
-        {"some", 3, "abc", 3},
-        {"none", 0, "", 3},
-        {"one", 1, "d", 2},
-        {"more than there are", 100, "ef", 0},
+        {"some", 3, "abc", 3},    {"none", 0, "", 3}, {"one", 1, "d", 2}, {"more than there are", 100, "ef", 0},
         {"at the end", 1, "", 0},
     };
     MemoryInputStream input("abcdef");

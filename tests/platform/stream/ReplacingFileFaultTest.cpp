@@ -46,7 +46,8 @@ void replace(const std::string& fileName) {
 
 size_t countOpenFiles() {
     size_t count = 0;
-    for ([[maybe_unused]] const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+    for ([[maybe_unused]] const std::filesystem::directory_entry& entry :
+         std::filesystem::directory_iterator("/proc/self/fd"))
         ++count;
     return count;
 }
@@ -68,13 +69,20 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
     const char* const replacingFile = "Engine/core/platform/stream/ReplacingFile";
     const char* const fileOutputStream = "Engine/core/platform/stream/FileOutputStream";
     const Row rows[] = {
-        {"opening the new file", FileCall::OPEN, 1, EACCES, fileOutputStream, 20, "open", "File '%.unfinished' cannot be opened for writing.", false},
-        {"locking the new file", FileCall::FLOCK, 1, ENOLCK, replacingFile, 50, "flock", "File '%.unfinished' is being written by another process.", false},
-        {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write", "An error occurred while writing file '%.unfinished', which is now incomplete.", false},
-        {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync", "The device did not take all of file '%.unfinished', which may be incomplete.", false},
-        {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename", "File '%.unfinished' is complete but cannot take the place of file '%', which is unchanged.", false},
-        {"opening the folder", FileCall::OPEN, 2, EMFILE, replacingFile, 95, "fsync", "File '%' is written and in place, but folder '", true},
-        {"synchronising the folder", FileCall::FSYNC, 2, EIO, replacingFile, 95, "fsync", "File '%' is written and in place, but folder '", true},
+        {"opening the new file", FileCall::OPEN, 1, EACCES, fileOutputStream, 20, "open",
+         "File '%.unfinished' cannot be opened for writing.", false},
+        {"locking the new file", FileCall::FLOCK, 1, ENOLCK, replacingFile, 50, "flock",
+         "File '%.unfinished' is being written by another process.", false},
+        {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write",
+         "An error occurred while writing file '%.unfinished', which is now incomplete.", false},
+        {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync",
+         "The device did not take all of file '%.unfinished', which may be incomplete.", false},
+        {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename",
+         "File '%.unfinished' is complete but cannot take the place of file '%', which is unchanged.", false},
+        {"opening the folder", FileCall::OPEN, 2, EMFILE, replacingFile, 95, "fsync",
+         "File '%' is written and in place, but folder '", true},
+        {"synchronising the folder", FileCall::FSYNC, 2, EIO, replacingFile, 95, "fsync",
+         "File '%' is written and in place, but folder '", true},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -87,7 +95,8 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
         const size_t openFiles = countOpenFiles();
         {
             const FileCallFault fault(row.fileCall, row.n, row.errorNumber);
-            test::expectSystemCallError(row.sourceFile, row.line, row.systemCall, row.errorNumber, message, [&] { replace(fileName); });
+            test::expectSystemCallError(
+                row.sourceFile, row.line, row.systemCall, row.errorNumber, message, [&] { replace(fileName); });
             EXPECT_TRUE(fault.wasHit());
         }
         EXPECT_EQ(readFile(fileName), row.isInPlace ? NEW : OLD);

@@ -59,11 +59,14 @@ int runInChild(const std::function<int()>& action) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-const char OPEN_FAILED[] = "cannot be opened for writing. Check that its directory exists and that you may write there.";
+const char OPEN_FAILED[] =
+    "cannot be opened for writing. Check that its directory exists and that you may write there.";
 const char LOCKED[] = "is being written by another process. Wait until that one has finished.";
 
 void expectOpenError(const std::string& fileName, const std::string& namedFile, int errorNumber) {
-    test::expectSystemCallError("Engine/core/platform/stream/FileOutputStream", 20, "open", errorNumber, "File '" + namedFile + "' " + OPEN_FAILED, [&] { ReplacingFile file(fileName); });
+    test::expectSystemCallError(
+        "Engine/core/platform/stream/FileOutputStream", 20, "open", errorNumber,
+        "File '" + namedFile + "' " + OPEN_FAILED, [&] { ReplacingFile file(fileName); });
 }
 
 }
@@ -123,14 +126,27 @@ TEST(ReplacingFile, ASecondWriterIsRefused) {
         ReplacingFile first(fileName);
         write(first, "first");
         const auto expectRefusal = [&] {
-            test::expectSystemCallError("Engine/core/platform/stream/ReplacingFile", 50, "flock", EWOULDBLOCK, "File '" + fileName + ".unfinished' " + LOCKED, [&] { ReplacingFile second(fileName); });
+            test::expectSystemCallError(
+                "Engine/core/platform/stream/ReplacingFile", 50, "flock", EWOULDBLOCK,
+                "File '" + fileName + ".unfinished' " + LOCKED, [&] { ReplacingFile second(fileName); });
         };
         expectRefusal();
-        EXPECT_EQ(runInChild([&] { expectRefusal(); return ::testing::Test::HasFailure() ? 1 : 0; }), 0) << "in another process";
+        EXPECT_EQ(
+            runInChild([&] {
+                expectRefusal();
+                return ::testing::Test::HasFailure() ? 1 : 0;
+            }),
+            0)
+            << "in another process";
         first.commit();
     }
     EXPECT_EQ(readFile(fileName), "first");
-    EXPECT_EQ(runInChild([&] { replace(fileName, "second"); return 0; }), 0);
+    EXPECT_EQ(
+        runInChild([&] {
+            replace(fileName, "second");
+            return 0;
+        }),
+        0);
     EXPECT_EQ(readFile(fileName), "second");
     EXPECT_EQ(folder.list(), Names{"store"});
 }
@@ -139,11 +155,13 @@ TEST(ReplacingFile, TheLockOfAWriterThatDiedIsFree) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     writeFile(fileName, "old");
-    EXPECT_EQ(runInChild([&] {
-        auto* const file = new ReplacingFile(fileName); // never destroyed: the process just ends
-        write(*file, std::string(100'000, 'x'));
-        return file->getStream().flush(), 0;
-    }), 0);
+    EXPECT_EQ(
+        runInChild([&] {
+            auto* const file = new ReplacingFile(fileName); // never destroyed: the process just ends
+            write(*file, std::string(100'000, 'x'));
+            return file->getStream().flush(), 0;
+        }),
+        0);
     EXPECT_EQ(folder.list(), (Names{"store", "store.unfinished"}));
     EXPECT_EQ(readFile(fileName), "old");
     replace(fileName, "new");

@@ -35,7 +35,8 @@ std::string makeBytes() {
 /// Skips from a position that reading a few bytes left, and reads on.
 void expectSkips(InputStream& input, const std::string& bytes) {
     for (const size_t readBefore : {0u, 1u, 100u, 65535u, 65536u, 70000u})
-        for (const uint64_t skipped : {0u, 1u, 4095u, 4096u, 65435u, 65436u, 65535u, 65536u, 65537u, 131072u, 229999u}) {
+        for (const uint64_t skipped :
+             {0u, 1u, 4095u, 4096u, 65435u, 65436u, 65535u, 65536u, 65537u, 131072u, 229999u}) {
             SCOPED_TRACE(std::to_string(readBefore) + " read, " + std::to_string(skipped) + " skipped");
             input.rewind();
             std::string before(readBefore, '\0');
@@ -55,7 +56,9 @@ void expectSkips(InputStream& input, const std::string& bytes) {
 
 /// The error may come with the skip or with the next read.
 void expectPrematureEnd(InputStream& input) {
-    for (const uint64_t skipped : {uint64_t(SIZE + 1), uint64_t(1) << 40, uint64_t(std::numeric_limits<int64_t>::max()), uint64_t(std::numeric_limits<int64_t>::max()) + 1, UINT64_MAX}) {
+    for (const uint64_t skipped :
+         {uint64_t(SIZE + 1), uint64_t(1) << 40, uint64_t(std::numeric_limits<int64_t>::max()),
+          uint64_t(std::numeric_limits<int64_t>::max()) + 1, UINT64_MAX}) {
         SCOPED_TRACE(skipped);
         input.rewind();
         char byte;

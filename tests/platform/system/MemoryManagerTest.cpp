@@ -33,18 +33,16 @@ TEST(MemoryManager, AChargeBeyondTheFreeBytesTakesNothingAndTellsTheFigures) {
         uint64_t requested;
     };
     const Row rows[] = {
-        {"one byte of an empty budget", 0, 0, 1},
-        {"one byte more than the budget", 100, 0, 101},
-        {"one byte more than what is free", 100, 60, 41},
-        {"one byte when all is charged", 100, 100, 1},
-        {"the largest number", 100, 1, LARGEST},
-        {"the largest budget, in use", LARGEST, 1, LARGEST},
+        {"one byte of an empty budget", 0, 0, 1},         {"one byte more than the budget", 100, 0, 101},
+        {"one byte more than what is free", 100, 60, 41}, {"one byte when all is charged", 100, 100, 1},
+        {"the largest number", 100, 1, LARGEST},          {"the largest budget, in use", LARGEST, 1, LARGEST},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         MemoryManager memoryManager(row.total);
         memoryManager.charge(row.charged);
-        test::expectOutOfMemory(row.total, row.total - row.charged, row.requested, [&] { memoryManager.charge(row.requested); });
+        test::expectOutOfMemory(
+            row.total, row.total - row.charged, row.requested, [&] { memoryManager.charge(row.requested); });
         EXPECT_EQ(memoryManager.getFreeBytes(), row.total - row.charged);
         EXPECT_NO_THROW(memoryManager.charge(row.requested - 1 <= row.total - row.charged ? row.requested - 1 : 0));
     }

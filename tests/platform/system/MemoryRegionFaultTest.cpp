@@ -22,7 +22,8 @@ using test::SystemCallFault;
 
 namespace {
 
-constexpr const char* COMMIT_MESSAGE = "An error occurred during memory allocation. This is most likely due to the system running out of memory.";
+constexpr const char* COMMIT_MESSAGE =
+    "An error occurred during memory allocation. This is most likely due to the system running out of memory.";
 
 }
 
@@ -35,7 +36,9 @@ TEST(MemoryRegionFault, ARefusedCommitReturnsTheChargeAndFreesTheLock) {
     region[0] = 3;
     for (const int errorNumber : {ENOMEM, EACCES}) {
         const SystemCallFault fault(SystemCall::MPROTECT, 1, errorNumber);
-        test::expectSystemCallError("Engine/core/platform/system/MemoryRegion", 167, "mprotect", errorNumber, COMMIT_MESSAGE, [&] { region.ensureEndAtLeast(3 * page / 8); });
+        test::expectSystemCallError(
+            "Engine/core/platform/system/MemoryRegion", 167, "mprotect", errorNumber, COMMIT_MESSAGE,
+            [&] { region.ensureEndAtLeast(3 * page / 8); });
         EXPECT_TRUE(fault.wasHit());
         EXPECT_EQ(region.getEnd(), page / 8);
         EXPECT_EQ(region.getCommittedBytes(), page);
@@ -54,8 +57,10 @@ TEST(MemoryRegionFault, ARefusedReservationLeavesTheRegionEmpty) {
     region.ensureEndAtLeast(1);
     {
         const SystemCallFault fault(SystemCall::MMAP, 1, EAGAIN);
-        test::expectSystemCallError("Engine/core/platform/system/MemoryRegion", 212, "mmap", EAGAIN,
-            "An error occurred while reserving " + std::to_string(2 * page) + " bytes of address space.", [&] { region.initialize(page / 8 + 1); });
+        test::expectSystemCallError(
+            "Engine/core/platform/system/MemoryRegion", 212, "mmap", EAGAIN,
+            "An error occurred while reserving " + std::to_string(2 * page) + " bytes of address space.",
+            [&] { region.initialize(page / 8 + 1); });
     }
     EXPECT_EQ(region.getData(), nullptr);
     EXPECT_EQ(region.getEnd(), 0u);
@@ -90,7 +95,10 @@ TEST(MemoryRegionFault, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
                 [&] { region.ensureEndAtLeast(4 * page); },
                 [&] { region.truncate(page); }, // a refused decommit is no error
                 [&] { region.ensureEndAtLeast(2 * page); },
-                [&] { test::MemoryInputStream input(image); region.load(input); },
+                [&] {
+                    test::MemoryInputStream input(image);
+                    region.load(input);
+                },
                 [&] { region.ensureEndAtLeast(3 * page); },
                 [&] { region.initialize(page); },
                 [&] { region.ensureEndAtLeast(page); },

@@ -33,7 +33,10 @@ TEST(MemoryRegionHugePageFault, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
             SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n));
             MemoryManager memoryManager(64 * HUGE, true);
             MemoryRegion<uint8_t> region(memoryManager);
-            const struct { std::function<void()> act; size_t end; } steps[] = {
+            const struct {
+                std::function<void()> act;
+                size_t end;
+            } steps[] = {
                 {[&] { region.initialize(5 * HUGE + 3 * page); }, 0},
                 {[&] { region.ensureEndAtLeast(1); }, page},
                 {[&] { region.ensureEndAtLeast(HUGE + 1); }, HUGE + page},
@@ -63,7 +66,12 @@ TEST(MemoryRegionHugePageFault, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
                 ASSERT_EQ(region.getCommittedBytes(), step.end);
                 ASSERT_EQ(memoryManager.getChargedBytes(), step.end);
                 if (step.end < endBefore)
-                    std::fill(model.begin() + static_cast<ptrdiff_t>(&step == &steps[4] ? HUGE + 1 : &step == &steps[6] ? page + 7 : 0), model.end(), uint8_t(0));
+                    std::fill(
+                        model.begin() + static_cast<ptrdiff_t>(
+                                            &step == &steps[4]   ? HUGE + 1
+                                            : &step == &steps[6] ? page + 7
+                                                                 : 0),
+                        model.end(), uint8_t(0));
                 model.resize(step.end, 0); // new bytes are zero, whether they are new pages or kept ones
                 ASSERT_TRUE(std::equal(model.begin(), model.end(), region.getData()));
                 std::fill(model.begin(), model.end(), uint8_t(&step - steps + 1));
@@ -72,7 +80,8 @@ TEST(MemoryRegionHugePageFault, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
             }
             wasHit = fault.wasHit();
         }
-        EXPECT_EQ(n, systemCall == SystemCall::MMAP ? 6u : 7u); // a reservation and three truncations; five growths at most
+        EXPECT_EQ(
+            n, systemCall == SystemCall::MMAP ? 6u : 7u); // a reservation and three truncations; five growths at most
     }
 }
 

@@ -48,7 +48,8 @@ size_t measureAccessibleBytes(const MemoryRegion<uint8_t>& region, size_t reserv
 size_t countResidentPages(const uint8_t* begin, size_t numberOfBytes) {
     std::vector<unsigned char> isResident(numberOfBytes / getVMPageSize());
     EXPECT_EQ(::mincore(const_cast<uint8_t*>(begin), numberOfBytes, isResident.data()), 0);
-    return static_cast<size_t>(std::count_if(isResident.begin(), isResident.end(), [](unsigned char flags) { return flags & 1; }));
+    return static_cast<size_t>(
+        std::count_if(isResident.begin(), isResident.end(), [](unsigned char flags) { return flags & 1; }));
 }
 
 /// Whether the system was asked for huge pages at an address, as it says itself.
@@ -131,7 +132,9 @@ std::vector<size_t> live(bool useHugePages, size_t capacity, std::string& bytes)
 }
 
 TEST(MemoryRegionHugePage, ChargesEndsAndContentsAreThoseWithoutHugePages) {
-    for (const size_t capacity : {size_t(1000), 2 * HUGE / 8 - 1024, 2 * HUGE / 8 - 512, 2 * HUGE / 8 - 511, 2 * HUGE / 8, 2 * HUGE / 8 + 1, 5 * HUGE / 8 + 777}) {
+    for (const size_t capacity :
+         {size_t(1000), 2 * HUGE / 8 - 1024, 2 * HUGE / 8 - 512, 2 * HUGE / 8 - 511, 2 * HUGE / 8, 2 * HUGE / 8 + 1,
+          5 * HUGE / 8 + 777}) {
         SCOPED_TRACE(capacity);
         std::string bytes, hugeBytes;
         EXPECT_EQ(live(true, capacity, hugeBytes), live(false, capacity, bytes));
@@ -145,7 +148,8 @@ TEST(MemoryRegionHugePage, GrowthIsToTheEndOfAHugePageButNotBeyondTheReservation
         MemoryManager memoryManager(AMPLE, true);
         MemoryRegion<uint8_t> guard(memoryManager);
         guard.initialize(8 * HUGE);
-        // Usually the system reserves right below the last reservation, so that what follows is the guard's, inaccessible.
+        // Usually the system reserves right below the last reservation, so that what follows is the guard's,
+        // inaccessible.
         MemoryRegion<uint8_t> region(memoryManager);
         region.initialize(reserved - 3);
         const bool isGuarded = !isAccessible(region.getData() + reserved);
@@ -153,7 +157,9 @@ TEST(MemoryRegionHugePage, GrowthIsToTheEndOfAHugePageButNotBeyondTheReservation
             SCOPED_TRACE(n);
             region.ensureEndAtLeast(n);
             const uintptr_t begin = reinterpret_cast<uintptr_t>(region.getData());
-            EXPECT_EQ(measureAccessibleBytes(region, reserved), std::min(reserved, roundUp(begin + region.getCommittedBytes(), HUGE) - begin));
+            EXPECT_EQ(
+                measureAccessibleBytes(region, reserved),
+                std::min(reserved, roundUp(begin + region.getCommittedBytes(), HUGE) - begin));
             EXPECT_EQ(memoryManager.getChargedBytes(), roundUp(n, page));
             if (isGuarded) {
                 EXPECT_FALSE(isAccessible(region.getData() + reserved));
@@ -165,7 +171,10 @@ TEST(MemoryRegionHugePage, GrowthIsToTheEndOfAHugePageButNotBeyondTheReservation
 
 TEST(MemoryRegionHugePage, SmallRegionsAndRegionsWithoutHugePagesAreAccessibleAsFarAsCommitted) {
     const size_t page = getVMPageSize();
-    const struct { bool useHugePages; size_t reserved; } rows[] = {{true, 2 * HUGE - page}, {false, 2 * HUGE}, {false, 4 * HUGE}};
+    const struct {
+        bool useHugePages;
+        size_t reserved;
+    } rows[] = {{true, 2 * HUGE - page}, {false, 2 * HUGE}, {false, 4 * HUGE}};
     for (const auto& row : rows) {
         MemoryManager memoryManager(AMPLE, row.useHugePages);
         MemoryRegion<uint8_t> region(memoryManager);
@@ -196,7 +205,8 @@ TEST(MemoryRegionHugePage, TruncationGivesBackAllThatWasAccessibleBeyondWhatIsKe
         region.ensureEndAtLeast(reserved);
         EXPECT_EQ(memoryManager.getChargedBytes(), reserved);
         EXPECT_TRUE(std::all_of(region.getData(), region.getData() + kept, [](uint8_t byte) { return byte == 0xff; }));
-        EXPECT_TRUE(std::all_of(region.getData() + kept, region.getData() + reserved, [](uint8_t byte) { return byte == 0; }));
+        EXPECT_TRUE(
+            std::all_of(region.getData() + kept, region.getData() + reserved, [](uint8_t byte) { return byte == 0; }));
     }
 }
 

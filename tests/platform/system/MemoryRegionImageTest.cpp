@@ -21,7 +21,8 @@ constexpr uint64_t AMPLE = uint64_t(1) << 40;
 
 void expectPrematureEnd(MemoryRegion<uint64_t>& region, const std::string& image) {
     MemoryInputStream input(image);
-    test::expectError("Engine/core/platform/stream/InputStream", 23, "Premature end of file.", [&] { region.load(input); });
+    test::expectError(
+        "Engine/core/platform/stream/InputStream", 23, "Premature end of file.", [&] { region.load(input); });
 }
 
 std::string getImage(uint64_t maximum, uint64_t count) {
@@ -127,15 +128,19 @@ TEST(MemoryRegionImage, AnImageCutAnywhereEndsTooEarly) {
 }
 
 TEST(MemoryRegionImage, MoreItemsThanTheCapacityAreRefused) {
-    for (const uint64_t count : {uint64_t(101), uint64_t(513), uint64_t(1) << 61, std::numeric_limits<uint64_t>::max()}) {
+    for (const uint64_t count :
+         {uint64_t(101), uint64_t(513), uint64_t(1) << 61, std::numeric_limits<uint64_t>::max()}) {
         SCOPED_TRACE(count);
         MemoryManager memoryManager(AMPLE);
         MemoryRegion<uint64_t> region(memoryManager);
         MemoryOutputStream image;
         image.put(uint64_t(100)).put(count);
         MemoryInputStream input(image.getBytes());
-        test::expectError("Engine/core/platform/system/MemoryRegion", 242,
-            "Failed to ensure that a memory region could hold " + std::to_string(count) + " items because it was initialized to hold at most 100 items.", [&] { region.load(input); });
+        test::expectError(
+            "Engine/core/platform/system/MemoryRegion", 242,
+            "Failed to ensure that a memory region could hold " + std::to_string(count) +
+                " items because it was initialized to hold at most 100 items.",
+            [&] { region.load(input); });
         EXPECT_EQ(memoryManager.getChargedBytes(), 0u);
     }
 }
@@ -148,7 +153,9 @@ TEST(MemoryRegionImage, SizesThatWrapAreARefusedReservation) {
         MemoryOutputStream image;
         image.put(maximum).put(uint64_t(1)).put(uint64_t(42));
         MemoryInputStream input(image.getBytes());
-        test::expectSystemCallError("Engine/core/platform/system/MemoryRegion", 212, "mmap", ENOMEM, "An error occurred while reserving ", [&] { region.load(input); });
+        test::expectSystemCallError(
+            "Engine/core/platform/system/MemoryRegion", 212, "mmap", ENOMEM, "An error occurred while reserving ",
+            [&] { region.load(input); });
         EXPECT_EQ(region.getData(), nullptr);
         EXPECT_EQ(memoryManager.getChargedBytes(), 0u);
     }

@@ -41,8 +41,7 @@ bool isZero(const MemoryRegion<T>& region) {
 }
 
 template<typename T>
-class MemoryRegionOf : public testing::Test {
-};
+class MemoryRegionOf : public testing::Test { };
 
 using ItemTypes = testing::Types<uint8_t, std::atomic<uint8_t>, unsigned long, Item16, Item24>;
 TYPED_TEST_SUITE(MemoryRegionOf, ItemTypes);
@@ -78,7 +77,9 @@ TYPED_TEST(MemoryRegionOf, GrowsExactlyToThePageBoundary) {
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 10 * perPage + 3;
-    for (const size_t n : {size_t(0), size_t(1), perPage - 1, perPage, perPage + 1, 2 * perPage, 2 * perPage + 1, maximum - 1, maximum}) {
+    for (const size_t n :
+         {size_t(0), size_t(1), perPage - 1, perPage, perPage + 1, 2 * perPage, 2 * perPage + 1, maximum - 1,
+          maximum}) {
         SCOPED_TRACE(n);
         MemoryManager memoryManager(AMPLE);
         MemoryRegion<TypeParam> region(memoryManager);
@@ -88,7 +89,8 @@ TYPED_TEST(MemoryRegionOf, GrowsExactlyToThePageBoundary) {
         expectState(region, memoryManager, std::min(maximum, committedBytes / sizeof(TypeParam)), committedBytes);
         EXPECT_TRUE(isZero(region));
         if (region.getEnd() != 0)
-            std::memset(static_cast<void*>(region.getData()), 0xff, region.getEnd() * sizeof(TypeParam)); // all of it is usable
+            std::memset(
+                static_cast<void*>(region.getData()), 0xff, region.getEnd() * sizeof(TypeParam)); // all of it is usable
     }
 }
 
@@ -120,7 +122,8 @@ TYPED_TEST(MemoryRegionOf, TruncationGivesPagesBackAndZeroesTheRestOfTheLastPage
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 4 * perPage + perPage / 2;
-    for (const size_t n : {size_t(0), size_t(1), perPage - 1, perPage, perPage + 1, 3 * perPage, 4 * perPage, maximum - 1}) {
+    for (const size_t n :
+         {size_t(0), size_t(1), perPage - 1, perPage, perPage + 1, 3 * perPage, 4 * perPage, maximum - 1}) {
         SCOPED_TRACE(n);
         MemoryManager memoryManager(AMPLE);
         MemoryRegion<TypeParam> region(memoryManager);
@@ -211,9 +214,13 @@ TEST(MemoryRegion, GrowthBeyondTheCapacityNamesBothNumbersAndChangesNothing) {
         MemoryManager memoryManager(AMPLE);
         MemoryRegion<uint64_t> region(memoryManager);
         region.initialize(row.maximum);
-        const std::string message = "Failed to ensure that a memory region could hold " + std::to_string(row.n) + " items because it was initialized to hold at most " + std::to_string(row.maximum) + " items.";
-        test::expectError("Engine/core/platform/system/MemoryRegion", 242, message, [&] { region.doEnsureEndAtLeast(row.n); });
-        test::expectError("Engine/core/platform/system/MemoryRegion", 242, message, [&] { region.ensureEndAtLeast(row.n); });
+        const std::string message = "Failed to ensure that a memory region could hold " + std::to_string(row.n) +
+                                    " items because it was initialized to hold at most " + std::to_string(row.maximum) +
+                                    " items.";
+        test::expectError(
+            "Engine/core/platform/system/MemoryRegion", 242, message, [&] { region.doEnsureEndAtLeast(row.n); });
+        test::expectError(
+            "Engine/core/platform/system/MemoryRegion", 242, message, [&] { region.ensureEndAtLeast(row.n); });
         expectState(region, memoryManager, 0, 0);
         EXPECT_NO_THROW(region.ensureEndAtLeast(row.maximum));
         EXPECT_EQ(region.getEnd(), row.maximum);
@@ -262,8 +269,10 @@ TEST(MemoryRegion, ASizeThatCannotBeReservedLeavesTheRegionEmpty) {
         MemoryRegion<Item16> region(memoryManager);
         region.initialize(1000);
         region.ensureEndAtLeast(1000);
-        test::expectSystemCallError("Engine/core/platform/system/MemoryRegion", 212, "mmap", ENOMEM,
-            "An error occurred while reserving " + std::to_string(row.reportedBytes) + " bytes of address space.", [&] { region.initialize(row.items); });
+        test::expectSystemCallError(
+            "Engine/core/platform/system/MemoryRegion", 212, "mmap", ENOMEM,
+            "An error occurred while reserving " + std::to_string(row.reportedBytes) + " bytes of address space.",
+            [&] { region.initialize(row.items); });
         EXPECT_EQ(region.getData(), nullptr);
         EXPECT_EQ(region.getMaximumNumberOfItems(), 0u);
         expectState(region, memoryManager, 0, 0);

@@ -1,17 +1,17 @@
 #include "numdict/bench/Benchmark.h"
 
-#include "numdict/input/ByteSource.h"
-#include "numdict/console/Failures.h"
-#include "numdict/import/Import.h"
-#include "numdict/input/LineReader.h"
-#include "numdict/literals/NumericNames.h"
-#include "numdict/bench/PlainReading.h"
-#include "numdict/input/SerdHandles.h"
-#include "numdict/stores/StoreFile.h"
-#include "numdict/input/TurtleReader.h"
-#include "numdict/console/WorkerThreads.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "numdict/bench/PlainReading.h"
+#include "numdict/console/Failures.h"
+#include "numdict/console/WorkerThreads.h"
+#include "numdict/import/Import.h"
+#include "numdict/input/ByteSource.h"
+#include "numdict/input/LineReader.h"
+#include "numdict/input/SerdHandles.h"
+#include "numdict/input/TurtleReader.h"
+#include "numdict/literals/NumericNames.h"
+#include "numdict/stores/StoreFile.h"
 
 #include <fmt/format.h>
 
@@ -38,7 +38,8 @@ class ValueKeeper final : public StatementSink {
 
 public:
 
-    explicit ValueKeeper(uint64_t maximumNumberOfValues) : m_maximumNumberOfValues(maximumNumberOfValues) { }
+    explicit ValueKeeper(uint64_t maximumNumberOfValues) :
+        m_maximumNumberOfValues(maximumNumberOfValues) { }
 
     bool receive(const Statement& statement, const StatementContext&) override {
         ++m_statements;
@@ -49,7 +50,9 @@ public:
             return true;
         ++m_literals;
         ResourceValue value;
-        if (tryParseNumericValue(NUMERIC_NAMES[datatype].m_datatypeID, reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes, value) != LexicalFormStatus::VALID)
+        if (tryParseNumericValue(
+                NUMERIC_NAMES[datatype].m_datatypeID, reinterpret_cast<const char*>(statement.m_object->buf),
+                statement.m_object->n_bytes, value) != LexicalFormStatus::VALID)
             return true;
         ++m_accepted;
         if (m_keptValues == m_maximumNumberOfValues)
@@ -91,7 +94,6 @@ private:
     uint64_t m_accepted = 0;
     uint64_t m_keptValues = 0;
     std::vector<Batch> m_batches;
-
 };
 
 void readFile(const InputFile& input, ValueKeeper& keeper, BenchmarkFile& file) {
@@ -108,8 +110,10 @@ void readFile(const InputFile& input, ValueKeeper& keeper, BenchmarkFile& file) 
                 damagedLines += reader.read(block, false).m_damagedLines;
             }
             if (damagedLines != 0)
-                file.m_error = damagedLines == 1 ? "1 damaged line is skipped" : fmt::format("{} damaged lines are skipped", damagedLines);
-        } else {
+                file.m_error = damagedLines == 1 ? "1 damaged line is skipped"
+                                                 : fmt::format("{} damaged lines are skipped", damagedLines);
+        }
+        else {
             ByteSource source(input.m_path, fileBytesRead);
             TurtleReader reader(source, input.m_format, makeBaseIRI(input.m_path), "f_", keeper);
             if (const std::optional<SyntaxError> error = reader.read()) {
@@ -159,12 +163,12 @@ public:
         m_thread([this, &dictionary](const std::stop_token& token) {
             while (!token.stop_requested()) {
                 // Relaxed: nothing else is published; the end of the thread publishes the last one.
-                m_peakBytes.store(std::max(m_peakBytes.load(std::memory_order_relaxed), dictionary.getUsedBytes()), std::memory_order_relaxed);
+                m_peakBytes.store(
+                    std::max(m_peakBytes.load(std::memory_order_relaxed), dictionary.getUsedBytes()),
+                    std::memory_order_relaxed);
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
-        })
-    {
-    }
+        }) { }
 
     /// Ends the observation.
     uint64_t finish() {
@@ -177,7 +181,6 @@ private:
 
     std::atomic<uint64_t> m_peakBytes;
     std::jthread m_thread;
-
 };
 
 /// Measures with one number of threads.
@@ -185,14 +188,14 @@ class ThreadRun : private Unmovable {
 
 public:
 
-    ThreadRun(const BenchmarkOptions& options, const std::vector<InputFile>& files, const std::vector<Batch>& batches, BenchmarkReport& report, ThreadBenchmark& results) :
+    ThreadRun(
+        const BenchmarkOptions& options, const std::vector<InputFile>& files, const std::vector<Batch>& batches,
+        BenchmarkReport& report, ThreadBenchmark& results) :
         m_options(options),
         m_files(files),
         m_batches(batches),
         m_report(report),
-        m_results(results)
-    {
-    }
+        m_results(results) { }
 
     /// Does everything once; the first time, which warms up, no times are kept, but the memory is looked at.
     void runOnce(bool isFirst) {
@@ -200,16 +203,24 @@ public:
         import(isFirst);
         if (m_batches.empty())
             return;
-        enter(m_results.m_enteringSingly, isFirst, [](Transaction& transaction, const Batch& batch, uint64_t* resourceIDs) {
-            for (size_t index = 0; index < batch.size(); ++index)
-                resourceIDs[index] = transaction.resolve(batch[index]);
-        });
-        const std::unique_ptr<Dictionary> dictionary = enter(m_results.m_enteringBatches, isFirst, [](Transaction& transaction, const Batch& batch, uint64_t* resourceIDs) { transaction.resolve(batch, resourceIDs); });
+        enter(
+            m_results.m_enteringSingly, isFirst,
+            [](Transaction& transaction, const Batch& batch, uint64_t* resourceIDs) {
+                for (size_t index = 0; index < batch.size(); ++index)
+                    resourceIDs[index] = transaction.resolve(batch[index]);
+            });
+        const std::unique_ptr<Dictionary> dictionary = enter(
+            m_results.m_enteringBatches, isFirst,
+            [](Transaction& transaction, const Batch& batch, uint64_t* resourceIDs) {
+                transaction.resolve(batch, resourceIDs);
+            });
         find(m_results.m_findingSingly, isFirst, [&dictionary](const Batch& batch, uint64_t* resourceIDs) {
             for (size_t index = 0; index < batch.size(); ++index)
                 resourceIDs[index] = dictionary->tryResolve(batch[index]);
         });
-        find(m_results.m_findingBatches, isFirst, [&dictionary](const Batch& batch, uint64_t* resourceIDs) { dictionary->tryResolve(batch, resourceIDs); });
+        find(m_results.m_findingBatches, isFirst, [&dictionary](const Batch& batch, uint64_t* resourceIDs) {
+            dictionary->tryResolve(batch, resourceIDs);
+        });
     }
 
 private:
@@ -253,25 +264,32 @@ private:
     std::unique_ptr<Dictionary> enter(Timing& timing, bool isFirst, const Resolve& resolve) {
         std::unique_ptr<Dictionary> dictionary = makeDictionary();
         Transaction transaction(*dictionary);
-        add(timing, isFirst, measureBatches(m_results.m_numberOfThreads, m_batches, [&](const Batch& batch, uint64_t* resourceIDs) { resolve(transaction, batch, resourceIDs); }));
+        add(timing, isFirst,
+            measureBatches(m_results.m_numberOfThreads, m_batches, [&](const Batch& batch, uint64_t* resourceIDs) {
+                resolve(transaction, batch, resourceIDs);
+            }));
         transaction.commit();
         const uint64_t numberOfValues = countResources(*dictionary);
         if (m_report.m_keptValues == m_report.m_accepted && numberOfValues != m_report.m_distinctValues)
-            throw SystemFailure(fmt::format("bench: {} values were entered where the import entered {}; did a file change?", numberOfValues, m_report.m_distinctValues));
+            throw SystemFailure(fmt::format(
+                "bench: {} values were entered where the import entered {}; did a file change?", numberOfValues,
+                m_report.m_distinctValues));
         return dictionary;
     }
 
     template<typename Find>
     void find(Timing& timing, bool isFirst, const Find& doFind) {
         std::atomic<uint64_t> missing{0};
-        const double seconds = measureBatches(m_results.m_numberOfThreads, m_batches, [&](const Batch& batch, uint64_t* resourceIDs) {
-            doFind(batch, resourceIDs);
-            // Relaxed: a sum that is read after the threads have ended.
-            if (const auto count = std::count(resourceIDs, resourceIDs + batch.size(), uint64_t(0)))
-                missing.fetch_add(static_cast<uint64_t>(count), std::memory_order_relaxed);
-        });
+        const double seconds =
+            measureBatches(m_results.m_numberOfThreads, m_batches, [&](const Batch& batch, uint64_t* resourceIDs) {
+                doFind(batch, resourceIDs);
+                // Relaxed: a sum that is read after the threads have ended.
+                if (const auto count = std::count(resourceIDs, resourceIDs + batch.size(), uint64_t(0)))
+                    missing.fetch_add(static_cast<uint64_t>(count), std::memory_order_relaxed);
+            });
         if (missing.load(std::memory_order_relaxed) != 0)
-            throw SystemFailure(fmt::format("bench: {} values that were entered were not found", missing.load(std::memory_order_relaxed)));
+            throw SystemFailure(fmt::format(
+                "bench: {} values that were entered were not found", missing.load(std::memory_order_relaxed)));
         add(timing, isFirst, seconds);
     }
 
@@ -280,7 +298,6 @@ private:
     const std::vector<Batch>& m_batches;
     BenchmarkReport& m_report;
     ThreadBenchmark& m_results;
-
 };
 
 }
@@ -308,7 +325,8 @@ double Timing::getPerSecond(uint64_t count) const {
 }
 
 int BenchmarkReport::getExitCode() const noexcept {
-    const bool isDamaged = std::any_of(m_files.begin(), m_files.end(), [](const BenchmarkFile& file) { return !file.m_error.empty(); });
+    const bool isDamaged =
+        std::any_of(m_files.begin(), m_files.end(), [](const BenchmarkFile& file) { return !file.m_error.empty(); });
     return isDamaged || m_accepted != m_literals ? EXIT_DAMAGED_INPUT : EXIT_ALL_WELL;
 }
 
@@ -341,7 +359,9 @@ BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::functio
         ThreadRun run(options, files, keeper.getBatches(), report, results);
         for (unsigned repetition = 0; repetition <= options.m_repetitions; ++repetition) {
             const std::string threads = numberOfThreads == 1 ? "1 thread" : fmt::format("{} threads", numberOfThreads);
-            tell(repetition == 0 ? threads + ", warming up" : fmt::format("{}, run {} of {}", threads, repetition, options.m_repetitions));
+            tell(
+                repetition == 0 ? threads + ", warming up"
+                                : fmt::format("{}, run {} of {}", threads, repetition, options.m_repetitions));
             run.runOnce(repetition == 0);
         }
     }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "numdict/input/InputFiles.h"
 #include "core/data-store/embedding/Dictionary.h"
+#include "numdict/input/InputFiles.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,10 +13,11 @@
 namespace kavix::numdict {
 
 struct BenchmarkOptions {
-    std::vector<InputFile> m_files;            // no standard input: they are read again and again
+    std::vector<InputFile> m_files; // no standard input: they are read again and again
     std::vector<unsigned> m_numbersOfThreads;
     unsigned m_repetitions = 5;
-    uint64_t m_memoryBytes = uint64_t(1) << 30; // a half for a dictionary, a half for values that are kept to be entered
+    uint64_t m_memoryBytes =
+        uint64_t(1) << 30; // a half for a dictionary, a half for values that are kept to be entered
     ResourceIDWidth m_resourceIDWidth = ResourceIDWidth::BITS_32;
     bool m_useHugePages = true;
 };
@@ -53,8 +54,8 @@ struct BenchmarkFile {
     std::string m_path;
     uint64_t m_bytes = 0; // unpacked
     uint64_t m_statements = 0;
-    std::string m_error;       // empty if there is none
-    bool m_isLeftOut = false;  // it cannot be read to its end, so that it is no measure
+    std::string m_error; // empty if there is none
+    bool m_isLeftOut = false; // it cannot be read to its end, so that it is no measure
 };
 
 struct BenchmarkReport {
@@ -83,7 +84,6 @@ class BenchmarkLimit : public std::runtime_error {
 public:
 
     using std::runtime_error::runtime_error;
-
 };
 
 /// Measures on this machine and these files how fast they are imported and merely read, and how fast their values are

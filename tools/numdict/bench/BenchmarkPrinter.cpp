@@ -35,11 +35,17 @@ std::string formatMegabytes(const Timing& timing, uint64_t numberOfBytes) {
 }
 
 std::string formatInput(const BenchmarkReport& report) {
-    const auto numberOfFiles = static_cast<uint64_t>(std::count_if(report.m_files.begin(), report.m_files.end(), [](const BenchmarkFile& file) { return !file.m_isLeftOut; }));
-    std::string text = fmt::format("{} {}, {:.1f} MB, {} statements; {} numeric literals, {} of them accepted, {} distinct values\n", formatCount(numberOfFiles), numberOfFiles == 1 ? "file" : "files", static_cast<double>(report.m_bytes) / MEGABYTE, formatCount(report.m_statements), formatCount(report.m_literals), formatCount(report.m_accepted), formatCount(report.m_distinctValues));
+    const auto numberOfFiles = static_cast<uint64_t>(std::count_if(
+        report.m_files.begin(), report.m_files.end(), [](const BenchmarkFile& file) { return !file.m_isLeftOut; }));
+    std::string text = fmt::format(
+        "{} {}, {:.1f} MB, {} statements; {} numeric literals, {} of them accepted, {} distinct values\n",
+        formatCount(numberOfFiles), numberOfFiles == 1 ? "file" : "files",
+        static_cast<double>(report.m_bytes) / MEGABYTE, formatCount(report.m_statements),
+        formatCount(report.m_literals), formatCount(report.m_accepted), formatCount(report.m_distinctValues));
     for (const BenchmarkFile& file : report.m_files)
         if (!file.m_error.empty())
-            text += fmt::format("  {}: {}{}\n", file.m_path, file.m_error, file.m_isLeftOut ? "; the file was left out" : "");
+            text += fmt::format(
+                "  {}: {}{}\n", file.m_path, file.m_error, file.m_isLeftOut ? "; the file was left out" : "");
     return text;
 }
 
@@ -47,7 +53,11 @@ std::string formatImport(const BenchmarkReport& report) {
     TextTable table;
     table.addRow({"threads", "reading", "MB/s", "import", "MB/s", "literals/s", "import/reading"});
     for (const ThreadBenchmark& results : report.m_threads)
-        table.addRow({std::to_string(results.m_numberOfThreads), formatDuration(results.m_reading.getMedian()), formatMegabytes(results.m_reading, report.m_bytes), formatDuration(results.m_import.getMedian()), formatMegabytes(results.m_import, report.m_bytes), formatRate(results.m_import, report.m_literals), fmt::format("{:.2f}", getImportPerReading(results))});
+        table.addRow(
+            {std::to_string(results.m_numberOfThreads), formatDuration(results.m_reading.getMedian()),
+             formatMegabytes(results.m_reading, report.m_bytes), formatDuration(results.m_import.getMedian()),
+             formatMegabytes(results.m_import, report.m_bytes), formatRate(results.m_import, report.m_literals),
+             fmt::format("{:.2f}", getImportPerReading(results))});
     return "\nReading the files, and importing them\n" + table.format();
 }
 
@@ -55,13 +65,19 @@ std::string formatImport(const BenchmarkReport& report) {
 std::string formatVerdict(const BenchmarkReport& report) {
     const ThreadBenchmark& results = report.m_threads.back();
     const double ratio = getImportPerReading(results);
-    const std::string start = fmt::format("\nReading is what the parser, serd, takes alone; no import can be faster. With {} the import takes {:.2f} times as long.\n", formatThreads(results.m_numberOfThreads), ratio);
+    const std::string start = fmt::format(
+        "\nReading is what the parser, serd, takes alone; no import can be faster. With {} the import takes {:.2f} "
+        "times as long.\n",
+        formatThreads(results.m_numberOfThreads), ratio);
     if (ratio <= 1)
         return start + "The difference is lost in what the runs differ by: serd is what holds the import back.\n";
     const double share = 100 / ratio;
     const std::string others = "finding the lines, counting and the dictionary";
     if (ratio < LITTLE_MORE_THAN_READING)
-        return start + fmt::format("Serd is what holds the import back: it has {:.0f}% of the time; {} together have {:.0f}%.\n", share, others, 100 - share);
+        return start +
+               fmt::format(
+                   "Serd is what holds the import back: it has {:.0f}% of the time; {} together have {:.0f}%.\n", share,
+                   others, 100 - share);
     return start + fmt::format("Serd has {:.0f}% of the time; {} together have {:.0f}%.\n", share, others, 100 - share);
 }
 
@@ -71,10 +87,16 @@ std::string formatValues(const BenchmarkReport& report) {
     TextTable table;
     table.addRow({"threads", "enter singly", "in batches", "look up singly", "in batches"});
     for (const ThreadBenchmark& results : report.m_threads)
-        table.addRow({std::to_string(results.m_numberOfThreads), formatRate(results.m_enteringSingly, report.m_keptValues), formatRate(results.m_enteringBatches, report.m_keptValues), formatRate(results.m_findingSingly, report.m_keptValues), formatRate(results.m_findingBatches, report.m_keptValues)});
-    std::string text = "\nValues a second, without reading: entered into an empty dictionary, and looked up in it\n" + table.format();
+        table.addRow(
+            {std::to_string(results.m_numberOfThreads), formatRate(results.m_enteringSingly, report.m_keptValues),
+             formatRate(results.m_enteringBatches, report.m_keptValues),
+             formatRate(results.m_findingSingly, report.m_keptValues),
+             formatRate(results.m_findingBatches, report.m_keptValues)});
+    std::string text =
+        "\nValues a second, without reading: entered into an empty dictionary, and looked up in it\n" + table.format();
     if (report.m_keptValues != report.m_accepted)
-        text += fmt::format("  (the first {} values; the others do not fit in half of --memory)\n", formatCount(report.m_keptValues));
+        text += fmt::format(
+            "  (the first {} values; the others do not fit in half of --memory)\n", formatCount(report.m_keptValues));
     return text;
 }
 
@@ -82,10 +104,21 @@ std::string formatMemory(const BenchmarkReport& report) {
     TextTable table;
     table.addRow({"threads", "peak", "at the end", "bytes a distinct value", "on huge pages"});
     for (const ThreadBenchmark& results : report.m_threads) {
-        const std::string bytesPerValue = report.m_distinctValues == 0 ? std::string("-") : fmt::format("{:.1f}", static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
-        table.addRow({std::to_string(results.m_numberOfThreads), formatSize(results.m_peakBytes), formatSize(results.m_usedBytes), bytesPerValue, results.m_hugePageBytes ? formatSize(*results.m_hugePageBytes) : std::string("not told")});
+        const std::string bytesPerValue = report.m_distinctValues == 0
+                                              ? std::string("-")
+                                              : fmt::format(
+                                                    "{:.1f}", static_cast<double>(results.m_usedBytes) /
+                                                                  static_cast<double>(report.m_distinctValues));
+        table.addRow(
+            {std::to_string(results.m_numberOfThreads), formatSize(results.m_peakBytes),
+             formatSize(results.m_usedBytes), bytesPerValue,
+             results.m_hugePageBytes ? formatSize(*results.m_hugePageBytes) : std::string("not told")});
     }
-    return fmt::format("\nMemory that an import charges to the budget (the peak was looked for each millisecond); huge pages were {}asked for\n", report.m_useHugePages ? "" : "not ") + table.format();
+    return fmt::format(
+               "\nMemory that an import charges to the budget (the peak was looked for each millisecond); huge pages "
+               "were {}asked for\n",
+               report.m_useHugePages ? "" : "not ") +
+           table.format();
 }
 
 /// How far apart runs of one thing lie at worst.
@@ -93,17 +126,29 @@ std::string formatSpread(const BenchmarkReport& report) {
     double largest = 0;
     std::string where;
     for (const ThreadBenchmark& results : report.m_threads) {
-        const std::pair<std::string_view, const Timing*> timings[] = {{"reading", &results.m_reading}, {"import", &results.m_import}, {"entering singly", &results.m_enteringSingly}, {"entering batches", &results.m_enteringBatches}, {"looking up singly", &results.m_findingSingly}, {"looking up batches", &results.m_findingBatches}};
+        const std::pair<std::string_view, const Timing*> timings[] = {
+            {"reading", &results.m_reading},
+            {"import", &results.m_import},
+            {"entering singly", &results.m_enteringSingly},
+            {"entering batches", &results.m_enteringBatches},
+            {"looking up singly", &results.m_findingSingly},
+            {"looking up batches", &results.m_findingBatches}};
         for (const auto& [name, timing] : timings)
             if (timing->getSpread() >= largest) {
                 largest = timing->getSpread();
                 where = fmt::format("{}, {}", name, formatThreads(results.m_numberOfThreads));
             }
     }
-    std::string text = fmt::format("\nFigures are medians of {} {} after one to warm up, on {} {}. ", report.m_repetitions, report.m_repetitions == 1 ? "run" : "runs", report.m_numberOfProcessors, report.m_numberOfProcessors == 1 ? "processor" : "processors");
+    std::string text = fmt::format(
+        "\nFigures are medians of {} {} after one to warm up, on {} {}. ", report.m_repetitions,
+        report.m_repetitions == 1 ? "run" : "runs", report.m_numberOfProcessors,
+        report.m_numberOfProcessors == 1 ? "processor" : "processors");
     if (report.m_repetitions == 1)
         return text + "One run does not tell how much they vary: try --repetitions 5.\n";
-    return text + fmt::format("Runs lie up to {:.0f}% of the median apart\n({}); differences of that size mean nothing. MB are 1,000,000 bytes, unpacked.\n", 100 * largest, where);
+    return text + fmt::format(
+                      "Runs lie up to {:.0f}% of the median apart\n({}); differences of that size mean nothing. MB are "
+                      "1,000,000 bytes, unpacked.\n",
+                      100 * largest, where);
 }
 
 nlohmann::ordered_json toJSON(const Timing& timing) {
@@ -132,8 +177,13 @@ nlohmann::ordered_json toJSON(const ThreadBenchmark& results, const BenchmarkRep
     object["lookUpBatches"] = toJSON(results.m_findingBatches, "valuesPerSecond", report.m_keptValues);
     object["memory"]["peak"] = results.m_peakBytes;
     object["memory"]["used"] = results.m_usedBytes;
-    object["memory"]["perDistinctValue"] = report.m_distinctValues == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
-    object["memory"]["onHugePages"] = results.m_hugePageBytes ? nlohmann::ordered_json(*results.m_hugePageBytes) : nlohmann::ordered_json();
+    object["memory"]["perDistinctValue"] =
+        report.m_distinctValues == 0
+            ? nlohmann::ordered_json()
+            : nlohmann::ordered_json(
+                  static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
+    object["memory"]["onHugePages"] =
+        results.m_hugePageBytes ? nlohmann::ordered_json(*results.m_hugePageBytes) : nlohmann::ordered_json();
     return object;
 }
 
@@ -143,7 +193,8 @@ std::string formatBenchmark(const BenchmarkReport& report) {
     std::string text = formatInput(report);
     if (report.m_threads.empty())
         return text + "\nNothing was measured.\n";
-    return text + formatImport(report) + formatVerdict(report) + formatValues(report) + formatMemory(report) + formatSpread(report);
+    return text + formatImport(report) + formatVerdict(report) + formatValues(report) + formatMemory(report) +
+           formatSpread(report);
 }
 
 std::string formatBenchmarkAsJSON(const BenchmarkReport& report) {

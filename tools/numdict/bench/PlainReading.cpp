@@ -1,9 +1,9 @@
 #include "numdict/bench/PlainReading.h"
 
+#include "numdict/console/WorkerThreads.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/LineBlocks.h"
 #include "numdict/input/SerdHandles.h"
-#include "numdict/console/WorkerThreads.h"
 
 #include <algorithm>
 #include <atomic>
@@ -19,7 +19,8 @@ namespace kavix::numdict {
 
 namespace {
 
-/// The parser keeps the terms of what it has read until it is freed; behind this many bytes that costs more than it saves.
+/// The parser keeps the terms of what it has read until it is freed; behind this many bytes that costs more than it
+/// saves.
 constexpr size_t PIECE_SIZE = 64 * 1024;
 
 constexpr size_t PAGE_SIZE = 64 * 1024;
@@ -28,7 +29,9 @@ SerdStatus ignoreError(void*, const SerdError*) {
     return SERD_SUCCESS;
 }
 
-SerdStatus countStatement(void* handle, SerdStatementFlags, const SerdNode*, const SerdNode*, const SerdNode*, const SerdNode*, const SerdNode*, const SerdNode*) {
+SerdStatus countStatement(
+    void* handle, SerdStatementFlags, const SerdNode*, const SerdNode*, const SerdNode*, const SerdNode*,
+    const SerdNode*, const SerdNode*) {
     ++*static_cast<uint64_t*>(handle);
     return SERD_SUCCESS;
 }
@@ -122,7 +125,9 @@ uint64_t getSize(const InputFile& file) {
 uint64_t readPlainly(const std::vector<InputFile>& files, unsigned numberOfThreads) {
     std::vector<size_t> order(files.size());
     std::iota(order.begin(), order.end(), size_t(0));
-    std::stable_sort(order.begin(), order.end(), [&](size_t first, size_t second) { return getSize(files[first]) > getSize(files[second]); });
+    std::stable_sort(order.begin(), order.end(), [&](size_t first, size_t second) {
+        return getSize(files[first]) > getSize(files[second]);
+    });
     std::atomic<uint64_t> fileBytesRead{0};
     std::vector<std::unique_ptr<LineBlocks>> lineFiles(files.size()); // in the same order; opened by who comes first
     for (size_t index = 0; index < files.size(); ++index)
@@ -137,7 +142,8 @@ uint64_t readPlainly(const std::vector<InputFile>& files, unsigned numberOfThrea
             while (blocks.mayHaveMore() && blocks.next(block))
                 readBlock(block, ownStatements);
         };
-        // Relaxed, as below: it only hands out numbers; the files are fixed, and the end of the threads publishes the sum.
+        // Relaxed, as below: it only hands out numbers; the files are fixed, and the end of the threads publishes the
+        // sum.
         for (size_t index; (index = nextFile.fetch_add(1, std::memory_order_relaxed)) < files.size();)
             if (lineFiles[index])
                 readBlocks(*lineFiles[index]);

@@ -1,10 +1,10 @@
 #include "numdict/bench/Benchmark.h"
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/stores/MemoryBudget.h"
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/stores/MemoryBudget.h"
 
 #include <fmt/format.h>
 
@@ -33,7 +33,8 @@ std::vector<unsigned> getNumbersOfThreads(const BenchCommand& command) {
         return getDefaultNumbersOfThreads();
     for (const unsigned number : command.m_numbersOfThreads)
         if (number == 0 || number > MAXIMUM_NUMBER_OF_THREADS)
-            throw UsageError(fmt::format("bench: --threads can be 1 to {}, or several of them such as 1,2,4", MAXIMUM_NUMBER_OF_THREADS));
+            throw UsageError(fmt::format(
+                "bench: --threads can be 1 to {}, or several of them such as 1,2,4", MAXIMUM_NUMBER_OF_THREADS));
     return command.m_numbersOfThreads;
 }
 
@@ -71,7 +72,10 @@ int runBenchCommand(const BenchCommand& command) {
     }
     catch (const BenchmarkLimit& limit) {
         display.reset();
-        std::fputs(fmt::format("numdict: bench was stopped: a half of --memory is for the dictionary. {}\n", limit.what()).c_str(), stderr);
+        std::fputs(
+            fmt::format("numdict: bench was stopped: a half of --memory is for the dictionary. {}\n", limit.what())
+                .c_str(),
+            stderr);
         return EXIT_LIMIT_REACHED;
     }
 }

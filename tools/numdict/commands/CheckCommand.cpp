@@ -1,13 +1,13 @@
+#include "core/data-store/repair/StoreRepair.h"
+#include "core/platform/stream/ReplacingFile.h"
+#include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/stores/MappedFile.h"
-#include "numdict/stores/MemoryBudget.h"
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/stores/MappedFile.h"
+#include "numdict/stores/MemoryBudget.h"
 #include "numdict/stores/StoreCheck.h"
-#include "numdict/commands/StoreCommands.h"
-#include "core/data-store/repair/StoreRepair.h"
-#include "core/platform/stream/ReplacingFile.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -29,7 +29,10 @@ public:
 
     static constexpr uint64_t LIMIT = 20;
 
-    ProblemList(std::string prefix, bool isListingAll, bool isJSON) : m_prefix(std::move(prefix)), m_isListingAll(isListingAll), m_isJSON(isJSON) { }
+    ProblemList(std::string prefix, bool isListingAll, bool isJSON) :
+        m_prefix(std::move(prefix)),
+        m_isListingAll(isListingAll),
+        m_isJSON(isJSON) { }
 
     void add(std::string&& problem) {
         ++m_count;
@@ -44,7 +47,8 @@ public:
     /// Says how many were not printed.
     void finish() const {
         if (!m_isJSON && !m_isListingAll && m_count > LIMIT)
-            writeStandardOutput(fmt::format("{}... and {} more; --all lists them\n", m_prefix, formatCount(m_count - LIMIT)));
+            writeStandardOutput(
+                fmt::format("{}... and {} more; --all lists them\n", m_prefix, formatCount(m_count - LIMIT)));
     }
 
     uint64_t getCount() const noexcept { return m_count; }
@@ -58,7 +62,6 @@ private:
     const bool m_isJSON;
     uint64_t m_count = 0;
     nlohmann::ordered_json m_problems = nlohmann::ordered_json::array();
-
 };
 
 std::string formatProblems(uint64_t count) {
@@ -70,7 +73,8 @@ std::string formatProblems(uint64_t count) {
 int runCheckCommand(const CheckCommand& command) {
     checkStoreExists("check", command.m_storePath);
     if (command.m_isRepairing == command.m_outputPath.empty())
-        throw UsageError("check: --repair and -o belong together: the repaired store is a new file, and the damaged one stays");
+        throw UsageError(
+            "check: --repair and -o belong together: the repaired store is a new file, and the damaged one stays");
     if (command.m_isTakingUnconfirmed && !command.m_isRepairing)
         throw UsageError("check: --unconfirmed says what --repair saves; add --repair -o NEW");
     std::error_code error;
@@ -84,18 +88,23 @@ int runCheckCommand(const CheckCommand& command) {
 
     std::optional<ProgressDisplay> display;
     if (!command.m_options.m_isQuiet)
-        display.emplace([&](double seconds) { return fmt::format("checking {}, {}", command.m_storePath, formatDuration(seconds)); });
+        display.emplace([&](double seconds) {
+            return fmt::format("checking {}, {}", command.m_storePath, formatDuration(seconds));
+        });
     const MappedFile file(command.m_storePath);
     const DamagedStore store(file.getData(), file.getLength());
     ProblemList problems("", command.m_isListingAll, command.m_isJSON);
-    checkStore(file, store, budget, useHugePages, [&problems](std::string&& problem) { problems.add(std::move(problem)); });
+    checkStore(
+        file, store, budget, useHugePages, [&problems](std::string&& problem) { problems.add(std::move(problem)); });
     problems.finish();
 
     ProblemList losses("not saved: ", command.m_isListingAll, command.m_isJSON);
     uint64_t numberOfSaved = 0;
     const bool isWritten = command.m_isRepairing && store.isReadable();
     if (isWritten) {
-        const std::unique_ptr<Dictionary> dictionary = StoreRepair(store, command.m_isTakingUnconfirmed).rebuild(budget, useHugePages, [&losses](std::string&& loss) { losses.add(std::move(loss)); });
+        const std::unique_ptr<Dictionary> dictionary =
+            StoreRepair(store, command.m_isTakingUnconfirmed)
+                .rebuild(budget, useHugePages, [&losses](std::string&& loss) { losses.add(std::move(loss)); });
         losses.finish();
         numberOfSaved = countResources(*dictionary);
         saveStoreFile(*dictionary, *repairedFile, true);
@@ -114,10 +123,14 @@ int runCheckCommand(const CheckCommand& command) {
             repair["losses"] = losses.getProblems();
         }
         writeStandardOutput(object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
-    } else {
-        writeStandardOutput(fmt::format("{}: {}\n", command.m_storePath, problems.getCount() == 0 ? "sound" : formatProblems(problems.getCount())));
+    }
+    else {
+        writeStandardOutput(fmt::format(
+            "{}: {}\n", command.m_storePath, problems.getCount() == 0 ? "sound" : formatProblems(problems.getCount())));
         if (isWritten)
-            writeStandardOutput(fmt::format("{}: {} values saved, {} not\n", command.m_outputPath, formatCount(numberOfSaved), formatCount(losses.getCount())));
+            writeStandardOutput(fmt::format(
+                "{}: {} values saved, {} not\n", command.m_outputPath, formatCount(numberOfSaved),
+                formatCount(losses.getCount())));
         else if (command.m_isRepairing)
             writeStandardOutput("nothing can be saved, and no file was written\n");
     }

@@ -21,7 +21,8 @@ void addValues(CLI::App& command, const std::vector<std::string>& values) {
     const std::vector<CLI::Option*> positionals = getPositionals(command);
     for (const std::string& value : values) {
         const auto taker = std::find_if(positionals.begin(), positionals.end(), [](const CLI::Option* positional) {
-            return static_cast<int>(positional->count()) < positional->get_items_expected_min() || positional->get_allow_extra_args();
+            return static_cast<int>(positional->count()) < positional->get_items_expected_min() ||
+                   positional->get_allow_extra_args();
         });
         if (taker != positionals.end())
             (*taker)->add_result(value);

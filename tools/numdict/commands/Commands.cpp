@@ -1,10 +1,10 @@
 #include "numdict/commands/Commands.h"
 
+#include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/errors/KavixException.h"
 #include "numdict/console/Failures.h"
 #include "numdict/console/Limits.h"
 #include "numdict/console/StandardOutput.h"
-#include "core/platform/errors/ErrorCatalogue.h"
-#include "core/platform/errors/KavixException.h"
 
 #include <fmt/format.h>
 
@@ -43,7 +43,11 @@ int runGuarded(const std::function<int()>& command) {
             return report(EXIT_LIMIT_REACHED, *advice);
         const auto* exception = dynamic_cast<const KavixException*>(&error);
         if (exception != nullptr && comesFrom(*exception, ErrorSites::CANNOT_RESERVE_ADDRESS_SPACE))
-            return report(EXIT_FAILURE_INSIDE, fmt::format("The system grants too little address space: raise the limit of the process (ulimit -v). ({})", exception->getMessage()));
+            return report(
+                EXIT_FAILURE_INSIDE,
+                fmt::format(
+                    "The system grants too little address space: raise the limit of the process (ulimit -v). ({})",
+                    exception->getMessage()));
         return report(EXIT_FAILURE_INSIDE, error.what());
     }
 }

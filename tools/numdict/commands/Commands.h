@@ -12,11 +12,11 @@ namespace kavix::numdict {
 
 struct ImportCommand {
     std::vector<std::string> m_paths;
-    std::string m_format;             // empty: by extension
-    unsigned m_numberOfThreads = 0;   // 0: as many as there are processors
-    std::string m_memory;             // empty: half of the machine's
-    unsigned m_resourceIDWidth = 0;   // 0: that of the store, or 32
-    std::string m_storePath;          // empty: the dictionary ends with the program
+    std::string m_format; // empty: by extension
+    unsigned m_numberOfThreads = 0; // 0: as many as there are processors
+    std::string m_memory; // empty: half of the machine's
+    unsigned m_resourceIDWidth = 0; // 0: that of the store, or 32
+    std::string m_storePath; // empty: the dictionary ends with the program
     bool m_isDryRun = false;
     bool m_isTrusted = false;
     bool m_isWithoutHugePages = false;
@@ -33,10 +33,10 @@ int runImportCommand(const ImportCommand& command);
 
 struct BenchCommand {
     std::vector<std::string> m_paths;
-    std::string m_format;                     // empty: by extension
+    std::string m_format; // empty: by extension
     std::vector<unsigned> m_numbersOfThreads; // empty: 1, 2, 4 and so on up to the number of processors
     unsigned m_repetitions = 5;
-    std::string m_memory;                     // empty: half of the machine's
+    std::string m_memory; // empty: half of the machine's
     unsigned m_resourceIDWidth = 32;
     bool m_isWithoutHugePages = false;
     bool m_isJSON = false;
@@ -67,9 +67,8 @@ struct GenerateCommand {
 
 int runGenerateCommand(const GenerateCommand& command);
 
-/// Runs a command and flushes standard output; if that fails, prints why to standard error, with advice, and returns the
-/// exit code for it.
+/// Runs a command and flushes standard output; if that fails, prints why to standard error, with advice, and returns
+/// the exit code for it.
 int runGuarded(const std::function<int()>& command);
-
 
 }

@@ -1,13 +1,13 @@
-#include "numdict/console/Failures.h"
-#include "numdict/input/LineList.h"
-#include "numdict/literals/LiteralDescription.h"
-#include "numdict/console/OutputFile.h"
-#include "numdict/stores/ResourceRecord.h"
-#include "numdict/console/Sizes.h"
-#include "numdict/console/StandardOutput.h"
-#include "numdict/commands/StoreCommands.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/platform/stream/ReplacingFile.h"
+#include "numdict/commands/StoreCommands.h"
+#include "numdict/console/Failures.h"
+#include "numdict/console/OutputFile.h"
+#include "numdict/console/Sizes.h"
+#include "numdict/console/StandardOutput.h"
+#include "numdict/input/LineList.h"
+#include "numdict/literals/LiteralDescription.h"
+#include "numdict/stores/ResourceRecord.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -25,7 +25,9 @@ class Selection {
 
 public:
 
-    explicit Selection(const Dictionary& dictionary) : m_dictionary(dictionary), m_isSelected(getEndOfResourceIDs(dictionary), false) { }
+    explicit Selection(const Dictionary& dictionary) :
+        m_dictionary(dictionary),
+        m_isSelected(getEndOfResourceIDs(dictionary), false) { }
 
     /// Returns whether every line could be understood.
     bool read(const std::string& path) {
@@ -34,7 +36,9 @@ public:
             const std::string place = fmt::format("{}:{}", path, number);
             if (line.find_first_not_of("0123456789") == std::string_view::npos) {
                 const std::optional<uint64_t> resourceID = tryParseResourceID(line);
-                select(resourceID && m_dictionary.tryGetResourceDatatypeID(*resourceID) != D_NONE ? *resourceID : 0, place, line);
+                select(
+                    resourceID && m_dictionary.tryGetResourceDatatypeID(*resourceID) != D_NONE ? *resourceID : 0, place,
+                    line);
                 return;
             }
             const LiteralDescription description = describeLiteral(line);
@@ -69,7 +73,6 @@ private:
     const Dictionary& m_dictionary;
     std::vector<bool> m_isSelected; // by resource ID
     uint64_t m_numberOfMissing = 0;
-
 };
 
 void writeMap(const std::vector<uint64_t>& newResourceIDs, OutputFile& output) {
@@ -108,7 +111,9 @@ int runCompactCommand(const CompactCommand& command) {
     }
     const uint64_t valuesBefore = countResources(*dictionary);
     const uint64_t memoryBefore = dictionary->getUsedBytes();
-    const std::vector<uint64_t> newResourceIDs = dictionary->compact([&](uint64_t resourceID) { return isKeeping ? selection.contains(resourceID) : !selection.contains(resourceID); });
+    const std::vector<uint64_t> newResourceIDs = dictionary->compact([&](uint64_t resourceID) {
+        return isKeeping ? selection.contains(resourceID) : !selection.contains(resourceID);
+    });
     const uint64_t valuesAfter = countResources(*dictionary);
     const uint64_t memoryAfter = dictionary->getUsedBytes();
     const uint64_t size = saveStoreFile(*dictionary, file, command.m_options.m_isQuiet);
@@ -124,8 +129,12 @@ int runCompactCommand(const CompactCommand& command) {
         object["memoryAfter"] = memoryAfter;
         object["bytes"] = size;
         writeStandardOutput(object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
-    } else if (command.m_mapPath != "-")
-        writeStandardOutput(fmt::format("{} values kept, {} dropped; memory {}, was {}; file {}\n", formatCount(valuesAfter), formatCount(valuesBefore - valuesAfter), formatSize(memoryAfter), formatSize(memoryBefore), formatSize(size)));
+    }
+    else if (command.m_mapPath != "-")
+        writeStandardOutput(fmt::format(
+            "{} values kept, {} dropped; memory {}, was {}; file {}\n", formatCount(valuesAfter),
+            formatCount(valuesBefore - valuesAfter), formatSize(memoryAfter), formatSize(memoryBefore),
+            formatSize(size)));
     flushStandardOutput(); // before the files, so that the store is as it was if this fails
     // The map first: a store with new IDs and no map to them could not be understood.
     if (map)

@@ -1,10 +1,10 @@
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/literals/LiteralDescription.h"
-#include "numdict/stores/MemoryBudget.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
-#include "numdict/commands/StoreCommands.h"
-#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "numdict/literals/LiteralDescription.h"
+#include "numdict/stores/MemoryBudget.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -21,26 +21,39 @@ class DifferenceWriter {
 
 public:
 
-    explicit DifferenceWriter(bool isJSON) : m_isJSON(isJSON) { }
+    explicit DifferenceWriter(bool isJSON) :
+        m_isJSON(isJSON) { }
 
     /// @param firstID, secondID  0 where the store does not have the value
     void write(uint64_t firstID, uint64_t secondID, const ResourceValue& value) {
         ++(secondID == 0 ? m_onlyInFirst : firstID == 0 ? m_onlyInSecond : m_otherIDs);
         const std::string literal = formatTurtleLiteral(value);
-        const auto toText = [](uint64_t resourceID) { return resourceID == 0 ? std::string("-") : std::to_string(resourceID); };
+        const auto toText = [](uint64_t resourceID) {
+            return resourceID == 0 ? std::string("-") : std::to_string(resourceID);
+        };
         if (m_isJSON) {
             nlohmann::ordered_json object;
             object["literal"] = literal;
             object["first"] = firstID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(firstID);
             object["second"] = secondID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(secondID);
             writeStandardOutput(object.dump() + "\n");
-        } else
-            writeStandardOutput(fmt::format("{}\t{}\t{}\t{}\n", secondID == 0 ? '<' : firstID == 0 ? '>' : '!', toText(firstID), toText(secondID), literal));
+        }
+        else
+            writeStandardOutput(fmt::format(
+                "{}\t{}\t{}\t{}\n",
+                secondID == 0  ? '<'
+                : firstID == 0 ? '>'
+                               : '!',
+                toText(firstID), toText(secondID), literal));
     }
 
     bool isAny() const noexcept { return m_onlyInFirst + m_onlyInSecond + m_otherIDs != 0; }
 
-    std::string summarise() const { return fmt::format("{} values only in the first store, {} only in the second, {} with other IDs", formatCount(m_onlyInFirst), formatCount(m_onlyInSecond), formatCount(m_otherIDs)); }
+    std::string summarise() const {
+        return fmt::format(
+            "{} values only in the first store, {} only in the second, {} with other IDs", formatCount(m_onlyInFirst),
+            formatCount(m_onlyInSecond), formatCount(m_otherIDs));
+    }
 
 private:
 
@@ -48,7 +61,6 @@ private:
     uint64_t m_onlyInFirst = 0;
     uint64_t m_onlyInSecond = 0;
     uint64_t m_otherIDs = 0;
-
 };
 
 template<typename Function>
@@ -66,7 +78,8 @@ int runDiffCommand(const DiffCommand& command) {
     checkStoreExists("diff", command.m_secondPath);
     const uint64_t budget = getMemoryBudget("diff", command.m_options.m_memory);
     const std::unique_ptr<Dictionary> first = openStoreFile(command.m_firstPath, budget, command.m_options);
-    const std::unique_ptr<Dictionary> second = openStoreFile(command.m_secondPath, budget - std::min(budget, first->getUsedBytes()), command.m_options);
+    const std::unique_ptr<Dictionary> second =
+        openStoreFile(command.m_secondPath, budget - std::min(budget, first->getUsedBytes()), command.m_options);
     DifferenceWriter writer(command.m_isJSON);
     forEachResource(*first, [&](uint64_t resourceID, const ResourceValue& value) {
         const uint64_t secondID = second->tryResolve(value);

@@ -1,8 +1,8 @@
+#include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/literals/LiteralDescription.h"
 #include "numdict/console/StandardOutput.h"
-#include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "numdict/literals/LiteralDescription.h"
 
 #include <fmt/format.h>
 

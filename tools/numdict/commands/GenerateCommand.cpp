@@ -1,8 +1,8 @@
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/literals/LiteralGenerator.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/literals/LiteralGenerator.h"
 
 #include <fmt/format.h>
 
@@ -32,7 +32,8 @@ struct FileCloser {
 int runGenerateCommand(const GenerateCommand& command) {
     const std::optional<uint64_t> numberOfLiterals = tryParseCount(command.m_numberOfLiterals);
     if (!numberOfLiterals)
-        throw UsageError(fmt::format("generate: --literals '{}' is no count; write 1000000, 500k or 100M", command.m_numberOfLiterals));
+        throw UsageError(fmt::format(
+            "generate: --literals '{}' is no count; write 1000000, 500k or 100M", command.m_numberOfLiterals));
     std::unique_ptr<std::FILE, FileCloser> file;
     if (command.m_outputPath != "-") {
         file.reset(std::fopen(command.m_outputPath.c_str(), "wbe"));

@@ -1,15 +1,15 @@
+#include "core/data-store/embedding/Dictionary.h"
+#include "core/platform/stream/ReplacingFile.h"
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
+#include "numdict/console/ProgressDisplay.h"
+#include "numdict/console/StandardOutput.h"
 #include "numdict/import/Import.h"
+#include "numdict/import/ReportPrinter.h"
 #include "numdict/input/InputFiles.h"
 #include "numdict/literals/LiteralDescription.h"
 #include "numdict/stores/MemoryBudget.h"
-#include "numdict/console/ProgressDisplay.h"
-#include "numdict/import/ReportPrinter.h"
-#include "numdict/console/StandardOutput.h"
 #include "numdict/stores/StoreFile.h"
-#include "core/data-store/embedding/Dictionary.h"
-#include "core/platform/stream/ReplacingFile.h"
 
 #include <fmt/format.h>
 
@@ -54,8 +54,12 @@ std::unique_ptr<Dictionary> makeDictionary(const ImportCommand& command) {
     if (!command.m_storePath.empty() && std::filesystem::exists(command.m_storePath, error)) {
         const auto width = static_cast<unsigned>(readResourceIDWidth(command.m_storePath));
         if (command.m_resourceIDWidth != 0 && command.m_resourceIDWidth != width)
-            throw UsageError(fmt::format("import: '{}' has resource IDs of {} bits, not {}; leave --id-width out", command.m_storePath, width, command.m_resourceIDWidth));
-        return openStoreFile(command.m_storePath, budget, StoreOptions{command.m_memory, command.m_isTrusted, command.m_isQuiet, command.m_isWithoutHugePages});
+            throw UsageError(fmt::format(
+                "import: '{}' has resource IDs of {} bits, not {}; leave --id-width out", command.m_storePath, width,
+                command.m_resourceIDWidth));
+        return openStoreFile(
+            command.m_storePath, budget,
+            StoreOptions{command.m_memory, command.m_isTrusted, command.m_isQuiet, command.m_isWithoutHugePages});
     }
     Dictionary::Options options;
     options.memoryBudgetBytes = budget;
@@ -80,7 +84,8 @@ bool lookUp(const ImportCommand& command, const Dictionary& dictionary, std::str
     }
     for (const uint64_t resourceID : command.m_resourceIDsToGet) {
         const bool isFound = dictionary.tryGetResourceDatatypeID(resourceID) != 0;
-        text += isFound ? fmt::format("ID {} is {}\n", resourceID, dictionary.getTurtleLiteral(resourceID)) : fmt::format("no literal has ID {}\n", resourceID);
+        text += isFound ? fmt::format("ID {} is {}\n", resourceID, dictionary.getTurtleLiteral(resourceID))
+                        : fmt::format("no literal has ID {}\n", resourceID);
         areAllFound = areAllFound && isFound;
     }
     return areAllFound;
@@ -102,7 +107,8 @@ int runImportCommand(const ImportCommand& command) {
     checkStorePath(command);
     std::optional<ReplacingFile> newStore;
     if (hasStore && !command.m_isDryRun)
-        newStore.emplace(command.m_storePath); // locked before the old one is read, so that nobody's import in between is lost
+        newStore.emplace(
+            command.m_storePath); // locked before the old one is read, so that nobody's import in between is lost
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(command);
     const uint64_t valuesBefore = hasStore ? countResources(*dictionary) : 0;
 
@@ -143,7 +149,10 @@ int runImportCommand(const ImportCommand& command) {
     if (report.m_limitMessage)
         std::fputs(fmt::format("numdict: the import was stopped. {}\n", *report.m_limitMessage).c_str(), stderr);
     else if (report.m_isStoppedByStrict)
-        std::fputs("numdict: the import was stopped at the first fault (--strict); the figures cover what was read until then\n", stderr);
+        std::fputs(
+            "numdict: the import was stopped at the first fault (--strict); the figures cover what was read until "
+            "then\n",
+            stderr);
     flushStandardOutput(); // before the store, so that it is as it was if this fails
     if (failure)
         std::rethrow_exception(failure);

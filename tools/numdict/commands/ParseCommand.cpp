@@ -1,7 +1,7 @@
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/literals/LiteralDescription.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/literals/LiteralDescription.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -25,14 +25,17 @@ std::string formatBinary(const ResourceValue& value) {
 std::string formatAsJSON(const LiteralDescription& description) {
     nlohmann::ordered_json object;
     object["literal"] = description.m_literal;
-    object["datatype"] = description.m_datatype.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(description.m_datatype);
-    object["datatypeID"] = description.m_datatypeID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(description.m_datatypeID);
+    object["datatype"] =
+        description.m_datatype.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(description.m_datatype);
+    object["datatypeID"] =
+        description.m_datatypeID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(description.m_datatypeID);
     object["valid"] = description.m_isValid;
     if (description.m_isValid) {
         object["lexicalForm"] = description.m_lexicalForm;
         object["turtle"] = description.m_turtle;
         object["binary"] = formatBinary(description.m_value);
-    } else {
+    }
+    else {
         object["reason"] = description.m_reason;
         object["message"] = description.m_message;
     }
@@ -41,8 +44,12 @@ std::string formatAsJSON(const LiteralDescription& description) {
 
 std::string formatForPeople(const LiteralDescription& description) {
     if (!description.m_isValid)
-        return fmt::format("{}\n  error      {} ({})\n", description.m_literal, description.m_message, description.m_reason);
-    return fmt::format("{}\n  datatype   {} (ID {})\n  value      {}\n  Turtle     {}\n  binary     {}\n", description.m_literal, description.m_datatype, description.m_datatypeID, description.m_lexicalForm, description.m_turtle, formatBinary(description.m_value));
+        return fmt::format(
+            "{}\n  error      {} ({})\n", description.m_literal, description.m_message, description.m_reason);
+    return fmt::format(
+        "{}\n  datatype   {} (ID {})\n  value      {}\n  Turtle     {}\n  binary     {}\n", description.m_literal,
+        description.m_datatype, description.m_datatypeID, description.m_lexicalForm, description.m_turtle,
+        formatBinary(description.m_value));
 }
 
 /// Describes literals one after the other and remembers whether all were valid.
@@ -50,7 +57,8 @@ class Describer {
 
 public:
 
-    explicit Describer(bool isJSON) : m_isJSON(isJSON) { }
+    explicit Describer(bool isJSON) :
+        m_isJSON(isJSON) { }
 
     void describe(std::string_view literal) {
         const LiteralDescription description = describeLiteral(literal);
@@ -64,7 +72,6 @@ private:
 
     const bool m_isJSON;
     bool m_areAllValid = true;
-
 };
 
 void describeLines(std::istream& input, const std::string& name, Describer& describer) {
@@ -91,7 +98,8 @@ int runParseCommand(const ParseCommand& command) {
     if (command.m_file == "-") {
         std::ios::sync_with_stdio(false);
         describeLines(std::cin, "standard input", describer);
-    } else if (!command.m_file.empty()) {
+    }
+    else if (!command.m_file.empty()) {
         std::ifstream file(command.m_file, std::ios::binary);
         if (!file)
             throw UsageError(fmt::format("parse: the file '{}' cannot be opened", command.m_file));

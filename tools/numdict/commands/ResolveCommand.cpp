@@ -1,12 +1,12 @@
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
+#include "numdict/console/OutputFile.h"
+#include "numdict/console/StandardOutput.h"
 #include "numdict/input/LineList.h"
 #include "numdict/literals/LiteralDescription.h"
 #include "numdict/literals/NumericNames.h"
-#include "numdict/console/OutputFile.h"
 #include "numdict/stores/ResourceRecord.h"
-#include "numdict/console/StandardOutput.h"
-#include "numdict/commands/StoreCommands.h"
-#include "core/data-store/dictionary/DatatypeIDs.h"
 
 #include <nlohmann/json.hpp>
 
@@ -25,9 +25,9 @@ public:
     Answerer(const Dictionary& dictionary, bool isJSON) :
         m_dictionary(dictionary),
         m_isJSON(isJSON),
-        m_writer(isJSON ? RecordFormat::JSON_LINES : RecordFormat::TEXT, !isJSON && isStandardOutputTerminal(), getEndOfResourceIDs(dictionary))
-    {
-    }
+        m_writer(
+            isJSON ? RecordFormat::JSON_LINES : RecordFormat::TEXT, !isJSON && isStandardOutputTerminal(),
+            getEndOfResourceIDs(dictionary)) { }
 
     void resolve(std::string_view literal) {
         const LiteralDescription description = describeLiteral(literal);
@@ -62,11 +62,15 @@ private:
         writeStandardOutput(m_text);
     }
 
-    void answerNothing(std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view reason, std::string_view message) {
+    void answerNothing(
+        std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view reason,
+        std::string_view message) {
         m_isAllFound = false;
         m_text.clear();
         if (m_isJSON) {
-            const auto orNull = [](std::string_view text) { return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text); };
+            const auto orNull = [](std::string_view text) {
+                return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+            };
             nlohmann::ordered_json object;
             const std::optional<uint64_t> number = tryParseResourceID(resourceID);
             object["id"] = number ? nlohmann::ordered_json(*number) : orNull(resourceID);
@@ -75,7 +79,8 @@ private:
             object["reason"] = reason;
             object["message"] = message;
             m_text = object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-        } else
+        }
+        else
             m_writer.appendMissing(resourceID, datatype, literal, message, m_text);
         writeStandardOutput(m_text);
     }
@@ -85,7 +90,6 @@ private:
     const RecordWriter m_writer;
     bool m_isAllFound = true;
     std::string m_text;
-
 };
 
 }
@@ -98,7 +102,8 @@ int runResolveCommand(const ResolveCommand& command) {
     for (const std::string& literal : command.m_literals)
         answerer.resolve(literal);
     if (!command.m_file.empty())
-        forEachLine("resolve", command.m_file, [&answerer](std::string_view line, uint64_t) { answerer.resolve(line); });
+        forEachLine(
+            "resolve", command.m_file, [&answerer](std::string_view line, uint64_t) { answerer.resolve(line); });
     return answerer.getExitCode();
 }
 

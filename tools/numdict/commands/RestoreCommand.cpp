@@ -1,14 +1,14 @@
-#include "numdict/console/Failures.h"
-#include "numdict/input/InputFiles.h"
-#include "numdict/stores/MemoryBudget.h"
-#include "numdict/stores/RecordReader.h"
-#include "numdict/console/Sizes.h"
-#include "numdict/console/StandardOutput.h"
-#include "numdict/commands/StoreCommands.h"
 #include "core/data-store/embedding/Restoration.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/ReplacingFile.h"
+#include "numdict/commands/StoreCommands.h"
+#include "numdict/console/Failures.h"
+#include "numdict/console/Sizes.h"
+#include "numdict/console/StandardOutput.h"
+#include "numdict/input/InputFiles.h"
+#include "numdict/stores/MemoryBudget.h"
+#include "numdict/stores/RecordReader.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -52,10 +52,12 @@ void restoreRecord(Restoration& restoration, const ResourceRecord& record) {
 int runRestoreCommand(const RestoreCommand& command) {
     std::error_code error;
     const bool isStandardInput = command.m_recordsPath == "-";
-    if (!isStandardInput && (!std::filesystem::exists(command.m_recordsPath, error) || std::filesystem::is_directory(command.m_recordsPath, error)))
+    if (!isStandardInput && (!std::filesystem::exists(command.m_recordsPath, error) ||
+                             std::filesystem::is_directory(command.m_recordsPath, error)))
         throw UsageError(fmt::format("restore: there is no file '{}'", command.m_recordsPath));
     const std::string name = isStandardInput ? "standard input" : command.m_recordsPath;
-    const unsigned numberOfThreads = command.m_numberOfThreads != 0 ? command.m_numberOfThreads : getNumberOfProcessors();
+    const unsigned numberOfThreads =
+        command.m_numberOfThreads != 0 ? command.m_numberOfThreads : getNumberOfProcessors();
     Dictionary::Options options;
     options.memoryBudgetBytes = getMemoryBudget("restore", command.m_options.m_memory);
     options.resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
@@ -69,7 +71,9 @@ int runRestoreCommand(const RestoreCommand& command) {
         // cannot be read twice is restored into tables that grow.
         RecordReader reader(command.m_recordsPath, numberOfThreads, "counting " + name, command.m_options.m_isQuiet);
         std::array<std::atomic<uint64_t>, 256> sharedCounts{};
-        reader.read([&sharedCounts](const ResourceRecord& record) { sharedCounts[record.m_value.datatypeID].fetch_add(1, std::memory_order_relaxed); });
+        reader.read([&sharedCounts](const ResourceRecord& record) {
+            sharedCounts[record.m_value.datatypeID].fetch_add(1, std::memory_order_relaxed);
+        });
         if (reportBadRecords(reader, name))
             return EXIT_DAMAGED_INPUT;
         for (size_t index = 0; index < counts.size(); ++index)
@@ -87,7 +91,10 @@ int runRestoreCommand(const RestoreCommand& command) {
         catch (const KavixException& exception) {
             if (!comesFrom(exception, ErrorSites::CONTRADICTING_RECORD))
                 throw;
-            std::fputs(fmt::format("numdict: {}: two records have the same resource ID\nnumdict: nothing was written\n", name).c_str(), stderr);
+            std::fputs(
+                fmt::format("numdict: {}: two records have the same resource ID\nnumdict: nothing was written\n", name)
+                    .c_str(),
+                stderr);
             return EXIT_DAMAGED_INPUT;
         }
     }
@@ -99,8 +106,10 @@ int runRestoreCommand(const RestoreCommand& command) {
         object["values"] = numberOfValues;
         object["bytes"] = size;
         writeStandardOutput(object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
-    } else
-        writeStandardOutput(fmt::format("{}: {} values restored, {}\n", command.m_storePath, formatCount(numberOfValues), formatSize(size)));
+    }
+    else
+        writeStandardOutput(fmt::format(
+            "{}: {} values restored, {}\n", command.m_storePath, formatCount(numberOfValues), formatSize(size)));
     flushStandardOutput(); // before the file, so that it is as it was if this fails
     file.commit();
     return EXIT_ALL_WELL;

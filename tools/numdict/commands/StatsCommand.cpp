@@ -1,7 +1,7 @@
+#include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
 #include "numdict/console/OutputFile.h"
 #include "numdict/console/StandardOutput.h"
-#include "numdict/commands/StoreCommands.h"
 #include "numdict/stores/StoreStatistics.h"
 
 namespace kavix::numdict {
@@ -9,7 +9,9 @@ namespace kavix::numdict {
 int runStatsCommand(const StatsCommand& command) {
     const std::unique_ptr<Dictionary> dictionary = openStoreFile("stats", command.m_storePath, command.m_options);
     const StoreStatistics statistics = collectStatistics(*dictionary);
-    writeStandardOutput(command.m_isJSON ? formatStatisticsAsJSON(statistics, *dictionary, command.m_storePath) : formatStatistics(statistics, isStandardOutputTerminal()));
+    writeStandardOutput(
+        command.m_isJSON ? formatStatisticsAsJSON(statistics, *dictionary, command.m_storePath)
+                         : formatStatistics(statistics, isStandardOutputTerminal()));
     return EXIT_ALL_WELL;
 }
 

@@ -100,9 +100,14 @@ StoreCommandLine::StoreCommandLine(CLI::App& application) {
     addDiff(application);
 }
 
-CLI::App* StoreCommandLine::add(CLI::App& application, const char* name, const char* description, const char* footer, StoreOptions& options, std::function<int()> command) {
+CLI::App* StoreCommandLine::add(
+    CLI::App& application, const char* name, const char* description, const char* footer, StoreOptions& options,
+    std::function<int()> command) {
     CLI::App* const subcommand = application.add_subcommand(name, description);
-    subcommand->add_option("--memory", options.m_memory, "Memory budget: 512M, 2G, 2GiB or bytes (default: half of the machine's)")->type_name("SIZE");
+    subcommand
+        ->add_option(
+            "--memory", options.m_memory, "Memory budget: 512M, 2G, 2GiB or bytes (default: half of the machine's)")
+        ->type_name("SIZE");
     subcommand->add_flag("--quiet", options.m_isQuiet, "Show no progress");
     subcommand->footer(footer);
     m_commands.emplace_back(subcommand, std::move(command));
@@ -138,67 +143,105 @@ constexpr char OBJECT_PER_LINE[] = "Print one JSON object a line";
 }
 
 void StoreCommandLine::addResolve(CLI::App& application) {
-    CLI::App* const resolve = add(application, "resolve", "Print the IDs of literals", RESOLVE_FOOTER, m_resolve.m_options, [this] { return runResolveCommand(m_resolve); });
+    CLI::App* const resolve =
+        add(application, "resolve", "Print the IDs of literals", RESOLVE_FOOTER, m_resolve.m_options,
+            [this] { return runResolveCommand(m_resolve); });
     addStore(*resolve, m_resolve.m_storePath, m_resolve.m_options);
     resolve->add_option("LITERAL", m_resolve.m_literals, "Literals as in Turtle");
-    resolve->add_option("--file", m_resolve.m_file, "A file with a literal on each line, or - for standard input")->type_name("FILE");
+    resolve->add_option("--file", m_resolve.m_file, "A file with a literal on each line, or - for standard input")
+        ->type_name("FILE");
     addJSON(*resolve, m_resolve.m_isJSON, OBJECT_PER_LINE);
 }
 
 void StoreCommandLine::addGet(CLI::App& application) {
-    CLI::App* const get = add(application, "get", "Print the literals that have IDs", GET_FOOTER, m_get.m_options, [this] { return runGetCommand(m_get); });
+    CLI::App* const get =
+        add(application, "get", "Print the literals that have IDs", GET_FOOTER, m_get.m_options,
+            [this] { return runGetCommand(m_get); });
     addStore(*get, m_get.m_storePath, m_get.m_options);
     get->add_option("ID", m_get.m_resourceIDs, "Resource IDs");
-    get->add_option("--file", m_get.m_file, "A file with an ID on each line, or - for standard input")->type_name("FILE");
+    get->add_option("--file", m_get.m_file, "A file with an ID on each line, or - for standard input")
+        ->type_name("FILE");
     addJSON(*get, m_get.m_isJSON, OBJECT_PER_LINE);
 }
 
 void StoreCommandLine::addDump(CLI::App& application) {
-    CLI::App* const dump = add(application, "dump", "Print all values of a store with their IDs", DUMP_FOOTER, m_dump.m_options, [this] { return runDumpCommand(m_dump); });
+    CLI::App* const dump =
+        add(application, "dump", "Print all values of a store with their IDs", DUMP_FOOTER, m_dump.m_options,
+            [this] { return runDumpCommand(m_dump); });
     addStore(*dump, m_dump.m_storePath, m_dump.m_options);
-    dump->add_option("--format", m_dump.m_format, "text, csv, jsonl (JSON, an object a line) or ntriples")->type_name("FORMAT")->capture_default_str();
-    dump->add_option("-o,--output", m_dump.m_outputPath, "The file to write, or - for standard output")->type_name("FILE")->capture_default_str();
+    dump->add_option("--format", m_dump.m_format, "text, csv, jsonl (JSON, an object a line) or ntriples")
+        ->type_name("FORMAT")
+        ->capture_default_str();
+    dump->add_option("-o,--output", m_dump.m_outputPath, "The file to write, or - for standard output")
+        ->type_name("FILE")
+        ->capture_default_str();
 }
 
 void StoreCommandLine::addRestore(CLI::App& application) {
-    CLI::App* const restore = add(application, "restore", "Make a store of what 'numdict dump' wrote, with the same IDs", RESTORE_FOOTER, m_restore.m_options, [this] { return runRestoreCommand(m_restore); });
+    CLI::App* const restore =
+        add(application, "restore", "Make a store of what 'numdict dump' wrote, with the same IDs", RESTORE_FOOTER,
+            m_restore.m_options, [this] { return runRestoreCommand(m_restore); });
     restore->add_option("RECORDS", m_restore.m_recordsPath, "A file, or - for standard input")->required();
-    restore->add_option("-o,--output", m_restore.m_storePath, "The store to write; it replaces one that is there")->type_name("STORE")->required();
+    restore->add_option("-o,--output", m_restore.m_storePath, "The store to write; it replaces one that is there")
+        ->type_name("STORE")
+        ->required();
     addHugePages(*restore, m_restore.m_options);
-    restore->add_option("--id-width", m_restore.m_resourceIDWidth, "Bits of a resource ID: 32 or 64")->type_name("BITS")->check(CLI::IsMember({32, 64}))->capture_default_str();
-    restore->add_option("--threads", m_restore.m_numberOfThreads, "How many threads read (default: one for each processor)")->type_name("N")->check(CLI::Range(1, 255));
+    restore->add_option("--id-width", m_restore.m_resourceIDWidth, "Bits of a resource ID: 32 or 64")
+        ->type_name("BITS")
+        ->check(CLI::IsMember({32, 64}))
+        ->capture_default_str();
+    restore
+        ->add_option(
+            "--threads", m_restore.m_numberOfThreads, "How many threads read (default: one for each processor)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 255));
     addJSON(*restore, m_restore.m_isJSON, ONE_OBJECT);
 }
 
 void StoreCommandLine::addCompact(CLI::App& application) {
-    CLI::App* const compact = add(application, "compact", "Drop values and number the others densely", COMPACT_FOOTER, m_compact.m_options, [this] { return runCompactCommand(m_compact); });
+    CLI::App* const compact =
+        add(application, "compact", "Drop values and number the others densely", COMPACT_FOOTER, m_compact.m_options,
+            [this] { return runCompactCommand(m_compact); });
     addStore(*compact, m_compact.m_storePath, m_compact.m_options);
-    CLI::Option* const keep = compact->add_option("--keep", m_compact.m_keepPath, "Keep the values that this file lists, drop the others")->type_name("FILE");
-    compact->add_option("--drop", m_compact.m_dropPath, "Drop the values that this file lists, keep the others")->type_name("FILE")->excludes(keep);
-    compact->add_option("-o,--output", m_compact.m_outputPath, "The store to write (default: STORE itself)")->type_name("FILE");
-    compact->add_option("--map", m_compact.m_mapPath, "Write the old and the new ID of each value that was kept")->type_name("FILE");
+    CLI::Option* const keep =
+        compact->add_option("--keep", m_compact.m_keepPath, "Keep the values that this file lists, drop the others")
+            ->type_name("FILE");
+    compact->add_option("--drop", m_compact.m_dropPath, "Drop the values that this file lists, keep the others")
+        ->type_name("FILE")
+        ->excludes(keep);
+    compact->add_option("-o,--output", m_compact.m_outputPath, "The store to write (default: STORE itself)")
+        ->type_name("FILE");
+    compact->add_option("--map", m_compact.m_mapPath, "Write the old and the new ID of each value that was kept")
+        ->type_name("FILE");
     addJSON(*compact, m_compact.m_isJSON, ONE_OBJECT);
 }
 
 void StoreCommandLine::addStats(CLI::App& application) {
-    CLI::App* const stats = add(application, "stats", "Describe a store: tables, memory, and the numbers in it", STATS_FOOTER, m_stats.m_options, [this] { return runStatsCommand(m_stats); });
+    CLI::App* const stats =
+        add(application, "stats", "Describe a store: tables, memory, and the numbers in it", STATS_FOOTER,
+            m_stats.m_options, [this] { return runStatsCommand(m_stats); });
     addStore(*stats, m_stats.m_storePath, m_stats.m_options);
     addJSON(*stats, m_stats.m_isJSON, ONE_OBJECT);
 }
 
 void StoreCommandLine::addCheck(CLI::App& application) {
-    CLI::App* const check = add(application, "check", "Find everything that is wrong with a store, and repair it", CHECK_FOOTER, m_check.m_options, [this] { return runCheckCommand(m_check); });
+    CLI::App* const check =
+        add(application, "check", "Find everything that is wrong with a store, and repair it", CHECK_FOOTER,
+            m_check.m_options, [this] { return runCheckCommand(m_check); });
     check->add_option("STORE", m_check.m_storePath, "A store, in whatever state")->required();
     addHugePages(*check, m_check.m_options);
     check->add_flag("--all", m_check.m_isListingAll, "List all problems");
     check->add_flag("--repair", m_check.m_isRepairing, "Save what can be saved to a new store");
-    check->add_flag("--unconfirmed", m_check.m_isTakingUnconfirmed, "With --repair, save decimals from a damaged data pool too");
+    check->add_flag(
+        "--unconfirmed", m_check.m_isTakingUnconfirmed, "With --repair, save decimals from a damaged data pool too");
     check->add_option("-o,--output", m_check.m_outputPath, "The new store")->type_name("NEW");
     addJSON(*check, m_check.m_isJSON, ONE_OBJECT);
 }
 
 void StoreCommandLine::addDiff(CLI::App& application) {
-    CLI::App* const diff = add(application, "diff", "Compare the values and IDs of two stores", DIFF_FOOTER, m_diff.m_options, [this] { return runDiffCommand(m_diff); });
+    CLI::App* const diff =
+        add(application, "diff", "Compare the values and IDs of two stores", DIFF_FOOTER, m_diff.m_options,
+            [this] { return runDiffCommand(m_diff); });
     diff->add_option("STORE", m_diff.m_firstPath, "The first store")->required();
     diff->add_option("STORE2", m_diff.m_secondPath, "The second store")->required();
     diff->add_flag("--trusted", m_diff.m_options.m_isTrusted, "Open the stores without checking every value");

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "numdict/commands/StoreCommands.h"
 #include "core/platform/system/Unmovable.h"
+#include "numdict/commands/StoreCommands.h"
 
 #include <functional>
 #include <utility>
@@ -28,7 +28,9 @@ public:
 
 private:
 
-    CLI::App* add(CLI::App& application, const char* name, const char* description, const char* footer, StoreOptions& options, std::function<int()> command);
+    CLI::App* add(
+        CLI::App& application, const char* name, const char* description, const char* footer, StoreOptions& options,
+        std::function<int()> command);
 
     void addResolve(CLI::App& application);
     void addGet(CLI::App& application);
@@ -48,7 +50,6 @@ private:
     CheckCommand m_check;
     DiffCommand m_diff;
     std::vector<std::pair<CLI::App*, std::function<int()>>> m_commands;
-
 };
 
 }

@@ -53,10 +53,10 @@ int runRestoreCommand(const RestoreCommand& command);
 
 struct CompactCommand {
     std::string m_storePath;
-    std::string m_keepPath;   // empty: none; at most one of the two
+    std::string m_keepPath; // empty: none; at most one of the two
     std::string m_dropPath;
     std::string m_outputPath; // empty: the store itself
-    std::string m_mapPath;    // empty: none
+    std::string m_mapPath; // empty: none
     bool m_isJSON = false;
     StoreOptions m_options;
 };

@@ -13,8 +13,7 @@ ByteProgress::ByteProgress(std::string what, uint64_t totalBytes, std::string af
     m_what(std::move(what)),
     m_afterwards(std::move(afterwards)),
     m_totalBytes(totalBytes),
-    m_bytes(0)
-{
+    m_bytes(0) {
     if (!isQuiet)
         m_display.emplace([this](double seconds) { return describe(seconds); });
 }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "numdict/console/ProgressDisplay.h"
 #include "core/platform/stream/InputStream.h"
 #include "core/platform/stream/OutputStream.h"
 #include "core/platform/system/Unmovable.h"
+#include "numdict/console/ProgressDisplay.h"
 
 #include <atomic>
 #include <cstddef>
@@ -36,7 +36,6 @@ private:
     const uint64_t m_totalBytes;
     std::atomic<uint64_t> m_bytes;
     std::optional<ProgressDisplay> m_display; // the last: its thread reads the rest
-
 };
 
 /// Counts what is read from another stream.
@@ -44,7 +43,9 @@ class CountingInputStream : public InputStream {
 
 public:
 
-    CountingInputStream(InputStream& input, ByteProgress& progress) : m_input(input), m_progress(progress) { }
+    CountingInputStream(InputStream& input, ByteProgress& progress) :
+        m_input(input),
+        m_progress(progress) { }
 
     void rewind() override { m_input.rewind(); }
 
@@ -60,7 +61,6 @@ private:
 
     InputStream& m_input;
     ByteProgress& m_progress;
-
 };
 
 /// Counts what is written to another stream, which takes it in pieces, so that the count grows steadily.
@@ -68,7 +68,9 @@ class CountingOutputStream : public OutputStream {
 
 public:
 
-    CountingOutputStream(OutputStream& output, ByteProgress& progress) : m_output(output), m_progress(progress) { }
+    CountingOutputStream(OutputStream& output, ByteProgress& progress) :
+        m_output(output),
+        m_progress(progress) { }
 
     void flush() override { m_output.flush(); }
 
@@ -78,7 +80,6 @@ private:
 
     OutputStream& m_output;
     ByteProgress& m_progress;
-
 };
 
 }

@@ -21,7 +21,6 @@ class UsageError : public std::runtime_error {
 public:
 
     using std::runtime_error::runtime_error;
-
 };
 
 /// The system refused something, such as writing a file.
@@ -30,7 +29,6 @@ class SystemFailure : public std::runtime_error {
 public:
 
     using std::runtime_error::runtime_error;
-
 };
 
 /// A file cannot be read on: it is unreadable or damaged below the level of RDF syntax. Ends that file only.
@@ -39,14 +37,15 @@ class InputFailure : public std::runtime_error {
 public:
 
     /// @param line  where, from 1; 0 if the failure has no line
-    explicit InputFailure(const std::string& message, uint64_t line = 0) : std::runtime_error(message), m_line(line) { }
+    explicit InputFailure(const std::string& message, uint64_t line = 0) :
+        std::runtime_error(message),
+        m_line(line) { }
 
     uint64_t getLine() const noexcept { return m_line; }
 
 private:
 
     uint64_t m_line;
-
 };
 
 }

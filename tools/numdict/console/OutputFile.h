@@ -30,7 +30,6 @@ public:
 private:
 
     std::optional<ReplacingFile> m_file;
-
 };
 
 }

@@ -19,23 +19,26 @@ std::string formatProgress(uint64_t fileBytesRead, uint64_t totalFileBytes, uint
     if (seconds > 0)
         text += fmt::format(", {}/s", formatCount(static_cast<uint64_t>(static_cast<double>(literals) / seconds)));
     if (fileBytesRead != 0 && fileBytesRead < totalFileBytes)
-        text += fmt::format(", {} left", formatDuration(seconds / static_cast<double>(fileBytesRead) * static_cast<double>(totalFileBytes - fileBytesRead)));
+        text += fmt::format(
+            ", {} left",
+            formatDuration(
+                seconds / static_cast<double>(fileBytesRead) * static_cast<double>(totalFileBytes - fileBytesRead)));
     return text;
 }
 
 ProgressDisplay::ProgressDisplay(const ImportProgress& progress) :
-    ProgressDisplay([&progress](double seconds) { return formatProgress(progress.m_fileBytesRead.load(std::memory_order_relaxed), progress.m_totalFileBytes, progress.m_literals.load(std::memory_order_relaxed), seconds); })
-{
-}
+    ProgressDisplay([&progress](double seconds) {
+        return formatProgress(
+            progress.m_fileBytesRead.load(std::memory_order_relaxed), progress.m_totalFileBytes,
+            progress.m_literals.load(std::memory_order_relaxed), seconds);
+    }) { }
 
 ProgressDisplay::ProgressDisplay(std::function<std::string(double)> describe) :
     m_describe(std::move(describe)),
     m_isTerminal(::isatty(STDERR_FILENO) == 1),
     m_start(std::chrono::steady_clock::now()),
     m_hasEnded(false),
-    m_thread([this] { run(); })
-{
-}
+    m_thread([this] { run(); }) { }
 
 ProgressDisplay::~ProgressDisplay() {
     {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "numdict/import/ImportProgress.h"
 #include "core/platform/system/Unmovable.h"
+#include "numdict/import/ImportProgress.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -12,8 +12,8 @@
 
 namespace kavix::numdict {
 
-/// Shows on standard error how far an import, or other long work, is, from a thread of its own, until it is destroyed: a
-/// line that is rewritten on a terminal, otherwise a new line every ten seconds.
+/// Shows on standard error how far an import, or other long work, is, from a thread of its own, until it is destroyed:
+/// a line that is rewritten on a terminal, otherwise a new line every ten seconds.
 class ProgressDisplay : private Unmovable {
 
 public:
@@ -36,10 +36,10 @@ private:
     std::condition_variable m_ended;
     bool m_hasEnded; // guarded by the mutex
     std::thread m_thread;
-
 };
 
-/// "1.2 GiB, 42%, 3,100,000 literals, 2,000,000/s, 1 min 5 s left"; the share and the time left where the total is known.
+/// "1.2 GiB, 42%, 3,100,000 literals, 2,000,000/s, 1 min 5 s left"; the share and the time left where the total is
+/// known.
 std::string formatProgress(uint64_t fileBytesRead, uint64_t totalFileBytes, uint64_t literals, double seconds);
 
 }

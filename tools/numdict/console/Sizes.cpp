@@ -14,7 +14,8 @@ namespace {
 std::optional<uint64_t> scale(std::string_view digits, size_t fractionDigits, uint64_t unit) {
     uint64_t value = 0;
     for (const char digit : digits)
-        if (__builtin_mul_overflow(value, uint64_t(10), &value) || __builtin_add_overflow(value, static_cast<uint64_t>(digit - '0'), &value))
+        if (__builtin_mul_overflow(value, uint64_t(10), &value) ||
+            __builtin_add_overflow(value, static_cast<uint64_t>(digit - '0'), &value))
             return std::nullopt;
     if (__builtin_mul_overflow(value, unit, &value))
         return std::nullopt;
@@ -24,7 +25,8 @@ std::optional<uint64_t> scale(std::string_view digits, size_t fractionDigits, ui
 }
 
 template<size_t N>
-std::optional<uint64_t> parseWithUnit(std::string_view text, const std::array<std::pair<std::string_view, uint64_t>, N>& units) {
+std::optional<uint64_t> parseWithUnit(
+    std::string_view text, const std::array<std::pair<std::string_view, uint64_t>, N>& units) {
     std::string digits;
     size_t fractionDigits = 0;
     size_t index = 0;
@@ -34,7 +36,8 @@ std::optional<uint64_t> parseWithUnit(std::string_view text, const std::array<st
         if (character >= '0' && character <= '9') {
             digits += character;
             fractionDigits += hasPoint ? 1 : 0;
-        } else if (character == '.' && !hasPoint && !digits.empty())
+        }
+        else if (character == '.' && !hasPoint && !digits.empty())
             hasPoint = true;
         else
             break;
@@ -96,7 +99,8 @@ std::string formatSize(uint64_t numberOfBytes) {
 }
 
 std::string formatHugePages(const std::optional<uint64_t>& numberOfBytes) {
-    return numberOfBytes ? formatSize(*numberOfBytes) + " on huge pages" : std::string("the system does not tell what is on huge pages");
+    return numberOfBytes ? formatSize(*numberOfBytes) + " on huge pages"
+                         : std::string("the system does not tell what is on huge pages");
 }
 
 std::string formatCount(uint64_t count) {
@@ -109,7 +113,8 @@ std::string formatCount(uint64_t count) {
 }
 
 std::string formatShare(uint64_t part, uint64_t whole) {
-    return whole == 0 ? std::string("-") : fmt::format("{:.1f}%", 100.0 * static_cast<double>(part) / static_cast<double>(whole));
+    return whole == 0 ? std::string("-")
+                      : fmt::format("{:.1f}%", 100.0 * static_cast<double>(part) / static_cast<double>(whole));
 }
 
 std::string formatDuration(double seconds) {

@@ -18,7 +18,8 @@ std::string TextTable::format() const {
     for (const std::vector<std::string>& row : m_rows) {
         text += "  ";
         for (size_t column = 0; column < row.size(); ++column)
-            text += column == 0 ? fmt::format("{:<{}}", row[column], widths[column]) : fmt::format("  {:>{}}", row[column], widths[column]);
+            text += column == 0 ? fmt::format("{:<{}}", row[column], widths[column])
+                                : fmt::format("  {:>{}}", row[column], widths[column]);
         text += '\n';
     }
     return text;

@@ -21,7 +21,6 @@ public:
 private:
 
     std::vector<std::vector<std::string>> m_rows;
-
 };
 
 }

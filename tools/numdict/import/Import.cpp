@@ -1,14 +1,14 @@
 #include "numdict/import/Import.h"
 
-#include "numdict/input/ByteSource.h"
-#include "numdict/console/Failures.h"
-#include "numdict/console/Limits.h"
-#include "numdict/input/LineReader.h"
-#include "numdict/input/SerdHandles.h"
-#include "numdict/input/TurtleReader.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/system/HugePages.h"
+#include "numdict/console/Failures.h"
+#include "numdict/console/Limits.h"
+#include "numdict/input/ByteSource.h"
+#include "numdict/input/LineReader.h"
+#include "numdict/input/SerdHandles.h"
+#include "numdict/input/TurtleReader.h"
 
 #include <fmt/format.h>
 
@@ -36,13 +36,10 @@ struct Import::OpenLineFile {
 
     OpenLineFile(size_t fileIndex, const std::string& path, ImportProgress& progress, size_t blockSize) :
         m_fileIndex(fileIndex),
-        m_blocks(path, progress.m_fileBytesRead, blockSize)
-    {
-    }
+        m_blocks(path, progress.m_fileBytesRead, blockSize) { }
 
     const size_t m_fileIndex;
     LineBlocks m_blocks;
-
 };
 
 Import::Import(Dictionary& dictionary, ImportOptions options, ImportProgress& progress) :
@@ -51,8 +48,7 @@ Import::Import(Dictionary& dictionary, ImportOptions options, ImportProgress& pr
     m_progress(progress),
     m_shouldStop(false),
     m_fileOrder(m_options.m_files.size()),
-    m_nextFile(0)
-{
+    m_nextFile(0) {
     if (!m_options.m_rejectedPath.empty())
         m_rejectedStatements = std::make_unique<RejectedStatements>(m_options.m_rejectedPath);
     orderFiles();
@@ -74,7 +70,9 @@ void Import::orderFiles() {
     }
     m_progress.m_totalFileBytes = areSizesKnown ? totalSize : 0;
     std::iota(m_fileOrder.begin(), m_fileOrder.end(), size_t(0));
-    std::stable_sort(m_fileOrder.begin(), m_fileOrder.end(), [&](size_t first, size_t second) { return sizes[first] > sizes[second]; });
+    std::stable_sort(m_fileOrder.begin(), m_fileOrder.end(), [&](size_t first, size_t second) {
+        return sizes[first] > sizes[second];
+    });
 }
 
 Import::Work Import::takeWork() {
@@ -87,7 +85,8 @@ Import::Work Import::takeWork() {
             work.m_fileIndex = fileIndex;
             return work;
         }
-        m_lineFiles.push_back(std::make_unique<OpenLineFile>(fileIndex, file.m_path, m_progress, m_options.m_blockSize));
+        m_lineFiles.push_back(
+            std::make_unique<OpenLineFile>(fileIndex, file.m_path, m_progress, m_options.m_blockSize));
         work.m_lineFile = m_lineFiles.back().get();
         return work;
     }
@@ -106,7 +105,9 @@ void Import::stopAll(std::exception_ptr reason) {
 
 void Import::runWorker(Transaction& transaction, ImportCounts& counts) {
     try {
-        LiteralCollector collector(m_dictionary, transaction, m_options.m_collectorOptions, counts, m_progress, m_rejectedStatements.get(), m_shouldStop);
+        LiteralCollector collector(
+            m_dictionary, transaction, m_options.m_collectorOptions, counts, m_progress, m_rejectedStatements.get(),
+            m_shouldStop);
         LineBlock block;
         while (!m_shouldStop.load(std::memory_order_relaxed)) {
             const Work work = takeWork();
@@ -151,7 +152,8 @@ void Import::readTurtleFile(size_t fileIndex, LiteralCollector& collector, Impor
         m_shouldStop.store(true, std::memory_order_relaxed);
 }
 
-void Import::readLineBlocks(OpenLineFile& lineFile, LiteralCollector& collector, ImportCounts& counts, LineBlock& block) {
+void Import::readLineBlocks(
+    OpenLineFile& lineFile, LiteralCollector& collector, ImportCounts& counts, LineBlock& block) {
     const size_t fileIndex = lineFile.m_fileIndex;
     const InputFile& file = m_options.m_files[fileIndex];
     FileCounts& fileCounts = counts.m_files[fileIndex];
@@ -164,7 +166,9 @@ void Import::readLineBlocks(OpenLineFile& lineFile, LiteralCollector& collector,
             LineBlockResult result = reader.read(block, isStrict);
             fileCounts.m_damagedLines += result.m_damagedLines;
             if (result.m_firstError) {
-                fileCounts.addError(FileError{result.m_firstError->m_line, result.m_firstError->m_column, std::move(result.m_firstError->m_message)});
+                fileCounts.addError(FileError{
+                    result.m_firstError->m_line, result.m_firstError->m_column,
+                    std::move(result.m_firstError->m_message)});
                 if (isStrict)
                     m_shouldStop.store(true, std::memory_order_relaxed);
             }
@@ -190,10 +194,13 @@ ImportReport Import::run() {
         std::vector<std::jthread> threads;
         try {
             for (unsigned index = 1; index < m_options.m_numberOfThreads; ++index)
-                threads.emplace_back([this, &transaction, &counts = countsOfWorkers[index]] { runWorker(transaction, counts); });
+                threads.emplace_back(
+                    [this, &transaction, &counts = countsOfWorkers[index]] { runWorker(transaction, counts); });
         }
         catch (const std::system_error& error) {
-            stopAll(std::make_exception_ptr(SystemFailure(fmt::format("the system refused thread {} of {}: use fewer --threads", threads.size() + 2, m_options.m_numberOfThreads))));
+            stopAll(std::make_exception_ptr(SystemFailure(fmt::format(
+                "the system refused thread {} of {}: use fewer --threads", threads.size() + 2,
+                m_options.m_numberOfThreads))));
         }
         runWorker(transaction, countsOfWorkers[0]);
     }

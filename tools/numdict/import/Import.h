@@ -1,12 +1,12 @@
 #pragma once
 
+#include "core/platform/system/Unmovable.h"
 #include "numdict/import/ImportProgress.h"
 #include "numdict/import/ImportReport.h"
-#include "numdict/input/InputFiles.h"
-#include "numdict/input/LineBlocks.h"
 #include "numdict/import/LiteralCollector.h"
 #include "numdict/import/RejectedStatements.h"
-#include "core/platform/system/Unmovable.h"
+#include "numdict/input/InputFiles.h"
+#include "numdict/input/LineBlocks.h"
 
 #include <atomic>
 #include <cstddef>
@@ -35,10 +35,10 @@ struct ImportOptions {
     size_t m_blockSize = LineBlocks::DEFAULT_BLOCK_SIZE;
 };
 
-/// Reads files into a dictionary with several threads. Each worker takes a file that nobody has, the largest first; when
-/// there are none left it helps with the files in a line format that are still being read, block by block. The report
-/// does not depend on the number of threads, unless the import was stopped early. Everything is entered in one transaction,
-/// which is committed also when a limit was reached, and rolled back after other failures.
+/// Reads files into a dictionary with several threads. Each worker takes a file that nobody has, the largest first;
+/// when there are none left it helps with the files in a line format that are still being read, block by block. The
+/// report does not depend on the number of threads, unless the import was stopped early. Everything is entered in one
+/// transaction, which is committed also when a limit was reached, and rolled back after other failures.
 class Import : private Unmovable {
 
 public:
@@ -74,7 +74,6 @@ private:
 
     void stopAll(std::exception_ptr reason);
 
-
     Dictionary& m_dictionary;
     const ImportOptions m_options;
     ImportProgress& m_progress;
@@ -87,8 +86,6 @@ private:
     size_t m_nextFile;
     std::vector<std::unique_ptr<OpenLineFile>> m_lineFiles;
     std::exception_ptr m_failure; // the first one
-
 };
-
 
 }

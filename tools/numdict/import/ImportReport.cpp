@@ -76,14 +76,18 @@ void FileCounts::add(FileCounts&& other) {
 }
 
 bool RejectedExamples::wants(size_t datatype, Rejection rejection, size_t fileIndex, uint64_t line) const noexcept {
-    const std::vector<RejectedExample>& list = m_lists[datatype * NUMBER_OF_REJECTIONS + static_cast<size_t>(rejection)];
+    const std::vector<RejectedExample>& list =
+        m_lists[datatype * NUMBER_OF_REJECTIONS + static_cast<size_t>(rejection)];
     return list.size() < LIMIT || comesBefore(fileIndex, line, list.back());
 }
 
 void RejectedExamples::add(RejectedExample&& example) {
     std::vector<RejectedExample>& list = getList(example.m_datatype, example.m_rejection);
     // Behind those of the same line: the literals of a line are met in order, by one worker.
-    const auto position = std::upper_bound(list.begin(), list.end(), example, [](const RejectedExample& first, const RejectedExample& second) { return comesBefore(first.m_fileIndex, first.m_line, second); });
+    const auto position = std::upper_bound(
+        list.begin(), list.end(), example, [](const RejectedExample& first, const RejectedExample& second) {
+            return comesBefore(first.m_fileIndex, first.m_line, second);
+        });
     list.insert(position, std::move(example));
     if (list.size() > LIMIT)
         list.pop_back();

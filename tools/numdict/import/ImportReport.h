@@ -1,7 +1,7 @@
 #pragma once
 
-#include "numdict/literals/NumericNames.h"
 #include "core/data-store/numbers/XSDDecimal.h"
+#include "numdict/literals/NumericNames.h"
 
 #include <array>
 #include <cstddef>
@@ -31,7 +31,7 @@ struct DatatypeCounts {
     uint64_t m_literals = 0;
     uint64_t m_accepted = 0;
     std::array<uint64_t, NUMBER_OF_REJECTIONS> m_rejected{};
-    uint64_t m_nonCanonical = 0;   // accepted, but printed differently
+    uint64_t m_nonCanonical = 0; // accepted, but printed differently
     uint64_t m_distinctValues = 0; // filled in at the end, from the dictionary
 
     void add(const DatatypeCounts& other) noexcept;
@@ -48,8 +48,8 @@ struct FileError {
 
 struct FileCounts {
     uint64_t m_statements = 0;
-    uint64_t m_bytes = 0;         // unpacked
-    uint64_t m_damagedLines = 0;  // line formats only
+    uint64_t m_bytes = 0; // unpacked
+    uint64_t m_damagedLines = 0; // line formats only
     std::optional<FileError> m_error; // the first one
 
     /// Keeps the error if it comes before the one there is.
@@ -86,10 +86,11 @@ public:
 
 private:
 
-    std::vector<RejectedExample>& getList(size_t datatype, Rejection rejection) { return m_lists[datatype * NUMBER_OF_REJECTIONS + static_cast<size_t>(rejection)]; }
+    std::vector<RejectedExample>& getList(size_t datatype, Rejection rejection) {
+        return m_lists[datatype * NUMBER_OF_REJECTIONS + static_cast<size_t>(rejection)];
+    }
 
     std::array<std::vector<RejectedExample>, NUMBER_OF_NUMERIC_DATATYPES * NUMBER_OF_REJECTIONS> m_lists;
-
 };
 
 /// What one worker found, and after adding them up, what all found.
@@ -98,7 +99,8 @@ struct ImportCounts {
     std::vector<FileCounts> m_files;
     RejectedExamples m_examples;
 
-    explicit ImportCounts(size_t numberOfFiles) : m_files(numberOfFiles) { }
+    explicit ImportCounts(size_t numberOfFiles) :
+        m_files(numberOfFiles) { }
 
     void add(ImportCounts&& other);
 };
@@ -107,10 +109,10 @@ struct ImportCounts {
 struct StoreOutcome {
     std::string m_path;
     bool m_isNew = false;
-    bool m_isWritten = false;   // false: it is as it was
-    uint64_t m_values = 0;      // which it would have, if it was not written
+    bool m_isWritten = false; // false: it is as it was
+    uint64_t m_values = 0; // which it would have, if it was not written
     uint64_t m_newValues = 0;
-    uint64_t m_bytes = 0;       // 0 if it was not written
+    uint64_t m_bytes = 0; // 0 if it was not written
 };
 
 /// What an import found and took.

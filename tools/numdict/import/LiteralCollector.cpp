@@ -1,10 +1,10 @@
 #include "numdict/import/LiteralCollector.h"
 
-#include "numdict/literals/TurtleText.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "numdict/literals/TurtleText.h"
 
 #include <span>
 #include <string>
@@ -21,12 +21,15 @@ constexpr uint64_t PUBLISHING_INTERVAL = 4096;
 std::string_view trim(std::string_view text) {
     constexpr std::string_view WHITE_SPACE(" \t\r\n");
     const size_t start = text.find_first_not_of(WHITE_SPACE);
-    return start == std::string_view::npos ? std::string_view() : text.substr(start, text.find_last_not_of(WHITE_SPACE) + 1 - start);
+    return start == std::string_view::npos ? std::string_view()
+                                           : text.substr(start, text.find_last_not_of(WHITE_SPACE) + 1 - start);
 }
 
 }
 
-LiteralCollector::LiteralCollector(const Dictionary& dictionary, Transaction& transaction, const Options& options, ImportCounts& counts, ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop) :
+LiteralCollector::LiteralCollector(
+    const Dictionary& dictionary, Transaction& transaction, const Options& options, ImportCounts& counts,
+    ImportProgress& progress, RejectedStatements* rejectedStatements, std::atomic<bool>& shouldStop) :
     m_dictionary(dictionary),
     m_transaction(transaction),
     m_options(options),
@@ -40,9 +43,7 @@ LiteralCollector::LiteralCollector(const Dictionary& dictionary, Transaction& tr
     m_numberOfValues(0),
     m_values(BATCH_SIZE),
     m_resourceIDs(BATCH_SIZE),
-    m_areNonCanonical(BATCH_SIZE)
-{
-}
+    m_areNonCanonical(BATCH_SIZE) { }
 
 LiteralCollector::~LiteralCollector() = default;
 
@@ -104,14 +105,16 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
         m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
         m_unpublishedLiterals = 0;
     }
-    const std::string_view writtenForm(reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+    const std::string_view writtenForm(
+        reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
     const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm) : writtenForm;
     const uint8_t datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
     ResourceValue& value = m_values[m_numberOfValues];
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)
         return reject(statement, context, datatype, toRejection(status), lexicalForm);
-    const bool isCanonical = lexicalForm.size() == writtenForm.size() && isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
+    const bool isCanonical = lexicalForm.size() == writtenForm.size() &&
+                             isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
     ++counts.m_accepted;
     counts.m_nonCanonical += !isCanonical;
     m_areNonCanonical[m_numberOfValues] = !isCanonical;
@@ -120,14 +123,19 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
     return true;
 }
 
-bool LiteralCollector::reject(const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection, std::string_view lexicalForm) {
+bool LiteralCollector::reject(
+    const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection,
+    std::string_view lexicalForm) {
     if (m_options.m_isStrict)
         enterValues(); // what comes before may reach a limit, and then this literal is not reached
     ++m_counts.m_datatypes[datatype].m_rejected[static_cast<size_t>(rejection)];
     const uint64_t line = context.getLine();
     if (m_counts.m_examples.wants(datatype, rejection, m_fileIndex, line)) {
-        const std::string_view writtenForm(reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
-        m_counts.m_examples.add(RejectedExample{m_fileIndex, line, makeTurtleString(writtenForm) + "^^" + getNumericName(datatype), datatype, rejection, getRejectionMessage(NUMERIC_NAMES[datatype].m_datatypeID, lexicalForm)});
+        const std::string_view writtenForm(
+            reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+        m_counts.m_examples.add(RejectedExample{
+            m_fileIndex, line, makeTurtleString(writtenForm) + "^^" + getNumericName(datatype), datatype, rejection,
+            getRejectionMessage(NUMERIC_NAMES[datatype].m_datatypeID, lexicalForm)});
     }
     if (m_rejectedStatements != nullptr) {
         if (!m_statementWriter)

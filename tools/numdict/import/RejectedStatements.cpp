@@ -48,7 +48,8 @@ class TemporaryFile : private Unmovable {
 
 public:
 
-    explicit TemporaryFile(const std::string& path) : m_fileDescriptor(makeTemporaryFile(path, m_temporaryPath)) { }
+    explicit TemporaryFile(const std::string& path) :
+        m_fileDescriptor(makeTemporaryFile(path, m_temporaryPath)) { }
 
     ~TemporaryFile() {
         ::close(m_fileDescriptor);
@@ -61,7 +62,8 @@ public:
     void rename(const std::string& path) {
         const mode_t mask = ::umask(0);
         ::umask(mask);
-        if (::fchmod(m_fileDescriptor, 0666 & ~mask) != 0 || ::fsync(m_fileDescriptor) != 0 || std::rename(m_temporaryPath.c_str(), path.c_str()) != 0)
+        if (::fchmod(m_fileDescriptor, 0666 & ~mask) != 0 || ::fsync(m_fileDescriptor) != 0 ||
+            std::rename(m_temporaryPath.c_str(), path.c_str()) != 0)
             throwCannotWrite(path);
         m_temporaryPath.clear();
     }
@@ -70,7 +72,6 @@ private:
 
     std::string m_temporaryPath;
     const int m_fileDescriptor;
-
 };
 
 }
@@ -78,8 +79,7 @@ private:
 RejectedStatements::RejectedStatements(std::string path) :
     m_path(std::move(path)),
     m_fileDescriptor(-1),
-    m_length(0)
-{
+    m_length(0) {
     struct stat status;
     if (::stat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         throw UsageError("--rejected '" + m_path + "': name a regular file; it is replaced when the import has ended");
@@ -102,13 +102,16 @@ void RejectedStatements::append(size_t fileIndex, uint64_t firstLine, std::strin
 void RejectedStatements::finish() {
     std::lock_guard<std::mutex> lock(m_mutex);
     // Stable: of runs that start in the same line, the one appended first comes first.
-    std::stable_sort(m_runs.begin(), m_runs.end(), [](const Run& first, const Run& second) { return std::tie(first.m_fileIndex, first.m_firstLine) < std::tie(second.m_fileIndex, second.m_firstLine); });
+    std::stable_sort(m_runs.begin(), m_runs.end(), [](const Run& first, const Run& second) {
+        return std::tie(first.m_fileIndex, first.m_firstLine) < std::tie(second.m_fileIndex, second.m_firstLine);
+    });
     TemporaryFile file(m_path);
     std::string buffer;
     for (const Run& run : m_runs) {
         buffer.resize(run.m_length);
         for (uint64_t done = 0; done < run.m_length;) {
-            const ssize_t count = ::pread(m_fileDescriptor, buffer.data() + done, run.m_length - done, static_cast<off_t>(run.m_offset + done));
+            const ssize_t count = ::pread(
+                m_fileDescriptor, buffer.data() + done, run.m_length - done, static_cast<off_t>(run.m_offset + done));
             if (count == 0 || (count < 0 && errno != EINTR))
                 throwCannotWrite(m_path);
             done += count > 0 ? static_cast<uint64_t>(count) : 0;

@@ -50,7 +50,6 @@ private:
     int m_fileDescriptor;
     uint64_t m_length;
     std::vector<Run> m_runs;
-
 };
 
 }

@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-
 namespace kavix::numdict {
 
 namespace {
@@ -27,7 +26,10 @@ std::string formatDatatypes(const ImportReport& report) {
     TextTable table;
     table.addRow({"datatype", "literals", "accepted", "", "distinct values", "not canonical", "rejected"});
     const auto addRow = [&table](const std::string& name, const DatatypeCounts& counts) {
-        table.addRow({name, formatCount(counts.m_literals), formatCount(counts.m_accepted), formatShare(counts.m_accepted, counts.m_literals), formatCount(counts.m_distinctValues), formatCount(counts.m_nonCanonical), formatCount(counts.getRejected())});
+        table.addRow(
+            {name, formatCount(counts.m_literals), formatCount(counts.m_accepted),
+             formatShare(counts.m_accepted, counts.m_literals), formatCount(counts.m_distinctValues),
+             formatCount(counts.m_nonCanonical), formatCount(counts.getRejected())});
     };
     for (size_t index = 0; index < report.m_datatypes.size(); ++index)
         if (report.m_datatypes[index].m_literals != 0)
@@ -38,20 +40,33 @@ std::string formatDatatypes(const ImportReport& report) {
 
 std::string formatRejections(const ImportReport& report) {
     TextTable table;
-    table.addRow({"datatype", getRejectionPhrase(Rejection::MALFORMED), getRejectionPhrase(Rejection::OUT_OF_RANGE), getRejectionPhrase(Rejection::BEYOND_CAPACITY)});
+    table.addRow(
+        {"datatype", getRejectionPhrase(Rejection::MALFORMED), getRejectionPhrase(Rejection::OUT_OF_RANGE),
+         getRejectionPhrase(Rejection::BEYOND_CAPACITY)});
     for (size_t index = 0; index < report.m_datatypes.size(); ++index) {
         const DatatypeCounts& counts = report.m_datatypes[index];
         if (counts.getRejected() != 0)
-            table.addRow({getNumericName(index), formatCount(counts.m_rejected[0]), formatCount(counts.m_rejected[1]), formatCount(counts.m_rejected[2])});
+            table.addRow(
+                {getNumericName(index), formatCount(counts.m_rejected[0]), formatCount(counts.m_rejected[1]),
+                 formatCount(counts.m_rejected[2])});
     }
-    std::string text = fmt::format("\nRejected literals: {} ({} of all)\n{}", formatCount(report.m_total.getRejected()), formatShare(report.m_total.getRejected(), report.m_total.m_literals), table.format());
+    std::string text = fmt::format(
+        "\nRejected literals: {} ({} of all)\n{}", formatCount(report.m_total.getRejected()),
+        formatShare(report.m_total.getRejected(), report.m_total.m_literals), table.format());
     const RejectedExample* previous = nullptr;
     for (const RejectedExample& example : report.m_rejectedExamples) {
-        if (previous == nullptr || previous->m_datatype != example.m_datatype || previous->m_rejection != example.m_rejection) {
-            const uint64_t count = report.m_datatypes[example.m_datatype].m_rejected[static_cast<size_t>(example.m_rejection)];
-            text += fmt::format("\n{} {}{}\n", getNumericName(example.m_datatype), getRejectionPhrase(example.m_rejection), count > RejectedExamples::LIMIT ? fmt::format(", the first {} of {}", RejectedExamples::LIMIT, formatCount(count)) : std::string());
+        if (previous == nullptr || previous->m_datatype != example.m_datatype ||
+            previous->m_rejection != example.m_rejection) {
+            const uint64_t count =
+                report.m_datatypes[example.m_datatype].m_rejected[static_cast<size_t>(example.m_rejection)];
+            text += fmt::format(
+                "\n{} {}{}\n", getNumericName(example.m_datatype), getRejectionPhrase(example.m_rejection),
+                count > RejectedExamples::LIMIT
+                    ? fmt::format(", the first {} of {}", RejectedExamples::LIMIT, formatCount(count))
+                    : std::string());
         }
-        text += fmt::format("  {}:{}: {}\n", report.m_paths[example.m_fileIndex], example.m_line, shorten(example.m_literal));
+        text += fmt::format(
+            "  {}:{}: {}\n", report.m_paths[example.m_fileIndex], example.m_line, shorten(example.m_literal));
         previous = &example;
     }
     return text;
@@ -73,8 +88,12 @@ std::string formatDamagedFiles(const ImportReport& report) {
 
 std::string formatStore(const StoreOutcome& store) {
     if (!store.m_isWritten)
-        return fmt::format("\n{} was not written{}; it would have {} values, {} of them new\n", store.m_path, store.m_isNew ? "" : " and is as it was", formatCount(store.m_values), formatCount(store.m_newValues));
-    return fmt::format("\n{} has {} values, {} of them new, and {}\n", store.m_path, formatCount(store.m_values), formatCount(store.m_newValues), formatSize(store.m_bytes));
+        return fmt::format(
+            "\n{} was not written{}; it would have {} values, {} of them new\n", store.m_path,
+            store.m_isNew ? "" : " and is as it was", formatCount(store.m_values), formatCount(store.m_newValues));
+    return fmt::format(
+        "\n{} has {} values, {} of them new, and {}\n", store.m_path, formatCount(store.m_values),
+        formatCount(store.m_newValues), formatSize(store.m_bytes));
 }
 
 nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
@@ -109,7 +128,10 @@ std::string formatReport(const ImportReport& report) {
     uint64_t numberOfBytes = 0;
     for (const FileCounts& file : report.m_files)
         numberOfBytes += file.m_bytes;
-    std::string text = fmt::format("{} statements in {} {}, {}; {} numeric literals, {} distinct values\n\n", formatCount(report.getStatements()), formatCount(report.m_files.size()), report.m_files.size() == 1 ? "file" : "files", formatSize(numberOfBytes), formatCount(report.m_total.m_literals), formatCount(report.m_total.m_distinctValues));
+    std::string text = fmt::format(
+        "{} statements in {} {}, {}; {} numeric literals, {} distinct values\n\n", formatCount(report.getStatements()),
+        formatCount(report.m_files.size()), report.m_files.size() == 1 ? "file" : "files", formatSize(numberOfBytes),
+        formatCount(report.m_total.m_literals), formatCount(report.m_total.m_distinctValues));
     text += formatDatatypes(report);
     if (report.m_total.m_nonCanonical != 0)
         text += "  (not canonical: accepted, but printed differently from how they were written, such as +5 or 1.50)\n";
@@ -119,7 +141,11 @@ std::string formatReport(const ImportReport& report) {
         text += formatDamagedFiles(report);
     if (report.m_store)
         text += formatStore(*report.m_store);
-    text += fmt::format("\n{}, {} literals per second; {} of {} memory used ({}), {}\n", formatDuration(report.m_seconds), formatCount(static_cast<uint64_t>(report.getLiteralsPerSecond())), formatSize(report.m_memoryUsedBytes), formatSize(report.m_memoryBudgetBytes), formatShare(report.m_memoryUsedBytes, report.m_memoryBudgetBytes), formatHugePages(report.m_hugePageBytes));
+    text += fmt::format(
+        "\n{}, {} literals per second; {} of {} memory used ({}), {}\n", formatDuration(report.m_seconds),
+        formatCount(static_cast<uint64_t>(report.getLiteralsPerSecond())), formatSize(report.m_memoryUsedBytes),
+        formatSize(report.m_memoryBudgetBytes), formatShare(report.m_memoryUsedBytes, report.m_memoryBudgetBytes),
+        formatHugePages(report.m_hugePageBytes));
     return text;
 }
 

@@ -34,7 +34,6 @@ struct ByteSource::Inflater {
     }
 
     ~Inflater() { inflateEnd(&m_stream); }
-
 };
 
 ByteSource::ByteSource(const std::string& path, std::atomic<uint64_t>& fileBytesRead) :
@@ -43,8 +42,7 @@ ByteSource::ByteSource(const std::string& path, std::atomic<uint64_t>& fileBytes
     m_isStarted(false),
     m_buffer(new char[BUFFER_SIZE]),
     m_bufferNext(0),
-    m_bufferEnd(0)
-{
+    m_bufferEnd(0) {
     if (path == "-")
         m_fileDescriptor = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
     else
@@ -84,8 +82,7 @@ bool ByteSource::fillBuffer() {
 size_t ByteSource::read(char* buffer, size_t capacity) {
     if (!m_isStarted) {
         // A pipe may deliver a single byte at first.
-        while (m_bufferEnd < sizeof(GZIP_MAGIC) && fillBuffer()) {
-        }
+        while (m_bufferEnd < sizeof(GZIP_MAGIC) && fillBuffer()) { }
         m_isStarted = true;
         if (m_bufferEnd >= sizeof(GZIP_MAGIC) && std::memcmp(m_buffer.get(), GZIP_MAGIC, sizeof(GZIP_MAGIC)) == 0)
             m_inflater = std::make_unique<Inflater>();
@@ -110,7 +107,8 @@ size_t ByteSource::readCompressed(char* buffer, size_t capacity) {
     while (stream.avail_out == wanted) {
         if (m_bufferNext == m_bufferEnd && !fillBuffer()) {
             if (m_inflater->m_isInsideMember)
-                throw InputFailure("the gzip data is cut off: the file is incomplete, fetch or copy it again ('gzip -t' checks it)");
+                throw InputFailure(
+                    "the gzip data is cut off: the file is incomplete, fetch or copy it again ('gzip -t' checks it)");
             return 0;
         }
         if (!m_inflater->m_isInsideMember) {
@@ -130,7 +128,9 @@ size_t ByteSource::readCompressed(char* buffer, size_t capacity) {
         else if (status == Z_MEM_ERROR)
             throw std::bad_alloc();
         else if (status != Z_OK && status != Z_BUF_ERROR)
-            throw InputFailure(std::string("the gzip data is damaged (") + (stream.msg != nullptr ? stream.msg : "unexpected data") + "): fetch or copy the file again ('gzip -t' checks it)");
+            throw InputFailure(
+                std::string("the gzip data is damaged (") + (stream.msg != nullptr ? stream.msg : "unexpected data") +
+                "): fetch or copy the file again ('gzip -t' checks it)");
     }
     return wanted - stream.avail_out;
 }

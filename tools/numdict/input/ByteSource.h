@@ -46,7 +46,6 @@ private:
     size_t m_bufferNext;
     size_t m_bufferEnd;
     std::unique_ptr<Inflater> m_inflater; // null for plain input
-
 };
 
 }

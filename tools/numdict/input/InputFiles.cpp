@@ -16,25 +16,32 @@ unsigned getNumberOfProcessors() noexcept {
     return std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
 }
 
-std::vector<InputFile> makeInputFiles(const std::string& command, const std::vector<std::string>& paths, const std::string& formatName) {
+std::vector<InputFile> makeInputFiles(
+    const std::string& command, const std::vector<std::string>& paths, const std::string& formatName) {
     std::optional<RDFFormat> format;
     if (!formatName.empty() && !(format = tryGetFormatByName(formatName)))
-        throw UsageError(fmt::format("{}: the format '{}' is unknown; the formats are {}", command, formatName, RDF_FORMAT_NAMES));
+        throw UsageError(
+            fmt::format("{}: the format '{}' is unknown; the formats are {}", command, formatName, RDF_FORMAT_NAMES));
     std::vector<InputFile> files;
     for (const std::string& path : paths) {
         std::error_code error;
         if (path == "-") {
             if (!format)
-                throw UsageError(fmt::format("{}: standard input has no name that tells its format; add --format ({})", command, RDF_FORMAT_NAMES));
+                throw UsageError(fmt::format(
+                    "{}: standard input has no name that tells its format; add --format ({})", command,
+                    RDF_FORMAT_NAMES));
             if (std::any_of(files.begin(), files.end(), [](const InputFile& file) { return file.m_path == "-"; }))
                 throw UsageError(command + ": standard input can be read only once");
-        } else if (!std::filesystem::exists(path, error))
+        }
+        else if (!std::filesystem::exists(path, error))
             throw UsageError(fmt::format("{}: there is no file '{}'", command, path));
         else if (std::filesystem::is_directory(path, error))
-            throw UsageError(fmt::format("{}: '{}' is a directory; name its files, such as {}/*.ttl", command, path, path));
+            throw UsageError(
+                fmt::format("{}: '{}' is a directory; name its files, such as {}/*.ttl", command, path, path));
         const std::optional<RDFFormat> formatOfFile = format ? format : tryGetFormatOfPath(path);
         if (!formatOfFile)
-            throw UsageError(fmt::format("{}: the name '{}' does not tell the format; add --format ({})", command, path, RDF_FORMAT_NAMES));
+            throw UsageError(fmt::format(
+                "{}: the name '{}' does not tell the format; add --format ({})", command, path, RDF_FORMAT_NAMES));
         files.push_back(InputFile{path, *formatOfFile});
     }
     return files;

@@ -11,8 +11,8 @@ namespace kavix::numdict {
 
 namespace {
 
-/// The number of line ends. In pieces so short that a byte holds the count of each, which lets the compiler compare many
-/// bytes at once: this is done while other workers wait for their blocks.
+/// The number of line ends. In pieces so short that a byte holds the count of each, which lets the compiler compare
+/// many bytes at once: this is done while other workers wait for their blocks.
 uint64_t countLineEnds(const char* bytes, size_t length) {
     constexpr size_t PIECE_LENGTH = 128;
     uint64_t count = 0;
@@ -33,9 +33,7 @@ LineBlocks::LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, s
     m_fileBytesRead(fileBytesRead),
     m_isFinished(false),
     m_nextLine(1),
-    m_isAtStart(true)
-{
-}
+    m_isAtStart(true) { }
 
 bool LineBlocks::next(LineBlock& block) {
     std::lock_guard<std::mutex> lock(m_mutex);

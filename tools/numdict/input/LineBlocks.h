@@ -1,8 +1,8 @@
 #pragma once
 
-#include "numdict/input/ByteSource.h"
-#include "numdict/console/Failures.h"
 #include "core/platform/system/Unmovable.h"
+#include "numdict/console/Failures.h"
+#include "numdict/input/ByteSource.h"
 
 #include <atomic>
 #include <cstddef>
@@ -14,8 +14,8 @@
 
 namespace kavix::numdict {
 
-/// Whole lines of a file. The buffer has room for one byte more than length, which whoever reads the block may overwrite,
-/// as all others. Blocks are reused: a worker keeps one.
+/// Whole lines of a file. The buffer has room for one byte more than length, which whoever reads the block may
+/// overwrite, as all others. Blocks are reused: a worker keeps one.
 struct LineBlock {
     std::vector<char> m_bytes;
     size_t m_length = 0;
@@ -60,7 +60,6 @@ private:
     std::optional<InputFailure> m_failure;
     uint64_t m_nextLine;
     bool m_isAtStart;
-
 };
 
 }

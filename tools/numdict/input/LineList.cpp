@@ -12,7 +12,9 @@
 
 namespace kavix::numdict {
 
-void forEachLine(const std::string& command, const std::string& path, const std::function<void(std::string_view, uint64_t)>& function) {
+void forEachLine(
+    const std::string& command, const std::string& path,
+    const std::function<void(std::string_view, uint64_t)>& function) {
     std::error_code error;
     if (path != "-" && (!std::filesystem::exists(path, error) || std::filesystem::is_directory(path, error)))
         throw UsageError(fmt::format("{}: there is no file '{}'", command, path));

@@ -8,8 +8,8 @@ namespace kavix::numdict {
 
 namespace {
 
-/// The parser keeps the subjects and predicates of all statements it has read, and everything of a damaged one, until it
-/// is freed. It is renewed after this many bytes, which costs nothing beside reading them.
+/// The parser keeps the subjects and predicates of all statements it has read, and everything of a damaged one, until
+/// it is freed. It is renewed after this many bytes, which costs nothing beside reading them.
 constexpr size_t BYTES_PER_READER = 64 * 1024;
 
 constexpr char NUL_MESSAGE[] = "a NUL byte: this is no text";
@@ -53,16 +53,15 @@ LineReader::LineReader(RDFFormat format, const std::string& baseIRI, std::string
     m_statementsToSkip(0),
     m_hasError(false),
     m_isStopped(false),
-    m_error()
-{
+    m_error() {
     renewReader();
 }
 
 LineReader::~LineReader() = default;
 
 void LineReader::renewReader() {
-    // N-Triples are read as N-Quads, and a graph is refused below: the parser's own N-Triples mode passes a statement on
-    // before it has seen the full stop, and lets some of Turtle's abbreviations through.
+    // N-Triples are read as N-Quads, and a graph is refused below: the parser's own N-Triples mode passes a statement
+    // on before it has seen the full stop, and lets some of Turtle's abbreviations through.
     m_reader.reset(serd_reader_new(SERD_NQUADS, this, nullptr, nullptr, nullptr, onStatement, nullptr));
     if (!m_reader)
         throw std::bad_alloc();
@@ -72,11 +71,14 @@ void LineReader::renewReader() {
     m_bytesSinceRenewal = 0;
 }
 
-SerdStatus LineReader::onStatement(void* handle, SerdStatementFlags flags, const SerdNode* graph, const SerdNode* subject, const SerdNode* predicate, const SerdNode* object, const SerdNode* datatype, const SerdNode* language) {
+SerdStatus LineReader::onStatement(
+    void* handle, SerdStatementFlags flags, const SerdNode* graph, const SerdNode* subject, const SerdNode* predicate,
+    const SerdNode* object, const SerdNode* datatype, const SerdNode* language) {
     std::string_view datatypeIRI;
     if (datatype != nullptr)
         datatypeIRI = std::string_view(reinterpret_cast<const char*>(datatype->buf), datatype->n_bytes);
-    return static_cast<LineReader*>(handle)->pass(flags, Statement{graph, subject, predicate, object, datatype, language, datatypeIRI});
+    return static_cast<LineReader*>(handle)->pass(
+        flags, Statement{graph, subject, predicate, object, datatype, language, datatypeIRI});
 }
 
 SerdStatus LineReader::onError(void* handle, const SerdError* error) {
@@ -98,7 +100,8 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
         return SERD_ERR_UNKNOWN;
     if (flags != 0)
         return refuse("brackets are Turtle, not N-Triples or N-Quads");
-    if (isPrefixedName(statement.m_subject) || isPrefixedName(statement.m_predicate) || isPrefixedName(statement.m_object) || isPrefixedName(statement.m_datatype) || isPrefixedName(statement.m_graph))
+    if (isPrefixedName(statement.m_subject) || isPrefixedName(statement.m_predicate) ||
+        isPrefixedName(statement.m_object) || isPrefixedName(statement.m_datatype) || isPrefixedName(statement.m_graph))
         return refuse("prefixed names are Turtle, not N-Triples or N-Quads");
     if (statement.m_graph != nullptr && m_format == RDFFormat::N_TRIPLES)
         return refuse("four terms in a line: this is N-Quads, not N-Triples (--format nq)");
@@ -107,7 +110,8 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
         return SERD_SUCCESS;
     }
     const bool isLineFilled = m_statementsOfLine == 0 && fillsLine(statement);
-    if (m_statementsOfLine == 0 && !isLineFilled && findNUL() != nullptr) // which was the end of the text for the parser
+    if (m_statementsOfLine == 0 && !isLineFilled &&
+        findNUL() != nullptr) // which was the end of the text for the parser
         return refuse(NUL_MESSAGE);
     try {
         m_isStopped = !m_sink.receive(statement, *this);
@@ -124,16 +128,19 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
     return SERD_SUCCESS;
 }
 
-// The line starts with the subject, as nothing of the line before was left over, and has the whole statement, as the parser
-// sees no more. Its bytes are those of the terms, the full stop, and others (blanks, comments, what is behind the full stop).
+// The line starts with the subject, as nothing of the line before was left over, and has the whole statement, as the
+// parser sees no more. Its bytes are those of the terms, the full stop, and others (blanks, comments, what is behind
+// the full stop).
 //  - A term has at least as many bytes as are counted for it: escapes only make it longer.
 //  - Two others are in front of the full stop: the first space found is one, as it is in no IRI and no label of a
 //    blank node, and so not in a subject longer than counted. The second one is another for the same reason, unless
 //    the predicate starts later than counted; and then there is one more other in front of that.
-//  - Of 4 others, at most 2 are left for what is behind the full stop. It is the last byte then, as the two before are none.
+//  - Of 4 others, at most 2 are left for what is behind the full stop. It is the last byte then, as the two before are
+//  none.
 // So there is no NUL in the line either: it would have been the end of the text.
-// Of the parser this takes that it reports a byte or an escape which it replaces by more bytes (nothing is passed then), and
-// that it passes a statement without having looked further than at the byte behind the full stop, which is not the NUL's.
+// Of the parser this takes that it reports a byte or an escape which it replaces by more bytes (nothing is passed
+// then), and that it passes a statement without having looked further than at the byte behind the full stop, which is
+// not the NUL's.
 bool LineReader::fillsLine(const Statement& statement) const {
     const auto getTermLength = [this](const SerdNode& node) {
         return node.type == SERD_BLANK ? 2 + node.n_bytes - m_blankPrefix.size() : 2 + node.n_bytes; // _:a, <a>, "a"
@@ -151,10 +158,11 @@ bool LineReader::fillsLine(const Statement& statement) const {
         return false;
     const char* end = m_lineEnd - 1;
     end -= end[-1] == '\r'; // the statement has bytes in front of it
-    constexpr size_t MAXIMUM_OTHERS = 4; // as many as separate the terms of a quad; wraps where terms are longer than the line
-    return startsTerm(*m_lineStart) && static_cast<size_t>(end - m_lineStart) - countedLength <= MAXIMUM_OTHERS
-        && isSpace(m_lineStart[subjectLength]) && isSpace(m_lineStart[subjectLength + 1 + predicateLength])
-        && end[-1] == '.' && isSpace(end[-2]) && end[-3] != '.';
+    constexpr size_t MAXIMUM_OTHERS =
+        4; // as many as separate the terms of a quad; wraps where terms are longer than the line
+    return startsTerm(*m_lineStart) && static_cast<size_t>(end - m_lineStart) - countedLength <= MAXIMUM_OTHERS &&
+           isSpace(m_lineStart[subjectLength]) && isSpace(m_lineStart[subjectLength + 1 + predicateLength]) &&
+           end[-1] == '.' && isSpace(end[-2]) && end[-3] != '.';
 }
 
 void LineReader::tryEnterNextLine() {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "core/platform/system/Unmovable.h"
 #include "numdict/input/LineBlocks.h"
 #include "numdict/input/RDFFormat.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/Statement.h"
-#include "core/platform/system/Unmovable.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,10 +24,10 @@ struct LineBlockResult {
 /// Reads blocks of N-Triples or N-Quads, each line by itself. So the line number is exact, what a damaged line does not
 /// say is lost and nothing else, and the result does not depend on where a file was cut. One thread uses a reader.
 ///
-/// To start the parser costs time, so one call of it reads many lines: the text ends for it behind the present line, where
-/// a NUL stands, until a statement is passed that provably fills its line; then the NUL moves behind the next line. Where
-/// anything is unusual it stays. So the parser never sees more than the line that getLine() tells; and a line that
-/// it finds fault with is read again, alone, to learn what a line by itself has.
+/// To start the parser costs time, so one call of it reads many lines: the text ends for it behind the present line,
+/// where a NUL stands, until a statement is passed that provably fills its line; then the NUL moves behind the next
+/// line. Where anything is unusual it stays. So the parser never sees more than the line that getLine() tells; and a
+/// line that it finds fault with is read again, alone, to learn what a line by itself has.
 class LineReader final : private StatementContext, private Unmovable {
 
 public:
@@ -44,7 +44,9 @@ public:
 
 private:
 
-    static SerdStatus onStatement(void* handle, SerdStatementFlags flags, const SerdNode* graph, const SerdNode* subject, const SerdNode* predicate, const SerdNode* object, const SerdNode* datatype, const SerdNode* language);
+    static SerdStatus onStatement(
+        void* handle, SerdStatementFlags flags, const SerdNode* graph, const SerdNode* subject,
+        const SerdNode* predicate, const SerdNode* object, const SerdNode* datatype, const SerdNode* language);
 
     static SerdStatus onError(void* handle, const SerdError* error);
 
@@ -89,16 +91,15 @@ private:
     // The present line, and what is behind it.
     uint64_t m_line;
     char* m_lineStart;
-    char* m_lineEnd;   // behind its line end; where the NUL stands while the parser reads
-    char m_byteAtNUL;  // what stood there
-    char* m_readEnd;   // no line is entered that ends behind it
+    char* m_lineEnd; // behind its line end; where the NUL stands while the parser reads
+    char m_byteAtNUL; // what stood there
+    char* m_readEnd; // no line is entered that ends behind it
     uint64_t m_statementsOfLine; // passed to the sink
     uint64_t m_statementsToSkip; // were passed before
     bool m_hasError;
     bool m_isStopped;
     SyntaxError m_error;
     std::exception_ptr m_exception;
-
 };
 
 }

@@ -48,7 +48,8 @@ std::string formatSerdError(const SerdError& error) {
             char code[8];
             std::snprintf(code, sizeof(code), "\\x%02X", static_cast<unsigned char>(character));
             message += code;
-        } else
+        }
+        else
             message += character;
     }
     while (!message.empty() && message.back() == ' ')

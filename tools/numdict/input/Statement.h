@@ -29,7 +29,6 @@ public:
 protected:
 
     ~StatementContext() = default;
-
 };
 
 /// A statement as it was read; everything is valid only during the call that passes it. Absent nodes are null.
@@ -54,7 +53,6 @@ public:
 protected:
 
     ~StatementSink() = default;
-
 };
 
 }

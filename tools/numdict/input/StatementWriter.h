@@ -1,8 +1,8 @@
 #pragma once
 
+#include "core/platform/system/Unmovable.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/Statement.h"
-#include "core/platform/system/Unmovable.h"
 
 #include <cstddef>
 #include <string>
@@ -30,7 +30,6 @@ private:
 
     std::string m_text;
     SerdWriterPointer m_writer;
-
 };
 
 }

@@ -18,7 +18,8 @@ constexpr size_t MAXIMUM_STACK_BYTES = size_t(2) << 20;
 
 constexpr size_t MAXIMUM_CACHED_DATATYPES = 32;
 
-const SerdNode INTEGER_DATATYPE = serd_node_from_string(SERD_URI, reinterpret_cast<const uint8_t*>("http://www.w3.org/2001/XMLSchema#integer"));
+const SerdNode INTEGER_DATATYPE =
+    serd_node_from_string(SERD_URI, reinterpret_cast<const uint8_t*>("http://www.w3.org/2001/XMLSchema#integer"));
 
 std::string_view toText(const SerdNode& node) {
     return std::string_view(reinterpret_cast<const char*>(node.buf), node.n_bytes);
@@ -26,11 +27,14 @@ std::string_view toText(const SerdNode& node) {
 
 }
 
-TurtleReader::TurtleReader(ByteSource& source, RDFFormat format, const std::string& baseIRI, const std::string& blankPrefix, StatementSink& sink) :
+TurtleReader::TurtleReader(
+    ByteSource& source, RDFFormat format, const std::string& baseIRI, const std::string& blankPrefix,
+    StatementSink& sink) :
     m_source(source),
     m_sink(sink),
     m_environment(makeEnvironment(baseIRI)),
-    m_reader(serd_reader_new(format == RDFFormat::TRIG ? SERD_TRIG : SERD_TURTLE, this, nullptr, onBase, onPrefix, onStatement, nullptr)),
+    m_reader(serd_reader_new(
+        format == RDFFormat::TRIG ? SERD_TRIG : SERD_TURTLE, this, nullptr, onBase, onPrefix, onStatement, nullptr)),
     m_buffer(BUFFER_SIZE),
     m_next(0),
     m_end(0),
@@ -43,8 +47,7 @@ TurtleReader::TurtleReader(ByteSource& source, RDFFormat format, const std::stri
     m_lineStart(0),
     m_hasError(false),
     m_isStopped(false),
-    m_error()
-{
+    m_error() {
     if (!m_reader)
         throw std::bad_alloc();
     serd_reader_set_strict(m_reader.get(), true);
@@ -210,22 +213,30 @@ bool TurtleReader::isIntegerBeforeFullStop(const SerdNode& object) const {
     const size_t eaten = m_next - (m_isAtEnd ? 0 : 1);
     const char lastEaten = eaten != 0 ? m_buffer[eaten - 1] : m_lastByteBefore;
     const std::string_view text = toText(object);
-    return lastEaten == '.' && !text.empty() && text.find_first_not_of("0123456789", text[0] == '+' || text[0] == '-' ? 1 : 0) == std::string_view::npos;
+    return lastEaten == '.' && !text.empty() &&
+           text.find_first_not_of("0123456789", text[0] == '+' || text[0] == '-' ? 1 : 0) == std::string_view::npos;
 }
 
-SerdStatus TurtleReader::onStatement(void* handle, SerdStatementFlags, const SerdNode* graph, const SerdNode* subject, const SerdNode* predicate, const SerdNode* object, const SerdNode* datatype, const SerdNode* language) {
+SerdStatus TurtleReader::onStatement(
+    void* handle, SerdStatementFlags, const SerdNode* graph, const SerdNode* subject, const SerdNode* predicate,
+    const SerdNode* object, const SerdNode* datatype, const SerdNode* language) {
     TurtleReader& reader = *static_cast<TurtleReader*>(handle);
     if (reader.hasEnded())
         return SERD_ERR_UNKNOWN;
-    if (object->type == SERD_LITERAL && datatype == nullptr && language == nullptr && reader.isIntegerBeforeFullStop(*object))
+    if (object->type == SERD_LITERAL && datatype == nullptr && language == nullptr &&
+        reader.isIntegerBeforeFullStop(*object))
         datatype = &INTEGER_DATATYPE;
     try {
-        if (!reader.checkPrefix(graph, reader.m_knownPrefixes[0]) || !reader.checkPrefix(subject, reader.m_knownPrefixes[1]) || !reader.checkPrefix(predicate, reader.m_knownPrefixes[2]) || !reader.checkPrefix(object, reader.m_knownPrefixes[3]))
+        if (!reader.checkPrefix(graph, reader.m_knownPrefixes[0]) ||
+            !reader.checkPrefix(subject, reader.m_knownPrefixes[1]) ||
+            !reader.checkPrefix(predicate, reader.m_knownPrefixes[2]) ||
+            !reader.checkPrefix(object, reader.m_knownPrefixes[3]))
             return SERD_ERR_BAD_CURIE;
         std::string_view datatypeIRI;
         if (datatype != nullptr && !reader.expandDatatype(*datatype, datatypeIRI))
             return SERD_ERR_BAD_CURIE;
-        reader.m_isStopped = !reader.m_sink.receive(Statement{graph, subject, predicate, object, datatype, language, datatypeIRI}, reader);
+        reader.m_isStopped = !reader.m_sink.receive(
+            Statement{graph, subject, predicate, object, datatype, language, datatypeIRI}, reader);
     }
     catch (...) {
         // The parser is written in C: an exception must not pass through it.

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "core/platform/system/Unmovable.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/RDFFormat.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/Statement.h"
-#include "core/platform/system/Unmovable.h"
 
 #include <array>
 #include <cstddef>
@@ -26,7 +26,9 @@ class TurtleReader final : private StatementContext, private Unmovable {
 
 public:
 
-    TurtleReader(ByteSource& source, RDFFormat format, const std::string& baseIRI, const std::string& blankPrefix, StatementSink& sink);
+    TurtleReader(
+        ByteSource& source, RDFFormat format, const std::string& baseIRI, const std::string& blankPrefix,
+        StatementSink& sink);
 
     ~TurtleReader();
 
@@ -55,7 +57,9 @@ private:
 
     static SerdStatus onPrefix(void* handle, const SerdNode* name, const SerdNode* iri);
 
-    static SerdStatus onStatement(void* handle, SerdStatementFlags flags, const SerdNode* graph, const SerdNode* subject, const SerdNode* predicate, const SerdNode* object, const SerdNode* datatype, const SerdNode* language);
+    static SerdStatus onStatement(
+        void* handle, SerdStatementFlags flags, const SerdNode* graph, const SerdNode* subject,
+        const SerdNode* predicate, const SerdNode* object, const SerdNode* datatype, const SerdNode* language);
 
     uint64_t getLine() const override;
 
@@ -104,7 +108,6 @@ private:
     bool m_isStopped;
     SyntaxError m_error;
     std::exception_ptr m_exception;
-
 };
 
 }

@@ -1,13 +1,13 @@
 #include "numdict/literals/LiteralDescription.h"
 
-#include "numdict/import/ImportReport.h"
-#include "numdict/literals/NumericNames.h"
-#include "numdict/literals/TurtleLiteral.h"
-#include "numdict/literals/TurtleText.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/dictionary/Prefixes.h"
+#include "numdict/import/ImportReport.h"
+#include "numdict/literals/NumericNames.h"
+#include "numdict/literals/TurtleLiteral.h"
+#include "numdict/literals/TurtleText.h"
 
 #include <fmt/format.h>
 
@@ -41,7 +41,9 @@ std::string formatTurtleLiteral(const ResourceValue& value) {
     if (value.datatypeID == D_XSD_FLOAT)
         return formatFloatingPoint(value.getBinaryValue<float>(), "xsd:float");
     std::string text;
-    s_NumericDatatypeFactory.appendTurtleLiteral(value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize, Prefixes::s_defaultPrefixes, text);
+    s_NumericDatatypeFactory.appendTurtleLiteral(
+        value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize,
+        Prefixes::s_defaultPrefixes, text);
     return text;
 }
 
@@ -59,18 +61,24 @@ LiteralDescription describeLiteral(std::string_view text) {
     const size_t datatype = findNumericDatatype(literal.m_datatypeIRI);
     if (datatype == NO_NUMERIC_DATATYPE) {
         description.m_reason = "notNumeric";
-        description.m_message = fmt::format("{} is not one of the numeric datatypes: xsd:decimal, xsd:integer and its derived types.", description.m_datatype);
+        description.m_message = fmt::format(
+            "{} is not one of the numeric datatypes: xsd:decimal, xsd:integer and its derived types.",
+            description.m_datatype);
         return description;
     }
     description.m_datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
     const std::string& form = literal.m_lexicalForm;
-    const LexicalFormStatus status = tryParseNumericValue(description.m_datatypeID, form.data(), form.size(), description.m_value);
+    const LexicalFormStatus status =
+        tryParseNumericValue(description.m_datatypeID, form.data(), form.size(), description.m_value);
     description.m_isValid = status == LexicalFormStatus::VALID;
     if (description.m_isValid) {
         const ResourceValue& value = description.m_value;
-        s_NumericDatatypeFactory.appendLexicalForm(value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize, description.m_lexicalForm);
+        s_NumericDatatypeFactory.appendLexicalForm(
+            value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize,
+            description.m_lexicalForm);
         description.m_turtle = formatTurtleLiteral(value);
-    } else {
+    }
+    else {
         description.m_reason = getRejectionName(toRejection(status));
         description.m_message = getRejectionMessage(description.m_datatypeID, form);
     }

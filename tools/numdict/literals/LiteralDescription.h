@@ -10,14 +10,14 @@ namespace kavix::numdict {
 
 /// What there is to say about a literal that was given as text.
 struct LiteralDescription {
-    std::string m_literal;         // as given
-    std::string m_datatype;        // "xsd:int"; empty after a syntax error
-    uint8_t m_datatypeID = 0;      // 0 unless numeric
+    std::string m_literal; // as given
+    std::string m_datatype; // "xsd:int"; empty after a syntax error
+    uint8_t m_datatypeID = 0; // 0 unless numeric
     bool m_isValid = false;
-    ResourceValue m_value;         // if valid, and what follows
-    std::string m_lexicalForm;     // canonical
-    std::string m_turtle;          // canonical, as Turtle writes it
-    std::string m_reason;          // if not valid: malformed, outOfRange, beyondCapacity, notNumeric, syntax
+    ResourceValue m_value; // if valid, and what follows
+    std::string m_lexicalForm; // canonical
+    std::string m_turtle; // canonical, as Turtle writes it
+    std::string m_reason; // if not valid: malformed, outOfRange, beyondCapacity, notNumeric, syntax
     std::string m_message;
 };
 

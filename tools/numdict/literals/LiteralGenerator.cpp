@@ -30,7 +30,8 @@ void appendFixedPoint(uint64_t unscaled, unsigned fractionDigits, std::string& t
         text.append(all.substr(0, all.size() - fractionDigits));
         all.remove_prefix(all.size() - fractionDigits);
         text += '.';
-    } else {
+    }
+    else {
         text.append("0.");
         text.append(fractionDigits - all.size(), '0');
     }
@@ -49,7 +50,8 @@ void appendDatatype(std::string_view name, std::string& text) {
 
 }
 
-LiteralGenerator::LiteralGenerator(uint64_t seed) noexcept : m_state(mix(seed + 0x9e3779b97f4a7c15ULL)) { }
+LiteralGenerator::LiteralGenerator(uint64_t seed) noexcept :
+    m_state(mix(seed + 0x9e3779b97f4a7c15ULL)) { }
 
 uint64_t LiteralGenerator::next() noexcept {
     m_state += 0x9e3779b97f4a7c15ULL;
@@ -57,7 +59,8 @@ uint64_t LiteralGenerator::next() noexcept {
 }
 
 uint64_t LiteralGenerator::nextBelow(uint64_t bound) noexcept {
-    // The upper half of the product of two 32-bit numbers: bounds here are far below 2^32, so no value is favoured visibly.
+    // The upper half of the product of two 32-bit numbers: bounds here are far below 2^32, so no value is favoured
+    // visibly.
     return (next() >> 32) * bound >> 32;
 }
 

@@ -35,7 +35,6 @@ private:
     void appendCount(std::string& text);
 
     uint64_t m_state;
-
 };
 
 }

@@ -46,11 +46,13 @@ void appendUTF8(uint32_t codePoint, std::string& text) {
     else if (codePoint < 0x800) {
         append(0xC0 | codePoint >> 6);
         append(0x80 | (codePoint & 0x3F));
-    } else if (codePoint < 0x10000) {
+    }
+    else if (codePoint < 0x10000) {
         append(0xE0 | codePoint >> 12);
         append(0x80 | (codePoint >> 6 & 0x3F));
         append(0x80 | (codePoint & 0x3F));
-    } else {
+    }
+    else {
         append(0xF0 | codePoint >> 18);
         append(0x80 | (codePoint >> 12 & 0x3F));
         append(0x80 | (codePoint >> 6 & 0x3F));
@@ -63,7 +65,9 @@ class LiteralParser {
 
 public:
 
-    explicit LiteralParser(std::string_view text) : m_text(text), m_next(0) { }
+    explicit LiteralParser(std::string_view text) :
+        m_text(text),
+        m_next(0) { }
 
     std::variant<TurtleLiteral, TurtleLiteralError> parse() {
         skipWhiteSpace();
@@ -122,7 +126,9 @@ private:
             ++m_next;
         size_t digits = skipDigits();
         const char* datatype = "integer";
-        if (peek() == '.' && m_next + 1 < m_text.size() && (isDigit(m_text[m_next + 1]) || (digits != 0 && (m_text[m_next + 1] == 'e' || m_text[m_next + 1] == 'E')))) {
+        if (peek() == '.' && m_next + 1 < m_text.size() &&
+            (isDigit(m_text[m_next + 1]) ||
+             (digits != 0 && (m_text[m_next + 1] == 'e' || m_text[m_next + 1] == 'E')))) {
             ++m_next;
             digits += skipDigits();
             datatype = "decimal";
@@ -166,17 +172,20 @@ private:
             if (peek() == '\\') {
                 if (!parseEscape(true, m_literal.m_lexicalForm))
                     return;
-            } else if (!isLong && (peek() == '\n' || peek() == '\r')) {
+            }
+            else if (!isLong && (peek() == '\n' || peek() == '\r')) {
                 fail("a line end in a text needs three quotes, or an escape");
                 return;
-            } else
+            }
+            else
                 m_literal.m_lexicalForm += m_text[m_next++];
         }
         parseSuffix();
     }
 
     bool parseEscape(bool isInText, std::string& text) {
-        static constexpr std::array<std::pair<char, char>, 8> ESCAPES{{{'t', '\t'}, {'b', '\b'}, {'n', '\n'}, {'r', '\r'}, {'f', '\f'}, {'"', '"'}, {'\'', '\''}, {'\\', '\\'}}};
+        static constexpr std::array<std::pair<char, char>, 8> ESCAPES{
+            {{'t', '\t'}, {'b', '\b'}, {'n', '\n'}, {'r', '\r'}, {'f', '\f'}, {'"', '"'}, {'\'', '\''}, {'\\', '\\'}}};
         ++m_next;
         const char kind = peek();
         if (kind == 'u' || kind == 'U') {
@@ -210,18 +219,21 @@ private:
                 parseIRI();
             else
                 parsePrefixedName();
-        } else if (eat("@")) {
+        }
+        else if (eat("@")) {
             if (!isLetter(peek())) {
                 fail("a language tag starts with a letter");
                 return;
             }
             while (isLetter(peek()))
                 ++m_next;
-            while (peek() == '-' && m_next + 1 < m_text.size() && (isLetter(m_text[m_next + 1]) || isDigit(m_text[m_next + 1])))
+            while (peek() == '-' && m_next + 1 < m_text.size() &&
+                   (isLetter(m_text[m_next + 1]) || isDigit(m_text[m_next + 1])))
                 for (++m_next; isLetter(peek()) || isDigit(peek());)
                     ++m_next;
             m_literal.m_datatypeIRI = "http://www.w3.org/1999/02/22-rdf-syntax-ns#langString";
-        } else
+        }
+        else
             m_literal.m_datatypeIRI = std::string(XSD_NAMESPACE) + "string";
     }
 
@@ -235,10 +247,14 @@ private:
             if (peek() == '\\') {
                 if (!parseEscape(false, m_literal.m_datatypeIRI))
                     return;
-            } else if (static_cast<unsigned char>(peek()) <= ' ' || std::string_view("<\"{}|^`").find(peek()) != std::string_view::npos) {
+            }
+            else if (
+                static_cast<unsigned char>(peek()) <= ' ' ||
+                std::string_view("<\"{}|^`").find(peek()) != std::string_view::npos) {
                 fail("this character is not allowed in an IRI");
                 return;
-            } else
+            }
+            else
                 m_literal.m_datatypeIRI += m_text[m_next++];
         }
         if (m_literal.m_datatypeIRI.find(':') == std::string::npos)
@@ -263,7 +279,6 @@ private:
     size_t m_next;
     TurtleLiteral m_literal;
     std::optional<TurtleLiteralError> m_error;
-
 };
 
 }

@@ -20,9 +20,9 @@ struct TurtleLiteralError {
     std::string m_message;
 };
 
-/// Reads one Turtle literal: a number (5, -0.5, 1e3), true, false, or a text in one of Turtle's four kinds of quotes with
-/// escapes, followed by a language tag, by ^^<IRI> or by ^^ and a name with the prefix xsd, rdf, rdfs or owl. White space
-/// around the literal is ignored, anything else behind it is an error.
+/// Reads one Turtle literal: a number (5, -0.5, 1e3), true, false, or a text in one of Turtle's four kinds of quotes
+/// with escapes, followed by a language tag, by ^^<IRI> or by ^^ and a name with the prefix xsd, rdf, rdfs or owl.
+/// White space around the literal is ignored, anything else behind it is an error.
 std::variant<TurtleLiteral, TurtleLiteralError> parseTurtleLiteral(std::string_view text);
 
 }

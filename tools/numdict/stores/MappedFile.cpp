@@ -14,9 +14,11 @@
 
 namespace kavix::numdict {
 
-MappedFile::MappedFile(const std::string& path) : m_data(nullptr), m_length(0) {
+MappedFile::MappedFile(const std::string& path) :
+    m_data(nullptr),
+    m_length(0) {
     const int fileDescriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat status {};
+    struct stat status { };
     bool isMapped = fileDescriptor >= 0 && ::fstat(fileDescriptor, &status) == 0;
     if (isMapped && status.st_size != 0) {
         m_length = static_cast<uint64_t>(status.st_size);

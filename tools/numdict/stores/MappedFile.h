@@ -26,7 +26,6 @@ private:
 
     const uint8_t* m_data;
     uint64_t m_length;
-
 };
 
 }

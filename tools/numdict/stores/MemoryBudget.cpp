@@ -26,7 +26,8 @@ uint64_t getMemoryBudget(const std::string& command, const std::string& text) {
     }
     const std::optional<uint64_t> budget = tryParseSize(text);
     if (!budget)
-        throw UsageError(fmt::format("{}: --memory '{}' is no size; write 512M, 2G, 2GiB or a number of bytes", command, text));
+        throw UsageError(
+            fmt::format("{}: --memory '{}' is no size; write 512M, 2G, 2GiB or a number of bytes", command, text));
     return *budget;
 }
 

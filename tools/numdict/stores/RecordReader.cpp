@@ -1,9 +1,9 @@
 #include "numdict/stores/RecordReader.h"
 
 #include "numdict/console/Failures.h"
-#include "numdict/input/LineBlocks.h"
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
+#include "numdict/input/LineBlocks.h"
 
 #include <fmt/format.h>
 
@@ -34,14 +34,15 @@ RecordReader::RecordReader(std::string path, unsigned numberOfThreads, std::stri
     m_path(std::move(path)),
     m_numberOfThreads(numberOfThreads),
     m_what(std::move(what)),
-    m_isQuiet(isQuiet)
-{
-}
+    m_isQuiet(isQuiet) { }
 
 void RecordReader::addBadRecord(uint64_t line, std::string&& message) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     ++m_numberOfBadRecords;
-    const auto place = std::upper_bound(m_badRecords.begin(), m_badRecords.end(), line, [](uint64_t number, const BadRecord& record) { return number < record.m_line; });
+    const auto place =
+        std::upper_bound(m_badRecords.begin(), m_badRecords.end(), line, [](uint64_t number, const BadRecord& record) {
+            return number < record.m_line;
+        });
     m_badRecords.insert(place, BadRecord{line, std::move(message)});
     if (m_badRecords.size() > LIMIT)
         m_badRecords.pop_back();
@@ -50,7 +51,8 @@ void RecordReader::addBadRecord(uint64_t line, std::string&& message) {
 void RecordReader::read(const std::function<void(const ResourceRecord&)>& consume) {
     std::atomic<uint64_t> bytesRead{0};
     std::error_code error;
-    const uint64_t totalBytes = std::filesystem::is_regular_file(m_path, error) ? std::filesystem::file_size(m_path, error) : 0;
+    const uint64_t totalBytes =
+        std::filesystem::is_regular_file(m_path, error) ? std::filesystem::file_size(m_path, error) : 0;
     std::optional<ProgressDisplay> display;
     if (!m_isQuiet)
         display.emplace([&](double) {

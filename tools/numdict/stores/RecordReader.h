@@ -1,7 +1,7 @@
 #pragma once
 
-#include "numdict/stores/ResourceRecord.h"
 #include "core/platform/system/Unmovable.h"
+#include "numdict/stores/ResourceRecord.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,7 +20,6 @@ class RecordFailure : public std::runtime_error {
 public:
 
     using std::runtime_error::runtime_error;
-
 };
 
 struct BadRecord {
@@ -62,7 +61,6 @@ private:
     std::vector<BadRecord> m_badRecords;
     uint64_t m_numberOfBadRecords = 0;
     std::exception_ptr m_failure;
-
 };
 
 }

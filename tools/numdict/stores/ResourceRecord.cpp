@@ -1,10 +1,10 @@
 #include "numdict/stores/ResourceRecord.h"
 
+#include "core/data-store/dictionary/DatatypeIRIs.h"
+#include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "numdict/literals/LiteralDescription.h"
 #include "numdict/literals/NumericNames.h"
 #include "numdict/literals/TurtleLiteral.h"
-#include "core/data-store/dictionary/DatatypeIRIs.h"
-#include "core/data-store/dictionary/NumericLexicalForms.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -43,7 +43,8 @@ std::string_view takeWord(std::string_view& text) {
 
 std::string_view trim(std::string_view text) {
     const size_t begin = text.find_first_not_of(BLANKS);
-    return begin == std::string_view::npos ? std::string_view() : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
+    return begin == std::string_view::npos ? std::string_view()
+                                           : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
 }
 
 /// Cuts a field of CSV off a line; returns false if its quotes are wrong.
@@ -61,7 +62,8 @@ bool takeField(std::string_view& line, std::string& field) {
         else if (index + 1 < line.size() && line[index + 1] == '"') {
             field += '"';
             ++index;
-        } else {
+        }
+        else {
             line.remove_prefix(index + 1);
             const bool isEnded = line.empty() || line.front() == ',';
             line.remove_prefix(std::min<size_t>(1, line.size()));
@@ -71,7 +73,8 @@ bool takeField(std::string_view& line, std::string& field) {
     return false;
 }
 
-std::variant<ResourceRecord, std::string> makeRecord(std::string_view resourceID, std::string_view datatype, std::string_view literal) {
+std::variant<ResourceRecord, std::string> makeRecord(
+    std::string_view resourceID, std::string_view datatype, std::string_view literal) {
     ResourceRecord record;
     const std::optional<uint64_t> parsedID = tryParseResourceID(resourceID);
     if (!parsedID)
@@ -82,7 +85,9 @@ std::variant<ResourceRecord, std::string> makeRecord(std::string_view resourceID
         return fmt::format("'{}' is no Turtle literal: {}", literal, error->m_message);
     const TurtleLiteral& turtle = std::get<TurtleLiteral>(parsed);
     const size_t index = findNumericDatatype(turtle.m_datatypeIRI);
-    if (index == NO_NUMERIC_DATATYPE || tryParseNumericValue(NUMERIC_NAMES[index].m_datatypeID, turtle.m_lexicalForm.data(), turtle.m_lexicalForm.size(), record.m_value) != LexicalFormStatus::VALID)
+    if (index == NO_NUMERIC_DATATYPE || tryParseNumericValue(
+                                            NUMERIC_NAMES[index].m_datatypeID, turtle.m_lexicalForm.data(),
+                                            turtle.m_lexicalForm.size(), record.m_value) != LexicalFormStatus::VALID)
         return describeLiteral(literal).m_message;
     if (datatype != getNumericName(index))
         return fmt::format("the literal {} is of datatype {}, not '{}'", literal, getNumericName(index), datatype);
@@ -96,9 +101,12 @@ std::variant<ResourceRecord, std::string> parseJSONRecord(std::string_view line)
     const auto id = object.find("id");
     const auto datatype = object.find("datatype");
     const auto literal = object.find("literal");
-    if (id == object.end() || !id->is_number_unsigned() || datatype == object.end() || !datatype->is_string() || literal == object.end() || !literal->is_string())
+    if (id == object.end() || !id->is_number_unsigned() || datatype == object.end() || !datatype->is_string() ||
+        literal == object.end() || !literal->is_string())
         return "the object needs 'id' (a number), 'datatype' and 'literal' (texts)";
-    return makeRecord(std::to_string(id->get<uint64_t>()), datatype->get_ref<const std::string&>(), literal->get_ref<const std::string&>());
+    return makeRecord(
+        std::to_string(id->get<uint64_t>()), datatype->get_ref<const std::string&>(),
+        literal->get_ref<const std::string&>());
 }
 
 std::variant<ResourceRecord, std::string> parseCSVRecord(std::string_view line) {
@@ -133,9 +141,7 @@ std::optional<uint64_t> tryParseResourceID(std::string_view text) {
 RecordWriter::RecordWriter(RecordFormat format, bool isAligned, uint64_t endOfResourceIDs) :
     m_format(format),
     m_isAligned(isAligned),
-    m_resourceIDWidth(std::to_string(endOfResourceIDs).size())
-{
-}
+    m_resourceIDWidth(std::to_string(endOfResourceIDs).size()) { }
 
 void RecordWriter::appendHeader(std::string& text) const {
     if (m_format == RecordFormat::CSV) {
@@ -144,9 +150,12 @@ void RecordWriter::appendHeader(std::string& text) const {
     }
 }
 
-void RecordWriter::appendCells(std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string& text) const {
+void RecordWriter::appendCells(
+    std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string& text) const {
     if (m_isAligned)
-        fmt::format_to(std::back_inserter(text), "{:>{}}  {:<{}}  {}", resourceID, m_resourceIDWidth, datatype, DATATYPE_WIDTH, literal);
+        fmt::format_to(
+            std::back_inserter(text), "{:>{}}  {:<{}}  {}", resourceID, m_resourceIDWidth, datatype, DATATYPE_WIDTH,
+            literal);
     else {
         text += resourceID;
         text += '\t';
@@ -200,7 +209,9 @@ void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value,
     text += '\n';
 }
 
-void RecordWriter::appendMissing(std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view note, std::string& text) const {
+void RecordWriter::appendMissing(
+    std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view note,
+    std::string& text) const {
     const auto orDash = [](std::string_view cell) { return cell.empty() ? std::string_view("-") : cell; };
     appendCells(orDash(resourceID), orDash(datatype), orDash(literal), text);
     text += m_isAligned ? "  " : "\t";

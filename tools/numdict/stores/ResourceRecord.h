@@ -16,7 +16,8 @@ namespace kavix::numdict {
 ///   TEXT        17<TAB>xsd:int<TAB>"5"^^xsd:int          aligned by blanks on a terminal
 ///   CSV         17,xsd:int,"""5""^^xsd:int"              behind a line with the names of the columns
 ///   JSON_LINES  {"id":17,"datatype":"xsd:int","literal":"\"5\"^^xsd:int"}
-///   N_TRIPLES   <urn:kavix:resource:17> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> "5"^^<http://www.w3.org/2001/XMLSchema#int> .
+///   N_TRIPLES   <urn:kavix:resource:17> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value>
+///               "5"^^<http://www.w3.org/2001/XMLSchema#int> .
 enum class RecordFormat : uint8_t { TEXT, CSV, JSON_LINES, N_TRIPLES };
 
 /// "text", "csv", "jsonl", "ntriples".
@@ -42,16 +43,18 @@ public:
 
     /// Appends a line of text for something that has no ID, or no value: whatever is empty shows as "-". The note comes
     /// last.
-    void appendMissing(std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view note, std::string& text) const;
+    void appendMissing(
+        std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view note,
+        std::string& text) const;
 
 private:
 
-    void appendCells(std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string& text) const;
+    void appendCells(
+        std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string& text) const;
 
     const RecordFormat m_format;
     const bool m_isAligned;
     const size_t m_resourceIDWidth;
-
 };
 
 struct ResourceRecord {
@@ -59,8 +62,8 @@ struct ResourceRecord {
     ResourceValue m_value;
 };
 
-/// Reads a line of TEXT, CSV or JSON_LINES, without its line end; which it is, is seen by the line itself. The datatype must be that
-/// of the literal. Otherwise returns what is wrong, a sentence.
+/// Reads a line of TEXT, CSV or JSON_LINES, without its line end; which it is, is seen by the line itself. The datatype
+/// must be that of the literal. Otherwise returns what is wrong, a sentence.
 std::variant<ResourceRecord, std::string> parseRecord(std::string_view line);
 
 /// Reads a number of decimal digits, at least one; nothing beyond 64 bits.

@@ -1,12 +1,12 @@
 #include "numdict/stores/StoreCheck.h"
 
-#include "numdict/stores/StoreFile.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/DictionaryFamilies.h"
 #include "core/data-store/repair/StoreRepair.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/MemoryInputStream.h"
+#include "numdict/stores/StoreFile.h"
 
 #include <algorithm>
 #include <cstring>
@@ -23,7 +23,10 @@ class CorrectedInputStream : public InputStream {
 
 public:
 
-    CorrectedInputStream(std::vector<uint8_t> beginning, const uint8_t* data, uint64_t length) : m_beginning(std::move(beginning)), m_data(data), m_length(length) { }
+    CorrectedInputStream(std::vector<uint8_t> beginning, const uint8_t* data, uint64_t length) :
+        m_beginning(std::move(beginning)),
+        m_data(data),
+        m_length(length) { }
 
     void rewind() override { m_position = 0; }
 
@@ -37,7 +40,9 @@ public:
         return size;
     }
 
-    void skip(uint64_t numberOfBytes) override { m_position += std::min(numberOfBytes, m_length - std::min(m_position, m_length)); }
+    void skip(uint64_t numberOfBytes) override {
+        m_position += std::min(numberOfBytes, m_length - std::min(m_position, m_length));
+    }
 
 private:
 
@@ -45,7 +50,6 @@ private:
     const uint8_t* const m_data;
     const uint64_t m_length;
     uint64_t m_position = 0;
-
 };
 
 /// Returns whether the tables can be loaded.
@@ -55,10 +59,13 @@ bool checkImage(const DamagedStore& store, uint64_t memoryBudgetBytes, const Pro
     bool isSound = true;
     MemoryInputStream input(section.m_data, section.m_length);
     try {
-        DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL)->checkImage(input, ImageLimits{section.m_length, store.getMaxResourceID(), memoryBudgetBytes}, [&](std::string&& problem) {
-            isSound = false;
-            report(name + ": " + problem);
-        });
+        DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL)
+            ->checkImage(
+                input, ImageLimits{section.m_length, store.getMaxResourceID(), memoryBudgetBytes},
+                [&](std::string&& problem) {
+                    isSound = false;
+                    report(name + ": " + problem);
+                });
     }
     catch (const KavixException& exception) {
         if (!comesFrom(exception, ErrorSites::PREMATURE_END_OF_FILE))
@@ -68,9 +75,12 @@ bool checkImage(const DamagedStore& store, uint64_t memoryBudgetBytes, const Pro
     return isSound;
 }
 
-void checkContent(const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& report) {
+void checkContent(
+    const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages,
+    const ProblemReport& report) {
     const DamagedStore::Section& last = store.getSection(DamagedStore::DICTIONARY);
-    const auto length = static_cast<uint64_t>(last.m_data + last.m_length - file.getData()); // what follows has been reported
+    const auto length =
+        static_cast<uint64_t>(last.m_data + last.m_length - file.getData()); // what follows has been reported
     CorrectedInputStream input(store.makeSoundBeginning(), file.getData(), length);
     Dictionary::OpenOptions options;
     options.memoryBudgetBytes = memoryBudgetBytes;
@@ -80,12 +90,16 @@ void checkContent(const MappedFile& file, const DamagedStore& store, uint64_t me
     dictionary->verify(report);
     const uint64_t numberOfResources = countResources(*dictionary);
     if (numberOfResources != store.getNumberOfResources())
-        report("counters: it counts " + std::to_string(store.getNumberOfResources()) + " resources, and there are " + std::to_string(numberOfResources));
+        report(
+            "counters: it counts " + std::to_string(store.getNumberOfResources()) + " resources, and there are " +
+            std::to_string(numberOfResources));
 }
 
 }
 
-void checkStore(const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& report) {
+void checkStore(
+    const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages,
+    const ProblemReport& report) {
     registerBuiltInDatatypeFamilies();
     for (const std::string& problem : store.getProblems())
         report(std::string(problem));
@@ -104,7 +118,7 @@ void checkStore(const MappedFile& file, const DamagedStore& store, uint64_t memo
         if (isBoundTooHigh || store.getProblems().empty())
             report(std::string(exception.getMessage())); // otherwise it is one that has been reported
     }
-    StoreRepair(store).enumerate([](uint64_t, const ResourceValue&) { }, report);
+    StoreRepair(store).enumerate([](uint64_t, const ResourceValue&) {}, report);
 }
 
 }

@@ -1,12 +1,12 @@
 #include "numdict/stores/StoreFile.h"
 
-#include "numdict/console/Failures.h"
-#include "numdict/stores/MemoryBudget.h"
 #include "core/data-store/store/StoreReader.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
+#include "numdict/console/Failures.h"
+#include "numdict/stores/MemoryBudget.h"
 
 #include <fmt/format.h>
 
@@ -26,7 +26,8 @@ auto nameFileInRefusal(const std::string& path, Operation operation) {
         return operation();
     }
     catch (const KavixException& exception) {
-        if (!comesFrom(exception, ErrorSites::INVALID_STORE) && !comesFrom(exception, ErrorSites::STORE_NEEDS_ADDRESS_SPACE))
+        if (!comesFrom(exception, ErrorSites::INVALID_STORE) &&
+            !comesFrom(exception, ErrorSites::STORE_NEEDS_ADDRESS_SPACE))
             throw;
         throw StoreFailure(fmt::format("{}: {}", path, exception.getMessage()));
     }
@@ -37,7 +38,8 @@ auto nameFileInRefusal(const std::string& path, Operation operation) {
 void checkStoreExists(const std::string& command, const std::string& path) {
     std::error_code error;
     if (!std::filesystem::exists(path, error))
-        throw UsageError(fmt::format("{}: there is no store '{}'; 'numdict import --store {} FILE...' makes one", command, path, path));
+        throw UsageError(fmt::format(
+            "{}: there is no store '{}'; 'numdict import --store {} FILE...' makes one", command, path, path));
     if (!std::filesystem::is_regular_file(path, error))
         throw UsageError(fmt::format("{}: '{}' is no file, and a store is one", command, path));
 }
@@ -49,7 +51,8 @@ ResourceIDWidth readResourceIDWidth(const std::string& path) {
     });
 }
 
-std::unique_ptr<Dictionary> openStoreFile(const std::string& path, uint64_t memoryBudgetBytes, const StoreOptions& options) {
+std::unique_ptr<Dictionary> openStoreFile(
+    const std::string& path, uint64_t memoryBudgetBytes, const StoreOptions& options) {
     return nameFileInRefusal(path, [&] {
         std::error_code error;
         const uint64_t size = std::filesystem::file_size(path, error);
@@ -64,7 +67,8 @@ std::unique_ptr<Dictionary> openStoreFile(const std::string& path, uint64_t memo
     });
 }
 
-std::unique_ptr<Dictionary> openStoreFile(const std::string& command, const std::string& path, const StoreOptions& options) {
+std::unique_ptr<Dictionary> openStoreFile(
+    const std::string& command, const std::string& path, const StoreOptions& options) {
     checkStoreExists(command, path);
     return openStoreFile(path, getMemoryBudget(command, options.m_memory), options);
 }

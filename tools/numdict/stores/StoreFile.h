@@ -1,7 +1,7 @@
 #pragma once
 
-#include "numdict/console/ByteProgress.h"
 #include "core/data-store/embedding/Dictionary.h"
+#include "numdict/console/ByteProgress.h"
 
 #include <cstdint>
 #include <memory>
@@ -22,14 +22,13 @@ class StoreFailure : public std::runtime_error {
 public:
 
     using std::runtime_error::runtime_error;
-
 };
 
 /// What every command that opens a store can be told.
 struct StoreOptions {
-    std::string m_memory;      // empty: half of the machine's
-    bool m_isTrusted = false;  // skip the check of every value
-    bool m_isQuiet = false;    // no progress
+    std::string m_memory; // empty: half of the machine's
+    bool m_isTrusted = false; // skip the check of every value
+    bool m_isQuiet = false; // no progress
     bool m_isWithoutHugePages = false; // do not ask the system for huge pages
 };
 
@@ -44,10 +43,12 @@ ResourceIDWidth readResourceIDWidth(const std::string& path);
 /// Opens a store within a memory budget.
 /// @throws StoreFailure    the store is damaged, or none
 /// @throws KavixException  the budget is too small, or the file cannot be read
-std::unique_ptr<Dictionary> openStoreFile(const std::string& path, uint64_t memoryBudgetBytes, const StoreOptions& options);
+std::unique_ptr<Dictionary> openStoreFile(
+    const std::string& path, uint64_t memoryBudgetBytes, const StoreOptions& options);
 
 /// The same with the budget of the options.
-std::unique_ptr<Dictionary> openStoreFile(const std::string& command, const std::string& path, const StoreOptions& options);
+std::unique_ptr<Dictionary> openStoreFile(
+    const std::string& command, const std::string& path, const StoreOptions& options);
 
 /// Writes a dictionary to a file that is still to be committed; returns its size in bytes.
 uint64_t saveStoreFile(const Dictionary& dictionary, ReplacingFile& file, bool isQuiet);

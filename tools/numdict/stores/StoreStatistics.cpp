@@ -1,12 +1,12 @@
 #include "numdict/stores/StoreStatistics.h"
 
-#include "numdict/console/Sizes.h"
-#include "numdict/stores/StoreFile.h"
-#include "numdict/console/TextTable.h"
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/platform/system/HugePages.h"
+#include "numdict/console/Sizes.h"
+#include "numdict/console/TextTable.h"
+#include "numdict/stores/StoreFile.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -74,9 +74,13 @@ std::string formatFractionDigits(const StoreStatistics& statistics, bool isForPe
     for (size_t digits = 0; digits < end; ++digits)
         if (isForPeople) {
             // A bar for whatever is there at all.
-            const auto length = static_cast<size_t>(divide(counts[digits], largest) * BAR_LENGTH + (counts[digits] == 0 ? 0 : 0.999));
-            text += fmt::format("  {:>2}  {:<{}}  {}\n", digits, std::string(std::min<size_t>(length, BAR_LENGTH), '#'), BAR_LENGTH, formatCount(counts[digits]));
-        } else
+            const auto length =
+                static_cast<size_t>(divide(counts[digits], largest) * BAR_LENGTH + (counts[digits] == 0 ? 0 : 0.999));
+            text += fmt::format(
+                "  {:>2}  {:<{}}  {}\n", digits, std::string(std::min<size_t>(length, BAR_LENGTH), '#'), BAR_LENGTH,
+                formatCount(counts[digits]));
+        }
+        else
             text += fmt::format("{}\t{}\n", digits, counts[digits]);
     return text;
 }
@@ -84,7 +88,8 @@ std::string formatFractionDigits(const StoreStatistics& statistics, bool isForPe
 }
 
 double DatatypeStatistics::getLoad() const noexcept {
-    return divide(m_table.m_liveBuckets + m_table.m_deletedBuckets + m_table.m_reservedBuckets, m_table.m_numberOfBuckets);
+    return divide(
+        m_table.m_liveBuckets + m_table.m_deletedBuckets + m_table.m_reservedBuckets, m_table.m_numberOfBuckets);
 }
 
 double DatatypeStatistics::getMeanProbeLength() const noexcept {
@@ -97,11 +102,14 @@ double DatatypeStatistics::getBytesPerValue() const noexcept {
 
 StoreStatistics collectStatistics(const Dictionary& dictionary) {
     StoreStatistics statistics;
-    const uint64_t recordSize = dictionary.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? DecimalRecord<unsigned int>::SIZE : DecimalRecord<unsigned long>::SIZE;
+    const uint64_t recordSize = dictionary.getResourceIDWidth() == ResourceIDWidth::BITS_32
+                                    ? DecimalRecord<unsigned int>::SIZE
+                                    : DecimalRecord<unsigned long>::SIZE;
     for (const TableStatistics& table : dictionary.getTableStatistics()) {
         DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(table.m_datatypeID)];
         datatype.m_table = table;
-        const uint64_t bytesPerResource = sizeof(uint64_t) + sizeof(uint8_t) + (table.m_datatypeID == D_XSD_DECIMAL ? recordSize : 0);
+        const uint64_t bytesPerResource =
+            sizeof(uint64_t) + sizeof(uint8_t) + (table.m_datatypeID == D_XSD_DECIMAL ? recordSize : 0);
         datatype.m_bytes = table.m_committedBytes + table.m_liveBuckets * bytesPerResource;
     }
     std::vector<int64_t> integralValues;
@@ -112,7 +120,8 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
             continue;
         const ResourceValue value = dictionary.getValue(resourceID);
         const bool isDecimal = datatypeID == D_XSD_DECIMAL;
-        const XSDDecimal number = isDecimal ? value.getBinaryValue<XSDDecimal>() : XSDDecimal(value.getBinaryValue<int64_t>());
+        const XSDDecimal number =
+            isDecimal ? value.getBinaryValue<XSDDecimal>() : XSDDecimal(value.getBinaryValue<int64_t>());
         DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(datatypeID)];
         if (!datatype.m_minimum || number < *datatype.m_minimum)
             datatype.m_minimum = number;
@@ -132,7 +141,9 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
 
 std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople) {
     TextTable table;
-    table.addRow({"datatype", "live", "deleted", "reserved", "buckets", "load", "memory", "mean probe", "largest", "bytes/value", "minimum", "maximum"});
+    table.addRow(
+        {"datatype", "live", "deleted", "reserved", "buckets", "load", "memory", "mean probe", "largest", "bytes/value",
+         "minimum", "maximum"});
     TableStatistics total{};
     const auto count = [isForPeople](uint64_t value) { return formatCountFor(isForPeople, value); };
     for (size_t index = 0; index < statistics.m_datatypes.size(); ++index) {
@@ -144,20 +155,42 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
         total.m_numberOfBuckets += buckets.m_numberOfBuckets;
         total.m_totalProbeLength += buckets.m_totalProbeLength;
         total.m_maxProbeLength = std::max(total.m_maxProbeLength, buckets.m_maxProbeLength);
-        table.addRow({getNumericName(index), count(buckets.m_liveBuckets), count(buckets.m_deletedBuckets), count(buckets.m_reservedBuckets), count(buckets.m_numberOfBuckets), fmt::format("{:.3f}", datatype.getLoad()), formatBytesFor(isForPeople, buckets.m_committedBytes), fmt::format("{:.2f}", datatype.getMeanProbeLength()), count(buckets.m_maxProbeLength), buckets.m_liveBuckets == 0 ? std::string("-") : fmt::format("{:.1f}", datatype.getBytesPerValue()), formatNumber(datatype.m_minimum), formatNumber(datatype.m_maximum)});
+        table.addRow(
+            {getNumericName(index), count(buckets.m_liveBuckets), count(buckets.m_deletedBuckets),
+             count(buckets.m_reservedBuckets), count(buckets.m_numberOfBuckets),
+             fmt::format("{:.3f}", datatype.getLoad()), formatBytesFor(isForPeople, buckets.m_committedBytes),
+             fmt::format("{:.2f}", datatype.getMeanProbeLength()), count(buckets.m_maxProbeLength),
+             buckets.m_liveBuckets == 0 ? std::string("-") : fmt::format("{:.1f}", datatype.getBytesPerValue()),
+             formatNumber(datatype.m_minimum), formatNumber(datatype.m_maximum)});
     }
-    table.addRow({"all", count(total.m_liveBuckets), count(total.m_deletedBuckets), count(total.m_reservedBuckets), count(total.m_numberOfBuckets), fmt::format("{:.3f}", divide(total.m_liveBuckets + total.m_deletedBuckets + total.m_reservedBuckets, total.m_numberOfBuckets)), formatBytesFor(isForPeople, statistics.m_usedBytes), fmt::format("{:.2f}", divide(total.m_totalProbeLength, total.m_liveBuckets)), count(total.m_maxProbeLength), total.m_liveBuckets == 0 ? std::string("-") : fmt::format("{:.1f}", divide(statistics.m_usedBytes, total.m_liveBuckets)), "-", "-"});
+    table.addRow(
+        {"all", count(total.m_liveBuckets), count(total.m_deletedBuckets), count(total.m_reservedBuckets),
+         count(total.m_numberOfBuckets),
+         fmt::format(
+             "{:.3f}",
+             divide(total.m_liveBuckets + total.m_deletedBuckets + total.m_reservedBuckets, total.m_numberOfBuckets)),
+         formatBytesFor(isForPeople, statistics.m_usedBytes),
+         fmt::format("{:.2f}", divide(total.m_totalProbeLength, total.m_liveBuckets)), count(total.m_maxProbeLength),
+         total.m_liveBuckets == 0 ? std::string("-")
+                                  : fmt::format("{:.1f}", divide(statistics.m_usedBytes, total.m_liveBuckets)),
+         "-", "-"});
     std::string text = isForPeople ? table.format() : table.formatWithTabs();
     text += formatFractionDigits(statistics, isForPeople);
-    text += isForPeople ? fmt::format("\nNumbers that are values of more than one datatype: {}\n", formatCount(statistics.m_sharedNumbers)) : fmt::format("\nnumbers of several datatypes\t{}\n", statistics.m_sharedNumbers);
+    text += isForPeople ? fmt::format(
+                              "\nNumbers that are values of more than one datatype: {}\n",
+                              formatCount(statistics.m_sharedNumbers))
+                        : fmt::format("\nnumbers of several datatypes\t{}\n", statistics.m_sharedNumbers);
     if (isForPeople)
-        text += fmt::format("Memory: {}, {}\n", formatSize(statistics.m_usedBytes), formatHugePages(statistics.m_hugePageBytes));
+        text += fmt::format(
+            "Memory: {}, {}\n", formatSize(statistics.m_usedBytes), formatHugePages(statistics.m_hugePageBytes));
     else
-        text += "bytes on huge pages\t" + (statistics.m_hugePageBytes ? std::to_string(*statistics.m_hugePageBytes) : std::string("-")) + '\n';
+        text += "bytes on huge pages\t" +
+                (statistics.m_hugePageBytes ? std::to_string(*statistics.m_hugePageBytes) : std::string("-")) + '\n';
     return text;
 }
 
-std::string formatStatisticsAsJSON(const StoreStatistics& statistics, const Dictionary& dictionary, const std::string& path) {
+std::string formatStatisticsAsJSON(
+    const StoreStatistics& statistics, const Dictionary& dictionary, const std::string& path) {
     nlohmann::ordered_json object;
     object["store"] = path;
     object["idWidth"] = static_cast<unsigned>(dictionary.getResourceIDWidth());
@@ -181,7 +214,8 @@ std::string formatStatisticsAsJSON(const StoreStatistics& statistics, const Dict
     object["sharedNumbers"] = statistics.m_sharedNumbers;
     object["memory"]["budget"] = dictionary.getMemoryBudgetBytes();
     object["memory"]["used"] = statistics.m_usedBytes;
-    object["memory"]["onHugePages"] = statistics.m_hugePageBytes ? nlohmann::ordered_json(*statistics.m_hugePageBytes) : nlohmann::ordered_json();
+    object["memory"]["onHugePages"] =
+        statistics.m_hugePageBytes ? nlohmann::ordered_json(*statistics.m_hugePageBytes) : nlohmann::ordered_json();
     object["components"] = toJSON(*dictionary.getComponentInfo());
     return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }

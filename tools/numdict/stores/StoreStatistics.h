@@ -1,9 +1,9 @@
 #pragma once
 
-#include "numdict/literals/NumericNames.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/numbers/XSDDecimal.h"
+#include "numdict/literals/NumericNames.h"
 
 #include <array>
 #include <cstdint>
@@ -31,7 +31,7 @@ struct StoreStatistics {
     std::array<uint64_t, XSDDecimal::MAX_FRACTION_DIGITS + 1> m_fractionDigits{}; // of decimals: how many have as many
     uint64_t m_values = 0;
     uint64_t m_sharedNumbers = 0; // numbers that are values of more than one datatype
-    uint64_t m_usedBytes = 0;     // of the budget
+    uint64_t m_usedBytes = 0; // of the budget
     std::optional<uint64_t> m_hugePageBytes; // absent where the system does not tell
 };
 
@@ -42,6 +42,7 @@ StoreStatistics collectStatistics(const Dictionary& dictionary);
 std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople);
 
 /// One object, with the tree of components of the dictionary.
-std::string formatStatisticsAsJSON(const StoreStatistics& statistics, const Dictionary& dictionary, const std::string& path);
+std::string formatStatisticsAsJSON(
+    const StoreStatistics& statistics, const Dictionary& dictionary, const std::string& path);
 
 }

@@ -6,8 +6,8 @@
 
 namespace kavix {
 
-ComponentInfo::ComponentInfo(std::string name) : m_name(std::move(name)) {
-}
+ComponentInfo::ComponentInfo(std::string name) :
+    m_name(std::move(name)) { }
 
 void ComponentInfo::addNumericProperty(const std::string& name, unsigned long value, unsigned short kind) {
     m_properties.push_back(Property{name, uint64_t(value), kind});

@@ -44,7 +44,6 @@ private:
     std::string m_name;
     std::vector<Property> m_properties;
     std::vector<std::unique_ptr<ComponentInfo>> m_children;
-
 };
 
 }

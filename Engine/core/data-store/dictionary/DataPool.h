@@ -20,7 +20,9 @@ public:
 
     static constexpr uint64_t FIRST_OFFSET = 64;
 
-    explicit DataPool(MemoryManager& memoryManager) noexcept : m_bytes(memoryManager), m_nextOffset(FIRST_OFFSET) { }
+    explicit DataPool(MemoryManager& memoryManager) noexcept :
+        m_bytes(memoryManager),
+        m_nextOffset(FIRST_OFFSET) { }
 
     /// Makes the pool empty.
     /// @param maximumSize  how many bytes of address space to reserve
@@ -57,7 +59,6 @@ private:
 
     MemoryRegion<uint8_t> m_bytes;
     std::atomic<uint64_t> m_nextOffset;
-
 };
 
 }

@@ -9,7 +9,7 @@ namespace kavix {
 enum DatatypeID : uint8_t {
     D_NONE = 0,
     D_XSD_DOUBLE = 20, // belongs to another family; only produced as an equal value
-    D_XSD_FLOAT = 21,  // belongs to another family; only produced as an equal value
+    D_XSD_FLOAT = 21, // belongs to another family; only produced as an equal value
     D_XSD_DECIMAL = 22,
     D_XSD_INTEGER = 23,
     D_XSD_NON_NEGATIVE_INTEGER = 24,

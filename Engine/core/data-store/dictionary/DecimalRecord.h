@@ -25,7 +25,9 @@ struct DecimalRecord {
         record[FRACTION_DIGITS_OFFSET] = value.getFractionDigits();
     }
 
-    static void writeResourceID(uint8_t* record, ResourceID resourceID) noexcept { std::memcpy(record, &resourceID, sizeof(resourceID)); }
+    static void writeResourceID(uint8_t* record, ResourceID resourceID) noexcept {
+        std::memcpy(record, &resourceID, sizeof(resourceID));
+    }
 
     static ResourceID readResourceID(const uint8_t* record) noexcept {
         ResourceID resourceID;
@@ -38,7 +40,6 @@ struct DecimalRecord {
         std::memcpy(&unscaledValue, record + UNSCALED_VALUE_OFFSET, sizeof(unscaledValue));
         return XSDDecimal::fromNormalisedFields(unscaledValue, record[FRACTION_DIGITS_OFFSET]);
     }
-
 };
 
 static_assert(DecimalRecord<unsigned int>::SIZE == 13 && DecimalRecord<unsigned long>::SIZE == 17);

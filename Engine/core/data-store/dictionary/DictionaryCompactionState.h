@@ -11,7 +11,7 @@ namespace kavix {
 struct CompactionEntry {
     uint64_t newResourceID;
     uint8_t datatypeID;
-    uint8_t isInline;  // 1: data is the value itself; 0: data is the offset of the value's record in the data pool
+    uint8_t isInline; // 1: data is the value itself; 0: data is the offset of the value's record in the data pool
     uint64_t data;
     uint64_t dataSize; // of the record, in bytes; 0 for inline values
 };
@@ -24,7 +24,9 @@ public:
 
     /// An empty state with room for a number of entries, charged to the budget.
     /// @throws as MemoryRegion
-    DictionaryCompactionState(MemoryManager& memoryManager, uint64_t maximumNumberOfEntries) : m_entries(memoryManager), m_numberOfEntries(0) {
+    DictionaryCompactionState(MemoryManager& memoryManager, uint64_t maximumNumberOfEntries) :
+        m_entries(memoryManager),
+        m_numberOfEntries(0) {
         m_entries.initialize(maximumNumberOfEntries);
         m_entries.ensureEndAtLeast(maximumNumberOfEntries);
     }
@@ -43,7 +45,6 @@ private:
 
     MemoryRegion<CompactionEntry> m_entries;
     uint64_t m_numberOfEntries;
-
 };
 
 }

@@ -4,15 +4,15 @@
 
 namespace kavix {
 
-DictionaryDatatype::DictionaryDatatype(std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) noexcept :
+DictionaryDatatype::DictionaryDatatype(
+    std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData,
+    MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) noexcept :
     m_maxResourceID(0),
     m_maxResourceIDForBlocks(0),
     m_nextResourceID(nextResourceID),
     m_resourceData(resourceData),
     m_resourceDatatypeIDs(resourceDatatypeIDs),
-    m_dataPool(dataPool)
-{
-}
+    m_dataPool(dataPool) { }
 
 DictionaryDatatype::~DictionaryDatatype() = default;
 
@@ -21,7 +21,8 @@ uint64_t DictionaryDatatype::allocateResourceID() {
 }
 
 uint64_t DictionaryDatatype::allocateResourceIDBlock() {
-    return takeResourceIDs(RESOURCE_ID_BLOCK_SIZE, m_maxResourceIDForBlocks, ErrorSites::RESOURCE_CAPACITY_EXCEEDED_FOR_BLOCK);
+    return takeResourceIDs(
+        RESOURCE_ID_BLOCK_SIZE, m_maxResourceIDForBlocks, ErrorSites::RESOURCE_CAPACITY_EXCEEDED_FOR_BLOCK);
 }
 
 uint64_t DictionaryDatatype::takeResourceIDs(uint64_t size, uint64_t bound, const ErrorSite& errorSite) {

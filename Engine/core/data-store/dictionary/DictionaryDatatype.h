@@ -29,10 +29,10 @@ class OutputStream;
 /// Publication order of a new resource: data word, then datatype ID (release), then the entry by which its value is
 /// found (release). Whoever sees the datatype ID sees the data word; whoever finds the value sees both.
 ///
-/// Operations trust their arguments: values are in range, datatype IDs belong to the family, resource IDs were given out
-/// by it. Every calling thread has a thread slot. resolve, tryResolve, getResource, restoreResource: any number of threads
-/// at once. deleteUncommittedResourceID: while no reader's snapshot reaches the resource. getComponentInfo: any time. The
-/// rest, and destruction: no other thread in the dictionary.
+/// Operations trust their arguments: values are in range, datatype IDs belong to the family, resource IDs were given
+/// out by it. Every calling thread has a thread slot. resolve, tryResolve, getResource, restoreResource: any number of
+/// threads at once. deleteUncommittedResourceID: while no reader's snapshot reaches the resource. getComponentInfo: any
+/// time. The rest, and destruction: no other thread in the dictionary.
 class DictionaryDatatype : private Unmovable {
 
 public:
@@ -40,7 +40,9 @@ public:
     /// How many resource IDs a usage context takes at a time.
     static constexpr uint64_t RESOURCE_ID_BLOCK_SIZE = 1024;
 
-    DictionaryDatatype(std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) noexcept;
+    DictionaryDatatype(
+        std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData,
+        MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) noexcept;
 
     virtual ~DictionaryDatatype();
 
@@ -61,7 +63,8 @@ public:
     virtual void finishCompact(const DictionaryCompactionState& state) = 0;
 
     /// Takes a resource back that an abandoned transaction entered: its value is not found any more.
-    virtual void deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>& visibility, uint64_t resourceID, uint8_t datatypeID) = 0;
+    virtual void deleteUncommittedResourceID(
+        const std::pair<uint64_t, uint64_t>& visibility, uint64_t resourceID, uint8_t datatypeID) = 0;
 
     /// The value of a resource, in binary form in the buffer of value.
     virtual void getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const = 0;
@@ -69,25 +72,30 @@ public:
     /// The lexical form of a resource; replaces text.
     virtual void getResource(uint64_t resourceID, uint8_t datatypeID, std::string& text) const = 0;
 
-    /// The resource ID of a value in binary form; 0 if it is absent or not below the visibility bounds: resource IDs below
-    /// first and pool offsets below second are visible.
-    virtual uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept = 0;
+    /// The resource ID of a value in binary form; 0 if it is absent or not below the visibility bounds: resource IDs
+    /// below first and pool offsets below second are visible.
+    virtual uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept = 0;
 
     /// The same for a lexical form. Throws if it is invalid.
-    virtual uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const = 0;
+    virtual uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length,
+        uint8_t datatypeID) const = 0;
 
     /// The resource ID of a value in binary form, entered under a new ID if it is absent. The context may be null.
     /// Throws if IDs or memory are exhausted: the value is absent.
     virtual uint64_t resolveResource(DictionaryUsageContext* context, const ResourceValue& value) = 0;
 
     /// The same for a lexical form. Throws if it is invalid, before anything is touched.
-    virtual uint64_t resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) = 0;
+    virtual uint64_t resolveResource(
+        DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) = 0;
 
-    /// Enters a value in binary form under a given ID; does nothing if the value is present under any ID. The counter of
-    /// resource IDs and the bound are not regarded; the ID must be below the capacity of the shared arrays.
+    /// Enters a value in binary form under a given ID; does nothing if the value is present under any ID. The counter
+    /// of resource IDs and the bound are not regarded; the ID must be below the capacity of the shared arrays.
     virtual void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) = 0;
 
-    /// Writes and reads the image of the dictionary, without the shared objects. A failed load leaves it to be discarded.
+    /// Writes and reads the image of the dictionary, without the shared objects. A failed load leaves it to be
+    /// discarded.
     virtual void save(OutputStream& output) const = 0;
     virtual void load(InputStream& input) = 0;
 
@@ -100,7 +108,9 @@ protected:
 
     public:
 
-        ResourceIDGetter(DictionaryDatatype& dictionary, DictionaryUsageContext* context) noexcept : m_dictionary(dictionary), m_context(context) { }
+        ResourceIDGetter(DictionaryDatatype& dictionary, DictionaryUsageContext* context) noexcept :
+            m_dictionary(dictionary),
+            m_context(context) { }
 
         /// The next resource ID; both arrays are usable at it.
         /// @throws KavixException  "The capacity of Kavix for the number of resources has been exceeded.", or as
@@ -119,10 +129,11 @@ protected:
 
         DictionaryDatatype& m_dictionary;
         DictionaryUsageContext* const m_context;
-
     };
 
-    ResourceIDGetter nextResourceIDGetter(DictionaryUsageContext* context) noexcept { return ResourceIDGetter(*this, context); }
+    ResourceIDGetter nextResourceIDGetter(DictionaryUsageContext* context) noexcept {
+        return ResourceIDGetter(*this, context);
+    }
 
     /// Publishes the array entries of a resource.
     void setResource(uint64_t resourceID, uint64_t data, uint8_t datatypeID) noexcept {
@@ -131,7 +142,7 @@ protected:
         m_resourceDatatypeIDs[resourceID].store(datatypeID, std::memory_order_release);
     }
 
-    uint64_t m_maxResourceID;          // exclusive bound of IDs allocated one at a time
+    uint64_t m_maxResourceID; // exclusive bound of IDs allocated one at a time
     uint64_t m_maxResourceIDForBlocks; // exclusive bound of the first ID of a block: always 1024 less
     std::atomic<uint64_t>& m_nextResourceID;
     MemoryRegion<uint64_t>& m_resourceData;
@@ -146,7 +157,6 @@ private:
 
     /// Takes size consecutive IDs if the first is below the bound; otherwise throws the error of the site.
     uint64_t takeResourceIDs(uint64_t size, uint64_t bound, const ErrorSite& errorSite);
-
 };
 
 }

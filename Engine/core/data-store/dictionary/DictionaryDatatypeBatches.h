@@ -11,9 +11,9 @@
 
 namespace kavix {
 
-/// Operations on many elements at once, which the dictionary of a family may offer beside DictionaryDatatype, for the sake
-/// of speed alone: what a batch returns, enters and throws is what the single operation of DictionaryDatatype does for one
-/// element after the other, in order. Only reservations may differ: a value that is present needs none here.
+/// Operations on many elements at once, which the dictionary of a family may offer beside DictionaryDatatype, for the
+/// sake of speed alone: what a batch returns, enters and throws is what the single operation of DictionaryDatatype does
+/// for one element after the other, in order. Only reservations may differ: a value that is present needs none here.
 ///
 /// The caller splits what it has into batches of 1 to MAX_BATCH_SIZE elements whose datatypes all belong to the family;
 /// nothing else about their order or mixture is promised. Inputs and results do not overlap. Arguments are trusted, and
@@ -27,29 +27,35 @@ public:
     /// The resource IDs of values in binary form; absent ones are entered under new IDs. The context may be null.
     /// @throws as resolveResource() at the first value that fails: those before it are entered and have their IDs, none
     ///         from it on is entered, and what stands in resourceIDs from it on is unspecified
-    virtual void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) = 0;
+    virtual void resolveResources(
+        DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) = 0;
 
     /// The resource IDs of values in binary form; 0 for each that is absent or not visible.
-    virtual void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept = 0;
+    virtual void tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
+        uint64_t* resourceIDs) const noexcept = 0;
 
-    /// The resource IDs of literals; absent ones are entered under new IDs. The context may be null. A literal that fails
-    /// stops none behind it.
+    /// The resource IDs of literals; absent ones are entered under new IDs. The context may be null. A literal that
+    /// fails stops none behind it.
     /// @return how many failed
-    virtual size_t resolveResources(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept = 0;
+    virtual size_t resolveResources(
+        DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept = 0;
 
     /// The resource IDs of literals; 0 without an error for each that is absent or not visible.
     /// @return how many are invalid
-    virtual size_t tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals, Resolution* resolutions) const noexcept = 0;
+    virtual size_t tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals,
+        Resolution* resolutions) const noexcept = 0;
 
     /// The values of resources, each in binary form in the buffer of its value.
     /// @param datatypeIDs  of each resource
-    virtual void getResources(std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const = 0;
+    virtual void getResources(
+        std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const = 0;
 
 protected:
 
     // Belongs to whoever owns the DictionaryDatatype.
     ~DictionaryDatatypeBatches() = default;
-
 };
 
 }

@@ -29,7 +29,9 @@ Registry& getRegistry() {
     return s_registry;
 }
 
-void unregisterFactory(Registry& registry, const DictionaryDatatypeFactory* factory, const DictionaryDatatypeFactory::DatatypeIDsAndIRIs& datatypeIDsAndIRIs) noexcept {
+void unregisterFactory(
+    Registry& registry, const DictionaryDatatypeFactory* factory,
+    const DictionaryDatatypeFactory::DatatypeIDsAndIRIs& datatypeIDsAndIRIs) noexcept {
     for (const auto& [datatypeID, datatypeIRI] : datatypeIDsAndIRIs)
         if (registry.m_datatypesByID[datatypeID].m_factory == factory) {
             registry.m_datatypesByID[datatypeID] = RegisteredDatatype();
@@ -56,12 +58,15 @@ std::string_view DictionaryDatatypeFactory::tryGetDatatypeIRI(uint8_t datatypeID
 std::vector<const DictionaryDatatypeFactory*> DictionaryDatatypeFactory::getFactories() {
     std::vector<const DictionaryDatatypeFactory*> factories;
     for (const RegisteredDatatype& datatype : getRegistry().m_datatypesByID)
-        if (datatype.m_factory != nullptr && std::find(factories.begin(), factories.end(), datatype.m_factory) == factories.end())
+        if (datatype.m_factory != nullptr &&
+            std::find(factories.begin(), factories.end(), datatype.m_factory) == factories.end())
             factories.push_back(datatype.m_factory);
     return factories;
 }
 
-DictionaryDatatypeFactory::DictionaryDatatypeFactory(std::initializer_list<std::pair<uint8_t, std::string>> datatypeIDsAndIRIs) : m_datatypeIDsAndIRIs(datatypeIDsAndIRIs) {
+DictionaryDatatypeFactory::DictionaryDatatypeFactory(
+    std::initializer_list<std::pair<uint8_t, std::string>> datatypeIDsAndIRIs) :
+    m_datatypeIDsAndIRIs(datatypeIDsAndIRIs) {
     Registry& registry = getRegistry();
     try {
         for (const auto& [datatypeID, datatypeIRI] : m_datatypeIDsAndIRIs) {

@@ -20,7 +20,8 @@ class DictionaryDatatype;
 class MemoryManager;
 class OutputStream;
 class Prefixes;
-template<typename T> class MemoryRegion;
+template<typename T>
+class MemoryRegion;
 
 /// A family of datatypes: makes its dictionaries and knows its values without one. One object per family, static;
 /// it registers itself at construction and is found by the IDs and IRIs of its datatypes until it is destroyed.
@@ -55,30 +56,47 @@ public:
     /// @param use32BitResourceIDs  how wide the dictionary stores resource IDs
     /// The shared objects must outlive it: the budget, the counter of resource IDs, the two arrays indexed by resource
     /// ID (data words and datatype IDs) and the data pool.
-    virtual std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) const = 0;
+    virtual std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(
+        bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID,
+        MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs,
+        DataPool& dataPool) const = 0;
 
-    /// Parses the lexical form in value and replaces it by the binary form. Throws if it is invalid: value is unchanged.
+    /// Parses the lexical form in value and replaces it by the binary form. Throws if it is invalid: value is
+    /// unchanged.
     virtual void inPlaceParseResourceValue(ResourceValue& value, uint8_t datatypeID) const = 0;
 
     /// Parses a lexical form into value. Throws if it is invalid.
-    virtual void parseResourceValue(ResourceValue& value, const char* text, size_t length, uint8_t datatypeID) const = 0;
+    virtual void parseResourceValue(
+        ResourceValue& value, const char* text, size_t length, uint8_t datatypeID) const = 0;
 
     /// Writes as much of the lexical form as fits, and a NUL, into capacity bytes; returns its full length. With a
     /// capacity of 0 nothing is written. A result of capacity or more tells that it did not fit.
-    virtual size_t appendLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, char* buffer, size_t capacity) const = 0;
+    virtual size_t appendLexicalForm(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, char* buffer, size_t capacity) const = 0;
 
-    virtual void appendLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, std::string& text) const = 0;
+    virtual void appendLexicalForm(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, std::string& text) const = 0;
 
-    virtual void appendTurtleLiteral(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, const Prefixes& prefixes, std::string& text) const = 0;
+    virtual void appendTurtleLiteral(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, const Prefixes& prefixes, std::string& text) const = 0;
 
-    virtual void printLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, OutputStream& output) const = 0;
+    virtual void printLexicalForm(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, OutputStream& output) const = 0;
 
-    virtual void printTurtleLiteral(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, const Prefixes& prefixes, OutputStream& output) const = 0;
+    virtual void printTurtleLiteral(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, const Prefixes& prefixes, OutputStream& output) const = 0;
 
-    virtual bool getEffectiveBooleanValue(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize) const = 0;
+    virtual bool getEffectiveBooleanValue(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize) const = 0;
 
-    /// Appends the values of all datatypes that the store treats as equal to value, which is in binary form and may be an
-    /// element of values. Returns whether the family has such values at all.
+    /// Appends the values of all datatypes that the store treats as equal to value, which is in binary form and may be
+    /// an element of values. Returns whether the family has such values at all.
     virtual bool enumerateEqualResourceValues(const ResourceValue& value, std::vector<ResourceValue>& values) const = 0;
 
     const DatatypeIDsAndIRIs& getDatatypeIDsAndIRIs() const noexcept { return m_datatypeIDsAndIRIs; }
@@ -86,7 +104,6 @@ public:
 private:
 
     DatatypeIDsAndIRIs m_datatypeIDsAndIRIs;
-
 };
 
 }

@@ -21,10 +21,14 @@ struct alignas(64) DictionaryUsageContext {
     /// The next ID of the block, which has one.
     uint64_t takeResourceID() noexcept { return m_resourceIDBlockNext++; }
 
-    bool hasDataPoolRoom(uint64_t numberOfBytes) const noexcept { return m_dataPoolChunkNext + numberOfBytes <= m_dataPoolChunkEnd; }
+    bool hasDataPoolRoom(uint64_t numberOfBytes) const noexcept {
+        return m_dataPoolChunkNext + numberOfBytes <= m_dataPoolChunkEnd;
+    }
 
     /// The offset of the next bytes of the chunk, which has room for them.
-    uint64_t takeDataPoolRoom(uint64_t numberOfBytes) noexcept { return std::exchange(m_dataPoolChunkNext, m_dataPoolChunkNext + numberOfBytes); }
+    uint64_t takeDataPoolRoom(uint64_t numberOfBytes) noexcept {
+        return std::exchange(m_dataPoolChunkNext, m_dataPoolChunkNext + numberOfBytes);
+    }
 };
 
 }

@@ -12,8 +12,8 @@ struct Literal {
     uint8_t datatypeID = 0;
 };
 
-/// What became of a literal: a resource ID, or the error that resolving it alone would have thrown, or neither where it was
-/// looked up and is absent.
+/// What became of a literal: a resource ID, or the error that resolving it alone would have thrown, or neither where it
+/// was looked up and is absent.
 struct Resolution {
 
     uint64_t resourceID = 0;
@@ -33,7 +33,6 @@ struct Resolution {
         }
         return error == nullptr;
     }
-
 };
 
 }

@@ -24,7 +24,9 @@ public:
 
     static constexpr size_t MAX_SIZE = DictionaryDatatypeBatches::MAX_BATCH_SIZE;
 
-    NumericBatch() noexcept : m_size(0), m_groupSizes() { } // the other members are filled as far as they are used
+    NumericBatch() noexcept :
+        m_size(0),
+        m_groupSizes() { } // the other members are filled as far as they are used
 
     /// Adds a value in binary form, of a numeric datatype (22 to 35).
     void add(const ResourceValue& value) noexcept {
@@ -65,7 +67,8 @@ public:
     }
 
     /// Calls operation(datatypeID, keys, places) for each datatype that occurs: the values of that datatype, a span of
-    /// int64_t or XSDDecimal which is valid until the operation returns, and for each its index in the batch, ascending.
+    /// int64_t or XSDDecimal which is valid until the operation returns, and for each its index in the batch,
+    /// ascending.
     template<typename Operation>
     void forEachDatatype(Operation operation) noexcept {
         sort();
@@ -76,9 +79,13 @@ public:
                 continue;
             const std::span<const uint16_t> ofGroup(places, size);
             if (group == DECIMAL_GROUP)
-                operation(D_XSD_DECIMAL, gather<XSDDecimal>(size, [&](size_t index) { return getDecimal(ofGroup[index]); }), ofGroup);
+                operation(
+                    D_XSD_DECIMAL, gather<XSDDecimal>(size, [&](size_t index) { return getDecimal(ofGroup[index]); }),
+                    ofGroup);
             else
-                operation(static_cast<uint8_t>(group + D_XSD_DECIMAL), gather<int64_t>(size, [&](size_t index) { return m_words[ofGroup[index]]; }), ofGroup);
+                operation(
+                    static_cast<uint8_t>(group + D_XSD_DECIMAL),
+                    gather<int64_t>(size, [&](size_t index) { return m_words[ofGroup[index]]; }), ofGroup);
             places += size;
         }
     }
@@ -99,7 +106,9 @@ private:
         ++m_size;
     }
 
-    XSDDecimal getDecimal(size_t index) const noexcept { return XSDDecimal::fromNormalisedFields(m_words[index], m_fractionDigits[index]); }
+    XSDDecimal getDecimal(size_t index) const noexcept {
+        return XSDDecimal::fromNormalisedFields(m_words[index], m_fractionDigits[index]);
+    }
 
     /// Puts the places in the order of the groups: a counting sort, which keeps the order within each.
     void sort() noexcept {
@@ -125,12 +134,11 @@ private:
 
     size_t m_size;
     uint16_t m_groupSizes[NUMBER_OF_GROUPS];
-    int64_t m_words[MAX_SIZE];         // an integer, or the unscaled value of a decimal
+    int64_t m_words[MAX_SIZE]; // an integer, or the unscaled value of a decimal
     uint8_t m_fractionDigits[MAX_SIZE];
     uint8_t m_groups[MAX_SIZE];
     uint16_t m_places[MAX_SIZE];
     alignas(XSDDecimal) std::byte m_keys[MAX_SIZE * sizeof(XSDDecimal)];
-
 };
 
 }

@@ -1,8 +1,8 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/dictionary/NumericDatatypeBatchImpl.h"
+#include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/dictionary/NumericDatatypeImpl.h"
 #include "core/data-store/dictionary/NumericDatatypeMaintenanceImpl.h"
 
@@ -11,8 +11,8 @@
 
 namespace kavix {
 
-// One translation unit holds these, because within one they are made in this order and destroyed in the reverse one: the
-// factory must not be found while the tables that it reads are not there.
+// One translation unit holds these, because within one they are made in this order and destroyed in the reverse one:
+// the factory must not be found while the tables that it reads are not there.
 
 const std::string s_xsdDecimal(XSD_DECIMAL);
 
@@ -53,11 +53,16 @@ const NumericDatatypeFactory s_NumericDatatypeFactory;
 
 // Here, because whoever links the factory needs the dictionaries. Their alignment of a cache line pair comes from the
 // slots of their tables; the aligned forms of new and delete follow from it.
-std::unique_ptr<DictionaryDatatype> NumericDatatypeFactory::createDictionaryDatatype(bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) const {
+std::unique_ptr<DictionaryDatatype> NumericDatatypeFactory::createDictionaryDatatype(
+    bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID,
+    MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs,
+    DataPool& dataPool) const {
     static_assert(alignof(NumericDatatype<unsigned int>) >= 64 && alignof(NumericDatatype<unsigned long>) >= 64);
     if (use32BitResourceIDs)
-        return std::make_unique<NumericDatatype<unsigned int>>(memoryManager, nextResourceID, resourceData, resourceDatatypeIDs, dataPool);
-    return std::make_unique<NumericDatatype<unsigned long>>(memoryManager, nextResourceID, resourceData, resourceDatatypeIDs, dataPool);
+        return std::make_unique<NumericDatatype<unsigned int>>(
+            memoryManager, nextResourceID, resourceData, resourceDatatypeIDs, dataPool);
+    return std::make_unique<NumericDatatype<unsigned long>>(
+        memoryManager, nextResourceID, resourceData, resourceDatatypeIDs, dataPool);
 }
 
 template class NumericDatatype<unsigned int>;

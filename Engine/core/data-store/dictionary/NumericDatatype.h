@@ -71,7 +71,6 @@ public:
         static void copyValue(const Bucket& from, Bucket& to) noexcept { to.m_value = from.m_value; }
 
         static uint64_t getResourceID(const Bucket&, KeyWord keyWord) noexcept { return keyWord; }
-
     };
 
     /// Buckets of the decimal table: the key word is the offset of the record in the data pool, whose base is read at
@@ -96,14 +95,20 @@ public:
         static uint64_t getHash(const XSDDecimal& key) noexcept {
             constexpr uint64_t OFFSET_BASIS = 0xcbf29ce484222325ULL;
             constexpr uint64_t PRIME = 0x100000001b3ULL;
-            return (((static_cast<uint64_t>(key.getUnscaledValue()) ^ OFFSET_BASIS) * PRIME) ^ key.getFractionDigits()) * PRIME;
+            return (((static_cast<uint64_t>(key.getUnscaledValue()) ^ OFFSET_BASIS) * PRIME) ^
+                    key.getFractionDigits()) *
+                   PRIME;
         }
 
         const uint8_t* getRecord(KeyWord recordOffset) const noexcept { return m_dataPool.getBase() + recordOffset; }
 
-        uint64_t getEntryHash(const Bucket&, KeyWord keyWord) const noexcept { return getHash(Record::readValue(getRecord(keyWord))); }
+        uint64_t getEntryHash(const Bucket&, KeyWord keyWord) const noexcept {
+            return getHash(Record::readValue(getRecord(keyWord)));
+        }
 
-        bool isEqual(const Bucket&, KeyWord keyWord, const XSDDecimal& key) const noexcept { return Record::readValue(getRecord(keyWord)) == key; }
+        bool isEqual(const Bucket&, KeyWord keyWord, const XSDDecimal& key) const noexcept {
+            return Record::readValue(getRecord(keyWord)) == key;
+        }
 
         void prefetchEntry(KeyWord keyWord) const noexcept { fetchAhead(getRecord(keyWord)); }
 
@@ -111,18 +116,22 @@ public:
 
         static void copyValue(const Bucket&, Bucket&) noexcept { }
 
-        uint64_t getResourceID(const Bucket&, KeyWord keyWord) const noexcept { return Record::readResourceID(getRecord(keyWord)); }
-
+        uint64_t getResourceID(const Bucket&, KeyWord keyWord) const noexcept {
+            return Record::readResourceID(getRecord(keyWord));
+        }
     };
 
-    static_assert(sizeof(typename IntegerPolicy::Bucket) == 16 && offsetof(typename IntegerPolicy::Bucket, m_value) == 8);
+    static_assert(
+        sizeof(typename IntegerPolicy::Bucket) == 16 && offsetof(typename IntegerPolicy::Bucket, m_value) == 8);
     static_assert(sizeof(typename DecimalPolicy::Bucket) == 8);
     static_assert(std::atomic<ResourceID>::is_always_lock_free && std::atomic<uint64_t>::is_always_lock_free);
 
     /// How much of the data pool a usage context takes at a time, less one record.
     static constexpr uint64_t DATA_POOL_CHUNK_SIZE = 65536;
 
-    NumericDatatype(MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool);
+    NumericDatatype(
+        MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData,
+        MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool);
 
     ~NumericDatatype() override;
 
@@ -133,43 +142,63 @@ public:
     void prepareCompact(uint64_t resourceID, uint64_t newResourceID, DictionaryCompactionState& state) override;
     void finishCompact(const DictionaryCompactionState& state) override;
 
-    void deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>& visibility, uint64_t resourceID, uint8_t datatypeID) override;
+    void deleteUncommittedResourceID(
+        const std::pair<uint64_t, uint64_t>& visibility, uint64_t resourceID, uint8_t datatypeID) override;
 
     void getResource(uint64_t resourceID, uint8_t datatypeID, ResourceValue& value) const override;
     void getResource(uint64_t resourceID, uint8_t datatypeID, std::string& text) const override;
 
-    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept override;
-    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const override;
+    uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept override;
+    uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length,
+        uint8_t datatypeID) const override;
 
     uint64_t resolveResource(DictionaryUsageContext* context, const ResourceValue& value) override;
-    uint64_t resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) override;
+    uint64_t resolveResource(
+        DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) override;
 
     void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) override;
 
-    /// resolveResource() and tryResolveResource() of a value that stands in a register: an integer of an integer datatype
-    /// (23 to 35) within its range, or a decimal.
+    /// resolveResource() and tryResolveResource() of a value that stands in a register: an integer of an integer
+    /// datatype (23 to 35) within its range, or a decimal.
     uint64_t resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
     uint64_t resolveResource(DictionaryUsageContext* context, const XSDDecimal& value);
-    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept;
-    uint64_t tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept;
+    uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept;
+    uint64_t tryResolveResource(
+        const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept;
 
     /// resolveResource() for many values of one datatype, in order, with the waits for memory overlapping.
     /// @param resourceIDs  one for each value
-    /// @throws as resolveResource() at the first value that fails: those before it are entered, those from it on are not
-    void resolveResources(DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs);
+    /// @throws as resolveResource() at the first value that fails: those before it are entered, those from it on are
+    ///         not
+    void resolveResources(
+        DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs);
     void resolveResources(DictionaryUsageContext* context, std::span<const XSDDecimal> values, uint64_t* resourceIDs);
 
     /// tryResolveResource() for many values of one datatype.
-    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) const noexcept;
-    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const XSDDecimal> values, uint64_t* resourceIDs) const noexcept;
+    void tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values,
+        uint64_t* resourceIDs) const noexcept;
+    void tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const XSDDecimal> values,
+        uint64_t* resourceIDs) const noexcept;
 
-    void resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override;
-    void tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept override;
+    void resolveResources(
+        DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override;
+    void tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
+        uint64_t* resourceIDs) const noexcept override;
 
-    size_t resolveResources(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override;
-    size_t tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals, Resolution* resolutions) const noexcept override;
+    size_t resolveResources(
+        DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override;
+    size_t tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals,
+        Resolution* resolutions) const noexcept override;
 
-    void getResources(std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override;
+    void getResources(
+        std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override;
 
     void save(OutputStream& output) const override;
     void load(InputStream& input) override;
@@ -190,10 +219,13 @@ private:
         return *m_integerTables[size_t(datatypeID) - D_XSD_INTEGER]; // in 64 bits, which folds into an address
     }
 
-    /// Looks all values of a batch up; a 0 for each that is absent or not visible. A place without a value gets nothing.
-    void findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
+    /// Looks all values of a batch up; a 0 for each that is absent or not visible. A place without a value gets
+    /// nothing.
+    void findAll(
+        const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
 
-    // What the short lanes of the tables are given. They have names, so that programs find the long ones in the library.
+    // What the short lanes of the tables are given. They have names, so that programs find the long ones in the
+    // library.
 
     struct IsAnything {
         bool operator()(ResourceID) const noexcept { return true; }
@@ -206,12 +238,20 @@ private:
     };
 
     struct CreateEntry {
-        auto operator()(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const { return dictionary->createEntry(context, value); }
-        auto operator()(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const { return dictionary->createEntry(context, datatypeID, value); }
+        auto operator()(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const {
+            return dictionary->createEntry(context, value);
+        }
+        auto operator()(
+            int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const {
+            return dictionary->createEntry(context, datatypeID, value);
+        }
 
         /// The entry, if the context has an ID and, for a decimal, room for a record; otherwise nothing was taken.
-        std::optional<typename ParallelHashTable<DecimalPolicy>::Entry> tryAtOnce(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept;
-        std::optional<typename ParallelHashTable<IntegerPolicy>::Entry> tryAtOnce(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const noexcept;
+        std::optional<typename ParallelHashTable<DecimalPolicy>::Entry> tryAtOnce(
+            const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept;
+        std::optional<typename ParallelHashTable<IntegerPolicy>::Entry> tryAtOnce(
+            int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context,
+            uint8_t datatypeID) const noexcept;
     };
 
     /// Takes a resource ID for a value and publishes it; the table is still to get the entry.
@@ -226,24 +266,28 @@ private:
 
     void ensureResourceUsable(uint64_t resourceID);
 
-    XSDDecimal getDecimal(uint64_t resourceID) const noexcept { return Record::readValue(m_dataPool.getBase() + m_resourceData[resourceID]); }
+    XSDDecimal getDecimal(uint64_t resourceID) const noexcept {
+        return Record::readValue(m_dataPool.getBase() + m_resourceData[resourceID]);
+    }
 
     // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize. The integer
-    // tables, in the order of the datatype IDs, are reached by pointers, which takes fewer instructions than their sizes.
+    // tables, in the order of the datatype IDs, are reached by pointers, which takes fewer instructions than their
+    // sizes.
     mutable DecimalTable m_decimalTable;
     std::array<std::unique_ptr<IntegerTable>, NUMBER_OF_INTEGER_DATATYPES> m_integerTables;
-
 };
 
 // Inline, for callers that know the type: a call takes as long as a tenth of a look-up.
 
 template<typename ResourceID>
-inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
+inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(
+    const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept {
     return m_decimalTable.find(value, IsRecordBelow{visibility.second}, visibility.first);
 }
 
 template<typename ResourceID>
-inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
+inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(
+    const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, int64_t value) const noexcept {
     return getTable(datatypeID).find(value, IsAnything(), visibility.first);
 }
 
@@ -253,18 +297,22 @@ inline uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageCont
 }
 
 template<typename ResourceID>
-inline uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
+inline uint64_t NumericDatatype<ResourceID>::resolveResource(
+    DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
     return getTable(datatypeID).findOrInsert(value, CreateEntry(), this, context, datatypeID);
 }
 
 template<typename ResourceID>
-inline void NumericDatatype<ResourceID>::setDecimal(uint64_t recordOffset, ResourceID resourceID, const XSDDecimal& value) noexcept {
+inline void NumericDatatype<ResourceID>::setDecimal(
+    uint64_t recordOffset, ResourceID resourceID, const XSDDecimal& value) noexcept {
     Record::write(m_dataPool.getBase() + recordOffset, resourceID, value);
     setResource(resourceID, recordOffset, D_XSD_DECIMAL);
 }
 
 template<typename ResourceID>
-inline std::optional<typename NumericDatatype<ResourceID>::DecimalTable::Entry> NumericDatatype<ResourceID>::CreateEntry::tryAtOnce(const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept {
+inline std::optional<typename NumericDatatype<ResourceID>::DecimalTable::Entry> NumericDatatype<ResourceID>::
+    CreateEntry::tryAtOnce(
+        const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept {
     if (context == nullptr || !context->hasResourceID() || !context->hasDataPoolRoom(Record::SIZE))
         return std::nullopt;
     const ResourceID resourceID = static_cast<ResourceID>(context->takeResourceID());
@@ -274,7 +322,10 @@ inline std::optional<typename NumericDatatype<ResourceID>::DecimalTable::Entry> 
 }
 
 template<typename ResourceID>
-inline std::optional<typename NumericDatatype<ResourceID>::IntegerTable::Entry> NumericDatatype<ResourceID>::CreateEntry::tryAtOnce(int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context, uint8_t datatypeID) const noexcept {
+inline std::optional<typename NumericDatatype<ResourceID>::IntegerTable::Entry> NumericDatatype<ResourceID>::
+    CreateEntry::tryAtOnce(
+        int64_t value, NumericDatatype* dictionary, DictionaryUsageContext* context,
+        uint8_t datatypeID) const noexcept {
     if (context == nullptr || !context->hasResourceID())
         return std::nullopt;
     const uint64_t resourceID = context->takeResourceID();

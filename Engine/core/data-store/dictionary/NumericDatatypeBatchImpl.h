@@ -13,17 +13,24 @@
 namespace kavix {
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) {
-    getTable(datatypeID).findOrInsertAll(values, resourceIDs, [&](int64_t value, size_t) { return createEntry(context, datatypeID, value); });
+void NumericDatatype<ResourceID>::resolveResources(
+    DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) {
+    getTable(datatypeID).findOrInsertAll(values, resourceIDs, [&](int64_t value, size_t) {
+        return createEntry(context, datatypeID, value);
+    });
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, std::span<const XSDDecimal> values, uint64_t* resourceIDs) {
-    m_decimalTable.findOrInsertAll(values, resourceIDs, [&](const XSDDecimal& value, size_t) { return createEntry(context, value); });
+void NumericDatatype<ResourceID>::resolveResources(
+    DictionaryUsageContext* context, std::span<const XSDDecimal> values, uint64_t* resourceIDs) {
+    m_decimalTable.findOrInsertAll(
+        values, resourceIDs, [&](const XSDDecimal& value, size_t) { return createEntry(context, value); });
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs) const noexcept {
+void NumericDatatype<ResourceID>::tryResolveResources(
+    const std::pair<uint64_t, uint64_t>& visibility, uint8_t datatypeID, std::span<const int64_t> values,
+    uint64_t* resourceIDs) const noexcept {
     getTable(datatypeID).findAll(values, resourceIDs, [](ResourceID) { return true; });
     for (size_t index = 0; index < values.size(); ++index)
         if (resourceIDs[index] >= visibility.first)
@@ -31,8 +38,11 @@ void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, 
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const XSDDecimal> values, uint64_t* resourceIDs) const noexcept {
-    m_decimalTable.findAll(values, resourceIDs, [&visibility](uint64_t recordOffset) { return recordOffset < visibility.second; });
+void NumericDatatype<ResourceID>::tryResolveResources(
+    const std::pair<uint64_t, uint64_t>& visibility, std::span<const XSDDecimal> values,
+    uint64_t* resourceIDs) const noexcept {
+    m_decimalTable.findAll(
+        values, resourceIDs, [&visibility](uint64_t recordOffset) { return recordOffset < visibility.second; });
     for (size_t index = 0; index < values.size(); ++index)
         if (resourceIDs[index] >= visibility.first)
             resourceIDs[index] = 0;
@@ -42,14 +52,15 @@ namespace NumericBatches {
 
 inline constexpr std::pair<uint64_t, uint64_t> EVERYTHING{UINT64_MAX, UINT64_MAX}; // no bound of visibility
 
-/// Adds the values of literals to a batch; an invalid literal gets its error, and a place without a value. Returns how many
-/// are invalid.
+/// Adds the values of literals to a batch; an invalid literal gets its error, and a place without a value. Returns how
+/// many are invalid.
 inline size_t parse(std::span<const Literal> literals, NumericBatch& batch, Resolution* resolutions) noexcept {
     size_t numberOfFailures = 0;
     ResourceValue value;
     for (size_t index = 0; index < literals.size(); ++index) {
         const auto& [lexicalForm, datatypeID] = literals[index];
-        if (tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value) == LexicalFormStatus::VALID) [[likely]]
+        if (tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value) == LexicalFormStatus::VALID)
+            [[likely]]
             batch.add(value);
         else {
             batch.addNothing();
@@ -65,7 +76,8 @@ inline size_t parse(std::span<const Literal> literals, NumericBatch& batch, Reso
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::findAll(const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept {
+void NumericDatatype<ResourceID>::findAll(
+    const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept {
     uint64_t found[NumericBatch::MAX_SIZE];
     batch.forEachDatatype([&](uint8_t datatypeID, auto keys, std::span<const uint16_t> places) {
         if constexpr (std::is_same_v<decltype(keys), std::span<const XSDDecimal>>)
@@ -78,14 +90,15 @@ void NumericDatatype<ResourceID>::findAll(const std::pair<uint64_t, uint64_t>& v
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) {
+void NumericDatatype<ResourceID>::resolveResources(
+    DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) {
     NumericBatch batch;
     for (const ResourceValue& value : values)
         batch.add(value);
     if (!batch.isOfOneDatatype()) {
         findAll(NumericBatches::EVERYTHING, batch, resourceIDs);
-        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A value that another
-        // thread, or an earlier place of this batch, has entered meanwhile is found.
+        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A value that
+        // another thread, or an earlier place of this batch, has entered meanwhile is found.
         for (size_t index = 0; index < values.size(); ++index)
             if (resourceIDs[index] == 0)
                 resourceIDs[index] = resolveResource(context, values[index]);
@@ -97,7 +110,9 @@ void NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* conte
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values, uint64_t* resourceIDs) const noexcept {
+void NumericDatatype<ResourceID>::tryResolveResources(
+    const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
+    uint64_t* resourceIDs) const noexcept {
     NumericBatch batch;
     for (const ResourceValue& value : values)
         batch.add(value);
@@ -105,7 +120,8 @@ void NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, 
 }
 
 template<typename ResourceID>
-size_t NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept {
+size_t NumericDatatype<ResourceID>::resolveResources(
+    DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept {
     NumericBatch batch;
     size_t numberOfFailures = NumericBatches::parse(literals, batch, resolutions);
     uint64_t resourceIDs[NumericBatch::MAX_SIZE];
@@ -132,7 +148,9 @@ size_t NumericDatatype<ResourceID>::resolveResources(DictionaryUsageContext* con
 }
 
 template<typename ResourceID>
-size_t NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals, Resolution* resolutions) const noexcept {
+size_t NumericDatatype<ResourceID>::tryResolveResources(
+    const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals,
+    Resolution* resolutions) const noexcept {
     NumericBatch batch;
     const size_t numberOfFailures = NumericBatches::parse(literals, batch, resolutions);
     uint64_t resourceIDs[NumericBatch::MAX_SIZE];
@@ -144,14 +162,16 @@ size_t NumericDatatype<ResourceID>::tryResolveResources(const std::pair<uint64_t
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::getResources(std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const {
-    // Each resource three times: its data word is asked for; some resources later its record, if it has one; then both are
-    // there.
+void NumericDatatype<ResourceID>::getResources(
+    std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const {
+    // Each resource three times: its data word is asked for; some resources later its record, if it has one; then both
+    // are there.
     constexpr size_t DISTANCE = 16;
     for (size_t step = 0; step < resourceIDs.size() + 2 * DISTANCE; ++step) {
         if (step < resourceIDs.size())
             fetchAhead(&m_resourceData[resourceIDs[step]]);
-        if (const size_t index = step - DISTANCE; index < resourceIDs.size() && datatypeIDs[index] == D_XSD_DECIMAL) // wraps at first
+        if (const size_t index = step - DISTANCE;
+            index < resourceIDs.size() && datatypeIDs[index] == D_XSD_DECIMAL) // wraps at first
             fetchAhead(m_dataPool.getBase() + m_resourceData[resourceIDs[index]]);
         if (const size_t index = step - 2 * DISTANCE; index < resourceIDs.size())
             getResource(resourceIDs[index], datatypeIDs[index], values[index]);

@@ -17,7 +17,9 @@ namespace kavix {
 
 namespace {
 
-static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == 8 && std::numeric_limits<float>::is_iec559 && sizeof(float) == 4);
+static_assert(
+    std::numeric_limits<double>::is_iec559 && sizeof(double) == 8 && std::numeric_limits<float>::is_iec559 &&
+    sizeof(float) == 4);
 
 // A quote, the longest integer, a quote and the two characters ^^.
 constexpr size_t MAX_TURTLE_TEXT_LENGTH = MAX_INTEGER_LEXICAL_FORM_LENGTH + 4;
@@ -78,9 +80,7 @@ NumericDatatypeFactory::NumericDatatypeFactory() :
         {D_XSD_UNSIGNED_INT, XSD_UNSIGNED_INT},
         {D_XSD_UNSIGNED_SHORT, XSD_UNSIGNED_SHORT},
         {D_XSD_UNSIGNED_BYTE, XSD_UNSIGNED_BYTE},
-    })
-{
-}
+    }) { }
 
 NumericDatatypeFactory::~NumericDatatypeFactory() = default;
 
@@ -95,7 +95,8 @@ void NumericDatatypeFactory::inPlaceParseResourceValue(ResourceValue& value, uin
         value.setBinaryValue(datatypeID, parseIntegerValue(datatypeID, text, length));
 }
 
-void NumericDatatypeFactory::parseResourceValue(ResourceValue& value, const char* text, size_t length, uint8_t datatypeID) const {
+void NumericDatatypeFactory::parseResourceValue(
+    ResourceValue& value, const char* text, size_t length, uint8_t datatypeID) const {
     if (datatypeID == D_XSD_DECIMAL) {
         value.setBinaryForm(datatypeID, sizeof(XSDDecimal));
         const XSDDecimal decimal(text, length);
@@ -105,8 +106,10 @@ void NumericDatatypeFactory::parseResourceValue(ResourceValue& value, const char
         value.setBinaryValue(datatypeID, parseIntegerValue(datatypeID, text, length));
 }
 
-size_t NumericDatatypeFactory::appendLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, char* buffer, size_t capacity) const {
-    const size_t maximumLength = datatypeID == D_XSD_DECIMAL ? XSDDecimal::MAX_TEXT_LENGTH : MAX_INTEGER_LEXICAL_FORM_LENGTH;
+size_t NumericDatatypeFactory::appendLexicalForm(
+    uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, char* buffer, size_t capacity) const {
+    const size_t maximumLength =
+        datatypeID == D_XSD_DECIMAL ? XSDDecimal::MAX_TEXT_LENGTH : MAX_INTEGER_LEXICAL_FORM_LENGTH;
     if (capacity > maximumLength) {
         const size_t length = writeNumericLexicalForm(datatypeID, data, buffer);
         buffer[length] = '\0';
@@ -122,12 +125,15 @@ size_t NumericDatatypeFactory::appendLexicalForm(uint8_t datatypeID, const uint8
     return length;
 }
 
-void NumericDatatypeFactory::appendLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, std::string& text) const {
+void NumericDatatypeFactory::appendLexicalForm(
+    uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, std::string& text) const {
     char form[MAX_NUMERIC_LEXICAL_FORM_LENGTH];
     text.append(form, writeNumericLexicalForm(datatypeID, data, form));
 }
 
-void NumericDatatypeFactory::appendTurtleLiteral(uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, const Prefixes& prefixes, std::string& text) const {
+void NumericDatatypeFactory::appendTurtleLiteral(
+    uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, const Prefixes& prefixes,
+    std::string& text) const {
     char turtleText[MAX_TURTLE_TEXT_LENGTH];
     text.append(turtleText, writeTurtleText(datatypeID, data, turtleText));
     if (!isBareInTurtle(datatypeID)) {
@@ -136,12 +142,15 @@ void NumericDatatypeFactory::appendTurtleLiteral(uint8_t datatypeID, const uint8
     }
 }
 
-void NumericDatatypeFactory::printLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, OutputStream& output) const {
+void NumericDatatypeFactory::printLexicalForm(
+    uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, OutputStream& output) const {
     char form[MAX_NUMERIC_LEXICAL_FORM_LENGTH];
     output.write(form, writeNumericLexicalForm(datatypeID, data, form));
 }
 
-void NumericDatatypeFactory::printTurtleLiteral(uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, const Prefixes& prefixes, OutputStream& output) const {
+void NumericDatatypeFactory::printTurtleLiteral(
+    uint8_t datatypeID, const uint8_t* data, size_t, const uint8_t*, size_t, const Prefixes& prefixes,
+    OutputStream& output) const {
     char turtleText[MAX_TURTLE_TEXT_LENGTH];
     output.write(turtleText, writeTurtleText(datatypeID, data, turtleText));
     if (!isBareInTurtle(datatypeID)) {
@@ -150,14 +159,16 @@ void NumericDatatypeFactory::printTurtleLiteral(uint8_t datatypeID, const uint8_
     }
 }
 
-bool NumericDatatypeFactory::getEffectiveBooleanValue(uint8_t, const uint8_t* data, size_t, const uint8_t*, size_t) const {
+bool NumericDatatypeFactory::getEffectiveBooleanValue(
+    uint8_t, const uint8_t* data, size_t, const uint8_t*, size_t) const {
     // The first word of either binary form, the integer or the unscaled value, is zero exactly when the value is.
     int64_t word;
     std::memcpy(&word, data, sizeof(word));
     return word != 0;
 }
 
-bool NumericDatatypeFactory::enumerateEqualResourceValues(const ResourceValue& value, std::vector<ResourceValue>& values) const {
+bool NumericDatatypeFactory::enumerateEqualResourceValues(
+    const ResourceValue& value, std::vector<ResourceValue>& values) const {
     // The value may be an element of the vector, which moves when it grows: what is needed of it is copied first.
     if (value.datatypeID == D_XSD_DECIMAL) {
         const ResourceValue decimalValue(value);

@@ -15,7 +15,10 @@ public:
 
     ~NumericDatatypeFactory() override;
 
-    std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) const override;
+    std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(
+        bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID,
+        MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs,
+        DataPool& dataPool) const override;
 
     void inPlaceParseResourceValue(ResourceValue& value, uint8_t datatypeID) const override;
 
@@ -23,22 +26,34 @@ public:
     /// an unspecified buffer. For an integer datatype value is unchanged after a failure.
     void parseResourceValue(ResourceValue& value, const char* text, size_t length, uint8_t datatypeID) const override;
 
-    size_t appendLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, char* buffer, size_t capacity) const override;
+    size_t appendLexicalForm(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, char* buffer, size_t capacity) const override;
 
-    void appendLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, std::string& text) const override;
+    void appendLexicalForm(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, std::string& text) const override;
 
-    void appendTurtleLiteral(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, const Prefixes& prefixes, std::string& text) const override;
+    void appendTurtleLiteral(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, const Prefixes& prefixes, std::string& text) const override;
 
-    void printLexicalForm(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, OutputStream& output) const override;
+    void printLexicalForm(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, OutputStream& output) const override;
 
-    void printTurtleLiteral(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize, const Prefixes& prefixes, OutputStream& output) const override;
+    void printTurtleLiteral(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize, const Prefixes& prefixes, OutputStream& output) const override;
 
     /// True exactly when the value is not zero.
-    bool getEffectiveBooleanValue(uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData, size_t auxiliaryDataSize) const override;
+    bool getEffectiveBooleanValue(
+        uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
+        size_t auxiliaryDataSize) const override;
 
-    /// Always returns true. xsd:double and xsd:float values are the nearest ones, even where they are not exactly equal.
+    /// Always returns true. xsd:double and xsd:float values are the nearest ones, even where they are not exactly
+    /// equal.
     bool enumerateEqualResourceValues(const ResourceValue& value, std::vector<ResourceValue>& values) const override;
-
 };
 
 /// The single factory of the numeric family.

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "core/data-store/numbers/IntegerText.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
 #include <algorithm>
@@ -11,10 +11,11 @@
 namespace kavix {
 
 template<typename ResourceID>
-NumericDatatype<ResourceID>::NumericDatatype(MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) :
+NumericDatatype<ResourceID>::NumericDatatype(
+    MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData,
+    MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) :
     DictionaryDatatype(nextResourceID, resourceData, resourceDatatypeIDs, dataPool),
-    m_decimalTable(memoryManager, DecimalPolicy{dataPool})
-{
+    m_decimalTable(memoryManager, DecimalPolicy{dataPool}) {
     for (std::unique_ptr<IntegerTable>& table : m_integerTables)
         table = std::make_unique<IntegerTable>(memoryManager, IntegerPolicy());
 }
@@ -25,7 +26,8 @@ NumericDatatype<ResourceID>::~NumericDatatype() = default;
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::initialize(uint64_t maxResourceID, uint64_t) {
     m_maxResourceID = maxResourceID;
-    m_maxResourceIDForBlocks = maxResourceID - RESOURCE_ID_BLOCK_SIZE; // wraps for a smaller bound, which then rules single IDs only
+    m_maxResourceIDForBlocks =
+        maxResourceID - RESOURCE_ID_BLOCK_SIZE; // wraps for a smaller bound, which then rules single IDs only
     m_decimalTable.initialize(DecimalTable::MINIMUM_NUMBER_OF_BUCKETS);
     for (const std::unique_ptr<IntegerTable>& table : m_integerTables)
         table->initialize(IntegerTable::MINIMUM_NUMBER_OF_BUCKETS);
@@ -34,7 +36,8 @@ void NumericDatatype<ResourceID>::initialize(uint64_t maxResourceID, uint64_t) {
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::restoreEmpty(const std::vector<uint64_t>& countsByDatatypeID) {
     const auto initializeTable = [&countsByDatatypeID](auto& table, uint8_t datatypeID) {
-        const size_t neededNumberOfBuckets = static_cast<size_t>(static_cast<double>(countsByDatatypeID[datatypeID]) / table.LOAD_FACTOR) + 1;
+        const size_t neededNumberOfBuckets =
+            static_cast<size_t>(static_cast<double>(countsByDatatypeID[datatypeID]) / table.LOAD_FACTOR) + 1;
         table.initialize(std::max(table.MINIMUM_NUMBER_OF_BUCKETS, std::bit_ceil(neededNumberOfBuckets)));
     };
     initializeTable(m_decimalTable, D_XSD_DECIMAL);
@@ -68,14 +71,16 @@ void NumericDatatype<ResourceID>::getResource(uint64_t resourceID, uint8_t datat
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept {
+uint64_t NumericDatatype<ResourceID>::tryResolveResource(
+    const std::pair<uint64_t, uint64_t>& visibility, const ResourceValue& value) const noexcept {
     if (value.datatypeID == D_XSD_DECIMAL)
         return tryResolveResource(visibility, value.getBinaryValue<XSDDecimal>());
     return tryResolveResource(visibility, value.datatypeID, value.getBinaryValue<int64_t>());
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::tryResolveResource(const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const {
+uint64_t NumericDatatype<ResourceID>::tryResolveResource(
+    const std::pair<uint64_t, uint64_t>& visibility, const char* lexicalForm, size_t length, uint8_t datatypeID) const {
     if (datatypeID == D_XSD_DECIMAL)
         return tryResolveResource(visibility, XSDDecimal(lexicalForm, length));
     return tryResolveResource(visibility, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
@@ -89,14 +94,16 @@ uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* co
 }
 
 template<typename ResourceID>
-uint64_t NumericDatatype<ResourceID>::resolveResource(DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) {
+uint64_t NumericDatatype<ResourceID>::resolveResource(
+    DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) {
     if (datatypeID == D_XSD_DECIMAL)
         return resolveResource(context, XSDDecimal(lexicalForm, length));
     return resolveResource(context, datatypeID, parseIntegerValue(datatypeID, lexicalForm, length));
 }
 
 template<typename ResourceID>
-typename NumericDatatype<ResourceID>::DecimalTable::Entry NumericDatatype<ResourceID>::createEntry(DictionaryUsageContext* context, const XSDDecimal& value) {
+typename NumericDatatype<ResourceID>::DecimalTable::Entry NumericDatatype<ResourceID>::createEntry(
+    DictionaryUsageContext* context, const XSDDecimal& value) {
     const ResourceID resourceID = static_cast<ResourceID>(nextResourceIDGetter(context)());
     const uint64_t recordOffset = allocateRecord(context);
     setDecimal(recordOffset, resourceID, value);
@@ -104,7 +111,8 @@ typename NumericDatatype<ResourceID>::DecimalTable::Entry NumericDatatype<Resour
 }
 
 template<typename ResourceID>
-typename NumericDatatype<ResourceID>::IntegerTable::Entry NumericDatatype<ResourceID>::createEntry(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
+typename NumericDatatype<ResourceID>::IntegerTable::Entry NumericDatatype<ResourceID>::createEntry(
+    DictionaryUsageContext* context, uint8_t datatypeID, int64_t value) {
     const uint64_t resourceID = nextResourceIDGetter(context)();
     setResource(resourceID, static_cast<uint64_t>(value), datatypeID);
     return typename IntegerTable::Entry{static_cast<ResourceID>(resourceID), resourceID};
@@ -130,7 +138,8 @@ void NumericDatatype<ResourceID>::ensureResourceUsable(uint64_t resourceID) {
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) {
+void NumericDatatype<ResourceID>::restoreResource(
+    DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) {
     if (value.datatypeID == D_XSD_DECIMAL) {
         const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
         m_decimalTable.findOrInsert(decimal, [&](const XSDDecimal&) {
@@ -151,7 +160,8 @@ void NumericDatatype<ResourceID>::restoreResource(DictionaryUsageContext* contex
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::deleteUncommittedResourceID(const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) {
+void NumericDatatype<ResourceID>::deleteUncommittedResourceID(
+    const std::pair<uint64_t, uint64_t>&, uint64_t resourceID, uint8_t datatypeID) {
     const uint64_t data = m_resourceData[resourceID];
     if (datatypeID != D_XSD_DECIMAL)
         getTable(datatypeID).markDeleted(static_cast<int64_t>(data), static_cast<ResourceID>(resourceID));

@@ -57,16 +57,21 @@ uint64_t NumericDatatype<ResourceID>::getNumberOfMappableEntriesInCompaction() {
 }
 
 template<typename ResourceID>
-void NumericDatatype<ResourceID>::prepareCompact(uint64_t resourceID, uint64_t newResourceID, DictionaryCompactionState& state) {
+void NumericDatatype<ResourceID>::prepareCompact(
+    uint64_t resourceID, uint64_t newResourceID, DictionaryCompactionState& state) {
     // Acquire. Pairs with the release in setResource(): we see the data word of the resource.
     const uint8_t datatypeID = m_resourceDatatypeIDs[resourceID].load(std::memory_order_acquire);
     const bool isDecimal = datatypeID == D_XSD_DECIMAL;
-    state.addEntry(CompactionEntry{newResourceID, datatypeID, uint8_t(isDecimal ? 0 : 1), m_resourceData[resourceID], isDecimal ? Record::SIZE : 0});
+    state.addEntry(CompactionEntry{
+        newResourceID, datatypeID, uint8_t(isDecimal ? 0 : 1), m_resourceData[resourceID],
+        isDecimal ? Record::SIZE : 0});
 }
 
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::finishCompact(const DictionaryCompactionState& state) {
-    const CompactionEntry* entry = std::lower_bound(state.begin(), state.end(), D_XSD_DECIMAL, [](const CompactionEntry& candidate, uint8_t datatypeID) { return candidate.datatypeID < datatypeID; });
+    const CompactionEntry* entry = std::lower_bound(
+        state.begin(), state.end(), D_XSD_DECIMAL,
+        [](const CompactionEntry& candidate, uint8_t datatypeID) { return candidate.datatypeID < datatypeID; });
 
     // Refills one table with the run of entries of its datatype; without any, the table still loses what it held.
     const auto rebuild = [this, &entry, &state](auto& table, uint8_t datatypeID, auto reinsertEntry) {
@@ -83,16 +88,20 @@ void NumericDatatype<ResourceID>::finishCompact(const DictionaryCompactionState&
     rebuild(m_decimalTable, D_XSD_DECIMAL, [this](DecimalTable& table, const CompactionEntry& decimalEntry) {
         uint8_t* const record = m_dataPool.getBase() + decimalEntry.data;
         Record::writeResourceID(record, static_cast<ResourceID>(decimalEntry.newResourceID));
-        table.reinsert(Record::readValue(record), decimalEntry.data, [&decimalEntry](const typename DecimalPolicy::Bucket&, uint64_t recordOffset) {
-            return recordOffset == decimalEntry.data;
-        });
+        table.reinsert(
+            Record::readValue(record), decimalEntry.data,
+            [&decimalEntry](const typename DecimalPolicy::Bucket&, uint64_t recordOffset) {
+                return recordOffset == decimalEntry.data;
+            });
     });
     for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
         rebuild(getTable(datatypeID), datatypeID, [](IntegerTable& table, const CompactionEntry& integerEntry) {
             const int64_t value = static_cast<int64_t>(integerEntry.data);
-            table.reinsert(value, static_cast<ResourceID>(integerEntry.newResourceID), [value](const typename IntegerPolicy::Bucket& bucket, ResourceID resourceID) {
-                return resourceID != IntegerTable::DELETED && bucket.m_value == value;
-            });
+            table.reinsert(
+                value, static_cast<ResourceID>(integerEntry.newResourceID),
+                [value](const typename IntegerPolicy::Bucket& bucket, ResourceID resourceID) {
+                    return resourceID != IntegerTable::DELETED && bucket.m_value == value;
+                });
         });
 }
 
@@ -111,7 +120,9 @@ std::unique_ptr<ComponentInfo> NumericDatatype<ResourceID>::getComponentInfo() c
         child->addNumericProperty("Total number of buckets", numberOfBuckets, 0);
         child->addNumericProperty("Number of used buckets", numberOfUsedBuckets, 0);
         if (numberOfBuckets != 0)
-            child->addDoubleProperty("Load factor (%)", static_cast<double>(numberOfUsedBuckets) * 100.0 / static_cast<double>(numberOfBuckets));
+            child->addDoubleProperty(
+                "Load factor (%)",
+                static_cast<double>(numberOfUsedBuckets) * 100.0 / static_cast<double>(numberOfBuckets));
         root->getChildren().push_back(std::move(child));
         aggregateSize += size;
     };

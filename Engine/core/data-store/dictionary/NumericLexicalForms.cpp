@@ -1,10 +1,10 @@
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/numbers/DecimalDigits.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/dictionary/Prefixes.h"
+#include "core/data-store/numbers/DecimalDigits.h"
+#include "core/data-store/numbers/IntegerText.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
 #include <algorithm>
@@ -52,7 +52,9 @@ LexicalFormStatus classifyRefusedInteger(uint8_t datatypeID, const char* text, s
         text = std::find_if(text, end, [](char digit) { return digit != '0'; });
         const std::string_view digits(text, static_cast<size_t>(end - text));
         // Of two numbers with equally many digits, the larger one is the later text.
-        isInValueSpace = !isNegative && (digits.size() < UNSIGNED_LONG_MAXIMUM.size() || (digits.size() == UNSIGNED_LONG_MAXIMUM.size() && digits <= UNSIGNED_LONG_MAXIMUM));
+        isInValueSpace =
+            !isNegative && (digits.size() < UNSIGNED_LONG_MAXIMUM.size() ||
+                            (digits.size() == UNSIGNED_LONG_MAXIMUM.size() && digits <= UNSIGNED_LONG_MAXIMUM));
         break;
     }
     default: // the other datatypes hold 64 bits with a sign or less
@@ -79,7 +81,8 @@ NumericValue parseNumericValue(uint8_t datatypeID, const char* text, size_t leng
     return parseIntegerValue(datatypeID, text, length);
 }
 
-LexicalFormStatus tryParseNumericValue(uint8_t datatypeID, const char* text, size_t length, ResourceValue& value) noexcept {
+LexicalFormStatus tryParseNumericValue(
+    uint8_t datatypeID, const char* text, size_t length, ResourceValue& value) noexcept {
     if (datatypeID == D_XSD_DECIMAL) {
         XSDDecimal decimal;
         const LexicalFormStatus status = XSDDecimal::tryParse(text, length, decimal);

@@ -22,8 +22,8 @@ constexpr char32_t FIRST_NON_ASCII = 0x80;
 
 /// The letters of Turtle names beyond ASCII, ascending.
 constexpr CodePointRange LETTERS[] = {
-    {0x00C0, 0x00D6}, {0x00D8, 0x00F6}, {0x00F8, 0x02FF}, {0x0370, 0x037D}, {0x037F, 0x1FFF}, {0x200C, 0x200D}, {0x2070, 0x218F},
-    {0x2C00, 0x2FEF}, {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF},
+    {0x00C0, 0x00D6}, {0x00D8, 0x00F6}, {0x00F8, 0x02FF}, {0x0370, 0x037D}, {0x037F, 0x1FFF}, {0x200C, 0x200D},
+    {0x2070, 0x218F}, {0x2C00, 0x2FEF}, {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF},
 };
 
 /// What else beyond ASCII may stand in a Turtle name, but not in front: combining marks and the like.
@@ -42,7 +42,8 @@ constexpr bool isDigit(char32_t codePoint) noexcept {
 }
 
 constexpr bool isHexDigit(char character) noexcept {
-    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F') || (character >= 'a' && character <= 'f');
+    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F') ||
+           (character >= 'a' && character <= 'f');
 }
 
 /// What a prefix name may start with (PN_CHARS_BASE).
@@ -130,9 +131,9 @@ bool isUnescapedLocalName(std::string_view name) noexcept {
             continue;
         }
         const char32_t codePoint = takeCodePoint(name);
-        const bool isAllowed = isFirst
-            ? isNameLetter(codePoint) || codePoint == '_' || codePoint == ':' || isDigit(codePoint)
-            : isNameCharacter(codePoint) || codePoint == '.' || codePoint == ':';
+        const bool isAllowed =
+            isFirst ? isNameLetter(codePoint) || codePoint == '_' || codePoint == ':' || isDigit(codePoint)
+                    : isNameCharacter(codePoint) || codePoint == '.' || codePoint == ':';
         if (!isAllowed)
             return false;
     }
@@ -142,7 +143,8 @@ bool isUnescapedLocalName(std::string_view name) noexcept {
 /// Whether a byte may not stand between angle brackets. All such bytes are ASCII, so bytes of longer characters are not
 /// among them.
 constexpr bool needsEscape(char character) noexcept {
-    return static_cast<uint8_t>(character) <= 0x20 || std::string_view("<>\"{}|^`\\").find(character) != std::string_view::npos;
+    return static_cast<uint8_t>(character) <= 0x20 ||
+           std::string_view("<>\"{}|^`\\").find(character) != std::string_view::npos;
 }
 
 template<typename Write>
@@ -184,7 +186,9 @@ void Prefixes::addPrefix(std::string_view name, std::string_view namespaceIRI) {
     Prefix prefix{std::string(name), std::string(namespaceIRI)};
     m_prefixes.reserve(m_prefixes.size() + 1);
     std::erase_if(m_prefixes, [&prefix](const Prefix& other) { return other.m_name == prefix.m_name; });
-    const auto position = std::find_if(m_prefixes.begin(), m_prefixes.end(), [&prefix](const Prefix& other) { return other.m_namespaceIRI.size() < prefix.m_namespaceIRI.size(); });
+    const auto position = std::find_if(m_prefixes.begin(), m_prefixes.end(), [&prefix](const Prefix& other) {
+        return other.m_namespaceIRI.size() < prefix.m_namespaceIRI.size();
+    });
     m_prefixes.insert(position, std::move(prefix));
 }
 
@@ -212,7 +216,8 @@ void Prefixes::encodeIRI(const char* iri, size_t length, std::string& text) cons
 }
 
 void Prefixes::encodeIRI(const char* iri, size_t length, OutputStream& output) const {
-    encode(std::string_view(iri, length), [&output](std::string_view piece) { output.write(piece.data(), piece.size()); });
+    encode(
+        std::string_view(iri, length), [&output](std::string_view piece) { output.write(piece.data(), piece.size()); });
 }
 
 }

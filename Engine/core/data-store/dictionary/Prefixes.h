@@ -26,9 +26,9 @@ public:
     /// @throws KavixException  name is no Turtle prefix name: the table is unchanged
     void addPrefix(std::string_view name, std::string_view namespaceIRI);
 
-    /// Appends an IRI as Turtle writes it: a prefixed name where a namespace, the longest first, leaves a local name that
-    /// Turtle allows unescaped (or none), otherwise the full IRI in angle brackets with escapes where they are needed.
-    /// A local name that is not UTF-8 is not abbreviated; the bytes of such an IRI are written as they are.
+    /// Appends an IRI as Turtle writes it: a prefixed name where a namespace, the longest first, leaves a local name
+    /// that Turtle allows unescaped (or none), otherwise the full IRI in angle brackets with escapes where they are
+    /// needed. A local name that is not UTF-8 is not abbreviated; the bytes of such an IRI are written as they are.
     void encodeIRI(const char* iri, size_t length, std::string& text) const;
 
     /// Writes what the other operation appends, in several pieces and without allocating.
@@ -48,7 +48,6 @@ private:
     void encode(std::string_view iri, const Write& write) const;
 
     std::vector<Prefix> m_prefixes; // longest namespace first
-
 };
 
 }

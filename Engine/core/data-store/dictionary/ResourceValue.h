@@ -75,7 +75,6 @@ private:
         auxiliaryDataSize = other.auxiliaryDataSize;
         std::memcpy(buffer, other.buffer, BUFFER_SIZE);
     }
-
 };
 
 }

@@ -5,8 +5,8 @@
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/data-store/dictionary/DictionaryCompactionState.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/system/SpinWait.h"
@@ -31,8 +31,8 @@ uint64_t checkMaxResourceID(const Dictionary::Options& options) {
 }
 
 uint64_t Dictionary::getMaximumDataPoolSize(uint64_t maxResourceID) noexcept {
-    // Room for a record of every resource, and more than as much again for what contexts leave unused of their chunks; but
-    // for the largest numbers of resources the address space has room only if chunks are used up.
+    // Room for a record of every resource, and more than as much again for what contexts leave unused of their chunks;
+    // but for the largest numbers of resources the address space has room only if chunks are used up.
     constexpr uint64_t BYTES_PER_RESOURCE = 40;
     constexpr uint64_t MINIMUM_SIZE = uint64_t(1) << 30;
     constexpr uint64_t MAXIMUM_SIZE = uint64_t(1) << 45;
@@ -57,14 +57,15 @@ Dictionary::Dictionary(const Options& options) :
     m_dataPool(m_memoryManager),
     m_dictionaryDatatypesByID(),
     m_batchesByID(),
-    m_snapshotBeforeTransaction(EVERYTHING)
-{
+    m_snapshotBeforeTransaction(EVERYTHING) {
     registerBuiltInDatatypeFamilies();
     m_resourceData.initialize(m_maxResourceID);
     m_resourceDatatypeIDs.initialize(m_maxResourceID);
     m_dataPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
     for (const DictionaryDatatypeFactory* factory : DictionaryDatatypeFactory::getFactories()) {
-        std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory->createDictionaryDatatype(m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData, m_resourceDatatypeIDs, m_dataPool);
+        std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory->createDictionaryDatatype(
+            m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData,
+            m_resourceDatatypeIDs, m_dataPool);
         dictionaryDatatype->initialize(m_maxResourceID, 0);
         DictionaryDatatypeBatches* batches = dynamic_cast<DictionaryDatatypeBatches*>(dictionaryDatatype.get());
         if (batches == nullptr)
@@ -122,14 +123,14 @@ class SingleEntry : private Unmovable {
 
 public:
 
-    explicit SingleEntry(WriterGate& gate) noexcept : m_gate(gate) { }
+    explicit SingleEntry(WriterGate& gate) noexcept :
+        m_gate(gate) { }
 
     ~SingleEntry() { m_gate.leaveSingle(); }
 
 private:
 
     WriterGate& m_gate;
-
 };
 
 }
@@ -162,8 +163,8 @@ uint64_t Dictionary::tryResolve(const ResourceValue& value, const Snapshot& snap
 uint8_t Dictionary::tryGetResourceDatatypeID(uint64_t resourceID) const noexcept {
     if (resourceID >= m_resourceDatatypeIDs.getEnd())
         return D_NONE;
-    // Acquire. Pairs with the release by which a resource is published: whoever sees its datatype sees its data word. An
-    // ID that was given out but never used, or not yet, has no datatype.
+    // Acquire. Pairs with the release by which a resource is published: whoever sees its datatype sees its data word.
+    // An ID that was given out but never used, or not yet, has no datatype.
     return m_resourceDatatypeIDs[resourceID].load(std::memory_order_acquire);
 }
 
@@ -191,7 +192,10 @@ std::string Dictionary::getLexicalForm(uint64_t resourceID) const {
 std::string Dictionary::getTurtleLiteral(uint64_t resourceID, const Prefixes& prefixes) const {
     const ResourceValue value = getValue(resourceID);
     std::string literal;
-    DictionaryDatatypeFactory::tryGetFactory(value.datatypeID)->appendTurtleLiteral(value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize, prefixes, literal);
+    DictionaryDatatypeFactory::tryGetFactory(value.datatypeID)
+        ->appendTurtleLiteral(
+            value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize, prefixes,
+            literal);
     return literal;
 }
 
@@ -290,7 +294,8 @@ uint64_t Dictionary::getUsedBytes() const noexcept {
 std::array<uint64_t, 256> Dictionary::countResourcesByDatatypeID() const {
     std::array<uint64_t, 256> counts{};
     // Relaxed: the figure is exact only while nobody resolves, and then any order sees everything.
-    const uint64_t end = std::min<uint64_t>(m_nextResourceID.load(std::memory_order_relaxed), m_resourceDatatypeIDs.getEnd());
+    const uint64_t end =
+        std::min<uint64_t>(m_nextResourceID.load(std::memory_order_relaxed), m_resourceDatatypeIDs.getEnd());
     for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < end; ++resourceID)
         ++counts[m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed)];
     counts[D_NONE] = 0; // IDs given out and not used
@@ -307,14 +312,22 @@ std::unique_ptr<ComponentInfo> Dictionary::getComponentInfo() const {
 StoreContents Dictionary::getContents() const noexcept {
     const Snapshot counters = getCounters();
     const uint64_t end = std::min<uint64_t>({counters.first, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
-    return StoreContents{m_resourceIDWidth == ResourceIDWidth::BITS_32, end, m_resourceData.getData(), m_resourceDatatypeIDs.getData(), m_dataPool.getBase(), counters.second};
+    return StoreContents{
+        m_resourceIDWidth == ResourceIDWidth::BITS_32,
+        end,
+        m_resourceData.getData(),
+        m_resourceDatatypeIDs.getData(),
+        m_dataPool.getBase(),
+        counters.second};
 }
 
 std::vector<TableStatistics> Dictionary::getTableStatistics() const {
     std::vector<TableStatistics> statistics;
     const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
     for (size_t index = 0; index < m_dictionaryDatatypes.size(); ++index) {
-        const std::vector<TableStatistics> ofFamily = getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first).getTableStatistics(*m_dictionaryDatatypes[index], getContents());
+        const std::vector<TableStatistics> ofFamily =
+            getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first)
+                .getTableStatistics(*m_dictionaryDatatypes[index], getContents());
         statistics.insert(statistics.end(), ofFamily.begin(), ofFamily.end());
     }
     return statistics;

@@ -3,13 +3,13 @@
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/Literal.h"
 #include "core/data-store/dictionary/OneAtATimeBatches.h"
 #include "core/data-store/dictionary/Prefixes.h"
 #include "core/data-store/dictionary/ResourceIDWidth.h"
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/WriterGate.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/platform/system/MemoryManager.h"
 #include "core/platform/system/MemoryRegion.h"
 #include "core/platform/system/SpinLock.h"
@@ -38,14 +38,15 @@ struct Counters;
 
 }
 
-/// A dictionary that stands alone: gives every literal a resource ID, finds the ID of a literal, returns the value of an
-/// ID. It owns what the dictionaries of the datatype families share (the memory budget, the counter of resource IDs,
+/// A dictionary that stands alone: gives every literal a resource ID, finds the ID of a literal, returns the value of
+/// an ID. It owns what the dictionaries of the datatype families share (the memory budget, the counter of resource IDs,
 /// the two arrays indexed by resource ID, the data pool) and the dictionaries themselves, which it makes through the
 /// registered factories and knows only by their interface. It checks what they leave to their caller: whatever comes
 /// in, the result is an answer or an error.
 ///
 /// Threads   Any number at once, at most 256 alive that have ever touched a dictionary, may resolve, look up and read;
-///           each takes a thread slot by itself on first use. Construction and destruction need the dictionary to oneself.
+///           each takes a thread slot by itself on first use. Construction and destruction need the dictionary to
+///           oneself.
 /// Failures  Every failure is a KavixException; the dictionary goes on as before the call.
 class Dictionary : private Unmovable {
 
@@ -76,7 +77,6 @@ public:
 
         /// Ask the system for huge pages; see MemoryRegion.
         bool useHugePages = true;
-
     };
 
     struct OpenOptions {
@@ -93,7 +93,6 @@ public:
 
         /// As in Options.
         bool useHugePages = true;
-
     };
 
     /// @throws KavixException       an option is out of its range, or the budget does not hold an empty dictionary
@@ -108,7 +107,9 @@ public:
     /// @throws KavixException  the datatype is unknown; the lexical form is invalid; a transaction runs; the IDs, the
     ///                         budget or the thread slots are exhausted: nothing was entered
     uint64_t resolve(std::string_view lexicalForm, uint8_t datatypeID);
-    uint64_t resolve(std::string_view lexicalForm, std::string_view datatypeIRI) { return resolve(lexicalForm, getDatatypeID(datatypeIRI)); }
+    uint64_t resolve(std::string_view lexicalForm, std::string_view datatypeIRI) {
+        return resolve(lexicalForm, getDatatypeID(datatypeIRI));
+    }
 
     /// The same for a value in binary form, which is checked as a lexical form would be.
     uint64_t resolve(const ResourceValue& value);
@@ -117,21 +118,26 @@ public:
     /// snapshot also what a running transaction has entered is found, which may be rolled back later.
     /// @throws KavixException  the datatype is unknown, the lexical form is invalid, the thread slots are exhausted
     uint64_t tryResolve(std::string_view lexicalForm, uint8_t datatypeID, const Snapshot& snapshot = EVERYTHING) const;
-    uint64_t tryResolve(std::string_view lexicalForm, std::string_view datatypeIRI, const Snapshot& snapshot = EVERYTHING) const { return tryResolve(lexicalForm, getDatatypeID(datatypeIRI), snapshot); }
+    uint64_t tryResolve(
+        std::string_view lexicalForm, std::string_view datatypeIRI, const Snapshot& snapshot = EVERYTHING) const {
+        return tryResolve(lexicalForm, getDatatypeID(datatypeIRI), snapshot);
+    }
     uint64_t tryResolve(const ResourceValue& value, const Snapshot& snapshot = EVERYTHING) const;
 
-    /// tryResolve() for many values of any datatypes, with the waits for memory overlapping: resourceIDs[i] becomes what
-    /// tryResolve(values[i]) returns. Uses about 50 KB of stack.
+    /// tryResolve() for many values of any datatypes, with the waits for memory overlapping: resourceIDs[i] becomes
+    /// what tryResolve(values[i]) returns. Uses about 50 KB of stack.
     /// @param resourceIDs  one for each value; overlaps neither the values nor their data
     /// @throws as tryResolve() for the first value that fails: those before it have their IDs, and what stands in
     ///         resourceIDs from it on is unspecified
-    void tryResolve(std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot = EVERYTHING) const;
+    void tryResolve(
+        std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot = EVERYTHING) const;
 
-    /// The same for literals, each with an outcome of its own: its ID; or 0 and no error if it is absent or not visible; or
-    /// the very error that tryResolve() throws for it.
+    /// The same for literals, each with an outcome of its own: its ID; or 0 and no error if it is absent or not
+    /// visible; or the very error that tryResolve() throws for it.
     /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
     /// @return how many have an error; all of them where the thread slots are exhausted
-    size_t tryResolve(std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot = EVERYTHING) const noexcept;
+    size_t tryResolve(std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot = EVERYTHING)
+        const noexcept;
 
     /// The datatype of a resource, D_NONE where no resource has the ID. Never throws.
     uint8_t tryGetResourceDatatypeID(uint64_t resourceID) const noexcept;
@@ -147,8 +153,8 @@ public:
     /// @param values  one for each ID; what they were before does not matter; do not overlap the IDs
     void getValues(std::span<const uint64_t> resourceIDs, ResourceValue* values) const;
 
-    /// What is committed at this moment: it sees what was committed before, and never what is entered afterwards or by a
-    /// transaction that runs now. Waits for single values that are being entered.
+    /// What is committed at this moment: it sees what was committed before, and never what is entered afterwards or by
+    /// a transaction that runs now. Waits for single values that are being entered.
     Snapshot takeSnapshot() const noexcept;
 
     /// The ID and the IRI of a datatype.
@@ -180,8 +186,8 @@ public:
     /// Reports everything that is wrong with the dictionary, and nothing if it is sound. Nobody may write meanwhile.
     void verify(const ProblemReport& report) const;
 
-    /// Writes the dictionary as a store. Nobody may write to the dictionary meanwhile; what a transaction has entered so
-    /// far is part of the store. The stream is flushed.
+    /// Writes the dictionary as a store. Nobody may write to the dictionary meanwhile; what a transaction has entered
+    /// so far is part of the store. The stream is flushed.
     /// @throws what the stream throws
     void saveStore(OutputStream& output) const;
 
@@ -194,8 +200,8 @@ public:
     /// of the rest back to the budget. Snapshots taken before are void. Needs the dictionary to itself.
     /// @param isKept  called once for each resource, in the order of the IDs; what it throws ends the compaction
     /// @return the new resource ID of every old one below the old counter; 0 for those that are gone
-    /// @throws KavixException  a transaction runs, or the budget is short of what is needed on the way (about 32 bytes a kept
-    ///                         resource and the records of the kept decimals): the dictionary is as it was
+    /// @throws KavixException  a transaction runs, or the budget is short of what is needed on the way (about 32 bytes
+    ///                         a kept resource and the records of the kept decimals): the dictionary is as it was
     /// @throws std::bad_alloc  there is no memory for the result: the dictionary is as it was
     std::vector<uint64_t> compact(const std::function<bool(uint64_t resourceID)>& isKept);
 
@@ -221,7 +227,8 @@ private:
 
     void doResolve(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs);
 
-    size_t doResolve(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept;
+    size_t doResolve(
+        DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept;
 
     template<typename GetDatatypeID, typename Operation>
     void forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const;
@@ -262,14 +269,13 @@ private:
     MemoryRegion<uint64_t> m_resourceData;
     MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
     DataPool m_dataPool;
-    std::vector<std::unique_ptr<DictionaryDatatype>> m_dictionaryDatatypes;     // one per family
-    std::array<DictionaryDatatype*, 256> m_dictionaryDatatypesByID;             // by datatype ID; null for none
-    std::vector<std::unique_ptr<OneAtATimeBatches>> m_oneAtATimeBatches;        // of the families without batches
-    std::array<DictionaryDatatypeBatches*, 256> m_batchesByID;                  // null as above
+    std::vector<std::unique_ptr<DictionaryDatatype>> m_dictionaryDatatypes; // one per family
+    std::array<DictionaryDatatype*, 256> m_dictionaryDatatypesByID; // by datatype ID; null for none
+    std::vector<std::unique_ptr<OneAtATimeBatches>> m_oneAtATimeBatches; // of the families without batches
+    std::array<DictionaryDatatypeBatches*, 256> m_batchesByID; // null as above
     mutable WriterGate m_writerGate;
     mutable SpinLock m_snapshotLock;
     Snapshot m_snapshotBeforeTransaction; // guarded by the lock; the one that readers get while a transaction runs
-
 };
 
 }

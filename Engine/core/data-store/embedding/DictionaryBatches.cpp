@@ -12,8 +12,8 @@
 
 namespace kavix {
 
-/// Calls operation(batches, first, sizeOfRun) for one run of elements after the other: as many as there are of one family,
-/// but no more than fit a batch. The batches are null where no family has the datatypes.
+/// Calls operation(batches, first, sizeOfRun) for one run of elements after the other: as many as there are of one
+/// family, but no more than fit a batch. The batches are null where no family has the datatypes.
 template<typename GetDatatypeID, typename Operation>
 void Dictionary::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const {
     for (size_t first = 0, end; first < size; first = end) {
@@ -26,88 +26,109 @@ void Dictionary::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operatio
     }
 }
 
-/// Calls operation(batches, first, run) for one run of valid values after the other. Throws what is wrong with the first
-/// value that is not, once the operation has returned for all before it. A run is of one family, so one inspector knows it.
+/// Calls operation(batches, first, run) for one run of valid values after the other. Throws what is wrong with the
+/// first value that is not, once the operation has returned for all before it. A run is of one family, so one inspector
+/// knows it.
 template<typename Operation>
 void Dictionary::forEachValidRun(std::span<const ResourceValue> values, Operation operation) const {
-    forEachRun(values.size(), [values](size_t index) { return values[index].datatypeID; }, [values, operation](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
-        const std::span<const ResourceValue> run = values.subspan(first, sizeOfRun);
-        if (batches == nullptr)
-            Errors::throwUnknownDatatypeID(run.front().datatypeID);
-        const DictionaryDatatypeInspector& inspector = getInspector(run.front().datatypeID);
-        const size_t numberOfValid = inspector.countValidBinaryValues(run);
-        if (numberOfValid != 0) {
-            ThreadSlots::ensureSlot();
-            operation(*batches, first, run.first(numberOfValid));
-        }
-        if (numberOfValid != run.size())
-            inspector.checkBinaryValue(run[numberOfValid]);
-    });
+    forEachRun(
+        values.size(), [values](size_t index) { return values[index].datatypeID; },
+        [values, operation](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
+            const std::span<const ResourceValue> run = values.subspan(first, sizeOfRun);
+            if (batches == nullptr)
+                Errors::throwUnknownDatatypeID(run.front().datatypeID);
+            const DictionaryDatatypeInspector& inspector = getInspector(run.front().datatypeID);
+            const size_t numberOfValid = inspector.countValidBinaryValues(run);
+            if (numberOfValid != 0) {
+                ThreadSlots::ensureSlot();
+                operation(*batches, first, run.first(numberOfValid));
+            }
+            if (numberOfValid != run.size())
+                inspector.checkBinaryValue(run[numberOfValid]);
+        });
 }
 
-void Dictionary::doResolve(DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) {
+void Dictionary::doResolve(
+    DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) {
     forEachValidRun(values, [=](DictionaryDatatypeBatches& batches, size_t first, std::span<const ResourceValue> run) {
         batches.resolveResources(context, run, resourceIDs + first);
     });
 }
 
-void Dictionary::tryResolve(std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot) const {
-    forEachValidRun(values, [&snapshot, resourceIDs](const DictionaryDatatypeBatches& batches, size_t first, std::span<const ResourceValue> run) {
-        batches.tryResolveResources(snapshot, run, resourceIDs + first);
-    });
+void Dictionary::tryResolve(
+    std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot) const {
+    forEachValidRun(
+        values, [&snapshot, resourceIDs](
+                    const DictionaryDatatypeBatches& batches, size_t first, std::span<const ResourceValue> run) {
+            batches.tryResolveResources(snapshot, run, resourceIDs + first);
+        });
 }
 
-/// Calls operation(batches, run, resolutions of the run), which returns a number of failures, for one run of literals after
-/// the other whose datatypes are known; the others fail. Returns how many failed.
+/// Calls operation(batches, run, resolutions of the run), which returns a number of failures, for one run of literals
+/// after the other whose datatypes are known; the others fail. Returns how many failed.
 template<typename Operation>
-size_t Dictionary::resolveRuns(std::span<const Literal> literals, Resolution* resolutions, Operation operation) const noexcept {
+size_t Dictionary::resolveRuns(
+    std::span<const Literal> literals, Resolution* resolutions, Operation operation) const noexcept {
     size_t numberOfFailures = 0;
-    forEachRun(literals.size(), [literals](size_t index) { return literals[index].datatypeID; }, [&](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
-        if (batches != nullptr)
-            try {
-                ThreadSlots::ensureSlot();
-                numberOfFailures += operation(*batches, literals.subspan(first, sizeOfRun), resolutions + first);
-            }
-            catch (...) { // there is no slot
-                std::fill_n(resolutions + first, sizeOfRun, Resolution{0, std::current_exception()});
-                numberOfFailures += sizeOfRun;
-            }
-        else
-            for (size_t index = first; index < first + sizeOfRun; ++index)
-                numberOfFailures += !resolutions[index].trySet([&]() -> uint64_t { Errors::throwUnknownDatatypeID(literals[index].datatypeID); });
-    });
+    forEachRun(
+        literals.size(), [literals](size_t index) { return literals[index].datatypeID; },
+        [&](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
+            if (batches != nullptr)
+                try {
+                    ThreadSlots::ensureSlot();
+                    numberOfFailures += operation(*batches, literals.subspan(first, sizeOfRun), resolutions + first);
+                }
+                catch (...) { // there is no slot
+                    std::fill_n(resolutions + first, sizeOfRun, Resolution{0, std::current_exception()});
+                    numberOfFailures += sizeOfRun;
+                }
+            else
+                for (size_t index = first; index < first + sizeOfRun; ++index)
+                    numberOfFailures += !resolutions[index].trySet(
+                        [&]() -> uint64_t { Errors::throwUnknownDatatypeID(literals[index].datatypeID); });
+        });
     return numberOfFailures;
 }
 
-size_t Dictionary::doResolve(DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept {
-    return resolveRuns(literals, resolutions, [context](DictionaryDatatypeBatches& batches, std::span<const Literal> run, Resolution* resolutionsOfRun) {
-        return batches.resolveResources(context, run, resolutionsOfRun);
-    });
+size_t Dictionary::doResolve(
+    DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept {
+    return resolveRuns(
+        literals, resolutions,
+        [context](DictionaryDatatypeBatches& batches, std::span<const Literal> run, Resolution* resolutionsOfRun) {
+            return batches.resolveResources(context, run, resolutionsOfRun);
+        });
 }
 
-size_t Dictionary::tryResolve(std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot) const noexcept {
-    return resolveRuns(literals, resolutions, [&snapshot](const DictionaryDatatypeBatches& batches, std::span<const Literal> run, Resolution* resolutionsOfRun) {
-        return batches.tryResolveResources(snapshot, run, resolutionsOfRun);
-    });
+size_t Dictionary::tryResolve(
+    std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot) const noexcept {
+    return resolveRuns(
+        literals, resolutions,
+        [&snapshot](
+            const DictionaryDatatypeBatches& batches, std::span<const Literal> run, Resolution* resolutionsOfRun) {
+            return batches.tryResolveResources(snapshot, run, resolutionsOfRun);
+        });
 }
 
 void Dictionary::getValues(std::span<const uint64_t> resourceIDs, ResourceValue* values) const {
     constexpr size_t DISTANCE = 32; // how far ahead datatype IDs are asked for
     uint8_t datatypeIDs[DictionaryDatatypeBatches::MAX_BATCH_SIZE];
     while (!resourceIDs.empty()) {
-        const std::span<const uint64_t> batch = resourceIDs.first(std::min(resourceIDs.size(), DictionaryDatatypeBatches::MAX_BATCH_SIZE));
+        const std::span<const uint64_t> batch =
+            resourceIDs.first(std::min(resourceIDs.size(), DictionaryDatatypeBatches::MAX_BATCH_SIZE));
         for (size_t step = 0; step < batch.size() + DISTANCE; ++step) {
             if (step < batch.size() && batch[step] < m_resourceDatatypeIDs.getEnd())
                 fetchAhead(&m_resourceDatatypeIDs[batch[step]]);
             if (const size_t index = step - DISTANCE; index < batch.size()) // wraps at first
                 datatypeIDs[index] = tryGetResourceDatatypeID(batch[index]);
         }
-        forEachRun(batch.size(), [&datatypeIDs](size_t index) { return datatypeIDs[index]; }, [&](const DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
-            if (batches != nullptr)
-                batches->getResources(batch.subspan(first, sizeOfRun), datatypeIDs + first, values + first);
-            else // D_NONE; no resource has a datatype without a family
-                std::fill_n(values + first, sizeOfRun, ResourceValue());
-        });
+        forEachRun(
+            batch.size(), [&datatypeIDs](size_t index) { return datatypeIDs[index]; },
+            [&](const DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
+                if (batches != nullptr)
+                    batches->getResources(batch.subspan(first, sizeOfRun), datatypeIDs + first, values + first);
+                else // D_NONE; no resource has a datatype without a family
+                    std::fill_n(values + first, sizeOfRun, ResourceValue());
+            });
         resourceIDs = resourceIDs.subspan(batch.size());
         values += batch.size();
     }

@@ -1,6 +1,6 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/DictionaryCompactionState.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
@@ -16,14 +16,14 @@ class ClosedGate : private Unmovable {
 
 public:
 
-    explicit ClosedGate(WriterGate& gate) noexcept : m_gate(gate) { }
+    explicit ClosedGate(WriterGate& gate) noexcept :
+        m_gate(gate) { }
 
     ~ClosedGate() { m_gate.open(); }
 
 private:
 
     WriterGate& m_gate;
-
 };
 
 /// Copies the records of the kept resources into a new pool and lets the entries name them there.
@@ -55,12 +55,14 @@ std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t reso
     DictionaryCompactionState state(m_memoryManager, nextNewResourceID - FIRST_RESOURCE_ID);
     for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < oldEnd; ++resourceID)
         if (newResourceIDs[resourceID] != 0)
-            getDictionaryDatatype(tryGetResourceDatatypeID(resourceID)).prepareCompact(resourceID, newResourceIDs[resourceID], state);
+            getDictionaryDatatype(tryGetResourceDatatypeID(resourceID))
+                .prepareCompact(resourceID, newResourceIDs[resourceID], state);
     DataPool newPool(m_memoryManager);
     newPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
     moveRecords(state, m_dataPool, newPool);
     std::sort(state.begin(), state.end(), [](const CompactionEntry& first, const CompactionEntry& second) {
-        return first.datatypeID != second.datatypeID ? first.datatypeID < second.datatypeID : first.newResourceID < second.newResourceID;
+        return first.datatypeID != second.datatypeID ? first.datatypeID < second.datatypeID
+                                                     : first.newResourceID < second.newResourceID;
     });
 
     // From here on nothing fails: new IDs lie in committed memory, and tables only shrink.

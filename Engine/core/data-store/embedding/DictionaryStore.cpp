@@ -1,9 +1,9 @@
-#include "core/data-store/store/Checksum.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/store/Checksum.h"
 #include "core/data-store/store/StoreFormat.h"
 #include "core/data-store/store/StoreReader.h"
 #include "core/platform/errors/ErrorCatalogue.h"
@@ -65,7 +65,8 @@ void Dictionary::saveStore(OutputStream& output) const {
     for (const uint64_t count : counts)
         counterSection.m_numberOfResources += count;
     // The first IDs may not have been given out, and then their entries are not there either.
-    const uint64_t usableEntries = std::min<uint64_t>({counters.first, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
+    const uint64_t usableEntries =
+        std::min<uint64_t>({counters.first, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
     const auto writeArray = [usableEntries, &counters](OutputStream& destination, const auto& array) {
         using Item = std::remove_cvref_t<decltype(array[0])>;
         destination.write(array.getData(), usableEntries * sizeof(Item));
@@ -75,16 +76,23 @@ void Dictionary::saveStore(OutputStream& output) const {
     };
 
     std::vector<OutgoingSection> sections;
-    sections.push_back(makeSection(StoreFormat::COUNTERS, [&](OutputStream& destination) { destination.write(&counterSection, sizeof(counterSection)); }));
-    sections.push_back(makeSection(StoreFormat::DATATYPE_IDS, [&](OutputStream& destination) { writeArray(destination, m_resourceDatatypeIDs); }));
-    sections.push_back(makeSection(StoreFormat::RESOURCE_DATA, [&](OutputStream& destination) { writeArray(destination, m_resourceData); }));
+    sections.push_back(makeSection(StoreFormat::COUNTERS, [&](OutputStream& destination) {
+        destination.write(&counterSection, sizeof(counterSection));
+    }));
+    sections.push_back(makeSection(
+        StoreFormat::DATATYPE_IDS, [&](OutputStream& destination) { writeArray(destination, m_resourceDatatypeIDs); }));
+    sections.push_back(makeSection(
+        StoreFormat::RESOURCE_DATA, [&](OutputStream& destination) { writeArray(destination, m_resourceData); }));
     sections.push_back(makeSection(StoreFormat::DATA_POOL, [&](OutputStream& destination) {
         if (counters.second != DataPool::FIRST_OFFSET)
             destination.write(m_dataPool.getBase() + DataPool::FIRST_OFFSET, counters.second - DataPool::FIRST_OFFSET);
     }));
     const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
     for (size_t index = 0; index < factories.size(); ++index)
-        sections.push_back(makeSection(getDictionarySectionName(*factories[index]), [this, index](OutputStream& destination) { m_dictionaryDatatypes[index]->save(destination); }));
+        sections.push_back(
+            makeSection(getDictionarySectionName(*factories[index]), [this, index](OutputStream& destination) {
+                m_dictionaryDatatypes[index]->save(destination);
+            }));
 
     StoreFormat::Header header{};
     std::memcpy(header.m_magic, StoreFormat::MAGIC, sizeof(header.m_magic));
@@ -117,17 +125,27 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     registerBuiltInDatatypeFamilies();
     StoreReader reader(input);
     if (options.resourceIDWidth.has_value() && *options.resourceIDWidth != reader.getResourceIDWidth())
-        Errors::throwInvalidStore("header", "its resource IDs have " + std::to_string(static_cast<unsigned>(reader.getResourceIDWidth())) + " bits, not " + std::to_string(static_cast<unsigned>(*options.resourceIDWidth)));
+        Errors::throwInvalidStore(
+            "header", "its resource IDs have " + std::to_string(static_cast<unsigned>(reader.getResourceIDWidth())) +
+                          " bits, not " + std::to_string(static_cast<unsigned>(*options.resourceIDWidth)));
 
     StoreFormat::Counters counters;
     reader.readSection(StoreFormat::COUNTERS, &counters, sizeof(counters));
-    const uint64_t largestMaxResourceID = reader.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? MAX_RESOURCE_ID_32 : MAX_RESOURCE_ID_64;
+    const uint64_t largestMaxResourceID =
+        reader.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? MAX_RESOURCE_ID_32 : MAX_RESOURCE_ID_64;
     if (counters.m_maxResourceID < MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
-        Errors::throwInvalidStore(StoreFormat::COUNTERS, "its bound of resource IDs, " + std::to_string(counters.m_maxResourceID) + ", is not possible");
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS,
+            "its bound of resource IDs, " + std::to_string(counters.m_maxResourceID) + ", is not possible");
     if (counters.m_nextResourceID < FIRST_RESOURCE_ID || counters.m_nextResourceID > counters.m_maxResourceID)
-        Errors::throwInvalidStore(StoreFormat::COUNTERS, "the next resource ID, " + std::to_string(counters.m_nextResourceID) + ", is not possible");
-    if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET || counters.m_dataPoolEnd > getMaximumDataPoolSize(counters.m_maxResourceID))
-        Errors::throwInvalidStore(StoreFormat::COUNTERS, "the end of the data pool, " + std::to_string(counters.m_dataPoolEnd) + ", is not possible");
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS,
+            "the next resource ID, " + std::to_string(counters.m_nextResourceID) + ", is not possible");
+    if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
+        counters.m_dataPoolEnd > getMaximumDataPoolSize(counters.m_maxResourceID))
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS,
+            "the end of the data pool, " + std::to_string(counters.m_dataPoolEnd) + ", is not possible");
 
     Options dictionaryOptions;
     dictionaryOptions.memoryBudgetBytes = options.memoryBudgetBytes;
@@ -141,7 +159,9 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
         const std::array<uint64_t, 256> counts = dictionary->countResourcesByDatatypeID();
         const uint64_t numberOfResources = std::accumulate(counts.begin(), counts.end(), uint64_t(0));
         if (numberOfResources != counters.m_numberOfResources)
-            Errors::throwInvalidStore(StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) + " resources, and there are " + std::to_string(numberOfResources));
+            Errors::throwInvalidStore(
+                StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) +
+                                           " resources, and there are " + std::to_string(numberOfResources));
     }
     return dictionary;
 }
@@ -150,7 +170,9 @@ void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& 
     constexpr size_t NUMBER_OF_SHARED_SECTIONS = 4;
     const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
     if (reader.getNumberOfSections() != NUMBER_OF_SHARED_SECTIONS + factories.size())
-        Errors::throwInvalidStore("header", "it has " + std::to_string(reader.getNumberOfSections()) + " sections instead of " + std::to_string(NUMBER_OF_SHARED_SECTIONS + factories.size()));
+        Errors::throwInvalidStore(
+            "header", "it has " + std::to_string(reader.getNumberOfSections()) + " sections instead of " +
+                          std::to_string(NUMBER_OF_SHARED_SECTIONS + factories.size()));
     // The empty tables give their memory back as the image replaces them.
     const uint64_t bytesOfEmptyTables = getUsedBytes();
     const uint64_t numberOfIDs = counters.m_nextResourceID;
@@ -166,14 +188,20 @@ void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& 
     reader.readSection(StoreFormat::DATATYPE_IDS, m_resourceDatatypeIDs.getData(), numberOfIDs);
     reader.readSection(StoreFormat::RESOURCE_DATA, m_resourceData.getData(), numberOfIDs * sizeof(uint64_t));
     if (hasRecords)
-        reader.readSection(StoreFormat::DATA_POOL, m_dataPool.getBase() + DataPool::FIRST_OFFSET, counters.m_dataPoolEnd - DataPool::FIRST_OFFSET);
+        reader.readSection(
+            StoreFormat::DATA_POOL, m_dataPool.getBase() + DataPool::FIRST_OFFSET,
+            counters.m_dataPoolEnd - DataPool::FIRST_OFFSET);
     // Relaxed: nobody else is inside.
     m_nextResourceID.store(numberOfIDs, std::memory_order_relaxed);
     for (size_t index = 0; index < factories.size(); ++index) {
         const std::string name = getDictionarySectionName(*factories[index]);
-        const DictionaryDatatypeInspector& inspector = getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first);
+        const DictionaryDatatypeInspector& inspector =
+            getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first);
         reader.inspectSection(name, [&](InputStream& input, uint64_t length) {
-            inspector.checkImage(input, ImageLimits{length, counters.m_maxResourceID, m_memoryManager.getFreeBytes() + bytesOfEmptyTables}, [&name](std::string&& problem) { Errors::throwInvalidStore(std::string(name), std::move(problem)); });
+            inspector.checkImage(
+                input,
+                ImageLimits{length, counters.m_maxResourceID, m_memoryManager.getFreeBytes() + bytesOfEmptyTables},
+                [&name](std::string&& problem) { Errors::throwInvalidStore(std::string(name), std::move(problem)); });
         });
         reader.readSection(name, [this, index](InputStream& input) { m_dictionaryDatatypes[index]->load(input); });
     }
@@ -189,11 +217,14 @@ void Dictionary::verify(const ProblemReport& report) const {
     for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < end; ++resourceID) {
         const uint8_t datatypeID = m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed);
         if (datatypeID != D_NONE && m_dictionaryDatatypesByID[datatypeID] == nullptr)
-            report("resource " + std::to_string(resourceID) + " has the unknown datatype ID " + std::to_string(datatypeID));
+            report(
+                "resource " + std::to_string(resourceID) + " has the unknown datatype ID " +
+                std::to_string(datatypeID));
     }
     const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
     for (size_t index = 0; index < factories.size(); ++index)
-        getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first).verify(*m_dictionaryDatatypes[index], contents, report);
+        getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first)
+            .verify(*m_dictionaryDatatypes[index], contents, report);
 }
 
 }

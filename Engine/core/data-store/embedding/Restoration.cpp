@@ -1,8 +1,8 @@
 #include "core/data-store/embedding/Restoration.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
@@ -16,14 +16,14 @@ class Restoration::EndOfTransaction : private Unmovable {
 
 public:
 
-    explicit EndOfTransaction(Dictionary& dictionary) noexcept : m_dictionary(dictionary) { }
+    explicit EndOfTransaction(Dictionary& dictionary) noexcept :
+        m_dictionary(dictionary) { }
 
     ~EndOfTransaction() { m_dictionary.endTransaction(); }
 
 private:
 
     Dictionary& m_dictionary;
-
 };
 
 /// An ID whose datatype says that a thread is restoring it, so that no other thread writes its array entries; without a
@@ -33,10 +33,12 @@ class Restoration::ClaimedID : private Unmovable {
 public:
 
     /// @throws KavixException  the ID is restored or claimed already
-    ClaimedID(Dictionary& dictionary, uint64_t resourceID) : m_datatypeID(dictionary.m_resourceDatatypeIDs[resourceID]) {
+    ClaimedID(Dictionary& dictionary, uint64_t resourceID) :
+        m_datatypeID(dictionary.m_resourceDatatypeIDs[resourceID]) {
         uint8_t expected = D_NONE;
         // Acquire. Pairs with the release in the destructor: we see what a thread that gave the ID up did.
-        if (!m_datatypeID.compare_exchange_strong(expected, CLAIMED, std::memory_order_acquire, std::memory_order_relaxed))
+        if (!m_datatypeID.compare_exchange_strong(
+                expected, CLAIMED, std::memory_order_acquire, std::memory_order_relaxed))
             Errors::throwContradictingRecord(resourceID, "the ID was restored before");
     }
 
@@ -51,14 +53,12 @@ private:
     static constexpr uint8_t CLAIMED = 1; // no datatype has this ID
 
     std::atomic<uint8_t>& m_datatypeID;
-
 };
 
 Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByDatatypeID) :
     m_dictionary(dictionary),
     m_isRunning(false),
-    m_endOfResourceIDs(Dictionary::FIRST_RESOURCE_ID)
-{
+    m_endOfResourceIDs(Dictionary::FIRST_RESOURCE_ID) {
     if (m_dictionary.beginTransaction() != Dictionary::FIRST_RESOURCE_ID) {
         m_dictionary.endTransaction();
         Errors::throwDictionaryNotEmpty();
@@ -72,7 +72,8 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
             dictionaryDatatype->restoreEmpty(countsByDatatypeID);
     }
     catch (...) {
-        // A table that could not be sized has no buckets. If not even the smallest ones can be had, that error goes out.
+        // A table that could not be sized has no buckets. If not even the smallest ones can be had, that error goes
+        // out.
         const EndOfTransaction end(m_dictionary);
         for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionary.m_dictionaryDatatypes)
             dictionaryDatatype->initialize(m_dictionary.m_maxResourceID, 0);
@@ -91,7 +92,8 @@ Restoration::~Restoration() {
 void Restoration::restore(uint64_t resourceID, std::string_view lexicalForm, uint8_t datatypeID) {
     m_dictionary.getDictionaryDatatype(datatypeID); // throws for an unknown datatype
     ResourceValue value;
-    DictionaryDatatypeFactory::tryGetFactory(datatypeID)->parseResourceValue(value, lexicalForm.data(), lexicalForm.size(), datatypeID);
+    DictionaryDatatypeFactory::tryGetFactory(datatypeID)
+        ->parseResourceValue(value, lexicalForm.data(), lexicalForm.size(), datatypeID);
     restore(resourceID, value);
 }
 
@@ -99,7 +101,8 @@ void Restoration::restore(uint64_t resourceID, const ResourceValue& value) {
     if (!m_isRunning)
         Errors::throwTransactionHasEnded();
     if (resourceID < Dictionary::FIRST_RESOURCE_ID || resourceID >= m_dictionary.m_maxResourceID)
-        Errors::throwInvalidOption("resource ID", resourceID, Dictionary::FIRST_RESOURCE_ID, m_dictionary.m_maxResourceID - 1);
+        Errors::throwInvalidOption(
+            "resource ID", resourceID, Dictionary::FIRST_RESOURCE_ID, m_dictionary.m_maxResourceID - 1);
     DictionaryDatatype& dictionaryDatatype = m_dictionary.getDictionaryDatatype(value.datatypeID);
     Dictionary::getInspector(value.datatypeID).checkBinaryValue(value);
     ThreadSlots::ensureSlot();
@@ -108,17 +111,20 @@ void Restoration::restore(uint64_t resourceID, const ResourceValue& value) {
     dictionaryDatatype.restoreResource(&m_contexts[s_currentThreadContextIndex], resourceID, value);
     const uint64_t foundResourceID = dictionaryDatatype.tryResolveResource(Dictionary::EVERYTHING, value);
     if (foundResourceID != resourceID)
-        Errors::throwContradictingRecord(resourceID, "its value was restored before, under ID " + std::to_string(foundResourceID));
+        Errors::throwContradictingRecord(
+            resourceID, "its value was restored before, under ID " + std::to_string(foundResourceID));
     // Relaxed: read by finish(), when no thread restores any more.
     uint64_t end = m_endOfResourceIDs.load(std::memory_order_relaxed);
-    while (end <= resourceID && !m_endOfResourceIDs.compare_exchange_weak(end, resourceID + 1, std::memory_order_relaxed)) {
-    }
+    while (end <= resourceID &&
+           !m_endOfResourceIDs.compare_exchange_weak(end, resourceID + 1, std::memory_order_relaxed)) { }
 }
 
 void Restoration::finish() {
     if (!m_isRunning)
         Errors::throwTransactionHasEnded();
-    m_dictionary.m_nextResourceID.store(m_endOfResourceIDs.load(std::memory_order_relaxed), std::memory_order_relaxed); // relaxed, both: nobody else is inside
+    m_dictionary.m_nextResourceID.store(
+        m_endOfResourceIDs.load(std::memory_order_relaxed),
+        std::memory_order_relaxed); // relaxed, both: nobody else is inside
     m_isRunning = false;
     m_dictionary.endTransaction();
 }

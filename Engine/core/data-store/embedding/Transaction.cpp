@@ -12,9 +12,7 @@ namespace kavix {
 Transaction::Transaction(Dictionary& dictionary) :
     m_dictionary(dictionary),
     m_firstResourceID(dictionary.beginTransaction()),
-    m_isRunning(true)
-{
-}
+    m_isRunning(true) { }
 
 Transaction::~Transaction() {
     if (m_isRunning)

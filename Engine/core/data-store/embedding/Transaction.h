@@ -16,8 +16,8 @@ namespace kavix {
 class Dictionary;
 
 /// A writing transaction: what it enters becomes visible to new snapshots all at once with commit(), or is taken back.
-/// One at a time for each dictionary; any number of threads may enter values through it, each with a usage context of its
-/// own that the transaction keeps for it.
+/// One at a time for each dictionary; any number of threads may enter values through it, each with a usage context of
+/// its own that the transaction keeps for it.
 ///
 ///   running --commit--> committed        running --rollback, or destruction--> rolled back
 ///
@@ -46,18 +46,18 @@ public:
     /// The same for a value in binary form, which is checked as a lexical form would be.
     uint64_t resolve(const ResourceValue& value);
 
-    /// resolve() for many values of any datatypes, in order, with the waits for memory overlapping: resourceIDs[i] becomes
-    /// what resolve(values[i]) returns, and new IDs are those of one value after the other. Absent values alone reserve
-    /// room in their table, so a batch of present ones never makes a table grow. Uses about 50 KB of stack.
+    /// resolve() for many values of any datatypes, in order, with the waits for memory overlapping: resourceIDs[i]
+    /// becomes what resolve(values[i]) returns, and new IDs are those of one value after the other. Absent values alone
+    /// reserve room in their table, so a batch of present ones never makes a table grow. Uses about 50 KB of stack.
     /// @param resourceIDs  one for each value; overlaps neither the values nor their data
-    /// @throws as resolve() for the first value that fails: those before it are entered and have their IDs, none from it
-    ///         on is entered, and what stands in resourceIDs from it on is unspecified. An ended transaction throws for
-    ///         no values, too
+    /// @throws as resolve() for the first value that fails: those before it are entered and have their IDs, none from
+    ///         it on is entered, and what stands in resourceIDs from it on is unspecified. An ended transaction throws
+    ///         for no values, too
     void resolve(std::span<const ResourceValue> values, uint64_t* resourceIDs);
 
-    /// The same for literals, each with an outcome of its own: its ID, or the very error that resolve() throws for it. One
-    /// that fails stops none behind it; once IDs or memory run out, those that are present still get their IDs and those that
-    /// are absent the error. Throws nothing and takes nothing from the heap where nothing fails.
+    /// The same for literals, each with an outcome of its own: its ID, or the very error that resolve() throws for it.
+    /// One that fails stops none behind it; once IDs or memory run out, those that are present still get their IDs and
+    /// those that are absent the error. Throws nothing and takes nothing from the heap where nothing fails.
     /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
     /// @return how many have an error; all of them if the transaction has ended or the thread slots are exhausted
     size_t resolve(std::span<const Literal> literals, Resolution* resolutions) noexcept;
@@ -65,8 +65,8 @@ public:
     /// Makes the values visible to snapshots taken from now on and ends the transaction.
     void commit() noexcept;
 
-    /// Takes back every value that the transaction entered and ends it; values that existed before stay. The IDs are not
-    /// used again. Costs one look-up for each value entered.
+    /// Takes back every value that the transaction entered and ends it; values that existed before stay. The IDs are
+    /// not used again. Costs one look-up for each value entered.
     /// @throws KavixException  the thread slots are exhausted: the transaction still runs
     void rollback();
 
@@ -80,7 +80,6 @@ private:
     const uint64_t m_firstResourceID;
     bool m_isRunning;
     std::array<DictionaryUsageContext, NUMBER_OF_THREAD_SLOTS> m_contexts; // each used by the thread that has the slot
-
 };
 
 }

@@ -7,8 +7,8 @@
 
 namespace kavix {
 
-/// Keeps writers apart: at most one transaction at a time, and none while single values are being entered, each of which
-/// is a transaction of its own.
+/// Keeps writers apart: at most one transaction at a time, and none while single values are being entered, each of
+/// which is a transaction of its own.
 ///
 ///   state        meaning                                                 changed by                     to
 ///   n, from 0    open; n single values are being entered                 tryEnterSingle, leaveSingle    n + 1, n - 1
@@ -19,15 +19,17 @@ namespace kavix {
 ///
 /// Orders    acquire on entering and closing, release on leaving and opening: whoever closes the gate sees all that was
 ///           entered before; whoever enters sees what the transaction left.
-/// Progress  lock-free; nobody waits in here. While somebody says that he waits to close the gate, single values give way,
-///           so that a steady stream of them cannot keep him waiting; but only for a while, so that a steady stream of
-///           those who close it cannot keep single values waiting either.
+/// Progress  lock-free; nobody waits in here. While somebody says that he waits to close the gate, single values give
+///           way, so that a steady stream of them cannot keep him waiting; but only for a while, so that a steady
+///           stream of those who close it cannot keep single values waiting either.
 class WriterGate : private Unmovable {
 
 public:
 
     /// Keeps single values out while somebody waits for those inside to leave.
-    void beginWaitingToClose() noexcept { m_waitingToClose.fetch_add(1, std::memory_order_relaxed); } // only asks for way
+    void beginWaitingToClose() noexcept {
+        m_waitingToClose.fetch_add(1, std::memory_order_relaxed);
+    } // only asks for way
 
     void endWaitingToClose() noexcept { m_waitingToClose.fetch_sub(1, std::memory_order_relaxed); }
 
@@ -41,7 +43,8 @@ public:
             if (state >= CLOSED)
                 return false;
             // Acquire. Pairs with the release in open().
-        } while (!m_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed));
+        } while (
+            !m_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed));
         return true;
     }
 
@@ -81,7 +84,6 @@ private:
 
     std::atomic<uint64_t> m_state{0};
     std::atomic<uint64_t> m_waitingToClose{0};
-
 };
 
 }

@@ -21,7 +21,8 @@ const DictionaryDatatypeInspector* DictionaryDatatypeInspector::tryGetInspector(
     return getInspectors()[datatypeID];
 }
 
-DictionaryDatatypeInspector::DictionaryDatatypeInspector(std::initializer_list<uint8_t> datatypeIDs) : m_datatypeIDs(datatypeIDs) {
+DictionaryDatatypeInspector::DictionaryDatatypeInspector(std::initializer_list<uint8_t> datatypeIDs) :
+    m_datatypeIDs(datatypeIDs) {
     for (const uint8_t datatypeID : m_datatypeIDs) {
         assert(getInspectors()[datatypeID] == nullptr);
         getInspectors()[datatypeID] = this;

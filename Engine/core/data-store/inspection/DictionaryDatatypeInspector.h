@@ -21,15 +21,15 @@ using ProblemReport = std::function<void(std::string&& problem)>;
 
 /// What an image may ask for.
 struct ImageLimits {
-    uint64_t m_length;        // of the image, in bytes
+    uint64_t m_length; // of the image, in bytes
     uint64_t m_maxResourceID; // which the image must have too
-    uint64_t m_freeBytes;     // of the budget
+    uint64_t m_freeBytes; // of the budget
 };
 
 /// What the dictionaries of a store share, for reading, while nobody writes.
 struct StoreContents {
     bool m_use32BitResourceIDs;
-    uint64_t m_nextResourceID;                       // the arrays have entries up to here
+    uint64_t m_nextResourceID; // the arrays have entries up to here
     const uint64_t* m_resourceData;
     const std::atomic<uint8_t>* m_resourceDatatypeIDs;
     const uint8_t* m_dataPoolBase;
@@ -48,9 +48,10 @@ struct TableStatistics {
     uint64_t m_maxProbeLength;
 };
 
-/// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its caller,
-/// and the figures that take a walk over everything. One object per family, static; found by datatype ID like the factory.
-/// Nothing here changes anything. The checks of binary values are thread-safe; the rest needs that nobody writes to the dictionary.
+/// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its
+/// caller, and the figures that take a walk over everything. One object per family, static; found by datatype ID like
+/// the factory. Nothing here changes anything. The checks of binary values are thread-safe; the rest needs that nobody
+/// writes to the dictionary.
 class DictionaryDatatypeInspector : private Unmovable {
 
 public:
@@ -69,22 +70,23 @@ public:
     /// How many values, all of datatypes of this family, come before the first that checkBinaryValue() refuses.
     virtual size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept = 0;
 
-    /// Reports what is wrong with the structure of an image, so that loading it is safe: nothing is reserved, committed or
-    /// read that the image does not have and the budget does not allow. Reads headers and counts and skips the rest.
+    /// Reports what is wrong with the structure of an image, so that loading it is safe: nothing is reserved, committed
+    /// or read that the image does not have and the budget does not allow. Reads headers and counts and skips the rest.
     /// @throws KavixException  the stream ends early, and what report throws
     virtual void checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const = 0;
 
-    /// Reports everything that is wrong with a loaded dictionary: counts, every bucket, every resource of its datatypes.
-    /// Survives any content whose structure checkImage() accepted.
-    virtual void verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const = 0;
+    /// Reports everything that is wrong with a loaded dictionary: counts, every bucket, every resource of its
+    /// datatypes. Survives any content whose structure checkImage() accepted.
+    virtual void verify(
+        const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const = 0;
 
     /// The state of each table of a sound dictionary, in the order of the datatype IDs.
-    virtual std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype& dictionary, const StoreContents& contents) const = 0;
+    virtual std::vector<TableStatistics> getTableStatistics(
+        const DictionaryDatatype& dictionary, const StoreContents& contents) const = 0;
 
 private:
 
     const std::vector<uint8_t> m_datatypeIDs;
-
 };
 
 }

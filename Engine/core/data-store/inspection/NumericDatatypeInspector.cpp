@@ -30,11 +30,14 @@ BinaryValueStatus classifyBinaryValue(const ResourceValue& value) noexcept {
         return BinaryValueStatus::WRONG_SIZE;
     if (value.datatypeID == D_XSD_DECIMAL) {
         const XSDDecimal decimal = value.getBinaryValue<XSDDecimal>();
-        return XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits()) ? BinaryValueStatus::VALID : BinaryValueStatus::NOT_NORMALISED;
+        return XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits())
+                   ? BinaryValueStatus::VALID
+                   : BinaryValueStatus::NOT_NORMALISED;
     }
     const int64_t integer = value.getBinaryValue<int64_t>();
     const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(value.datatypeID);
-    return info.minimum <= integer && integer <= info.maximum ? BinaryValueStatus::VALID : BinaryValueStatus::OUT_OF_RANGE;
+    return info.minimum <= integer && integer <= info.maximum ? BinaryValueStatus::VALID
+                                                              : BinaryValueStatus::OUT_OF_RANGE;
 }
 
 }
@@ -42,9 +45,10 @@ BinaryValueStatus classifyBinaryValue(const ResourceValue& value) noexcept {
 const NumericDatatypeInspector s_NumericDatatypeInspector;
 
 NumericDatatypeInspector::NumericDatatypeInspector() :
-    DictionaryDatatypeInspector({D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_NON_NEGATIVE_INTEGER, D_XSD_NON_POSITIVE_INTEGER, D_XSD_NEGATIVE_INTEGER, D_XSD_POSITIVE_INTEGER, D_XSD_LONG, D_XSD_INT, D_XSD_SHORT, D_XSD_BYTE, D_XSD_UNSIGNED_LONG, D_XSD_UNSIGNED_INT, D_XSD_UNSIGNED_SHORT, D_XSD_UNSIGNED_BYTE})
-{
-}
+    DictionaryDatatypeInspector(
+        {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_NON_NEGATIVE_INTEGER, D_XSD_NON_POSITIVE_INTEGER, D_XSD_NEGATIVE_INTEGER,
+         D_XSD_POSITIVE_INTEGER, D_XSD_LONG, D_XSD_INT, D_XSD_SHORT, D_XSD_BYTE, D_XSD_UNSIGNED_LONG,
+         D_XSD_UNSIGNED_INT, D_XSD_UNSIGNED_SHORT, D_XSD_UNSIGNED_BYTE}) { }
 
 void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) const {
     switch (classifyBinaryValue(value)) {
@@ -53,16 +57,25 @@ void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) cons
     case BinaryValueStatus::NO_DATA:
         Errors::throwInvalidBinaryValue(value.datatypeID, "it has no data");
     case BinaryValueStatus::WRONG_SIZE:
-        Errors::throwInvalidBinaryValue(value.datatypeID, "it has " + std::to_string(value.dataSize) + " bytes instead of " + std::to_string(getBinarySize(value.datatypeID)));
+        Errors::throwInvalidBinaryValue(
+            value.datatypeID, "it has " + std::to_string(value.dataSize) + " bytes instead of " +
+                                  std::to_string(getBinarySize(value.datatypeID)));
     case BinaryValueStatus::NOT_NORMALISED:
-        Errors::throwInvalidBinaryValue(value.datatypeID, "the decimal is not normalised, or has more than 19 fraction digits");
+        Errors::throwInvalidBinaryValue(
+            value.datatypeID, "the decimal is not normalised, or has more than 19 fraction digits");
     case BinaryValueStatus::OUT_OF_RANGE:
-        Errors::throwInvalidBinaryValue(value.datatypeID, "the value " + std::to_string(value.getBinaryValue<int64_t>()) + " is not in the range of the datatype");
+        Errors::throwInvalidBinaryValue(
+            value.datatypeID,
+            "the value " + std::to_string(value.getBinaryValue<int64_t>()) + " is not in the range of the datatype");
     }
 }
 
 size_t NumericDatatypeInspector::countValidBinaryValues(std::span<const ResourceValue> values) const noexcept {
-    return static_cast<size_t>(std::find_if(values.begin(), values.end(), [](const ResourceValue& value) { return classifyBinaryValue(value) != BinaryValueStatus::VALID; }) - values.begin());
+    return static_cast<size_t>(
+        std::find_if(
+            values.begin(), values.end(),
+            [](const ResourceValue& value) { return classifyBinaryValue(value) != BinaryValueStatus::VALID; }) -
+        values.begin());
 }
 
 namespace {
@@ -72,18 +85,29 @@ class ImageChecker {
 
 public:
 
-    ImageChecker(InputStream& input, const ImageLimits& limits, const ProblemReport& report) : m_input(input), m_limits(limits), m_report(report), m_remainingBytes(limits.m_length), m_remainingBudget(limits.m_freeBytes) { }
+    ImageChecker(InputStream& input, const ImageLimits& limits, const ProblemReport& report) :
+        m_input(input),
+        m_limits(limits),
+        m_report(report),
+        m_remainingBytes(limits.m_length),
+        m_remainingBudget(limits.m_freeBytes) { }
 
     void check() {
         if (!checkHeader("NumericDatatype"))
             return;
         const uint64_t maxResourceID = readNumber<uint64_t>();
         const uint64_t maxResourceIDForBlocks = readNumber<uint64_t>();
-        if (maxResourceID != m_limits.m_maxResourceID || maxResourceIDForBlocks != maxResourceID - DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE)
-            m_report("the image's bounds of resource IDs, " + std::to_string(maxResourceID) + " and " + std::to_string(maxResourceIDForBlocks) + ", do not agree with the store's, " + std::to_string(m_limits.m_maxResourceID));
+        if (maxResourceID != m_limits.m_maxResourceID ||
+            maxResourceIDForBlocks != maxResourceID - DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE)
+            m_report(
+                "the image's bounds of resource IDs, " + std::to_string(maxResourceID) + " and " +
+                std::to_string(maxResourceIDForBlocks) + ", do not agree with the store's, " +
+                std::to_string(m_limits.m_maxResourceID));
         bool isSound = checkTable("xsd:decimal", DECIMAL_BUCKET_SIZE);
         for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos)
-            isSound = isSound && checkTable(info.datatypeIRI.substr(sizeof(XSD_NAMESPACE) - 1).insert(0, "xsd:"), INTEGER_BUCKET_SIZE);
+            isSound =
+                isSound &&
+                checkTable(info.datatypeIRI.substr(sizeof(XSD_NAMESPACE) - 1).insert(0, "xsd:"), INTEGER_BUCKET_SIZE);
         if (isSound && m_remainingBytes != 0)
             m_report("the image is longer than its tables");
     }
@@ -123,7 +147,9 @@ private:
 
     /// Returns whether the next table can be found behind this one.
     bool checkTable(const std::string& datatypeName, uint64_t bucketSize) {
-        const auto report = [this, &datatypeName](const std::string& problem) { m_report("table of " + datatypeName + ": " + problem); };
+        const auto report = [this, &datatypeName](const std::string& problem) {
+            m_report("table of " + datatypeName + ": " + problem);
+        };
         if (!checkHeader("ParallelHashTable"))
             return false;
         const uint64_t numberOfBuckets = readNumber<uint64_t>();
@@ -133,19 +159,26 @@ private:
         uint64_t freeReservations = 0;
         for (size_t slot = 0; slot < NUMBER_OF_THREAD_SLOTS; ++slot)
             freeReservations += readNumber<uint32_t>();
-        if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < 1024 || numberOfBuckets > MAX_NUMBER_OF_BUCKETS) {
+        if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < 1024 ||
+            numberOfBuckets > MAX_NUMBER_OF_BUCKETS) {
             report(std::to_string(numberOfBuckets) + " buckets are not possible");
             return false;
         }
         if (resizeThreshold != static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * 0.7))
-            report("the threshold " + std::to_string(resizeThreshold) + " does not belong to " + std::to_string(numberOfBuckets) + " buckets");
+            report(
+                "the threshold " + std::to_string(resizeThreshold) + " does not belong to " +
+                std::to_string(numberOfBuckets) + " buckets");
         // More reserved buckets than the threshold allows would let threads fill the table until no search in it ends.
         if (usedCount > resizeThreshold || deletedCount > usedCount || freeReservations > usedCount - deletedCount)
-            report("the counts of used (" + std::to_string(usedCount) + "), deleted (" + std::to_string(deletedCount) + ") and reserved buckets (" + std::to_string(freeReservations) + ") are not possible");
+            report(
+                "the counts of used (" + std::to_string(usedCount) + "), deleted (" + std::to_string(deletedCount) +
+                ") and reserved buckets (" + std::to_string(freeReservations) + ") are not possible");
         const uint64_t maximumNumberOfItems = readNumber<uint64_t>();
         const uint64_t end = maximumNumberOfItems == 0 ? 0 : readNumber<uint64_t>();
         if (maximumNumberOfItems > MAX_NUMBER_OF_BUCKETS || end > maximumNumberOfItems || end < numberOfBuckets) {
-            report("its region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) + " buckets does not hold " + std::to_string(numberOfBuckets) + " buckets");
+            report(
+                "its region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) +
+                " buckets does not hold " + std::to_string(numberOfBuckets) + " buckets");
             return false;
         }
         const uint64_t size = end * bucketSize;
@@ -166,7 +199,6 @@ private:
     const ProblemReport& m_report;
     uint64_t m_remainingBytes;
     uint64_t m_remainingBudget;
-
 };
 
 template<typename Policy>
@@ -181,7 +213,8 @@ TableStatistics collectStatistics(const ParallelHashTable<Policy>& table, const 
     const size_t mask = statistics.m_numberOfBuckets - 1;
     for (size_t index = 0; index < statistics.m_numberOfBuckets; ++index) {
         const typename Policy::Bucket& bucket = table.getBuckets()[index];
-        const typename Policy::KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
+        const typename Policy::KeyWord keyWord =
+            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
         if (keyWord == Table::EMPTY || keyWord >= Table::DELETED)
             continue;
         const uint64_t probeLength = ((index - policy.getEntryHash(bucket, keyWord)) & mask) + 1;
@@ -195,26 +228,35 @@ TableStatistics collectStatistics(const ParallelHashTable<Policy>& table, const 
 template<typename ResourceID>
 std::vector<TableStatistics> collectStatistics(const NumericDatatype<ResourceID>& dictionary) {
     std::vector<TableStatistics> statistics;
-    statistics.push_back(collectStatistics(dictionary.getDecimalTable(), dictionary.getDecimalTable().getPolicy(), D_XSD_DECIMAL));
+    statistics.push_back(
+        collectStatistics(dictionary.getDecimalTable(), dictionary.getDecimalTable().getPolicy(), D_XSD_DECIMAL));
     for (uint8_t datatypeID = D_XSD_INTEGER; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
-        statistics.push_back(collectStatistics(dictionary.getIntegerTable(datatypeID), dictionary.getIntegerTable(datatypeID).getPolicy(), datatypeID));
+        statistics.push_back(collectStatistics(
+            dictionary.getIntegerTable(datatypeID), dictionary.getIntegerTable(datatypeID).getPolicy(), datatypeID));
     return statistics;
 }
 
 }
 
-void NumericDatatypeInspector::checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const {
+void NumericDatatypeInspector::checkImage(
+    InputStream& input, const ImageLimits& limits, const ProblemReport& report) const {
     ImageChecker(input, limits, report).check();
 }
 
-void NumericDatatypeInspector::verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const {
+void NumericDatatypeInspector::verify(
+    const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const {
     if (contents.m_use32BitResourceIDs)
-        NumericDatatypeVerifier<unsigned int>(static_cast<const NumericDatatype<unsigned int>&>(dictionary), contents, report).verify();
+        NumericDatatypeVerifier<unsigned int>(
+            static_cast<const NumericDatatype<unsigned int>&>(dictionary), contents, report)
+            .verify();
     else
-        NumericDatatypeVerifier<unsigned long>(static_cast<const NumericDatatype<unsigned long>&>(dictionary), contents, report).verify();
+        NumericDatatypeVerifier<unsigned long>(
+            static_cast<const NumericDatatype<unsigned long>&>(dictionary), contents, report)
+            .verify();
 }
 
-std::vector<TableStatistics> NumericDatatypeInspector::getTableStatistics(const DictionaryDatatype& dictionary, const StoreContents& contents) const {
+std::vector<TableStatistics> NumericDatatypeInspector::getTableStatistics(
+    const DictionaryDatatype& dictionary, const StoreContents& contents) const {
     if (contents.m_use32BitResourceIDs)
         return collectStatistics(static_cast<const NumericDatatype<unsigned int>&>(dictionary));
     return collectStatistics(static_cast<const NumericDatatype<unsigned long>&>(dictionary));

@@ -17,10 +17,11 @@ public:
 
     void checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const override;
 
-    void verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const override;
+    void verify(const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report)
+        const override;
 
-    std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype& dictionary, const StoreContents& contents) const override;
-
+    std::vector<TableStatistics> getTableStatistics(
+        const DictionaryDatatype& dictionary, const StoreContents& contents) const override;
 };
 
 extern const NumericDatatypeInspector s_NumericDatatypeInspector;

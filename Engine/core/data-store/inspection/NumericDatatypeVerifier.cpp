@@ -11,7 +11,8 @@ namespace kavix {
 namespace {
 
 std::string getDatatypeName(uint8_t datatypeID) {
-    const std::string& datatypeIRI = datatypeID == D_XSD_DECIMAL ? s_xsdDecimal : getIntegerDatatypeInfo(datatypeID).datatypeIRI;
+    const std::string& datatypeIRI =
+        datatypeID == D_XSD_DECIMAL ? s_xsdDecimal : getIntegerDatatypeInfo(datatypeID).datatypeIRI;
     std::string name;
     Prefixes::s_defaultPrefixes.encodeIRI(datatypeIRI.data(), datatypeIRI.size(), name);
     return name;
@@ -25,12 +26,14 @@ void NumericDatatypeVerifier<ResourceID>::reportTable(uint8_t datatypeID, const 
 }
 
 template<typename ResourceID>
-void NumericDatatypeVerifier<ResourceID>::reportBucket(uint8_t datatypeID, size_t index, const std::string& problem) const {
+void NumericDatatypeVerifier<ResourceID>::reportBucket(
+    uint8_t datatypeID, size_t index, const std::string& problem) const {
     m_report("table of " + getDatatypeName(datatypeID) + ", bucket " + std::to_string(index) + ": " + problem);
 }
 
 template<typename ResourceID>
-void NumericDatatypeVerifier<ResourceID>::reportResource(uint64_t resourceID, uint8_t datatypeID, const std::string& problem) const {
+void NumericDatatypeVerifier<ResourceID>::reportResource(
+    uint64_t resourceID, uint8_t datatypeID, const std::string& problem) const {
     m_report("resource " + std::to_string(resourceID) + " of " + getDatatypeName(datatypeID) + ": " + problem);
 }
 
@@ -51,7 +54,8 @@ void NumericDatatypeVerifier<ResourceID>::verifyTable(const ParallelHashTable<Po
     const size_t numberOfBuckets = table.getNumberOfBuckets();
     for (size_t index = 0; index < numberOfBuckets; ++index) {
         const typename Policy::Bucket& bucket = table.getBuckets()[index];
-        const typename Policy::KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
+        const typename Policy::KeyWord keyWord =
+            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
         if (keyWord == Table::EMPTY)
             continue;
         if (keyWord == Table::BUSY)
@@ -72,25 +76,34 @@ void NumericDatatypeVerifier<ResourceID>::verifyTable(const ParallelHashTable<Po
 
 template<typename ResourceID>
 template<typename Policy>
-void NumericDatatypeVerifier<ResourceID>::verifyCounts(const ParallelHashTable<Policy>& table, uint8_t datatypeID, uint64_t liveBuckets, uint64_t deletedBuckets) const {
+void NumericDatatypeVerifier<ResourceID>::verifyCounts(
+    const ParallelHashTable<Policy>& table, uint8_t datatypeID, uint64_t liveBuckets, uint64_t deletedBuckets) const {
     if (deletedBuckets != table.getDeletedCount())
-        reportTable(datatypeID, "it has " + std::to_string(deletedBuckets) + " deleted buckets and counts " + std::to_string(table.getDeletedCount()));
+        reportTable(
+            datatypeID, "it has " + std::to_string(deletedBuckets) + " deleted buckets and counts " +
+                            std::to_string(table.getDeletedCount()));
     if (liveBuckets + deletedBuckets != table.getNumberOfUsedBuckets())
-        reportTable(datatypeID, "it has " + std::to_string(liveBuckets + deletedBuckets) + " live and deleted buckets and counts " + std::to_string(table.getNumberOfUsedBuckets()));
+        reportTable(
+            datatypeID, "it has " + std::to_string(liveBuckets + deletedBuckets) +
+                            " live and deleted buckets and counts " + std::to_string(table.getNumberOfUsedBuckets()));
     if (liveBuckets + deletedBuckets >= table.getNumberOfBuckets())
         reportTable(datatypeID, "no bucket is empty, so searches would not end");
 }
 
 template<typename ResourceID>
-bool NumericDatatypeVerifier<ResourceID>::tryGetEntry(const typename IntegerPolicy::Bucket& bucket, ResourceID keyWord, uint8_t, size_t, Entry<int64_t>& entry) const {
+bool NumericDatatypeVerifier<ResourceID>::tryGetEntry(
+    const typename IntegerPolicy::Bucket& bucket, ResourceID keyWord, uint8_t, size_t, Entry<int64_t>& entry) const {
     entry = {keyWord, static_cast<uint64_t>(bucket.m_value), bucket.m_value};
     return true;
 }
 
 template<typename ResourceID>
-bool NumericDatatypeVerifier<ResourceID>::tryGetEntry(const typename DecimalPolicy::Bucket&, uint64_t keyWord, uint8_t datatypeID, size_t index, Entry<XSDDecimal>& entry) const {
+bool NumericDatatypeVerifier<ResourceID>::tryGetEntry(
+    const typename DecimalPolicy::Bucket&, uint64_t keyWord, uint8_t datatypeID, size_t index,
+    Entry<XSDDecimal>& entry) const {
     if (!isRecordOffset(keyWord)) {
-        reportBucket(datatypeID, index, "its record at offset " + std::to_string(keyWord) + " is outside the data pool");
+        reportBucket(
+            datatypeID, index, "its record at offset " + std::to_string(keyWord) + " is outside the data pool");
         return false;
     }
     const uint8_t* const record = m_contents.m_dataPoolBase + keyWord;
@@ -101,12 +114,15 @@ bool NumericDatatypeVerifier<ResourceID>::tryGetEntry(const typename DecimalPoli
 template<typename ResourceID>
 template<typename Policy, typename Key>
 void NumericDatatypeVerifier<ResourceID>::verifyEntry(uint8_t datatypeID, size_t index, const Entry<Key>& entry) {
-    const auto reportEntry = [&](const std::string& problem) { reportBucket(datatypeID, index, "resource " + std::to_string(entry.m_resourceID) + " " + problem); };
+    const auto reportEntry = [&](const std::string& problem) {
+        reportBucket(datatypeID, index, "resource " + std::to_string(entry.m_resourceID) + " " + problem);
+    };
     if (entry.m_resourceID == 0 || entry.m_resourceID >= m_contents.m_nextResourceID) {
         reportEntry("was never given out");
         return;
     }
-    const uint8_t arrayDatatypeID = m_contents.m_resourceDatatypeIDs[entry.m_resourceID].load(std::memory_order_relaxed);
+    const uint8_t arrayDatatypeID =
+        m_contents.m_resourceDatatypeIDs[entry.m_resourceID].load(std::memory_order_relaxed);
     if (arrayDatatypeID != datatypeID)
         reportEntry("has datatype ID " + std::to_string(arrayDatatypeID) + " in the array of datatype IDs");
     else if (m_contents.m_resourceData[entry.m_resourceID] != entry.m_data)
@@ -118,14 +134,17 @@ void NumericDatatypeVerifier<ResourceID>::verifyEntry(uint8_t datatypeID, size_t
 
 template<typename ResourceID>
 template<typename Policy, typename Key>
-void NumericDatatypeVerifier<ResourceID>::verifyProbing(const ParallelHashTable<Policy>& table, uint8_t datatypeID, size_t index, const Key& key) const {
+void NumericDatatypeVerifier<ResourceID>::verifyProbing(
+    const ParallelHashTable<Policy>& table, uint8_t datatypeID, size_t index, const Key& key) const {
     using Table = ParallelHashTable<Policy>;
     const size_t mask = table.getNumberOfBuckets() - 1;
     for (size_t probe = Policy::getHash(key) & mask; probe != index; probe = (probe + 1) & mask) {
         const typename Policy::Bucket& bucket = table.getBuckets()[probe];
         const typename Policy::KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_relaxed);
         if (keyWord == Table::EMPTY) {
-            reportBucket(datatypeID, index, "its value is not found, since bucket " + std::to_string(probe) + " before it is empty");
+            reportBucket(
+                datatypeID, index,
+                "its value is not found, since bucket " + std::to_string(probe) + " before it is empty");
             return;
         }
         if (keyWord < Table::DELETED && hasKey(bucket, keyWord, key)) {
@@ -144,21 +163,28 @@ void NumericDatatypeVerifier<ResourceID>::verifyResources() const {
         const uint64_t data = m_contents.m_resourceData[resourceID];
         if (datatypeID == D_XSD_DECIMAL) {
             if (!isRecordOffset(data)) {
-                reportResource(resourceID, datatypeID, "its record at offset " + std::to_string(data) + " is outside the data pool");
+                reportResource(
+                    resourceID, datatypeID,
+                    "its record at offset " + std::to_string(data) + " is outside the data pool");
                 continue;
             }
             const uint8_t* const record = m_contents.m_dataPoolBase + data;
             const XSDDecimal value = Record::readValue(record);
             if (Record::readResourceID(record) != resourceID)
-                reportResource(resourceID, datatypeID, "its record is that of resource " + std::to_string(Record::readResourceID(record)));
+                reportResource(
+                    resourceID, datatypeID,
+                    "its record is that of resource " + std::to_string(Record::readResourceID(record)));
             if (!XSDDecimal::areNormalisedFields(value.getUnscaledValue(), value.getFractionDigits()))
-                reportResource(resourceID, datatypeID, "its decimal is not normalised, or has more than 19 fraction digits");
+                reportResource(
+                    resourceID, datatypeID, "its decimal is not normalised, or has more than 19 fraction digits");
         }
         else {
             const int64_t value = static_cast<int64_t>(data);
             const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(datatypeID);
             if (value < info.minimum || value > info.maximum)
-                reportResource(resourceID, datatypeID, "its value " + std::to_string(value) + " is not in the range of the datatype");
+                reportResource(
+                    resourceID, datatypeID,
+                    "its value " + std::to_string(value) + " is not in the range of the datatype");
         }
         if (!m_isInBucket[resourceID])
             reportResource(resourceID, datatypeID, "no bucket has it, so its value is not found");

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 
 #include <cstdint>
 #include <string>
@@ -9,24 +9,23 @@
 
 namespace kavix {
 
-/// Walks over every bucket and every resource of a numeric dictionary and reports what does not agree. It reads nothing by
-/// an ID or an offset that it has not compared with its bound, so any content is safe to verify.
+/// Walks over every bucket and every resource of a numeric dictionary and reports what does not agree. It reads nothing
+/// by an ID or an offset that it has not compared with its bound, so any content is safe to verify.
 ///
-/// A bucket is sound if its resource exists, has the table's datatype and the bucket's value, and is in no other bucket;
-/// if no bucket between the value's first bucket and this one is empty, so that probing finds it; and if none of them has
-/// the same value. A resource is sound if its value is one of its datatype and a bucket has it.
+/// A bucket is sound if its resource exists, has the table's datatype and the bucket's value, and is in no other
+/// bucket; if no bucket between the value's first bucket and this one is empty, so that probing finds it; and if none
+/// of them has the same value. A resource is sound if its value is one of its datatype and a bucket has it.
 template<typename ResourceID>
 class NumericDatatypeVerifier {
 
 public:
 
-    NumericDatatypeVerifier(const NumericDatatype<ResourceID>& dictionary, const StoreContents& contents, const ProblemReport& report) :
+    NumericDatatypeVerifier(
+        const NumericDatatype<ResourceID>& dictionary, const StoreContents& contents, const ProblemReport& report) :
         m_dictionary(dictionary),
         m_contents(contents),
         m_report(report),
-        m_isInBucket(contents.m_nextResourceID, false)
-    {
-    }
+        m_isInBucket(contents.m_nextResourceID, false) { }
 
     void verify();
 
@@ -48,7 +47,9 @@ private:
     void verifyTable(const ParallelHashTable<Policy>& table, uint8_t datatypeID);
 
     template<typename Policy>
-    void verifyCounts(const ParallelHashTable<Policy>& table, uint8_t datatypeID, uint64_t liveBuckets, uint64_t deletedBuckets) const;
+    void verifyCounts(
+        const ParallelHashTable<Policy>& table, uint8_t datatypeID, uint64_t liveBuckets,
+        uint64_t deletedBuckets) const;
 
     template<typename Policy, typename Key>
     void verifyEntry(uint8_t datatypeID, size_t index, const Entry<Key>& entry);
@@ -59,14 +60,23 @@ private:
     void verifyResources() const;
 
     /// Whether the content of a live bucket can be read; reports why not.
-    bool tryGetEntry(const typename IntegerPolicy::Bucket& bucket, ResourceID keyWord, uint8_t datatypeID, size_t index, Entry<int64_t>& entry) const;
-    bool tryGetEntry(const typename DecimalPolicy::Bucket& bucket, uint64_t keyWord, uint8_t datatypeID, size_t index, Entry<XSDDecimal>& entry) const;
+    bool tryGetEntry(
+        const typename IntegerPolicy::Bucket& bucket, ResourceID keyWord, uint8_t datatypeID, size_t index,
+        Entry<int64_t>& entry) const;
+    bool tryGetEntry(
+        const typename DecimalPolicy::Bucket& bucket, uint64_t keyWord, uint8_t datatypeID, size_t index,
+        Entry<XSDDecimal>& entry) const;
 
-    bool hasKey(const typename IntegerPolicy::Bucket& bucket, ResourceID, int64_t key) const noexcept { return bucket.m_value == key; }
-    bool hasKey(const typename DecimalPolicy::Bucket&, uint64_t keyWord, const XSDDecimal& key) const noexcept { return isRecordOffset(keyWord) && Record::readValue(m_contents.m_dataPoolBase + keyWord) == key; }
+    bool hasKey(const typename IntegerPolicy::Bucket& bucket, ResourceID, int64_t key) const noexcept {
+        return bucket.m_value == key;
+    }
+    bool hasKey(const typename DecimalPolicy::Bucket&, uint64_t keyWord, const XSDDecimal& key) const noexcept {
+        return isRecordOffset(keyWord) && Record::readValue(m_contents.m_dataPoolBase + keyWord) == key;
+    }
 
     bool isRecordOffset(uint64_t offset) const noexcept {
-        return offset >= DataPool::FIRST_OFFSET && m_contents.m_dataPoolEnd >= Record::SIZE && offset <= m_contents.m_dataPoolEnd - Record::SIZE;
+        return offset >= DataPool::FIRST_OFFSET && m_contents.m_dataPoolEnd >= Record::SIZE &&
+               offset <= m_contents.m_dataPoolEnd - Record::SIZE;
     }
 
     void reportTable(uint8_t datatypeID, const std::string& problem) const;
@@ -79,7 +89,6 @@ private:
     const StoreContents& m_contents;
     const ProblemReport& m_report;
     std::vector<bool> m_isInBucket; // by resource ID
-
 };
 
 }

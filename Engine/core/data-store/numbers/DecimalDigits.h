@@ -8,8 +8,8 @@
 
 namespace kavix {
 
-/// Runs of decimal digits, read eight at a time and written two at a time. What integers and decimals have in common; signs,
-/// points, zeros to strip and ranges are theirs.
+/// Runs of decimal digits, read eight at a time and written two at a time. What integers and decimals have in common;
+/// signs, points, zeros to strip and ranges are theirs.
 ///
 /// A word of eight digits holds the value of a digit (0 to 9) in every byte, the first character in the lowest byte, so
 /// that the most significant digit is in the least significant byte, whatever the byte order of the machine.
@@ -87,8 +87,8 @@ inline uint64_t loadUpToEight(const char* text, size_t count) noexcept {
     return static_cast<uint64_t>(static_cast<unsigned char>(*text) ^ 0x30u) << 56;
 }
 
-/// The top bits of bytes that are not 0 to 9: none exactly if the word is one of digits. The lowest one marks the first such
-/// byte; above a byte of 0x80 or more there may be one that marks a digit.
+/// The top bits of bytes that are not 0 to 9: none exactly if the word is one of digits. The lowest one marks the first
+/// such byte; above a byte of 0x80 or more there may be one that marks a digit.
 inline uint64_t markNonDigits(uint64_t word) noexcept {
     // A byte b below 0x80 becomes b + 0x76 <= 0xF5, which carries nowhere and has its top bit set exactly if b >= 10. A
     // byte of 0x80 or more may carry into the next one, but has its own top bit set.
@@ -105,7 +105,7 @@ inline uint64_t combineDigits(uint64_t word) noexcept {
     // Bytes 0, 2, 4 and 6 become pairs: 10 * 9 + 9 = 99 fits a byte, and no byte carries (10 * 9 <= 255). The odd bytes
     // are of no use afterwards.
     word = word * 10 + (word >> 8);
-    const uint64_t pairs0And2 = word & 0x000000FF000000FF;         // pair 0 in bits 0-31, pair 2 in bits 32-63
+    const uint64_t pairs0And2 = word & 0x000000FF000000FF; // pair 0 in bits 0-31, pair 2 in bits 32-63
     const uint64_t pairs1And3 = (word >> 16) & 0x000000FF000000FF; // pair 1 in bits 0-31, pair 3 in bits 32-63
     // One multiplication weighs two pairs; their sum gathers in the upper halves:
     //   upper half of the first   pair 0 * 10^6 + pair 2 * 100
@@ -135,8 +135,8 @@ inline uint64_t removeByte(uint64_t word, uint64_t mask) noexcept {
         value = result;
         return true;
     }
-    // Words are aligned to the end of the run; the one in front takes the first characters, whatever of them the next one
-    // has too, and shifts those out. What is shifted in is zero: leading zeros.
+    // Words are aligned to the end of the run; the one in front takes the first characters, whatever of them the next
+    // one has too, and shifts those out. What is shifted in is zero: leading zeros.
     if (count <= 8) {
         const uint64_t word = loadUpToEight(text, count);
         if (!areDigits(word)) [[unlikely]]
@@ -156,7 +156,8 @@ inline uint64_t removeByte(uint64_t word, uint64_t mask) noexcept {
     if (!areDigits(middle)) [[unlikely]]
         return false;
     // < 10^count <= 10^19 < 2^64; the shift is 40 to 56 bits.
-    value = (combineDigits(front << (192 - 8 * count)) * 100000000 + combineDigits(middle)) * 100000000 + combineDigits(last);
+    value = (combineDigits(front << (192 - 8 * count)) * 100000000 + combineDigits(middle)) * 100000000 +
+            combineDigits(last);
     return true;
 }
 
@@ -165,9 +166,11 @@ inline void writeTwo(uint32_t value, char* buffer) noexcept {
     std::memcpy(buffer, &DIGIT_PAIRS[2 * value], 2);
 }
 
-/// A number below 10^4, divided by 100; written out, because a compiler divides in more steps for the sake of larger ones.
+/// A number below 10^4, divided by 100; written out, because a compiler divides in more steps for the sake of larger
+/// ones.
 inline uint32_t getHundreds(uint32_t value) noexcept {
-    return value * 5243 >> 19; // 5243 / 2^19 = 0.01 + 3.05e-7; too much by less than 0.01 up to 10^4, and so never the next number
+    return value * 5243 >>
+           19; // 5243 / 2^19 = 0.01 + 3.05e-7; too much by less than 0.01 up to 10^4, and so never the next number
 }
 
 /// Writes exactly four digits of a number below 10^4.

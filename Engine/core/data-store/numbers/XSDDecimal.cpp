@@ -18,8 +18,8 @@ namespace {
 __extension__ typedef __int128 Int128;
 __extension__ typedef unsigned __int128 UInt128;
 
-// The integers up to the first are exact in the type, and so are the powers of ten up to the second. The quotient of two
-// exact numbers is rounded once.
+// The integers up to the first are exact in the type, and so are the powers of ten up to the second. The quotient of
+// two exact numbers is rounded once.
 template<typename T>
 constexpr uint64_t MAX_EXACT_INTEGER = uint64_t{1} << std::numeric_limits<T>::digits;
 
@@ -42,7 +42,8 @@ constexpr uint8_t MAX_SPLIT_FRACTION_DIGITS = 8;
 //
 // With 2^(bits - 1) < d < 2^bits, the factor is 2^(63 + bits) / d rounded up, below 2^64: f * d = 2^(63 + bits) + e,
 // 0 < e <= d. So n * f / 2^(63 + bits) = n / d + n * e / (d * 2^(63 + bits)), which is too much by less than 1 / d, and
-// rounded down is the quotient, if n * e < 2^(63 + bits): for n <= 2^63, the largest magnitude, because e <= d < 2^bits.
+// rounded down is the quotient, if n * e < 2^(63 + bits): for n <= 2^63, the largest magnitude, because e <= d <
+// 2^bits.
 struct Reciprocal {
     uint64_t m_factor;
     unsigned m_shift; // beyond the lower 64 bits of the product
@@ -84,9 +85,11 @@ T convert(const XSDDecimal& decimal) noexcept {
 // The longest text of digits and at most one point that is read as words: nineteen digits and the point.
 constexpr size_t MAX_DIGITS_AND_POINT = DecimalDigits::MAX_PARSED_DIGITS + 1;
 
-// Parses any form behind its sign, one character at a time where it must be. What is left to it: forms of 20 characters and
-// more, whose zeros must not count against the capacity, numbers at the limit, and what is wrong with refused forms.
-[[gnu::noinline]] LexicalFormStatus tryParseAny(const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
+// Parses any form behind its sign, one character at a time where it must be. What is left to it: forms of 20 characters
+// and more, whose zeros must not count against the capacity, numbers at the limit, and what is wrong with refused
+// forms.
+[[gnu::noinline]] LexicalFormStatus tryParseAny(
+    const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
     const char* const end = text + length;
     const char* const point = std::find(text, end, '.');
     const char* const fraction = point == end ? end : point + 1;
@@ -102,24 +105,28 @@ constexpr size_t MAX_DIGITS_AND_POINT = DecimalDigits::MAX_PARSED_DIGITS + 1;
     const size_t integerLength = static_cast<size_t>(point - text);
     const size_t fractionLength = static_cast<size_t>(fractionEnd - fraction);
 
-    // With more than 19 digits left the number does not fit: either the fraction alone has more than 19, or the unscaled
-    // value starts with a digit other than zero and is 10^19 or more. The lengths cannot wrap: both are at most length.
+    // With more than 19 digits left the number does not fit: either the fraction alone has more than 19, or the
+    // unscaled value starts with a digit other than zero and is 10^19 or more. The lengths cannot wrap: both are at
+    // most length.
     if (integerLength + fractionLength > DecimalDigits::MAX_PARSED_DIGITS) [[unlikely]] {
-        const bool isWellFormed = std::all_of(text, point, DecimalDigits::isDigit) && std::all_of(fraction, fractionEnd, DecimalDigits::isDigit);
+        const bool isWellFormed = std::all_of(text, point, DecimalDigits::isDigit) &&
+                                  std::all_of(fraction, fractionEnd, DecimalDigits::isDigit);
         return isWellFormed ? LexicalFormStatus::BEYOND_CAPACITY : LexicalFormStatus::MALFORMED;
     }
     static_assert(XSDDecimal::MAX_FRACTION_DIGITS == DecimalDigits::MAX_PARSED_DIGITS);
 
     uint64_t integerPart;
     uint64_t fractionPart;
-    if (!DecimalDigits::tryParse(text, integerLength, integerPart) || !DecimalDigits::tryParse(fraction, fractionLength, fractionPart)) [[unlikely]]
+    if (!DecimalDigits::tryParse(text, integerLength, integerPart) ||
+        !DecimalDigits::tryParse(fraction, fractionLength, fractionPart)) [[unlikely]]
         return LexicalFormStatus::MALFORMED;
     // integerPart < 10^integerLength and fractionPart < 10^fractionLength, so the sum is below 10^19 < 2^64.
     const uint64_t magnitude = integerPart * DecimalDigits::POWERS_OF_TEN[fractionLength] + fractionPart;
     if (magnitude > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) + (isNegative ? 1 : 0)) [[unlikely]]
         return LexicalFormStatus::BEYOND_CAPACITY;
     // Normalised: a fraction that is left ends in a digit other than zero; and minus zero is zero.
-    value = XSDDecimal::fromNormalisedFields(static_cast<int64_t>(isNegative ? 0 - magnitude : magnitude), static_cast<uint8_t>(fractionLength));
+    value = XSDDecimal::fromNormalisedFields(
+        static_cast<int64_t>(isNegative ? 0 - magnitude : magnitude), static_cast<uint8_t>(fractionLength));
     return LexicalFormStatus::VALID;
 }
 
@@ -174,7 +181,8 @@ LexicalFormStatus XSDDecimal::tryParse(const char* text, size_t length, XSDDecim
 }
 
 template<size_t NUMBER_OF_WORDS>
-LexicalFormStatus XSDDecimal::tryParseWords(const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
+LexicalFormStatus XSDDecimal::tryParseWords(
+    const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
     using namespace DecimalDigits;
     constexpr uint64_t EIGHT_DIGITS = 100000000;
     // The words end with the text; the front one is filled up with leading zeros.
@@ -239,7 +247,8 @@ LexicalFormStatus XSDDecimal::tryParseWords(const char* text, size_t length, boo
             } while (fractionDigits != 0 && magnitude % 10 == 0);
         }
     }
-    if (NUMBER_OF_WORDS == 3 && magnitude > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) [[unlikely]] // perhaps that of the smallest number
+    if (NUMBER_OF_WORDS == 3 && magnitude > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
+        [[unlikely]] // perhaps that of the smallest number
         return tryParseAny(text, length, isNegative, value);
     // Field by field: a whole value would be put together in memory first, and its load would wait for the pieces.
     value.m_unscaledValue = static_cast<int64_t>(isNegative ? 0 - magnitude : magnitude);
@@ -292,8 +301,10 @@ std::strong_ordering operator<=>(const XSDDecimal& first, const XSDDecimal& seco
     if (first.m_fractionDigits == second.m_fractionDigits)
         return first.m_unscaledValue <=> second.m_unscaledValue;
     // Both times the other's power of ten: at most 2^63 * 10^19 < 2^63 * 2^64 = 2^127 in magnitude.
-    const Int128 firstScaled = static_cast<Int128>(first.m_unscaledValue) * DecimalDigits::POWERS_OF_TEN[second.m_fractionDigits];
-    const Int128 secondScaled = static_cast<Int128>(second.m_unscaledValue) * DecimalDigits::POWERS_OF_TEN[first.m_fractionDigits];
+    const Int128 firstScaled =
+        static_cast<Int128>(first.m_unscaledValue) * DecimalDigits::POWERS_OF_TEN[second.m_fractionDigits];
+    const Int128 secondScaled =
+        static_cast<Int128>(second.m_unscaledValue) * DecimalDigits::POWERS_OF_TEN[first.m_fractionDigits];
     // Equal numbers have equal fields, so numbers with different fields are not equal.
     return firstScaled < secondScaled ? std::strong_ordering::less : std::strong_ordering::greater;
 }
@@ -301,8 +312,10 @@ std::strong_ordering operator<=>(const XSDDecimal& first, const XSDDecimal& seco
 }
 
 size_t std::hash<kavix::XSDDecimal>::operator()(const kavix::XSDDecimal& value) const noexcept {
-    // The fraction digits go to the top bits, which few unscaled values use; the multiplier is 2^64 divided by the golden
-    // ratio, which spreads consecutive numbers, and the shift brings the spread down to the low bits.
-    const uint64_t word = (static_cast<uint64_t>(value.getUnscaledValue()) ^ static_cast<uint64_t>(value.getFractionDigits()) << 58) * 0x9E3779B97F4A7C15;
+    // The fraction digits go to the top bits, which few unscaled values use; the multiplier is 2^64 divided by the
+    // golden ratio, which spreads consecutive numbers, and the shift brings the spread down to the low bits.
+    const uint64_t word =
+        (static_cast<uint64_t>(value.getUnscaledValue()) ^ static_cast<uint64_t>(value.getFractionDigits()) << 58) *
+        0x9E3779B97F4A7C15;
     return word ^ word >> 32;
 }

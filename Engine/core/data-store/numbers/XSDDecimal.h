@@ -12,8 +12,8 @@ namespace kavix {
 /// What became of a lexical form.
 enum class LexicalFormStatus : uint8_t {
     VALID,
-    MALFORMED,       // not in the lexical space of the datatype
-    OUT_OF_RANGE,    // a well-formed number that the datatype itself excludes
+    MALFORMED, // not in the lexical space of the datatype
+    OUT_OF_RANGE, // a well-formed number that the datatype itself excludes
     BEYOND_CAPACITY, // a value of the datatype that this system cannot hold exactly
 };
 
@@ -36,11 +36,13 @@ public:
 
     /// Parses [+-]?([0-9]+(\.[0-9]*)?|\.[0-9]+), and nothing else.
     /// @throws KavixException  "Lexical form '…' is invalid for datatype xsd:decimal." for another form;
-    ///                         "Value '…' exceeds the capacity of datatype xsd:decimal: …" for a number that does not fit
+    ///                         "Value '…' exceeds the capacity of datatype xsd:decimal: …" for a number that does not
+    ///                         fit
     XSDDecimal(const char* text, size_t length);
 
     /// The decimal equal to an integer.
-    explicit XSDDecimal(long value) noexcept : m_unscaledValue(value) { }
+    explicit XSDDecimal(long value) noexcept :
+        m_unscaledValue(value) { }
 
     /// Parses like the constructor but reports the error; value is changed only for VALID.
     /// Returns VALID, MALFORMED or BEYOND_CAPACITY. Neither allocates nor throws.
@@ -84,17 +86,19 @@ public:
 
 private:
 
-    /// Parses a form behind its sign, of as many characters as the words hold and fewer do not: 1 to 8, 9 to 16, 17 to 20.
+    /// Parses a form behind its sign, of as many characters as the words hold and fewer do not: 1 to 8, 9 to 16, 17 to
+    /// 20.
     template<size_t NUMBER_OF_WORDS>
-    static LexicalFormStatus tryParseWords(const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept;
+    static LexicalFormStatus tryParseWords(
+        const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept;
 
     int64_t m_unscaledValue = 0;
     uint8_t m_fractionDigits = 0;
     uint8_t m_padding[7] = {};
-
 };
 
-static_assert(sizeof(XSDDecimal) == 16 && std::is_trivially_copyable_v<XSDDecimal> && std::is_standard_layout_v<XSDDecimal>);
+static_assert(
+    sizeof(XSDDecimal) == 16 && std::is_trivially_copyable_v<XSDDecimal> && std::is_standard_layout_v<XSDDecimal>);
 
 }
 

@@ -1,8 +1,8 @@
 #include "core/data-store/repair/DamagedStore.h"
 
-#include "core/data-store/store/Checksum.h"
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/store/Checksum.h"
 
 #include <algorithm>
 #include <cstring>
@@ -28,7 +28,8 @@ std::string getName(const StoreFormat::Section& section) {
 }
 
 const std::array<std::string, DamagedStore::NUMBER_OF_SECTIONS> DamagedStore::SECTION_NAMES{
-    StoreFormat::COUNTERS, StoreFormat::DATATYPE_IDS, StoreFormat::RESOURCE_DATA, StoreFormat::DATA_POOL, StoreFormat::DICTIONARY_PREFIX + std::to_string(D_XSD_DECIMAL)};
+    StoreFormat::COUNTERS, StoreFormat::DATATYPE_IDS, StoreFormat::RESOURCE_DATA, StoreFormat::DATA_POOL,
+    StoreFormat::DICTIONARY_PREFIX + std::to_string(D_XSD_DECIMAL)};
 
 DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
     m_data(data),
@@ -43,8 +44,7 @@ DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
     m_resourceIDWidth(ResourceIDWidth::BITS_32),
     m_nextResourceID(0),
     m_maxResourceID(0),
-    m_numberOfResources(0)
-{
+    m_numberOfResources(0) {
     if (m_length < FRAME_LENGTH + sizeof(StoreFormat::Counters)) {
         m_problems.push_back("header: the file ends in the middle of it; it is no store, or was truncated");
         return;
@@ -67,13 +67,18 @@ bool DamagedStore::findSections() {
         m_problems.push_back("header: it was written on a machine with another byte order");
         return false;
     }
-    if (isMagic && getChecksum(m_data, FRAME_LENGTH - sizeof(m_headerChecksum)) == m_headerChecksum && m_header.m_formatVersion != StoreFormat::FORMAT_VERSION) {
-        m_problems.push_back("header: its format version is " + std::to_string(m_header.m_formatVersion) + ", and this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION));
+    if (isMagic && getChecksum(m_data, FRAME_LENGTH - sizeof(m_headerChecksum)) == m_headerChecksum &&
+        m_header.m_formatVersion != StoreFormat::FORMAT_VERSION) {
+        m_problems.push_back(
+            "header: its format version is " + std::to_string(m_header.m_formatVersion) +
+            ", and this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION));
         return false;
     }
     if (tryFindByTable() || tryFindByCounters())
         return true;
-    m_problems.push_back(isMagic ? "header: neither the table of sections nor the counters tell where the sections are" : "header: the file is no store of this system");
+    m_problems.push_back(
+        isMagic ? "header: neither the table of sections nor the counters tell where the sections are"
+                : "header: the file is no store of this system");
     return false;
 }
 
@@ -86,7 +91,9 @@ bool DamagedStore::tryFindByTable() {
             return false;
         end += lengths[index];
     }
-    if (lengths[COUNTERS] != sizeof(StoreFormat::Counters) || lengths[DATATYPE_IDS] == 0 || lengths[RESOURCE_DATA] % sizeof(uint64_t) != 0 || lengths[RESOURCE_DATA] / sizeof(uint64_t) != lengths[DATATYPE_IDS])
+    if (lengths[COUNTERS] != sizeof(StoreFormat::Counters) || lengths[DATATYPE_IDS] == 0 ||
+        lengths[RESOURCE_DATA] % sizeof(uint64_t) != 0 ||
+        lengths[RESOURCE_DATA] / sizeof(uint64_t) != lengths[DATATYPE_IDS])
         return false;
     setSections(lengths);
     return true;
@@ -96,16 +103,20 @@ bool DamagedStore::tryFindByCounters() {
     StoreFormat::Counters counters;
     std::memcpy(&counters, m_data + FRAME_LENGTH, sizeof(counters));
     const uint64_t available = m_length - FRAME_LENGTH - sizeof(counters);
-    if (counters.m_nextResourceID == 0 || counters.m_nextResourceID > available / (1 + sizeof(uint64_t)) || counters.m_dataPoolEnd < DataPool::FIRST_OFFSET)
+    if (counters.m_nextResourceID == 0 || counters.m_nextResourceID > available / (1 + sizeof(uint64_t)) ||
+        counters.m_dataPoolEnd < DataPool::FIRST_OFFSET)
         return false;
     const uint64_t arraysLength = counters.m_nextResourceID * (1 + sizeof(uint64_t));
     const uint64_t poolLength = counters.m_dataPoolEnd - DataPool::FIRST_OFFSET;
     if (poolLength > available - arraysLength)
         return false;
     const uint64_t imageLength = available - arraysLength - poolLength;
-    if (imageLength < IMAGE_BEGINNING.size() || std::memcmp(m_data + m_length - imageLength, IMAGE_BEGINNING.data(), IMAGE_BEGINNING.size()) != 0)
+    if (imageLength < IMAGE_BEGINNING.size() ||
+        std::memcmp(m_data + m_length - imageLength, IMAGE_BEGINNING.data(), IMAGE_BEGINNING.size()) != 0)
         return false;
-    setSections({sizeof(counters), counters.m_nextResourceID, counters.m_nextResourceID * sizeof(uint64_t), poolLength, imageLength});
+    setSections(
+        {sizeof(counters), counters.m_nextResourceID, counters.m_nextResourceID * sizeof(uint64_t), poolLength,
+         imageLength});
     m_problems.push_back("header: the table of sections is wrong; the sections were found by the counters");
     return true;
 }
@@ -118,34 +129,42 @@ void DamagedStore::setSections(const std::array<uint64_t, NUMBER_OF_SECTIONS>& l
         const uint64_t begin = std::min(position, m_length);
         section.m_data = m_data + begin;
         section.m_length = std::min(lengths[index], m_length - begin);
-        section.m_isSound = section.m_length == lengths[index] && getChecksum(section.m_data, section.m_length) == m_table[index].m_checksum;
+        section.m_isSound = section.m_length == lengths[index] &&
+                            getChecksum(section.m_data, section.m_length) == m_table[index].m_checksum;
         position += lengths[index];
     }
-    m_nextResourceID = std::min(m_sections[DATATYPE_IDS].m_length, m_sections[RESOURCE_DATA].m_length / sizeof(uint64_t));
+    m_nextResourceID =
+        std::min(m_sections[DATATYPE_IDS].m_length, m_sections[RESOURCE_DATA].m_length / sizeof(uint64_t));
 }
 
 void DamagedStore::readCounters() {
     std::memcpy(&m_counters, m_sections[COUNTERS].m_data, sizeof(m_counters));
     m_isHeaderSound = getChecksum(m_data, FRAME_LENGTH - sizeof(m_headerChecksum)) == m_headerChecksum;
     const bool isPossibleWidth = m_header.m_resourceIDWidth == 32 || m_header.m_resourceIDWidth == 64;
-    m_resourceIDWidth = m_isHeaderSound && isPossibleWidth ? static_cast<ResourceIDWidth>(m_header.m_resourceIDWidth) : guessResourceIDWidth();
+    m_resourceIDWidth = m_isHeaderSound && isPossibleWidth ? static_cast<ResourceIDWidth>(m_header.m_resourceIDWidth)
+                                                           : guessResourceIDWidth();
     const bool isNarrow = m_resourceIDWidth == ResourceIDWidth::BITS_32;
     const uint64_t maximum = isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::MAX_RESOURCE_ID_64;
-    const bool isPossible = m_counters.m_maxResourceID >= std::max(Dictionary::MIN_MAX_RESOURCE_ID, m_nextResourceID) && m_counters.m_maxResourceID <= maximum;
-    m_maxResourceID = isPossible ? m_counters.m_maxResourceID : isNarrow ? maximum : std::max(Dictionary::DEFAULT_RESOURCE_ID_64, m_nextResourceID);
+    const bool isPossible = m_counters.m_maxResourceID >= std::max(Dictionary::MIN_MAX_RESOURCE_ID, m_nextResourceID) &&
+                            m_counters.m_maxResourceID <= maximum;
+    m_maxResourceID = isPossible ? m_counters.m_maxResourceID
+                      : isNarrow ? maximum
+                                 : std::max(Dictionary::DEFAULT_RESOURCE_ID_64, m_nextResourceID);
     m_numberOfResources = m_counters.m_numberOfResources;
 }
 
 ResourceIDWidth DamagedStore::guessResourceIDWidth() const {
-    // The records of decimals are laid out by the width and begin with the ID of their resource. A wide record looks like a
-    // narrow one of the same ID, too; a narrow one looks wide only where the low half of its value is zero.
+    // The records of decimals are laid out by the width and begin with the ID of their resource. A wide record looks
+    // like a narrow one of the same ID, too; a narrow one looks wide only where the low half of its value is zero.
     const uint64_t narrowRecords = countRecords(sizeof(uint32_t));
     const uint64_t wideRecords = countRecords(sizeof(uint64_t));
     if (narrowRecords > wideRecords)
         return ResourceIDWidth::BITS_32;
     if (wideRecords != 0 || m_header.m_resourceIDWidth == 64)
         return ResourceIDWidth::BITS_64;
-    return m_header.m_resourceIDWidth != 32 && m_counters.m_maxResourceID > Dictionary::MAX_RESOURCE_ID_32 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
+    return m_header.m_resourceIDWidth != 32 && m_counters.m_maxResourceID > Dictionary::MAX_RESOURCE_ID_32
+               ? ResourceIDWidth::BITS_64
+               : ResourceIDWidth::BITS_32;
 }
 
 uint64_t DamagedStore::countRecords(uint64_t resourceIDSize) const {
@@ -157,7 +176,8 @@ uint64_t DamagedStore::countRecords(uint64_t resourceIDSize) const {
             uint64_t offset;
             std::memcpy(&offset, m_sections[RESOURCE_DATA].m_data + resourceID * sizeof(offset), sizeof(offset));
             uint64_t recordedID = 0;
-            if (offset >= DataPool::FIRST_OFFSET && pool.m_length >= recordSize && offset - DataPool::FIRST_OFFSET <= pool.m_length - recordSize)
+            if (offset >= DataPool::FIRST_OFFSET && pool.m_length >= recordSize &&
+                offset - DataPool::FIRST_OFFSET <= pool.m_length - recordSize)
                 std::memcpy(&recordedID, pool.m_data + (offset - DataPool::FIRST_OFFSET), resourceIDSize);
             numberOfRecords += recordedID == resourceID ? 1 : 0;
         }
@@ -171,11 +191,17 @@ void DamagedStore::checkHeader() {
     if (m_header.m_byteOrderMark != StoreFormat::BYTE_ORDER_MARK)
         report("its mark of the byte order is wrong");
     if (m_header.m_formatVersion != StoreFormat::FORMAT_VERSION)
-        report("its format version is " + std::to_string(m_header.m_formatVersion) + " instead of " + std::to_string(StoreFormat::FORMAT_VERSION));
+        report(
+            "its format version is " + std::to_string(m_header.m_formatVersion) + " instead of " +
+            std::to_string(StoreFormat::FORMAT_VERSION));
     if (m_header.m_resourceIDWidth != 32 && m_header.m_resourceIDWidth != 64)
-        report("resource IDs of " + std::to_string(m_header.m_resourceIDWidth) + " bits are not known; it seems to have " + std::to_string(static_cast<unsigned>(m_resourceIDWidth)));
+        report(
+            "resource IDs of " + std::to_string(m_header.m_resourceIDWidth) + " bits are not known; it seems to have " +
+            std::to_string(static_cast<unsigned>(m_resourceIDWidth)));
     if (m_header.m_numberOfSections != NUMBER_OF_SECTIONS)
-        report("it has " + std::to_string(m_header.m_numberOfSections) + " sections instead of " + std::to_string(NUMBER_OF_SECTIONS));
+        report(
+            "it has " + std::to_string(m_header.m_numberOfSections) + " sections instead of " +
+            std::to_string(NUMBER_OF_SECTIONS));
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index)
         if (getName(m_table[index]) != SECTION_NAMES[index])
             report("the name of section '" + SECTION_NAMES[index] + "' is wrong");
@@ -188,17 +214,25 @@ void DamagedStore::checkSections() {
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index) {
         end += m_lengths[index];
         if (m_sections[index].m_length != m_lengths[index])
-            m_problems.push_back(SECTION_NAMES[index] + ": the file ends in the middle of it or before; it was truncated");
+            m_problems.push_back(
+                SECTION_NAMES[index] + ": the file ends in the middle of it or before; it was truncated");
         else if (!m_sections[index].m_isSound)
             m_problems.push_back(SECTION_NAMES[index] + ": its checksum is wrong; the file was damaged");
     }
     if (end < m_length)
         m_problems.push_back("header: the file goes on behind its last section");
-    const auto reportCounter = [this](std::string&& problem) { m_problems.push_back(std::string(StoreFormat::COUNTERS) + ": " + problem); };
+    const auto reportCounter = [this](std::string&& problem) {
+        m_problems.push_back(std::string(StoreFormat::COUNTERS) + ": " + problem);
+    };
     if (m_counters.m_nextResourceID != m_lengths[DATATYPE_IDS])
-        reportCounter("the next resource ID, " + std::to_string(m_counters.m_nextResourceID) + ", does not agree with the arrays, which have " + std::to_string(m_lengths[DATATYPE_IDS]) + " entries");
-    if (m_counters.m_dataPoolEnd < DataPool::FIRST_OFFSET || m_counters.m_dataPoolEnd - DataPool::FIRST_OFFSET != m_lengths[DATA_POOL])
-        reportCounter("the end of the data pool, " + std::to_string(m_counters.m_dataPoolEnd) + ", does not agree with the pool, which has " + std::to_string(m_lengths[DATA_POOL]) + " bytes");
+        reportCounter(
+            "the next resource ID, " + std::to_string(m_counters.m_nextResourceID) +
+            ", does not agree with the arrays, which have " + std::to_string(m_lengths[DATATYPE_IDS]) + " entries");
+    if (m_counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
+        m_counters.m_dataPoolEnd - DataPool::FIRST_OFFSET != m_lengths[DATA_POOL])
+        reportCounter(
+            "the end of the data pool, " + std::to_string(m_counters.m_dataPoolEnd) +
+            ", does not agree with the pool, which has " + std::to_string(m_lengths[DATA_POOL]) + " bytes");
     if (m_counters.m_maxResourceID != m_maxResourceID)
         reportCounter("its bound of resource IDs, " + std::to_string(m_counters.m_maxResourceID) + ", is not possible");
 }
@@ -210,14 +244,16 @@ std::vector<uint8_t> DamagedStore::makeSoundBeginning() const {
     header.m_byteOrderMark = StoreFormat::BYTE_ORDER_MARK;
     header.m_resourceIDWidth = static_cast<uint32_t>(m_resourceIDWidth);
     header.m_numberOfSections = NUMBER_OF_SECTIONS;
-    const StoreFormat::Counters counters{m_lengths[DATATYPE_IDS], m_maxResourceID, DataPool::FIRST_OFFSET + m_lengths[DATA_POOL], m_numberOfResources};
+    const StoreFormat::Counters counters{
+        m_lengths[DATATYPE_IDS], m_maxResourceID, DataPool::FIRST_OFFSET + m_lengths[DATA_POOL], m_numberOfResources};
     std::array<StoreFormat::Section, NUMBER_OF_SECTIONS> table{};
     uint64_t offset = FRAME_LENGTH;
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index) {
         std::memcpy(table[index].m_name, SECTION_NAMES[index].data(), SECTION_NAMES[index].size());
         table[index].m_offset = offset;
         table[index].m_length = m_lengths[index];
-        table[index].m_checksum = index == COUNTERS ? getChecksum(&counters, sizeof(counters)) : getChecksum(m_sections[index].m_data, m_sections[index].m_length);
+        table[index].m_checksum = index == COUNTERS ? getChecksum(&counters, sizeof(counters))
+                                                    : getChecksum(m_sections[index].m_data, m_sections[index].m_length);
         offset += m_lengths[index];
     }
     std::vector<uint8_t> bytes(FRAME_LENGTH + sizeof(counters));

@@ -12,13 +12,13 @@
 
 namespace kavix {
 
-/// The sections of a store in whatever state it is: finds them as far as they can be found and says what is wrong, where
-/// StoreReader would refuse. Nothing is read outside the given bytes, whatever they are.
+/// The sections of a store in whatever state it is: finds them as far as they can be found and says what is wrong,
+/// where StoreReader would refuse. Nothing is read outside the given bytes, whatever they are.
 ///
-/// The sections are found by the table of sections or, where that makes no sense, by the counters, since the order of the
-/// sections is fixed. A section is sound if it is there whole and has the checksum that the table gives; a checksum does
-/// not come right by accident, so this holds even where the header's own checksum is wrong.
-/// Immutable after construction. It keeps pointers to the bytes, which must live as long.
+/// The sections are found by the table of sections or, where that makes no sense, by the counters, since the order of
+/// the sections is fixed. A section is sound if it is there whole and has the checksum that the table gives; a checksum
+/// does not come right by accident, so this holds even where the header's own checksum is wrong. Immutable after
+/// construction. It keeps pointers to the bytes, which must live as long.
 class DamagedStore : private Unmovable {
 
 public:
@@ -32,7 +32,8 @@ public:
     };
 
     /// Where the first section begins, in bytes.
-    static constexpr uint64_t FRAME_LENGTH = sizeof(StoreFormat::Header) + NUMBER_OF_SECTIONS * sizeof(StoreFormat::Section) + sizeof(uint64_t);
+    static constexpr uint64_t FRAME_LENGTH =
+        sizeof(StoreFormat::Header) + NUMBER_OF_SECTIONS * sizeof(StoreFormat::Section) + sizeof(uint64_t);
 
     static const std::array<std::string, NUMBER_OF_SECTIONS> SECTION_NAMES;
 
@@ -100,7 +101,6 @@ private:
     uint64_t m_nextResourceID;
     uint64_t m_maxResourceID;
     uint64_t m_numberOfResources;
-
 };
 
 }

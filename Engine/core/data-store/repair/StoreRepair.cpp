@@ -3,10 +3,10 @@
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/data-store/dictionary/Prefixes.h"
+#include "core/data-store/embedding/DictionaryFamilies.h"
 #include "core/data-store/embedding/Restoration.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "core/platform/errors/ErrorCatalogue.h"
@@ -62,15 +62,16 @@ using DecimalPolicy = NumericDatatype<unsigned int>::DecimalPolicy;
 StoreRepair::StoreRepair(const DamagedStore& store, bool isTakingUnconfirmed) :
     m_store(store),
     m_isTakingUnconfirmed(isTakingUnconfirmed),
-    m_areArraysSound(store.getSection(DamagedStore::DATATYPE_IDS).m_isSound && store.getSection(DamagedStore::RESOURCE_DATA).m_isSound),
+    m_areArraysSound(
+        store.getSection(DamagedStore::DATATYPE_IDS).m_isSound &&
+        store.getSection(DamagedStore::RESOURCE_DATA).m_isSound),
     m_isPoolSound(store.getSection(DamagedStore::DATA_POOL).m_isSound),
     m_resourceIDSize(store.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? 4 : 8),
     m_areTablesSound(store.getSection(DamagedStore::DICTIONARY).m_isSound),
     m_tableDatatypeIDs(store.getNextResourceID(), D_NONE),
     m_tableData(store.getNextResourceID(), 0),
     m_isReachable(store.getNextResourceID(), false),
-    m_isContradicted(store.getNextResourceID(), false)
-{
+    m_isContradicted(store.getNextResourceID(), false) {
     registerBuiltInDatatypeFamilies();
     readTables();
 }
@@ -82,7 +83,8 @@ uint64_t StoreRepair::readResourceID(const uint8_t* bytes) const {
 const uint8_t* StoreRepair::tryGetRecord(uint64_t offset) const {
     const DamagedStore::Section& pool = m_store.getSection(DamagedStore::DATA_POOL);
     const uint64_t size = m_store.getRecordSize();
-    if (offset < DataPool::FIRST_OFFSET || pool.m_length < size || offset - DataPool::FIRST_OFFSET > pool.m_length - size)
+    if (offset < DataPool::FIRST_OFFSET || pool.m_length < size ||
+        offset - DataPool::FIRST_OFFSET > pool.m_length - size)
         return nullptr;
     return pool.m_data + (offset - DataPool::FIRST_OFFSET);
 }
@@ -119,7 +121,8 @@ bool StoreRepair::isEmptyBucket(const uint8_t* bucket, uint8_t datatypeID) const
     return (datatypeID == D_XSD_DECIMAL ? readNumber<uint64_t>(bucket) : readResourceID(bucket)) == 0;
 }
 
-bool StoreRepair::tryReadBucket(const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const {
+bool StoreRepair::tryReadBucket(
+    const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const {
     if (datatypeID == D_XSD_DECIMAL) {
         const uint64_t offset = readNumber<uint64_t>(bucket);
         const uint8_t* const record = tryGetRecord(offset); // marks are no offsets
@@ -127,8 +130,10 @@ bool StoreRepair::tryReadBucket(const uint8_t* bucket, uint8_t datatypeID, uint6
             return false;
         resourceID = readResourceID(record);
         claim = Claim{datatypeID, offset};
-        hash = DecimalPolicy::getHash(XSDDecimal::fromNormalisedFields(readNumber<int64_t>(record + m_resourceIDSize), record[m_resourceIDSize + sizeof(int64_t)]));
-    } else {
+        hash = DecimalPolicy::getHash(XSDDecimal::fromNormalisedFields(
+            readNumber<int64_t>(record + m_resourceIDSize), record[m_resourceIDSize + sizeof(int64_t)]));
+    }
+    else {
         resourceID = readResourceID(bucket);
         const int64_t value = readNumber<int64_t>(bucket + 8);
         claim = Claim{datatypeID, static_cast<uint64_t>(value)};
@@ -166,7 +171,9 @@ void StoreRepair::readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, 
 }
 
 StoreRepair::Claim StoreRepair::getArrayClaim(uint64_t resourceID) const {
-    return Claim{m_store.getSection(DamagedStore::DATATYPE_IDS).m_data[resourceID], readNumber<uint64_t>(m_store.getSection(DamagedStore::RESOURCE_DATA).m_data + resourceID * sizeof(uint64_t))};
+    return Claim{
+        m_store.getSection(DamagedStore::DATATYPE_IDS).m_data[resourceID],
+        readNumber<uint64_t>(m_store.getSection(DamagedStore::RESOURCE_DATA).m_data + resourceID * sizeof(uint64_t))};
 }
 
 std::string StoreRepair::decode(uint64_t resourceID, const Claim& claim, ResourceValue& value) const {
@@ -201,16 +208,20 @@ std::string StoreRepair::decide(uint64_t resourceID, ResourceValue& value) const
     Claim chosen = arrays;
     if (!m_areArraysSound && !(arrays == tables)) {
         if (!m_areTablesSound)
-            return !isInTables ? "only the damaged arrays have it" : !isInArrays ? "only the damaged tables have it" : "the damaged arrays and the damaged tables disagree";
+            return !isInTables   ? "only the damaged arrays have it"
+                   : !isInArrays ? "only the damaged tables have it"
+                                 : "the damaged arrays and the damaged tables disagree";
         if (!isInTables)
             return "the damaged arrays have it, but the tables do not";
         if (m_isContradicted[resourceID])
             return "two buckets of the tables have it";
         chosen = tables;
-    } else if (!isInArrays)
+    }
+    else if (!isInArrays)
         return "the tables have it, but the arrays do not";
     std::string reason = decode(resourceID, chosen, value);
-    if (!reason.empty() && m_areTablesSound && isInTables && !(chosen == tables) && !m_isContradicted[resourceID] && decode(resourceID, tables, value).empty()) {
+    if (!reason.empty() && m_areTablesSound && isInTables && !(chosen == tables) && !m_isContradicted[resourceID] &&
+        decode(resourceID, tables, value).empty()) {
         reason.clear();
         chosen = tables;
     }
@@ -227,9 +238,11 @@ void StoreRepair::enumerate(const ResourceConsumer& consume, const ProblemReport
     for (uint64_t resourceID = 1; resourceID < m_store.getNextResourceID(); ++resourceID) {
         const uint8_t arrayDatatypeID = getArrayClaim(resourceID).m_datatypeID;
         const uint8_t datatypeID = arrayDatatypeID != D_NONE ? arrayDatatypeID : m_tableDatatypeIDs[resourceID];
-        // What the only sound ones of arrays and tables do not have does not exist, and what the damaged ones have there
-        // is no loss. The tables find the IDs of decimals in the data pool.
-        if (datatypeID == D_NONE || (!m_areArraysSound && m_areTablesSound && m_isPoolSound && m_tableDatatypeIDs[resourceID] == D_NONE) || (m_areArraysSound && !m_areTablesSound && arrayDatatypeID == D_NONE))
+        // What the only sound ones of arrays and tables do not have does not exist, and what the damaged ones have
+        // there is no loss. The tables find the IDs of decimals in the data pool.
+        if (datatypeID == D_NONE ||
+            (!m_areArraysSound && m_areTablesSound && m_isPoolSound && m_tableDatatypeIDs[resourceID] == D_NONE) ||
+            (m_areArraysSound && !m_areTablesSound && arrayDatatypeID == D_NONE))
             continue;
         ResourceValue value;
         const std::string reason = decide(resourceID, value);
@@ -240,9 +253,10 @@ void StoreRepair::enumerate(const ResourceConsumer& consume, const ProblemReport
     }
 }
 
-std::unique_ptr<Dictionary> StoreRepair::rebuild(uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const {
+std::unique_ptr<Dictionary> StoreRepair::rebuild(
+    uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const {
     std::vector<uint64_t> counts(256, 0);
-    enumerate([&counts](uint64_t, const ResourceValue& value) { ++counts[value.datatypeID]; }, [](std::string&&) { });
+    enumerate([&counts](uint64_t, const ResourceValue& value) { ++counts[value.datatypeID]; }, [](std::string&&) {});
     Dictionary::Options options;
     options.memoryBudgetBytes = memoryBudgetBytes;
     options.resourceIDWidth = m_store.getResourceIDWidth();
@@ -265,7 +279,9 @@ std::unique_ptr<Dictionary> StoreRepair::rebuild(uint64_t memoryBudgetBytes, boo
         catch (const KavixException& exception) {
             if (!comesFrom(exception, ErrorSites::CONTRADICTING_RECORD))
                 throw;
-            reportLoss("resource " + std::to_string(resourceID) + " of " + getDatatypeName(value.datatypeID) + ": resource " + std::to_string(dictionary->tryResolve(value)) + " has the same value");
+            reportLoss(
+                "resource " + std::to_string(resourceID) + " of " + getDatatypeName(value.datatypeID) + ": resource " +
+                std::to_string(dictionary->tryResolve(value)) + " has the same value");
         }
     };
     enumerate(restore, reportLoss);

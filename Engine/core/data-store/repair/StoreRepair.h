@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/data-store/repair/DamagedStore.h"
+#include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
-#include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/repair/DamagedStore.h"
 #include "core/platform/system/Unmovable.h"
 
 #include <cstdint>
@@ -14,19 +14,19 @@
 
 namespace kavix {
 
-/// Gets out of a damaged store what can be relied upon. A store says everything twice: the arrays and the data pool have
-/// the resources, and the tables have them again. What is saved of a resource:
+/// Gets out of a damaged store what can be relied upon. A store says everything twice: the arrays and the data pool
+/// have the resources, and the tables have them again. What is saved of a resource:
 ///
 ///   arrays sound               as the arrays have it, or as sound tables have it where that is no value
 ///   only the tables sound      as the tables have it
 ///   neither sound              where both agree
-///   a decimal, pool damaged    not at all, since nothing tells a record with a flipped bit from a sound one; or, where the
-///                              caller takes what is unconfirmed, if its bucket is where the low bits of the hash lead
+///   a decimal, pool damaged    not at all, since nothing tells a record with a flipped bit from a sound one; or, where
+///                              the caller takes what is unconfirmed, if its bucket is where the low bits of the hash
+///                              lead
 ///
-/// So, without unconfirmed decimals, no wrong value is saved in place of a lost one. What is not saved is reported, each
-/// resource with the reason.
-/// Whatever the bytes are, nothing is read outside them. Takes about 10 bytes for each resource ID beyond any budget.
-/// Immutable after construction; the store must live as long.
+/// So, without unconfirmed decimals, no wrong value is saved in place of a lost one. What is not saved is reported,
+/// each resource with the reason. Whatever the bytes are, nothing is read outside them. Takes about 10 bytes for each
+/// resource ID beyond any budget. Immutable after construction; the store must live as long.
 class StoreRepair : private Unmovable {
 
 public:
@@ -40,10 +40,12 @@ public:
     /// Hands out every resource that can be saved, and reports every one that cannot, in the order of the IDs.
     void enumerate(const ResourceConsumer& consume, const ProblemReport& reportLoss) const;
 
-    /// Makes a sound dictionary of what can be saved, under the same IDs, and reports the rest. Each loss is reported once.
+    /// Makes a sound dictionary of what can be saved, under the same IDs, and reports the rest. Each loss is reported
+    /// once.
     /// @param useHugePages  as in Dictionary::Options
     /// @throws KavixException  the budget is too small
-    std::unique_ptr<Dictionary> rebuild(uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const;
+    std::unique_ptr<Dictionary> rebuild(
+        uint64_t memoryBudgetBytes, bool useHugePages, const ProblemReport& reportLoss) const;
 
 private:
 
@@ -63,7 +65,8 @@ private:
     void readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, uint8_t datatypeID);
 
     /// Whether a bucket is live, and then what it says.
-    bool tryReadBucket(const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const;
+    bool tryReadBucket(
+        const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const;
 
     bool isEmptyBucket(const uint8_t* bucket, uint8_t datatypeID) const;
 
@@ -91,9 +94,8 @@ private:
     // By resource ID.
     std::vector<uint8_t> m_tableDatatypeIDs;
     std::vector<uint64_t> m_tableData;
-    std::vector<bool> m_isReachable;    // the bucket is where the hash leads
+    std::vector<bool> m_isReachable; // the bucket is where the hash leads
     std::vector<bool> m_isContradicted; // by another bucket
-
 };
 
 }

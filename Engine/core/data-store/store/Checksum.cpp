@@ -11,7 +11,8 @@ struct Checksum::State {
     XXH3_state_t m_state;
 };
 
-Checksum::Checksum() : m_state(std::make_unique<State>()) {
+Checksum::Checksum() :
+    m_state(std::make_unique<State>()) {
     reset();
 }
 
@@ -33,7 +34,8 @@ void Checksum::reset() noexcept {
 size_t ChecksumInputStream::read(void* data, size_t numberOfBytes) {
     // In pieces that are still in the cache when they are checksummed.
     constexpr size_t MAX_PIECE = size_t(1) << 19;
-    const size_t bytesRead = m_input.read(data, static_cast<size_t>(std::min<uint64_t>({numberOfBytes, MAX_PIECE, m_remainingBytes})));
+    const size_t bytesRead =
+        m_input.read(data, static_cast<size_t>(std::min<uint64_t>({numberOfBytes, MAX_PIECE, m_remainingBytes})));
     m_checksum.update(data, bytesRead);
     m_remainingBytes -= bytesRead;
     return bytesRead;

@@ -33,7 +33,6 @@ private:
 
     struct State;
     std::unique_ptr<State> m_state;
-
 };
 
 /// Counts and checksums what is written to it and keeps nothing.
@@ -56,7 +55,6 @@ private:
 
     Checksum m_checksum;
     uint64_t m_numberOfBytes = 0;
-
 };
 
 /// A part of another stream, from its present position on: ends after its length, checksums what is read. Nothing else
@@ -65,7 +63,9 @@ class ChecksumInputStream : public InputStream {
 
 public:
 
-    ChecksumInputStream(InputStream& input, uint64_t length) : m_input(input), m_remainingBytes(length) { }
+    ChecksumInputStream(InputStream& input, uint64_t length) :
+        m_input(input),
+        m_remainingBytes(length) { }
 
     /// Not supported: a checksum is taken once, from the beginning.
     void rewind() override { Errors::throwCannotRewindSection(); }
@@ -81,7 +81,6 @@ private:
     InputStream& m_input;
     Checksum m_checksum;
     uint64_t m_remainingBytes;
-
 };
 
 }

@@ -5,8 +5,9 @@
 
 namespace kavix {
 
-/// The frame of a store: a header, a table of sections, its checksum, then the sections one after the other. All numbers
-/// are in the byte order of the machine that wrote it; the header tells which one. docs/store-file.md has the details.
+/// The frame of a store: a header, a table of sections, its checksum, then the sections one after the other. All
+/// numbers are in the byte order of the machine that wrote it; the header tells which one. docs/store-file.md has the
+/// details.
 namespace StoreFormat {
 
 /// Bytes that no text file begins with, and that copying as text would spoil.
@@ -22,31 +23,31 @@ struct Header {
     uint32_t m_byteOrderMark;
     uint32_t m_libraryVersion;
     uint32_t m_resourceIDWidth; // in bits: 32 or 64
-    uint64_t m_pageSize;        // in bytes, of the machine that wrote the store
+    uint64_t m_pageSize; // in bytes, of the machine that wrote the store
     uint64_t m_numberOfSections;
 };
 
 struct Section {
     char m_name[16]; // ASCII, padded with NULs
-    uint64_t m_offset;   // in bytes, from the beginning of the store
-    uint64_t m_length;   // in bytes
+    uint64_t m_offset; // in bytes, from the beginning of the store
+    uint64_t m_length; // in bytes
     uint64_t m_checksum; // XXH3-64 of the section's bytes
 };
 
 /// The content of section "counters".
 struct Counters {
-    uint64_t m_nextResourceID;      // the lowest ID not yet given out; the arrays have as many entries
-    uint64_t m_maxResourceID;       // exclusive bound of resource IDs
-    uint64_t m_dataPoolEnd;         // the offset behind the last byte of the data pool
-    uint64_t m_numberOfResources;   // how many IDs have a datatype
+    uint64_t m_nextResourceID; // the lowest ID not yet given out; the arrays have as many entries
+    uint64_t m_maxResourceID; // exclusive bound of resource IDs
+    uint64_t m_dataPoolEnd; // the offset behind the last byte of the data pool
+    uint64_t m_numberOfResources; // how many IDs have a datatype
 };
 
 static_assert(sizeof(Header) == 40 && sizeof(Section) == 40 && sizeof(Counters) == 32);
 
 inline constexpr char COUNTERS[] = "counters";
-inline constexpr char DATATYPE_IDS[] = "datatypes";    // a byte for each ID from 0 on; 0 for no resource
-inline constexpr char RESOURCE_DATA[] = "data";        // a 64-bit word for each ID from 0 on
-inline constexpr char DATA_POOL[] = "pool";            // the bytes of the data pool from offset 64 on
+inline constexpr char DATATYPE_IDS[] = "datatypes"; // a byte for each ID from 0 on; 0 for no resource
+inline constexpr char RESOURCE_DATA[] = "data"; // a 64-bit word for each ID from 0 on
+inline constexpr char DATA_POOL[] = "pool"; // the bytes of the data pool from offset 64 on
 inline constexpr char DICTIONARY_PREFIX[] = "dictionary-"; // then the smallest datatype ID of the family: its image
 
 /// More sections than any store has.

@@ -6,8 +6,16 @@
 
 namespace kavix {
 
-StoreReader::StoreReader(InputStream& input) : m_input(input), m_position(0), m_end(0), m_header() {
-    explainPrematureEnd([this] { readHeader(); }, [] { Errors::throwInvalidStore("header", "the file ends in the middle of it; it is no store, or was truncated"); });
+StoreReader::StoreReader(InputStream& input) :
+    m_input(input),
+    m_position(0),
+    m_end(0),
+    m_header() {
+    explainPrematureEnd(
+        [this] { readHeader(); },
+        [] {
+            Errors::throwInvalidStore("header", "the file ends in the middle of it; it is no store, or was truncated");
+        });
 }
 
 void StoreReader::readHeader() {
@@ -23,9 +31,13 @@ void StoreReader::readHeader() {
     if (m_header.m_byteOrderMark != StoreFormat::BYTE_ORDER_MARK)
         Errors::throwInvalidStore("header", "it was written on a machine with another byte order");
     if (m_header.m_formatVersion != StoreFormat::FORMAT_VERSION)
-        Errors::throwInvalidStore("header", "its format version is " + std::to_string(m_header.m_formatVersion) + ", and this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION) + "; use the program that wrote it, or a newer one");
+        Errors::throwInvalidStore(
+            "header", "its format version is " + std::to_string(m_header.m_formatVersion) +
+                          ", and this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION) +
+                          "; use the program that wrote it, or a newer one");
     if (m_header.m_resourceIDWidth != 32 && m_header.m_resourceIDWidth != 64)
-        Errors::throwInvalidStore("header", "resource IDs of " + std::to_string(m_header.m_resourceIDWidth) + " bits are not known");
+        Errors::throwInvalidStore(
+            "header", "resource IDs of " + std::to_string(m_header.m_resourceIDWidth) + " bits are not known");
     if (m_header.m_numberOfSections > StoreFormat::MAX_NUMBER_OF_SECTIONS)
         Errors::throwInvalidStore("header", std::to_string(m_header.m_numberOfSections) + " sections are too many");
     m_sections.resize(m_header.m_numberOfSections);
@@ -48,7 +60,9 @@ bool StoreReader::isPrematureEnd(const KavixException& exception) noexcept {
 }
 
 void StoreReader::throwSectionTooShort(const std::string& name, uint64_t remainingBytes) {
-    Errors::throwInvalidStore(std::string(name), remainingBytes == 0 ? "its content does not fit its length" : "the file ends in the middle of it; it was truncated");
+    Errors::throwInvalidStore(
+        std::string(name), remainingBytes == 0 ? "its content does not fit its length"
+                                               : "the file ends in the middle of it; it was truncated");
 }
 
 std::string StoreReader::getName(const StoreFormat::Section& section) {
@@ -68,7 +82,9 @@ const StoreFormat::Section& StoreReader::getSection(const std::string& name) con
 
 void StoreReader::checkLength(const std::string& name, uint64_t length) const {
     if (getSection(name).m_length != length)
-        Errors::throwInvalidStore(std::string(name), "it has " + std::to_string(getSection(name).m_length) + " bytes instead of " + std::to_string(length));
+        Errors::throwInvalidStore(
+            std::string(name),
+            "it has " + std::to_string(getSection(name).m_length) + " bytes instead of " + std::to_string(length));
 }
 
 void StoreReader::readSection(const std::string& name, void* data, uint64_t length) {
@@ -76,7 +92,8 @@ void StoreReader::readSection(const std::string& name, void* data, uint64_t leng
     readSection(name, [data, length](InputStream& input) { readExactly(input, data, length); });
 }
 
-void StoreReader::checkSection(const std::string& name, const StoreFormat::Section& section, const ChecksumInputStream& sectionInput) {
+void StoreReader::checkSection(
+    const std::string& name, const StoreFormat::Section& section, const ChecksumInputStream& sectionInput) {
     if (sectionInput.getRemainingBytes() != 0)
         Errors::throwInvalidStore(std::string(name), "its content does not fit its length");
     if (sectionInput.getChecksum() != section.m_checksum)
@@ -89,7 +106,9 @@ void StoreReader::seek(uint64_t offset) {
         m_input.rewind();
         m_position = 0;
     }
-    explainPrematureEnd([&] { m_input.skip(offset - m_position); }, [] { Errors::throwInvalidStore("header", "the file is shorter than its sections; it was truncated"); });
+    explainPrematureEnd(
+        [&] { m_input.skip(offset - m_position); },
+        [] { Errors::throwInvalidStore("header", "the file is shorter than its sections; it was truncated"); });
     m_position = offset;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/data-store/store/Checksum.h"
 #include "core/data-store/dictionary/ResourceIDWidth.h"
+#include "core/data-store/store/Checksum.h"
 #include "core/data-store/store/StoreFormat.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/InputStream.h"
@@ -23,7 +23,9 @@ public:
     /// Reads and checks the header and the table of sections.
     explicit StoreReader(InputStream& input);
 
-    ResourceIDWidth getResourceIDWidth() const noexcept { return static_cast<ResourceIDWidth>(m_header.m_resourceIDWidth); }
+    ResourceIDWidth getResourceIDWidth() const noexcept {
+        return static_cast<ResourceIDWidth>(m_header.m_resourceIDWidth);
+    }
 
     size_t getNumberOfSections() const noexcept { return m_sections.size(); }
 
@@ -40,7 +42,8 @@ public:
         seek(section.m_offset);
         m_position = UNKNOWN_POSITION;
         ChecksumInputStream sectionInput(m_input, section.m_length);
-        explainPrematureEnd([&] { read(sectionInput); }, [&] { throwSectionTooShort(name, sectionInput.getRemainingBytes()); });
+        explainPrematureEnd(
+            [&] { read(sectionInput); }, [&] { throwSectionTooShort(name, sectionInput.getRemainingBytes()); });
         checkSection(name, section, sectionInput);
     }
 
@@ -50,7 +53,8 @@ public:
         const StoreFormat::Section& section = getSection(name);
         seek(section.m_offset);
         m_position = UNKNOWN_POSITION;
-        explainPrematureEnd([&] { inspect(m_input, section.m_length); }, [&] { throwSectionTooShort(name, section.m_length); });
+        explainPrematureEnd(
+            [&] { inspect(m_input, section.m_length); }, [&] { throwSectionTooShort(name, section.m_length); });
     }
 
     /// Throws if something follows the last section.
@@ -81,7 +85,8 @@ private:
 
     const StoreFormat::Section& getSection(const std::string& name) const;
 
-    void checkSection(const std::string& name, const StoreFormat::Section& section, const ChecksumInputStream& sectionInput);
+    void checkSection(
+        const std::string& name, const StoreFormat::Section& section, const ChecksumInputStream& sectionInput);
 
     void seek(uint64_t offset);
 
@@ -89,10 +94,9 @@ private:
 
     InputStream& m_input;
     uint64_t m_position; // of the input
-    uint64_t m_end;      // of the last section
+    uint64_t m_end; // of the last section
     StoreFormat::Header m_header;
     std::vector<StoreFormat::Section> m_sections;
-
 };
 
 }

@@ -25,19 +25,19 @@ namespace kavix {
 ///
 /// The resize state decides what a thread that enters does first:
 ///
-///   value                meaning                                            changed by               to
-///   -1                   no resize runs                                     a leader, by exchange    -2
-///   -2                   a leader stops the others and allocates            the leader               0, or -1 on failure
-///   0 .. chunks - 1      the next chunk of old buckets to be moved          any thread, by exchange  the next number
-///   chunks or more       all claimed, some are still being moved            who finishes the last    -1
+///   value                meaning                                        changed by               to
+///   -1                   no resize runs                                 a leader, by exchange    -2
+///   -2                   a leader stops the others and allocates        the leader               0; -1 on failure
+///   0 .. chunks - 1      the next chunk of old buckets to be moved      any thread, by exchange  the next number
+///   chunks or more       all claimed, some are still being moved        who finishes the last    -1
 ///
 /// Invariants
 ///  - The key and value of a live bucket never change; only deletion overwrites the key.
-///  - The used count covers live, deleted and reserved buckets and stays at or below the threshold, so every probe meets
-///    an empty bucket and ends.
+///  - The used count covers live, deleted and reserved buckets and stays at or below the threshold, so every probe
+///    meets an empty bucket and ends.
 ///  - Outside a resize there is one array; during one, no thread looks up or inserts.
-///  - The array, its mask, size and end, the threshold and the chunk count change only while every slot is stopped, or alone;
-///    they are read only by threads that hold a slot.
+///  - The array, its mask, size and end, the threshold and the chunk count change only while every slot is stopped, or
+///    alone; they are read only by threads that hold a slot.
 /// Callers   find, findOrInsert, markDeleted: any thread that has a slot to itself; statistics: any thread. The rest,
 ///           construction and destruction: one thread, nobody else inside.
 /// Orders    Keys: published by release, read by acquire; whoever sees a key sees its value.
@@ -48,10 +48,10 @@ namespace kavix {
 /// Failures  No memory to grow: the table is as before, the caller gets the error, the rest go on.
 ///           Creating an entry throws: its bucket is empty again, the reservation is kept.
 /// Cost      Expected constant probes up to load 0.7; growth moves an entry once per doubling. The shared used count is
-///           touched once per 100 insertions of a thread. A look-up is a cache miss and few instructions, and the processor
-///           overlaps the misses of as many look-ups as its window holds: so find() and findOrInsert() have a short lane
-///           that calls nothing; every obstacle sends them to another function, which begins again or goes on at
-///           the bucket that was reached.
+///           touched once per 100 insertions of a thread. A look-up is a cache miss and few instructions, and the
+///           processor overlaps the misses of as many look-ups as its window holds: so find() and findOrInsert() have a
+///           short lane that calls nothing; every obstacle sends them to another function, which begins again or goes
+///           on at the bucket that was reached.
 ///
 /// Policy says what a bucket is:
 ///   Bucket, KeyWord, Key                             the types; an empty bucket is all zero bytes
@@ -63,8 +63,8 @@ namespace kavix {
 ///   ENTRY_IS_IN_BUCKET, prefetchEntry(keyWord)       whether isEqual() reads nothing but the bucket; fetches what else
 /// Buckets are saved as raw bytes: their layout, the hash and the markers are part of the image format.
 ///
-/// The slots are to lie at the beginning, where reaching one takes the fewest instructions. So this class, unlike others,
-/// is not derived from Unmovable: slots are, and an object and its first member may not share an empty base.
+/// The slots are to lie at the beginning, where reaching one takes the fewest instructions. So this class, unlike
+/// others, is not derived from Unmovable: slots are, and an object and its first member may not share an empty base.
 template<typename Policy>
 class ParallelHashTable {
 
@@ -102,28 +102,30 @@ public:
     /// @throws as MemoryRegion  the table has no buckets then
     void initialize(size_t numberOfBuckets);
 
-    /// Returns the resource ID of a key, or 0 if it is absent or its ID is not below the end. Live buckets whose key word
-    /// isVisible(keyWord) refuses are passed over.
+    /// Returns the resource ID of a key, or 0 if it is absent or its ID is not below the end. Live buckets whose key
+    /// word isVisible(keyWord) refuses are passed over.
     template<typename IsVisible>
-    [[gnu::always_inline]] inline uint64_t find(const Key& key, IsVisible isVisible, uint64_t resourceIDEnd = std::numeric_limits<uint64_t>::max()) noexcept;
+    [[gnu::always_inline]] inline uint64_t find(
+        const Key& key, IsVisible isVisible, uint64_t resourceIDEnd = std::numeric_limits<uint64_t>::max()) noexcept;
 
-    /// Returns the resource ID of a key; if it is absent, enters what createEntry(key, arguments...) returns. The key word
-    /// of that entry is none of the three markers, and everything a reader needs to use it was written before
-    /// createEntry() returned. Unlike what createEntry captures, the arguments can stay in registers: at most three words
-    /// together with a key of one word, two with a key of two.
-    /// Where there is a createEntry.tryAtOnce(key, arguments...), it is asked first. It does not throw and is short, since
-    /// callers inline it, and returns the entry, or nothing if it has not done anything.
+    /// Returns the resource ID of a key; if it is absent, enters what createEntry(key, arguments...) returns. The key
+    /// word of that entry is none of the three markers, and everything a reader needs to use it was written before
+    /// createEntry() returned. Unlike what createEntry captures, the arguments can stay in registers: at most three
+    /// words together with a key of one word, two with a key of two. Where there is a createEntry.tryAtOnce(key,
+    /// arguments...), it is asked first. It does not throw and is short, since callers inline it, and returns the
+    /// entry, or nothing if it has not done anything.
     /// @throws as MemoryRegion if the table must grow and cannot, and whatever createEntry() throws: the key is absent
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::always_inline]] inline uint64_t findOrInsert(const Key& key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::always_inline]] inline uint64_t findOrInsert(
+        const Key& key, CreateEntry createEntry, Arguments... arguments);
 
-    /// find() for many keys: resourceIDs[i] becomes what find(keys[i]) returns. Fetches ahead, so that the waits for memory
-    /// overlap; enters the table once for BATCH_SIZE keys.
+    /// find() for many keys: resourceIDs[i] becomes what find(keys[i]) returns. Fetches ahead, so that the waits for
+    /// memory overlap; enters the table once for BATCH_SIZE keys.
     template<typename IsVisible>
     void findAll(std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept;
 
-    /// findOrInsert() for many keys, in order: keys are looked up together, and then the absent ones entered one after the
-    /// other. createEntry(keys[i], i) makes an entry.
+    /// findOrInsert() for many keys, in order: keys are looked up together, and then the absent ones entered one after
+    /// the other. createEntry(keys[i], i) makes an entry.
     /// @throws as findOrInsert() at the first key that fails: the keys before it have their IDs, what is written to
     ///         resourceIDs from it on is unspecified, and none of them was entered
     template<typename CreateEntry>
@@ -132,15 +134,15 @@ public:
     /// How many keys a thread looks up before it lets a resize go first.
     static constexpr size_t BATCH_SIZE = 1024;
 
-    /// Marks the entry of a key deleted if it has the given key word; otherwise changes nothing. The bucket stays occupied
-    /// until the table is rebuilt.
+    /// Marks the entry of a key deleted if it has the given key word; otherwise changes nothing. The bucket stays
+    /// occupied until the table is rebuilt.
     void markDeleted(const Key& key, KeyWord keyWord) noexcept;
 
     /// Removes every entry and keeps the size.
     void clear() noexcept;
 
-    /// Enters a key in the course of a rebuild, without regard to the threshold: the table held the key before. A bucket for
-    /// which isSame(bucket, keyWord) holds is overwritten.
+    /// Enters a key in the course of a rebuild, without regard to the threshold: the table held the key before. A
+    /// bucket for which isSame(bucket, keyWord) holds is overwritten.
     template<typename IsSame>
     void reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept;
 
@@ -191,7 +193,9 @@ private:
     class ResizePreparation;
     class Lookups;
 
-    static uint64_t getThreshold(size_t numberOfBuckets) noexcept { return static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * LOAD_FACTOR); }
+    static uint64_t getThreshold(size_t numberOfBuckets) noexcept {
+        return static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * LOAD_FACTOR);
+    }
 
     ThreadContext& getOwnContext() noexcept {
         assert(s_currentThreadContextIndex < NUMBER_OF_THREAD_SLOTS && "the thread has no slot");
@@ -200,7 +204,8 @@ private:
 
     /// Loads the key word of a bucket as it is.
     static KeyWord peekKeyWord(const Bucket& bucket) noexcept {
-        // Acquire. Pairs with the release in publish(), placeEntry() and reinsert(): whoever sees a live key word sees its value.
+        // Acquire. Pairs with the release in publish(), placeEntry() and reinsert(): whoever sees a live key word sees
+        // its value.
         return Policy::getKeyWord(bucket).load(std::memory_order_acquire);
     }
 
@@ -214,25 +219,32 @@ private:
 
     // These are called from where the short lanes are inlined, which may be another program: hence "used".
 
-    /// find() and findOrInsert() from the beginning, for a thread that met an obstacle after ThreadContext::beginEntering().
+    /// find() and findOrInsert() from the beginning, for a thread that met an obstacle after
+    /// ThreadContext::beginEntering().
     /// @param isInside  what that returned
     template<typename IsVisible>
-    [[gnu::noinline, gnu::used]] uint64_t findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept;
+    [[gnu::noinline, gnu::used]] uint64_t findSlowly(
+        bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept;
 
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::noinline, gnu::used]] uint64_t findOrInsertSlowly(bool isInside, Key key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::noinline, gnu::used]] uint64_t findOrInsertSlowly(
+        bool isInside, Key key, CreateEntry createEntry, Arguments... arguments);
 
     /// The end of findOrInsert() for a thread that has found a bucket empty; leaves the table.
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::always_inline]] inline uint64_t insertAndLeave(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::always_inline]] inline uint64_t insertAndLeave(
+        ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments);
 
-    /// The end of insertAndLeave() for a thread that came too late: another one has claimed the bucket, maybe for this key.
+    /// The end of insertAndLeave() for a thread that came too late: another one has claimed the bucket, maybe for this
+    /// key.
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::noinline, gnu::used]] uint64_t continueAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::noinline, gnu::used]] uint64_t continueAndLeave(
+        Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
 
     /// The end of insertAndLeave() for a thread that has claimed the bucket and can create no entry at once.
     template<typename CreateEntry, typename... Arguments>
-    [[gnu::noinline, gnu::used]] uint64_t fillAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
+    [[gnu::noinline, gnu::used]] uint64_t fillAndLeave(
+        Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
 
     /// Makes an empty bucket busy; returns whether it was empty.
     static bool tryClaim(Bucket& bucket) noexcept;
@@ -242,13 +254,15 @@ private:
 
     /// Creates and publishes the entry of a claimed bucket, or else makes the bucket empty again.
     template<typename CreateEntry, typename... Arguments>
-    uint64_t fillClaimed(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments);
+    uint64_t fillClaimed(
+        ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments);
 
     /// findOrInsert() for a thread that is inside and has a reservation.
-    /// @param bucket  where to start probing: where the hash of the key points to, or a bucket that was once found empty
-    ///                when probing for it, since the buckets before that one still do not have the key
+    /// @param bucket  where to start probing: where the hash of the key points to, or a bucket that was once found
+    ///                empty when probing for it, since the buckets before that one still do not have the key
     template<typename CreateEntry, typename... Arguments>
-    uint64_t findOrInsertInside(ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments);
+    uint64_t findOrInsertInside(
+        ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments);
 
     /// Loads the key word of a bucket once it is not busy.
     static KeyWord loadKeyWord(Bucket& bucket) noexcept;
@@ -317,7 +331,6 @@ private:
     // For those who wait until the resize has been prepared.
     pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
-
 };
 
 // The short lanes stand here, to be inlined into their callers; everything else is in the Impl header.
@@ -371,13 +384,15 @@ uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry cre
 template<typename Policy>
 inline bool ParallelHashTable<Policy>::tryClaim(Bucket& bucket) noexcept {
     KeyWord expected = EMPTY;
-    // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes nothing;
-    // the claim only keeps others away.
-    return Policy::getKeyWord(bucket).compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed);
+    // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes
+    // nothing; the claim only keeps others away.
+    return Policy::getKeyWord(bucket).compare_exchange_strong(
+        expected, BUSY, std::memory_order_release, std::memory_order_relaxed);
 }
 
 template<typename Policy>
-inline uint64_t ParallelHashTable<Policy>::publish(ThreadContext& own, Bucket& bucket, const Key& key, const Entry& entry) noexcept {
+inline uint64_t ParallelHashTable<Policy>::publish(
+    ThreadContext& own, Bucket& bucket, const Key& key, const Entry& entry) noexcept {
     assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
     Policy::setValue(bucket, key);
     // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value of the bucket and all
@@ -389,7 +404,8 @@ inline uint64_t ParallelHashTable<Policy>::publish(ThreadContext& own, Bucket& b
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::insertAndLeave(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments) {
+uint64_t ParallelHashTable<Policy>::insertAndLeave(
+    ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments) {
     if (!tryClaim(bucket)) [[unlikely]]
         return continueAndLeave(bucket, key, createEntry, arguments...);
     if constexpr (requires { createEntry.tryAtOnce(key, arguments...); }) {

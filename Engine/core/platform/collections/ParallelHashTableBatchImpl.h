@@ -8,8 +8,8 @@
 
 namespace kavix {
 
-/// Look-ups of many keys whose waits for memory overlap: some dozens are under way at any time. One that needs a line that
-/// may not be in the cache asks for it and lets the others go first; when its turn comes again the line is there.
+/// Look-ups of many keys whose waits for memory overlap: some dozens are under way at any time. One that needs a line
+/// that may not be in the cache asks for it and lets the others go first; when its turn comes again the line is there.
 template<typename Policy>
 class ParallelHashTable<Policy>::Lookups : private Unmovable {
 
@@ -17,13 +17,12 @@ public:
 
     /// @param resourceIDs   gets the resource ID of each key, or 0
     /// @param emptyBuckets  gets, for each absent key, the empty bucket that ended its search; may be null
-    Lookups(ParallelHashTable& table, std::span<const Key> keys, uint64_t* resourceIDs, Bucket** emptyBuckets) noexcept :
+    Lookups(ParallelHashTable& table, std::span<const Key> keys, uint64_t* resourceIDs, Bucket** emptyBuckets) noexcept
+        :
         m_table(table),
         m_keys(keys),
         m_resourceIDs(resourceIDs),
-        m_emptyBuckets(emptyBuckets)
-    {
-    }
+        m_emptyBuckets(emptyBuckets) { }
 
     template<typename IsVisible>
     void run(IsVisible isVisible) noexcept {
@@ -45,7 +44,8 @@ public:
 
 private:
 
-    static constexpr size_t LINE_SIZE = 64; // bytes; arrays begin at a page and are whole lines, so they end where one begins
+    static constexpr size_t LINE_SIZE =
+        64; // bytes; arrays begin at a page and are whole lines, so they end where one begins
     static constexpr size_t MAX_UNDER_WAY = 32; // about what a processor has outstanding fetches
 
     struct Lookup {
@@ -66,7 +66,9 @@ private:
         fetchAhead(bucket);
     }
 
-    void finishPresent(const Lookup& lookup, uint64_t resourceID) noexcept { m_resourceIDs[lookup.m_keyNumber] = resourceID; }
+    void finishPresent(const Lookup& lookup, uint64_t resourceID) noexcept {
+        m_resourceIDs[lookup.m_keyNumber] = resourceID;
+    }
 
     void finishAbsent(const Lookup& lookup, Bucket* bucket) noexcept {
         m_resourceIDs[lookup.m_keyNumber] = 0;
@@ -117,38 +119,44 @@ private:
     uint64_t* const m_resourceIDs;
     Bucket** const m_emptyBuckets;
     std::array<Lookup, MAX_UNDER_WAY> m_underWay;
-
 };
 
 template<typename Policy>
 template<typename IsVisible>
-void ParallelHashTable<Policy>::findAll(std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept {
+void ParallelHashTable<Policy>::findAll(
+    std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept {
     for (size_t first = 0; first < keys.size(); first += BATCH_SIZE) {
         const Visit visit(*this);
-        Lookups(*this, keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE)), resourceIDs + first, nullptr).run(isVisible);
+        Lookups(*this, keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE)), resourceIDs + first, nullptr)
+            .run(isVisible);
     }
 }
 
 template<typename Policy>
 template<typename CreateEntry>
-void ParallelHashTable<Policy>::findOrInsertAll(std::span<const Key> keys, uint64_t* resourceIDs, CreateEntry createEntry) {
+void ParallelHashTable<Policy>::findOrInsertAll(
+    std::span<const Key> keys, uint64_t* resourceIDs, CreateEntry createEntry) {
     Bucket* emptyBuckets[BATCH_SIZE];
     for (size_t first = 0; first < keys.size(); first += BATCH_SIZE) {
         const std::span<const Key> batch = keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE));
         ThreadContext& own = getOwnContext();
         const Visit visit(*this);
-        std::fill_n(emptyBuckets, batch.size(), nullptr); // for entries with ID 0, which images that were not checked may have
+        std::fill_n(
+            emptyBuckets, batch.size(), nullptr); // for entries with ID 0, which images that were not checked may have
         Lookups(*this, batch, resourceIDs + first, emptyBuckets).run([](KeyWord) { return true; });
-        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A key that another
-        // thread, or an earlier place of this batch, has entered meanwhile is found.
+        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A key that
+        // another thread, or an earlier place of this batch, has entered meanwhile is found.
         bool isResized = false;
         for (size_t index = 0; index < batch.size(); ++index)
             if (resourceIDs[first + index] == 0) {
                 if (own.getFreeReservation() == 0) [[unlikely]]
                     isResized |= ensureReservation(own); // the empty buckets were those of the old array
                 // Every bucket before this one does not have the key; mostly this one is still empty.
-                Bucket& bucket = isResized || emptyBuckets[index] == nullptr ? getBucket(m_policy.getHash(batch[index])) : *emptyBuckets[index];
-                resourceIDs[first + index] = tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index) : findOrInsertInside(own, batch[index], &bucket, createEntry, first + index);
+                Bucket& bucket = isResized || emptyBuckets[index] == nullptr ? getBucket(m_policy.getHash(batch[index]))
+                                                                             : *emptyBuckets[index];
+                resourceIDs[first + index] =
+                    tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index)
+                                     : findOrInsertInside(own, batch[index], &bucket, createEntry, first + index);
             }
     }
 }

@@ -17,11 +17,13 @@ class ParallelHashTable<Policy>::Visit : private Unmovable {
 public:
 
     /// Enters, and helps a resize in progress.
-    explicit Visit(ParallelHashTable& table) noexcept : Visit(table, table.getOwnContext()) { }
+    explicit Visit(ParallelHashTable& table) noexcept :
+        Visit(table, table.getOwnContext()) { }
 
     /// Completes the entry of a thread after ThreadContext::beginEntering(), and helps a resize in progress.
     /// @param isInside  what that returned
-    Visit(ParallelHashTable& table, ThreadContext& own, bool isInside) noexcept : m_context(own) {
+    Visit(ParallelHashTable& table, ThreadContext& own, bool isInside) noexcept :
+        m_context(own) {
         if (!isInside)
             m_context.waitUntilHandedOver();
         assert(table.getNumberOfBuckets() != 0 && "the table was never initialised");
@@ -32,16 +34,17 @@ public:
     }
 
     /// Continues the stay of a thread that is inside.
-    explicit Visit(ThreadContext& own) noexcept : m_context(own) { }
+    explicit Visit(ThreadContext& own) noexcept :
+        m_context(own) { }
 
     ~Visit() { m_context.leave(); }
 
 private:
 
-    Visit(ParallelHashTable& table, ThreadContext& own) noexcept : Visit(table, own, own.beginEntering()) { }
+    Visit(ParallelHashTable& table, ThreadContext& own) noexcept :
+        Visit(table, own, own.beginEntering()) { }
 
     ThreadContext& m_context;
-
 };
 
 /// A bucket that this thread has claimed by tryClaim(): empty again at the end of the scope, unless it was kept.
@@ -50,7 +53,9 @@ class ParallelHashTable<Policy>::Claim : private Unmovable {
 
 public:
 
-    explicit Claim(Bucket& bucket) noexcept : m_bucket(bucket), m_isKept(false) { }
+    explicit Claim(Bucket& bucket) noexcept :
+        m_bucket(bucket),
+        m_isKept(false) { }
 
     ~Claim() {
         // Release, as every store of a key word; who sees an empty bucket reads nothing else of it.
@@ -64,7 +69,6 @@ private:
 
     Bucket& m_bucket;
     bool m_isKept;
-
 };
 
 template<typename Policy>
@@ -80,9 +84,7 @@ ParallelHashTable<Policy>::ParallelHashTable(MemoryManager& memoryManager, const
     m_resizeThreshold(0),
     m_oldBuckets(memoryManager),
     m_chunkCount(0),
-    m_chunksRemaining(0)
-{
-}
+    m_chunksRemaining(0) { }
 
 template<typename Policy>
 ParallelHashTable<Policy>::~ParallelHashTable() {
@@ -125,7 +127,8 @@ typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::waitWhile
 
 template<typename Policy>
 template<typename IsVisible>
-uint64_t ParallelHashTable<Policy>::findSlowly(bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
+uint64_t ParallelHashTable<Policy>::findSlowly(
+    bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
     const Visit visit(*this, getOwnContext(), isInside);
     for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
         const KeyWord keyWord = loadKeyWord(*bucket);
@@ -140,7 +143,8 @@ uint64_t ParallelHashTable<Policy>::findSlowly(bool isInside, Key key, IsVisible
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::findOrInsertSlowly(bool isInside, Key key, CreateEntry createEntry, Arguments... arguments) {
+uint64_t ParallelHashTable<Policy>::findOrInsertSlowly(
+    bool isInside, Key key, CreateEntry createEntry, Arguments... arguments) {
     ThreadContext& own = getOwnContext();
     const Visit visit(*this, own, isInside);
     // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
@@ -150,7 +154,8 @@ uint64_t ParallelHashTable<Policy>::findOrInsertSlowly(bool isInside, Key key, C
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::continueAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
+uint64_t ParallelHashTable<Policy>::continueAndLeave(
+    Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
     ThreadContext& own = getOwnContext();
     const Visit visit(own);
     return findOrInsertInside(own, key, &bucket, createEntry, arguments...);
@@ -158,7 +163,8 @@ uint64_t ParallelHashTable<Policy>::continueAndLeave(Bucket& bucket, Key key, Cr
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::fillAndLeave(Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
+uint64_t ParallelHashTable<Policy>::fillAndLeave(
+    Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments) {
     ThreadContext& own = getOwnContext();
     const Visit visit(own);
     return fillClaimed(own, bucket, key, createEntry, arguments...);
@@ -166,7 +172,8 @@ uint64_t ParallelHashTable<Policy>::fillAndLeave(Bucket& bucket, Key key, Create
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::fillClaimed(ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments) {
+uint64_t ParallelHashTable<Policy>::fillClaimed(
+    ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments) {
     Claim claim(bucket);
     const Entry entry = createEntry(key, arguments...);
     claim.keep();
@@ -175,7 +182,8 @@ uint64_t ParallelHashTable<Policy>::fillClaimed(ThreadContext& own, Bucket& buck
 
 template<typename Policy>
 template<typename CreateEntry, typename... Arguments>
-uint64_t ParallelHashTable<Policy>::findOrInsertInside(ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments) {
+uint64_t ParallelHashTable<Policy>::findOrInsertInside(
+    ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments) {
     for (;;) {
         const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == EMPTY) {
@@ -209,8 +217,8 @@ template<typename Policy>
 bool ParallelHashTable<Policy>::ensureReservation(ThreadContext& own) {
     bool isResized = false;
     while (own.getFreeReservation() == 0) {
-        // Relaxed: this only rations buckets. The threshold changes only while every other slot is stopped, and entering
-        // our slot made its present value visible.
+        // Relaxed: this only rations buckets. The threshold changes only while every other slot is stopped, and
+        // entering our slot made its present value visible.
         uint64_t usedCount = m_usedCount.load(std::memory_order_relaxed);
         if (usedCount + RESERVATION_BATCH <= m_resizeThreshold) {
             if (m_usedCount.compare_exchange_weak(usedCount, usedCount + RESERVATION_BATCH, std::memory_order_relaxed))
@@ -277,7 +285,8 @@ template<typename Policy>
 template<typename IsSame>
 void ParallelHashTable<Policy>::reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept {
     Bucket* bucket = &getBucket(m_policy.getHash(key));
-    for (KeyWord keyWord = loadKeyWord(*bucket); keyWord != EMPTY && !isSame(*bucket, keyWord); keyWord = loadKeyWord(*bucket))
+    for (KeyWord keyWord = loadKeyWord(*bucket); keyWord != EMPTY && !isSame(*bucket, keyWord);
+         keyWord = loadKeyWord(*bucket))
         bucket = getNext(bucket);
     Policy::setValue(*bucket, key);
     // Release. Pairs with the acquire in peekKeyWord().
@@ -297,7 +306,8 @@ void ParallelHashTable<Policy>::placeEntry(size_t start, size_t mask, KeyWord ke
         std::atomic<KeyWord>& target = Policy::getKeyWord(buckets[index]);
         KeyWord expected = target.load(std::memory_order_relaxed); // only a look; the claim decides
         // Release on success, relaxed on failure: the claim publishes nothing and another mover's entry is not read.
-        if (expected == EMPTY && target.compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed)) {
+        if (expected == EMPTY &&
+            target.compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed)) {
             Policy::copyValue(from, buckets[index]);
             // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value.
             target.store(keyWord, std::memory_order_release);
@@ -341,7 +351,10 @@ class ParallelHashTable<Policy>::ResizePreparation : private Unmovable {
 
 public:
 
-    ResizePreparation(ParallelHashTable& table, ThreadContext& own) noexcept : m_table(table), m_own(own), m_outcome(NO_RESIZE) {
+    ResizePreparation(ParallelHashTable& table, ThreadContext& own) noexcept :
+        m_table(table),
+        m_own(own),
+        m_outcome(NO_RESIZE) {
         for (ThreadContext& context : m_table.m_threadContexts)
             if (&context != &m_own)
                 context.enter();
@@ -365,7 +378,6 @@ private:
     ParallelHashTable& m_table;
     ThreadContext& m_own;
     int64_t m_outcome;
-
 };
 
 template<typename Policy>
@@ -373,7 +385,8 @@ void ParallelHashTable<Policy>::startHandleResize(ThreadContext& own) {
     int64_t state = NO_RESIZE;
     // Acquire and release on success: we continue from the last resize and begin ours. Acquire on failure: we join the
     // resize whose state we see.
-    if (m_resizeState.compare_exchange_strong(state, RESIZE_PREPARATION, std::memory_order_acq_rel, std::memory_order_acquire)) {
+    if (m_resizeState.compare_exchange_strong(
+            state, RESIZE_PREPARATION, std::memory_order_acq_rel, std::memory_order_acquire)) {
         {
             ResizePreparation preparation(*this, own);
             prepareResize();
@@ -388,7 +401,8 @@ template<typename Policy>
 void ParallelHashTable<Policy>::prepareResize() {
     const size_t oldNumberOfBuckets = getNumberOfBuckets();
     // Where more than half of the buckets are deleted, a rebuild at the same size makes enough room.
-    const size_t newNumberOfBuckets = getDeletedCount() <= oldNumberOfBuckets / 2 ? 2 * oldNumberOfBuckets : oldNumberOfBuckets;
+    const size_t newNumberOfBuckets =
+        getDeletedCount() <= oldNumberOfBuckets / 2 ? 2 * oldNumberOfBuckets : oldNumberOfBuckets;
     try {
         m_oldBuckets.initialize(newNumberOfBuckets);
         m_oldBuckets.ensureEndAtLeast(newNumberOfBuckets);
@@ -419,7 +433,8 @@ void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) n
             // The leader waits for our slot. Let it have it, wait for the outcome, and come back.
             own.leave();
             ::pthread_mutex_lock(&m_mutex);
-            // Ends when the leader stores the outcome and broadcasts, under this mutex. (Relaxed: the mutex synchronises.)
+            // Ends when the leader stores the outcome and broadcasts, under this mutex. (Relaxed: the mutex
+            // synchronises.)
             while (m_resizeState.load(std::memory_order_relaxed) == RESIZE_PREPARATION)
                 ::pthread_cond_wait(&m_condition, &m_mutex);
             ::pthread_mutex_unlock(&m_mutex);
@@ -428,7 +443,8 @@ void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) n
         else if (state < m_chunkCount) {
             int64_t expected = static_cast<int64_t>(state);
             // Acquire and release: a chunk is claimed by one thread. Acquire on failure: we go on from what we see.
-            if (!m_resizeState.compare_exchange_strong(expected, expected + 1, std::memory_order_acq_rel, std::memory_order_acquire)) {
+            if (!m_resizeState.compare_exchange_strong(
+                    expected, expected + 1, std::memory_order_acq_rel, std::memory_order_acquire)) {
                 state = static_cast<size_t>(expected);
                 continue;
             }
@@ -451,16 +467,18 @@ void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) n
 
 template<typename Policy>
 void ParallelHashTable<Policy>::touchTargets(size_t chunk) noexcept {
-    // Entries of a chunk go to about the same index, and to as much again beyond the old size. Reading an untouched page
-    // first would map a shared page of zeroes, which the write that follows replaces at great cost; an exchange that
-    // changes nothing maps the page for writing at once, whatever others do with the bucket meanwhile. Each mover
+    // Entries of a chunk go to about the same index, and to as much again beyond the old size. Reading an untouched
+    // page first would map a shared page of zeroes, which the write that follows replaces at great cost; an exchange
+    // that changes nothing maps the page for writing at once, whatever others do with the bucket meanwhile. Each mover
     // touches its own targets, so page faults are shared out like the moving.
     constexpr size_t BUCKETS_PER_PAGE = 4096 / sizeof(Bucket);
     const size_t oldNumberOfBuckets = m_chunkCount * CHUNK_SIZE;
     for (size_t target = chunk * CHUNK_SIZE; target <= m_mask; target += oldNumberOfBuckets)
         for (size_t offset = 0; offset < CHUNK_SIZE; offset += BUCKETS_PER_PAGE) {
             KeyWord expected = EMPTY; // not an operation such as "or 0", which compilers may replace by a load
-            Policy::getKeyWord(m_buckets.getData()[target + offset]).compare_exchange_strong(expected, EMPTY, std::memory_order_relaxed, std::memory_order_relaxed); // publishes nothing
+            Policy::getKeyWord(m_buckets.getData()[target + offset])
+                .compare_exchange_strong(
+                    expected, EMPTY, std::memory_order_relaxed, std::memory_order_relaxed); // publishes nothing
         }
 }
 
@@ -494,7 +512,8 @@ void ParallelHashTable<Policy>::save(OutputStream& output) const {
     output.write(&headerLength, sizeof(headerLength));
     output.write(ParallelHashTableImage::HEADER, headerLength);
     // Relaxed: nobody changes the table meanwhile.
-    const uint64_t fields[] = {getNumberOfBuckets(), m_resizeThreshold, m_usedCount.load(std::memory_order_relaxed), getDeletedCount()};
+    const uint64_t fields[] = {
+        getNumberOfBuckets(), m_resizeThreshold, m_usedCount.load(std::memory_order_relaxed), getDeletedCount()};
     for (const uint64_t field : fields)
         output.write(&field, sizeof(field));
     for (const ThreadContext& context : m_threadContexts) {

@@ -18,17 +18,17 @@ inline constexpr size_t NO_THREAD_SLOT = NUMBER_OF_THREAD_SLOTS;
 /// The slot of the calling thread in every table, assigned by ThreadSlots. Two threads never have the same one.
 inline constinit thread_local size_t s_currentThreadContextIndex = NO_THREAD_SLOT;
 
-/// One thread's door to one table. Its thread passes it with every lookup and insertion; a thread that resizes the table
-/// (the leader) stops every other thread by holding their doors.
+/// One thread's door to one table. Its thread passes it with every lookup and insertion; a thread that resizes the
+/// table (the leader) stops every other thread by holding their doors.
 ///
-///   entry count:  0 nobody; 1 held, by its thread or by a leader; 2 held and one waits; 3 held and two wait: an old leader
-///                 is still releasing, the owner waits, and the leader of the next resize is stopping
-///   Whoever adds 1 to 0 holds the slot. Whoever finds more waits until a holder hands it over: a holder that leaves 2 or
-///   more sets the released flag and wakes one of those who wait, and that one clears the flag and holds the slot.
+///   entry count:  0 nobody; 1 held, by its thread or by a leader; 2 held and one waits; 3 held and two wait: an old
+///                 leader is still releasing, the owner waits, and the leader of the next resize is stopping
+///   Whoever adds 1 to 0 holds the slot. Whoever finds more waits until a holder hands it over: a holder that leaves 2
+///   or more sets the released flag and wakes one of those who wait, and that one clears the flag and holds the slot.
 ///
-/// Orders    entry count: acquire on entry, release on leaving; whoever stops a slot sees what its thread did inside, and
-///           a thread that enters sees what the leader changed. Those who wait synchronise by the mutex.
-///           free reservation: relaxed; changed by whoever holds the slot, read by statistics.
+/// Orders    entry count: acquire on entry, release on leaving; whoever stops a slot sees what its thread did inside,
+///           and a thread that enters sees what the leader changed. Those who wait synchronise by the mutex. free
+///           reservation: relaxed; changed by whoever holds the slot, read by statistics.
 /// A slot fills a 128-byte line (two cache lines, which processors fetch in pairs), so slots never share one.
 class alignas(128) ThreadContext : private Unmovable {
 
@@ -44,7 +44,8 @@ public:
             waitUntilHandedOver();
     }
 
-    /// The first step of entering: returns whether the caller holds the slot. If not, waitUntilHandedOver() must follow.
+    /// The first step of entering: returns whether the caller holds the slot. If not, waitUntilHandedOver() must
+    /// follow.
     bool beginEntering() noexcept {
         // Acquire. Pairs with the release in leave().
         return m_entryCount.fetch_add(1, std::memory_order_acquire) == 0;
@@ -70,7 +71,9 @@ public:
     /// How many buckets may be filled through this slot without touching the table's used count.
     uint32_t getFreeReservation() const noexcept { return m_freeReservation.load(std::memory_order_relaxed); }
 
-    void setFreeReservation(uint32_t freeReservation) noexcept { m_freeReservation.store(freeReservation, std::memory_order_relaxed); }
+    void setFreeReservation(uint32_t freeReservation) noexcept {
+        m_freeReservation.store(freeReservation, std::memory_order_relaxed);
+    }
 
 private:
 
@@ -83,7 +86,6 @@ private:
     uint8_t m_releasedFlag = 0; // guarded by the mutex
     pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
-
 };
 
 static_assert(sizeof(ThreadContext) == 128 && alignof(ThreadContext) == 128);

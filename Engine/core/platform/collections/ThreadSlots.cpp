@@ -24,7 +24,8 @@ size_t tryTakeFreeSlot() noexcept {
         while (taken != UINT64_MAX) {
             const int bit = std::countr_one(taken);
             // Acquire. Pairs with the release in giveSlotBack(): we see what the previous owner left in the slot.
-            if (word.compare_exchange_weak(taken, taken | (uint64_t(1) << bit), std::memory_order_acquire, std::memory_order_relaxed))
+            if (word.compare_exchange_weak(
+                    taken, taken | (uint64_t(1) << bit), std::memory_order_acquire, std::memory_order_relaxed))
                 return wordIndex * SLOTS_PER_WORD + static_cast<size_t>(bit);
         }
     }
@@ -43,14 +44,15 @@ struct ThreadEndKey {
     pthread_key_t m_key;
     int m_errorNumber;
 
-    ThreadEndKey() noexcept : m_key(), m_errorNumber(::pthread_key_create(&m_key, &onThreadEnd)) { }
+    ThreadEndKey() noexcept :
+        m_key(),
+        m_errorNumber(::pthread_key_create(&m_key, &onThreadEnd)) { }
 
     static void onThreadEnd(void*) noexcept {
         const size_t slot = s_currentThreadContextIndex;
         s_currentThreadContextIndex = NO_THREAD_SLOT;
         giveSlotBack(slot);
     }
-
 };
 
 }

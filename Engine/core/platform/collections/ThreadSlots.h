@@ -8,9 +8,9 @@ namespace kavix {
 
 /// Gives each thread that uses tables a slot of its own, process-wide: on first use, until the thread ends.
 ///
-/// Invariant: a slot belongs to at most one live thread. A slot given back is handed out again only after everything its
-/// thread did is visible to the next owner.
-/// All operations are thread-safe; a thread that has a slot pays one comparison.
+/// Invariant: a slot belongs to at most one live thread. A slot given back is handed out again only after everything
+/// its thread did is visible to the next owner. All operations are thread-safe; a thread that has a slot pays one
+/// comparison.
 class ThreadSlots {
 
 public:
@@ -29,7 +29,6 @@ public:
 private:
 
     static void takeSlot();
-
 };
 
 }

@@ -23,8 +23,11 @@ template<typename... Pieces>
 }
 
 template<typename... Pieces>
-[[noreturn]] void throwSystemCallException(const ErrorSite& site, const char* systemCall, int errorNumber, Pieces&&... pieces) {
-    throw SystemCallException(site.m_sourceFile, site.m_line, KavixException::NO_CAUSES, systemCall, errorNumber, std::forward<Pieces>(pieces)...);
+[[noreturn]] void throwSystemCallException(
+    const ErrorSite& site, const char* systemCall, int errorNumber, Pieces&&... pieces) {
+    throw SystemCallException(
+        site.m_sourceFile, site.m_line, KavixException::NO_CAUSES, systemCall, errorNumber,
+        std::forward<Pieces>(pieces)...);
 }
 
 }
@@ -32,19 +35,28 @@ template<typename... Pieces>
 // ---- Lexical forms. They are quoted as written: with whatever bytes they have, and all of them.
 
 void throwInvalidLexicalForm(const char* lexicalForm, size_t length, std::string&& datatypeName) {
-    throwKavixException(ErrorSites::INVALID_LEXICAL_FORM, "Lexical form '", std::string(lexicalForm, length), "' is invalid for datatype ", std::move(datatypeName), ".");
+    throwKavixException(
+        ErrorSites::INVALID_LEXICAL_FORM, "Lexical form '", std::string(lexicalForm, length),
+        "' is invalid for datatype ", std::move(datatypeName), ".");
 }
 
 void throwValueOutOfRange(const char* lexicalForm, size_t length, std::string&& datatypeName) {
-    throwKavixException(ErrorSites::VALUE_OUT_OF_RANGE, "Value '", std::string(lexicalForm, length), "' is not in the range of datatype ", std::move(datatypeName), ".");
+    throwKavixException(
+        ErrorSites::VALUE_OUT_OF_RANGE, "Value '", std::string(lexicalForm, length),
+        "' is not in the range of datatype ", std::move(datatypeName), ".");
 }
 
 void throwInvalidDecimal(const char* lexicalForm, size_t length) {
-    throwKavixException(ErrorSites::INVALID_DECIMAL, "Lexical form '", std::string(lexicalForm, length), "' is invalid for datatype xsd:decimal.");
+    throwKavixException(
+        ErrorSites::INVALID_DECIMAL, "Lexical form '", std::string(lexicalForm, length),
+        "' is invalid for datatype xsd:decimal.");
 }
 
 void throwDecimalBeyondCapacity(const char* lexicalForm, size_t length) {
-    throwKavixException(ErrorSites::DECIMAL_BEYOND_CAPACITY, "Value '", std::string(lexicalForm, length), "' exceeds the capacity of datatype xsd:decimal: at most 19 fraction digits and a signed 64-bit unscaled value.");
+    throwKavixException(
+        ErrorSites::DECIMAL_BEYOND_CAPACITY, "Value '", std::string(lexicalForm, length),
+        "' exceeds the capacity of datatype xsd:decimal: at most 19 fraction digits and a signed 64-bit unscaled "
+        "value.");
 }
 
 // ---- Names and numbers that callers pass.
@@ -62,33 +74,48 @@ void throwUnknownResourceID(uint64_t resourceID) {
 }
 
 void throwInvalidBinaryValue(uint64_t datatypeID, std::string&& reason) {
-    throwKavixException(ErrorSites::INVALID_BINARY_VALUE, "The binary value of the datatype with ID ", datatypeID, " is invalid: ", std::move(reason), ".");
+    throwKavixException(
+        ErrorSites::INVALID_BINARY_VALUE, "The binary value of the datatype with ID ", datatypeID,
+        " is invalid: ", std::move(reason), ".");
 }
 
 void throwInvalidOption(std::string&& option, uint64_t value, uint64_t minimum, uint64_t maximum) {
-    throwKavixException(ErrorSites::INVALID_OPTION, "Option '", std::move(option), "' cannot be ", value, ": the smallest value is ", minimum, " and the largest is ", maximum, ".");
+    throwKavixException(
+        ErrorSites::INVALID_OPTION, "Option '", std::move(option), "' cannot be ", value, ": the smallest value is ",
+        minimum, " and the largest is ", maximum, ".");
 }
 
 void throwInvalidPrefixName(std::string&& name) {
-    throwKavixException(ErrorSites::INVALID_PREFIX_NAME, "'", std::move(name), "' is no Turtle prefix name: it must start with a letter, go on with letters, digits, '_', '-' and '.', and not end with '.'.");
+    throwKavixException(
+        ErrorSites::INVALID_PREFIX_NAME, "'", std::move(name),
+        "' is no Turtle prefix name: it must start with a letter, go on with letters, digits, '_', '-' and '.', and "
+        "not end with '.'.");
 }
 
 void throwUnknownProperty(std::string&& component, std::string&& property) {
-    throwKavixException(ErrorSites::UNKNOWN_PROPERTY, "Component '", std::move(component), "' has no numeric property '", std::move(property), "'.");
+    throwKavixException(
+        ErrorSites::UNKNOWN_PROPERTY, "Component '", std::move(component), "' has no numeric property '",
+        std::move(property), "'.");
 }
 
 void throwInvalidStore(std::string&& section, std::string&& reason) {
-    throwKavixException(ErrorSites::INVALID_STORE, "The store cannot be opened: in section '", std::move(section), "', ", std::move(reason), ".");
+    throwKavixException(
+        ErrorSites::INVALID_STORE, "The store cannot be opened: in section '", std::move(section), "', ",
+        std::move(reason), ".");
 }
 
 void throwContradictingRecord(uint64_t resourceID, std::string&& reason) {
-    throwKavixException(ErrorSites::CONTRADICTING_RECORD, "The record of resource ", resourceID, " contradicts another one: ", std::move(reason), ".");
+    throwKavixException(
+        ErrorSites::CONTRADICTING_RECORD, "The record of resource ", resourceID,
+        " contradicts another one: ", std::move(reason), ".");
 }
 
 // ---- Operations at the wrong time.
 
 void throwDictionaryNotEmpty() {
-    throwKavixException(ErrorSites::DICTIONARY_NOT_EMPTY, "Only an empty dictionary can be restored, and this one has given out resource IDs.");
+    throwKavixException(
+        ErrorSites::DICTIONARY_NOT_EMPTY,
+        "Only an empty dictionary can be restored, and this one has given out resource IDs.");
 }
 
 void throwCannotRewindSection() {
@@ -96,11 +123,15 @@ void throwCannotRewindSection() {
 }
 
 void throwTransactionRuns() {
-    throwKavixException(ErrorSites::TRANSACTION_RUNS, "Another transaction is writing to this dictionary; wait until it has been committed or rolled back, or write through it.");
+    throwKavixException(
+        ErrorSites::TRANSACTION_RUNS, "Another transaction is writing to this dictionary; wait until it has been "
+                                      "committed or rolled back, or write through it.");
 }
 
 void throwTransactionHasEnded() {
-    throwKavixException(ErrorSites::TRANSACTION_HAS_ENDED, "The transaction has been committed or rolled back already; begin another one to write.");
+    throwKavixException(
+        ErrorSites::TRANSACTION_HAS_ENDED,
+        "The transaction has been committed or rolled back already; begin another one to write.");
 }
 
 // ---- Capacity and memory.
@@ -110,19 +141,28 @@ void throwResourceCapacityExceeded(const ErrorSite& site) {
 }
 
 void throwThreadSlotsExhausted(uint64_t maximumNumberOfThreads) {
-    throwKavixException(ErrorSites::THREAD_SLOTS_EXHAUSTED, "At most ", maximumNumberOfThreads, " threads can use dictionaries at the same time; wait until one of them has ended.");
+    throwKavixException(
+        ErrorSites::THREAD_SLOTS_EXHAUSTED, "At most ", maximumNumberOfThreads,
+        " threads can use dictionaries at the same time; wait until one of them has ended.");
 }
 
 void throwMemoryBudgetInUse(uint64_t requestedBytes, uint64_t usedBytes) {
-    throwKavixException(ErrorSites::MEMORY_BUDGET_IN_USE, "The memory budget cannot be set to ", requestedBytes, " bytes because ", usedBytes, " bytes are in use.");
+    throwKavixException(
+        ErrorSites::MEMORY_BUDGET_IN_USE, "The memory budget cannot be set to ", requestedBytes, " bytes because ",
+        usedBytes, " bytes are in use.");
 }
 
 void throwOutOfMemory(uint64_t totalBytes, uint64_t freeBytes, uint64_t requestedBytes) {
-    throwKavixException(ErrorSites::OUT_OF_MEMORY, "The Kavix instance has run out of memory.\n[Extended information: ", totalBytes, " bytes were reserved for the system, of which ", freeBytes, " were free when an attempt to allocate ", requestedBytes, " bytes was made.]");
+    throwKavixException(
+        ErrorSites::OUT_OF_MEMORY, "The Kavix instance has run out of memory.\n[Extended information: ", totalBytes,
+        " bytes were reserved for the system, of which ", freeBytes, " were free when an attempt to allocate ",
+        requestedBytes, " bytes was made.]");
 }
 
 void throwRegionCapacityExceeded(uint64_t requestedItems, uint64_t maximumNumberOfItems) {
-    throwKavixException(ErrorSites::REGION_CAPACITY_EXCEEDED, "Failed to ensure that a memory region could hold ", requestedItems, " items because it was initialized to hold at most ", maximumNumberOfItems, " items.");
+    throwKavixException(
+        ErrorSites::REGION_CAPACITY_EXCEEDED, "Failed to ensure that a memory region could hold ", requestedItems,
+        " items because it was initialized to hold at most ", maximumNumberOfItems, " items.");
 }
 
 // ---- Saved images.
@@ -136,65 +176,98 @@ void throwCannotLoadNumericDatatype() {
 }
 
 void throwCannotLoadParallelHashTable() {
-    throwKavixException(ErrorSites::CANNOT_LOAD_PARALLEL_HASH_TABLE, "Invalid input file: cannot load ParallelHashTable.");
+    throwKavixException(
+        ErrorSites::CANNOT_LOAD_PARALLEL_HASH_TABLE, "Invalid input file: cannot load ParallelHashTable.");
 }
 
 // ---- System calls. appendSystemError() adds the call and the system's reason.
 
 void throwCannotCommitMemory(int errorNumber) {
-    throwSystemCallException(ErrorSites::CANNOT_COMMIT_MEMORY, "mprotect", errorNumber, "An error occurred during memory allocation. This is most likely due to the system running out of memory.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_COMMIT_MEMORY, "mprotect", errorNumber,
+        "An error occurred during memory allocation. This is most likely due to the system running out of memory.");
 }
 
 void throwCannotReserveAddressSpace(int errorNumber, uint64_t numberOfBytes) {
-    throwSystemCallException(ErrorSites::CANNOT_RESERVE_ADDRESS_SPACE, "mmap", errorNumber, "An error occurred while reserving ", numberOfBytes, " bytes of address space.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_RESERVE_ADDRESS_SPACE, "mmap", errorNumber, "An error occurred while reserving ",
+        numberOfBytes, " bytes of address space.");
 }
 
 void throwStoreNeedsAddressSpace(int errorNumber, uint64_t maxResourceID) {
-    throwSystemCallException(ErrorSites::STORE_NEEDS_ADDRESS_SPACE, "mmap", errorNumber, "The store cannot be opened: its bound of resource IDs, ", maxResourceID, ", takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower bound.");
+    throwSystemCallException(
+        ErrorSites::STORE_NEEDS_ADDRESS_SPACE, "mmap", errorNumber,
+        "The store cannot be opened: its bound of resource IDs, ", maxResourceID,
+        ", takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the "
+        "store, which then gets a lower bound.");
 }
 
 void throwCannotWatchThreadEnd(const char* systemCall, int errorNumber) {
-    throwSystemCallException(ErrorSites::CANNOT_WATCH_THREAD_END, systemCall, errorNumber, "An error occurred while preparing to take the slot of a thread back when the thread ends.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_WATCH_THREAD_END, systemCall, errorNumber,
+        "An error occurred while preparing to take the slot of a thread back when the thread ends.");
 }
 
 void throwCannotOpenInputFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_OPEN_INPUT_FILE, "open", errorNumber, "File '", std::move(fileName), "' cannot be opened for reading. Check that it exists and that you may read it.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_OPEN_INPUT_FILE, "open", errorNumber, "File '", std::move(fileName),
+        "' cannot be opened for reading. Check that it exists and that you may read it.");
 }
 
 void throwCannotReadFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_READ_FILE, "read", errorNumber, "An error occurred while reading file '", std::move(fileName), "'. Check that it is a file that can be read, and its device.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_READ_FILE, "read", errorNumber, "An error occurred while reading file '",
+        std::move(fileName), "'. Check that it is a file that can be read, and its device.");
 }
 
 void throwCannotRewindFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_REWIND_FILE, "lseek", errorNumber, "File '", std::move(fileName), "' cannot be read a second time. Use a regular file instead of a pipe or a terminal.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_REWIND_FILE, "lseek", errorNumber, "File '", std::move(fileName),
+        "' cannot be read a second time. Use a regular file instead of a pipe or a terminal.");
 }
 
 void throwCannotOpenOutputFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_OPEN_OUTPUT_FILE, "open", errorNumber, "File '", std::move(fileName), "' cannot be opened for writing. Check that its directory exists and that you may write there.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_OPEN_OUTPUT_FILE, "open", errorNumber, "File '", std::move(fileName),
+        "' cannot be opened for writing. Check that its directory exists and that you may write there.");
 }
 
 void throwCannotWriteFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_WRITE_FILE, "write", errorNumber, "An error occurred while writing file '", std::move(fileName), "', which is now incomplete. Check the space on its device, then write it again.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_WRITE_FILE, "write", errorNumber, "An error occurred while writing file '",
+        std::move(fileName), "', which is now incomplete. Check the space on its device, then write it again.");
 }
 
 void throwCannotCloseFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_CLOSE_FILE, "close", errorNumber, "An error occurred while closing file '", std::move(fileName), "', which may be incomplete. Check the space on its device, then write it again.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_CLOSE_FILE, "close", errorNumber, "An error occurred while closing file '",
+        std::move(fileName), "', which may be incomplete. Check the space on its device, then write it again.");
 }
 
 void throwCannotSynchroniseFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_SYNCHRONISE_FILE, "fsync", errorNumber, "The device did not take all of file '", std::move(fileName), "', which may be incomplete. Check the device and its space, then write it again.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_SYNCHRONISE_FILE, "fsync", errorNumber, "The device did not take all of file '",
+        std::move(fileName), "', which may be incomplete. Check the device and its space, then write it again.");
 }
 
 void throwCannotLockFile(int errorNumber, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_LOCK_FILE, "flock", errorNumber, "File '", std::move(fileName), "' is being written by another process. Wait until that one has finished.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_LOCK_FILE, "flock", errorNumber, "File '", std::move(fileName),
+        "' is being written by another process. Wait until that one has finished.");
 }
 
 void throwCannotRenameFile(int errorNumber, std::string&& oldFileName, std::string&& newFileName) {
-    throwSystemCallException(ErrorSites::CANNOT_RENAME_FILE, "rename", errorNumber, "File '", std::move(oldFileName), "' is complete but cannot take the place of file '", std::move(newFileName), "', which is unchanged. Check that you may write in its folder.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_RENAME_FILE, "rename", errorNumber, "File '", std::move(oldFileName),
+        "' is complete but cannot take the place of file '", std::move(newFileName),
+        "', which is unchanged. Check that you may write in its folder.");
 }
 
 void throwCannotSynchroniseFolder(int errorNumber, std::string&& folder, std::string&& fileName) {
-    throwSystemCallException(ErrorSites::CANNOT_SYNCHRONISE_FOLDER, "fsync", errorNumber, "File '", std::move(fileName), "' is written and in place, but folder '", std::move(folder), "' could not be synchronised: after a power failure the old file might be back.");
+    throwSystemCallException(
+        ErrorSites::CANNOT_SYNCHRONISE_FOLDER, "fsync", errorNumber, "File '", std::move(fileName),
+        "' is written and in place, but folder '", std::move(folder),
+        "' could not be synchronised: after a power failure the old file might be back.");
 }
 
 }

@@ -22,9 +22,12 @@ namespace ErrorSites {
 
 inline constexpr ErrorSite PREMATURE_END_OF_FILE{"Engine/core/platform/stream/InputStream", 23};
 inline constexpr ErrorSite CANNOT_LOAD_NUMERIC_DATATYPE{"Engine/core/data-store/dictionary/NumericDatatype", 521};
-inline constexpr ErrorSite CANNOT_LOAD_PARALLEL_HASH_TABLE{"Engine/core/platform/collections/ParallelHashTableImpl", 472};
-inline constexpr ErrorSite RESOURCE_CAPACITY_EXCEEDED_FOR_SINGLE_ID{"Engine/core/data-store/dictionary/DictionaryDatatype", 133};
-inline constexpr ErrorSite RESOURCE_CAPACITY_EXCEEDED_FOR_BLOCK{"Engine/core/data-store/dictionary/DictionaryDatatype", 144};
+inline constexpr ErrorSite CANNOT_LOAD_PARALLEL_HASH_TABLE{
+    "Engine/core/platform/collections/ParallelHashTableImpl", 472};
+inline constexpr ErrorSite RESOURCE_CAPACITY_EXCEEDED_FOR_SINGLE_ID{
+    "Engine/core/data-store/dictionary/DictionaryDatatype", 133};
+inline constexpr ErrorSite RESOURCE_CAPACITY_EXCEEDED_FOR_BLOCK{
+    "Engine/core/data-store/dictionary/DictionaryDatatype", 144};
 inline constexpr ErrorSite INVALID_LEXICAL_FORM{"Engine/core/data-store/dictionary/NumericDatatype", 76};
 inline constexpr ErrorSite VALUE_OUT_OF_RANGE{"Engine/core/data-store/dictionary/NumericDatatype", 78};
 inline constexpr ErrorSite OUT_OF_MEMORY{"Engine/core/platform/system/MemoryManager", 71};

@@ -35,15 +35,15 @@ void printHeading(OutputStream& output, const std::string& indent, std::string_v
 // Constant-initialised, so errors can be thrown by the static initialisation of any other file.
 constinit const std::vector<std::exception_ptr> KavixException::NO_CAUSES;
 
-KavixException::KavixException(const std::string& sourceFile, long line, int flags, const std::vector<std::exception_ptr>& causes, std::string&& className, std::string&& message) :
+KavixException::KavixException(
+    const std::string& sourceFile, long line, int flags, const std::vector<std::exception_ptr>& causes,
+    std::string&& className, std::string&& message) :
     m_sourceFile(sourceFile),
     m_line(line),
     m_flags(flags),
     m_causes(causes),
     m_className(std::move(className)),
-    m_message(std::move(message))
-{
-}
+    m_message(std::move(message)) { }
 
 KavixException::~KavixException() = default;
 

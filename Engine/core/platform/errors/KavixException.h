@@ -26,13 +26,16 @@ public:
     /// Composes the message from pieces: string literals, std::string by rvalue, unsigned long in plain decimal.
     /// Nothing is added between the pieces. If the message cannot be composed, that failure is thrown instead.
     template<typename... Pieces>
-    KavixException(const std::string& sourceFile, long line, const std::vector<std::exception_ptr>& causes, Pieces&&... pieces) :
-        KavixException(sourceFile, line, 0, causes, std::string("KavixException"), composeMessage(std::forward<Pieces>(pieces)...))
-    {
-    }
+    KavixException(
+        const std::string& sourceFile, long line, const std::vector<std::exception_ptr>& causes, Pieces&&... pieces) :
+        KavixException(
+            sourceFile, line, 0, causes, std::string("KavixException"),
+            composeMessage(std::forward<Pieces>(pieces)...)) { }
 
     /// @param flags  reserved; every error of the system passes 0
-    KavixException(const std::string& sourceFile, long line, int flags, const std::vector<std::exception_ptr>& causes, std::string&& className, std::string&& message);
+    KavixException(
+        const std::string& sourceFile, long line, int flags, const std::vector<std::exception_ptr>& causes,
+        std::string&& className, std::string&& message);
 
     ~KavixException() override;
 
@@ -75,7 +78,6 @@ private:
     std::vector<std::exception_ptr> m_causes;
     std::string m_className;
     std::string m_message;
-
 };
 
 }

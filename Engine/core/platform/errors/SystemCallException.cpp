@@ -22,7 +22,13 @@ std::string getSystemErrorText(int errorNumber) {
 }
 
 void appendSystemError(const char* systemCall, int errorNumber, std::string& message) {
-    message.append(" [").append(systemCall).append(" failed with error ").append(std::to_string(errorNumber)).append(": ").append(getSystemErrorText(errorNumber)).append("]");
+    message.append(" [")
+        .append(systemCall)
+        .append(" failed with error ")
+        .append(std::to_string(errorNumber))
+        .append(": ")
+        .append(getSystemErrorText(errorNumber))
+        .append("]");
 }
 
 SystemCallException::~SystemCallException() = default;

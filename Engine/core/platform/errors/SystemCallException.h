@@ -16,12 +16,14 @@ public:
     /// @param systemCall   the name of the call; a string literal, not copied
     /// @param errorNumber  the value of errno right after the failure
     template<typename... Pieces>
-    SystemCallException(const std::string& sourceFile, long line, const std::vector<std::exception_ptr>& causes, const char* systemCall, int errorNumber, Pieces&&... pieces) :
-        KavixException(sourceFile, line, 0, causes, std::string("SystemCallException"), composeSystemMessage(systemCall, errorNumber, std::forward<Pieces>(pieces)...)),
+    SystemCallException(
+        const std::string& sourceFile, long line, const std::vector<std::exception_ptr>& causes, const char* systemCall,
+        int errorNumber, Pieces&&... pieces) :
+        KavixException(
+            sourceFile, line, 0, causes, std::string("SystemCallException"),
+            composeSystemMessage(systemCall, errorNumber, std::forward<Pieces>(pieces)...)),
         m_systemCall(systemCall),
-        m_errorNumber(errorNumber)
-    {
-    }
+        m_errorNumber(errorNumber) { }
 
     ~SystemCallException() override;
 
@@ -44,7 +46,6 @@ private:
 
     const char* m_systemCall;
     int m_errorNumber;
-
 };
 
 }

@@ -45,9 +45,7 @@ size_t readSome(int fileDescriptor, const std::string& fileName, uint8_t* data, 
 FileInputStream::FileInputStream(std::string fileName) :
     m_fileName(std::move(fileName)),
     m_buffer(new uint8_t[BUFFER_SIZE]),
-    m_fileDescriptor(openForReading(m_fileName))
-{
-}
+    m_fileDescriptor(openForReading(m_fileName)) { }
 
 FileInputStream::~FileInputStream() {
     ::close(m_fileDescriptor);

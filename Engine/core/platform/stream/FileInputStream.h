@@ -11,8 +11,8 @@ namespace kavix {
 
 /// A file that is read from its beginning. One thread at a time.
 ///
-/// Small reads are served from a buffer of BUFFER_SIZE bytes; a read of that size or more goes to the file directly once
-/// the buffer is used up. A read may return fewer bytes than were asked for; readExactly() gets them all.
+/// Small reads are served from a buffer of BUFFER_SIZE bytes; a read of that size or more goes to the file directly
+/// once the buffer is used up. A read may return fewer bytes than were asked for; readExactly() gets them all.
 class FileInputStream : public InputStream {
 
 public:
@@ -47,7 +47,6 @@ private:
     size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have yet to be read
     size_t m_bufferEnd = 0;
     int m_fileDescriptor;
-
 };
 
 }

@@ -49,17 +49,12 @@ size_t writeSome(int fileDescriptor, const std::string& fileName, const uint8_t*
 FileOutputStream::FileOutputStream(std::string fileName) :
     m_fileName(std::move(fileName)),
     m_buffer(new uint8_t[BUFFER_SIZE]),
-    m_fileDescriptor(openForWriting(m_fileName))
-{
-}
+    m_fileDescriptor(openForWriting(m_fileName)) { }
 
-FileOutputStream::FileOutputStream(std::string fileName, int fileDescriptor)
-try :
+FileOutputStream::FileOutputStream(std::string fileName, int fileDescriptor) try :
     m_fileName(std::move(fileName)),
     m_buffer(new uint8_t[BUFFER_SIZE]),
-    m_fileDescriptor(fileDescriptor)
-{
-}
+    m_fileDescriptor(fileDescriptor) { }
 catch (...) {
     ::close(fileDescriptor);
 }
@@ -110,15 +105,16 @@ void FileOutputStream::close() {
     writeBuffer();
     const int fileDescriptor = m_fileDescriptor;
     m_fileDescriptor = CLOSED;
-    // Never repeated: Linux has let go of the descriptor even if the call fails, and another thread may own the number by
-    // now. An interrupted close lost nothing that was written.
+    // Never repeated: Linux has let go of the descriptor even if the call fails, and another thread may own the number
+    // by now. An interrupted close lost nothing that was written.
     if (::close(fileDescriptor) != 0 && errno != EINTR)
         Errors::throwCannotCloseFile(errno, std::string(m_fileName));
 }
 
 void FileOutputStream::writeBuffer() {
     while (m_bufferBegin != m_bufferEnd)
-        m_bufferBegin += writeSome(m_fileDescriptor, m_fileName, m_buffer.get() + m_bufferBegin, m_bufferEnd - m_bufferBegin);
+        m_bufferBegin +=
+            writeSome(m_fileDescriptor, m_fileName, m_buffer.get() + m_bufferBegin, m_bufferEnd - m_bufferBegin);
     m_bufferBegin = 0;
     m_bufferEnd = 0;
 }

@@ -37,8 +37,8 @@ public:
     /// Never throws.
     ~FileOutputStream() override;
 
-    /// Hands the buffer to the operating system; does not wait for the device. After a failure the rest of the buffer is
-    /// kept, and another flush() goes on where this one stopped.
+    /// Hands the buffer to the operating system; does not wait for the device. After a failure the rest of the buffer
+    /// is kept, and another flush() goes on where this one stopped.
     /// @throws SystemCallException  the file cannot be written
     void flush() override;
 
@@ -70,7 +70,6 @@ private:
     size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have yet to be written
     size_t m_bufferEnd = 0;
     int m_fileDescriptor;
-
 };
 
 }

@@ -23,7 +23,6 @@ public:
 
     /// Passes over numberOfBytes bytes. Going beyond the end may be noticed only by the next read.
     virtual void skip(uint64_t numberOfBytes);
-
 };
 
 /// Reads exactly numberOfBytes bytes; throws "Premature end of file." when the stream ends before.

@@ -14,9 +14,12 @@ class MemoryInputStream : public InputStream {
 
 public:
 
-    MemoryInputStream(const void* data, size_t numberOfBytes) noexcept : m_data(static_cast<const uint8_t*>(data)), m_numberOfBytes(numberOfBytes) { }
+    MemoryInputStream(const void* data, size_t numberOfBytes) noexcept :
+        m_data(static_cast<const uint8_t*>(data)),
+        m_numberOfBytes(numberOfBytes) { }
 
-    explicit MemoryInputStream(std::string_view content) noexcept : MemoryInputStream(content.data(), content.size()) { }
+    explicit MemoryInputStream(std::string_view content) noexcept :
+        MemoryInputStream(content.data(), content.size()) { }
 
     ~MemoryInputStream() override;
 
@@ -31,7 +34,6 @@ private:
     const uint8_t* m_data;
     size_t m_numberOfBytes;
     size_t m_position = 0;
-
 };
 
 }

@@ -4,8 +4,7 @@ namespace kavix {
 
 MemoryOutputStream::~MemoryOutputStream() = default;
 
-void MemoryOutputStream::flush() {
-}
+void MemoryOutputStream::flush() { }
 
 void MemoryOutputStream::write(const void* data, size_t numberOfBytes) {
     if (numberOfBytes != 0) // nothing may come without an address

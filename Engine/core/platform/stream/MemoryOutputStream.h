@@ -41,7 +41,6 @@ public:
 private:
 
     std::string m_content;
-
 };
 
 }

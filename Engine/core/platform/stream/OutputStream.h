@@ -16,7 +16,6 @@ public:
 
     /// Writes exactly numberOfBytes bytes, or throws; what a failed write leaves at the destination is unspecified.
     virtual void write(const void* data, size_t numberOfBytes) = 0;
-
 };
 
 }

@@ -46,7 +46,8 @@ std::string resolveSymbolicLinks(const std::string& fileName) {
 /// Whether a name still leads to the open file: the previous writer may have renamed it while we waited for its lock.
 bool isNameOf(const std::string& fileName, int fileDescriptor) {
     struct stat byName, byDescriptor;
-    return ::stat(fileName.c_str(), &byName) == 0 && ::fstat(fileDescriptor, &byDescriptor) == 0 && byName.st_dev == byDescriptor.st_dev && byName.st_ino == byDescriptor.st_ino;
+    return ::stat(fileName.c_str(), &byName) == 0 && ::fstat(fileDescriptor, &byDescriptor) == 0 &&
+           byName.st_dev == byDescriptor.st_dev && byName.st_ino == byDescriptor.st_ino;
 }
 
 /// @param permissions  of a file that does not exist yet, less what the user masks out
@@ -72,7 +73,9 @@ class TemporaryFile {
 
 public:
 
-    TemporaryFile(const std::string& fileName, mode_t permissions) : m_fileName(fileName), m_fileDescriptor(openAndLock(fileName, permissions)) { }
+    TemporaryFile(const std::string& fileName, mode_t permissions) :
+        m_fileName(fileName),
+        m_fileDescriptor(openAndLock(fileName, permissions)) { }
 
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -96,15 +99,13 @@ private:
     const std::string& m_fileName;
     int m_fileDescriptor;
     bool m_isOurs = true;
-
 };
 
 }
 
 ReplacingFile::ReplacingFile(const std::string& fileName) :
     m_fileName(resolveSymbolicLinks(fileName)),
-    m_temporaryFileName(m_fileName + TEMPORARY_SUFFIX)
-{
+    m_temporaryFileName(m_fileName + TEMPORARY_SUFFIX) {
     struct stat target;
     const bool hasTarget = ::stat(m_fileName.c_str(), &target) == 0;
     if (hasTarget && !S_ISREG(target.st_mode)) // a device or a pipe would be gone

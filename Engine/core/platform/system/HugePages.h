@@ -7,12 +7,13 @@
 namespace kavix {
 
 /// The bytes that lie on huge pages at this moment, of all memory of the process that asked for them; nothing where the
-/// system does not tell. Regions that are large enough ask, of every dictionary that is made with huge pages; whether and
-/// when the system grants them is up to the system. Memory that got huge pages without having asked is not counted.
+/// system does not tell. Regions that are large enough ask, of every dictionary that is made with huge pages; whether
+/// and when the system grants them is up to the system. Memory that got huge pages without having asked is not counted.
 /// Thread-safe. Takes milliseconds for each GB of the process: the system walks over its pages.
 std::optional<uint64_t> tryGetHugePageBytes();
 
-/// Adds them up from the lines of /proc/self/smaps. The last line of a mapping has its flags, among them "hg" if it asked.
+/// Adds them up from the lines of /proc/self/smaps. The last line of a mapping has its flags, among them "hg" if it
+/// asked.
 class HugePageCounter {
 
 public:
@@ -26,7 +27,6 @@ private:
 
     uint64_t m_bytes = 0;
     uint64_t m_bytesOfMapping = 0; // of the mapping whose flags are still to come
-
 };
 
 }

@@ -19,7 +19,10 @@ public:
 
     /// @param useHugePages  let large regions ask the system for huge pages, which it may grant or not; the budget is
     ///                      charged the same
-    explicit MemoryManager(uint64_t totalBytes, bool useHugePages = false) noexcept : m_totalBytes(totalBytes), m_freeBytes(totalBytes), m_useHugePages(useHugePages) { }
+    explicit MemoryManager(uint64_t totalBytes, bool useHugePages = false) noexcept :
+        m_totalBytes(totalBytes),
+        m_freeBytes(totalBytes),
+        m_useHugePages(useHugePages) { }
 
     /// Takes bytes from the budget.
     /// @throws KavixException  "The Kavix instance has run out of memory. …": nothing was taken
@@ -32,9 +35,7 @@ public:
     }
 
     /// Gives charged bytes back.
-    void release(uint64_t numberOfBytes) noexcept {
-        m_freeBytes.fetch_add(numberOfBytes, std::memory_order_relaxed);
-    }
+    void release(uint64_t numberOfBytes) noexcept { m_freeBytes.fetch_add(numberOfBytes, std::memory_order_relaxed); }
 
     /// Changes the size of the budget. Returns false, and changes nothing, if more than that is charged.
     bool trySetTotalBytes(uint64_t totalBytes) noexcept;
@@ -53,7 +54,6 @@ private:
     std::atomic<uint64_t> m_totalBytes;
     std::atomic<uint64_t> m_freeBytes;
     const bool m_useHugePages;
-
 };
 
 /// Charges bytes and gives them back at the end of the scope, unless they are kept.
@@ -61,7 +61,9 @@ class MemoryCharge : private Unmovable {
 
 public:
 
-    MemoryCharge(MemoryManager& memoryManager, uint64_t numberOfBytes) : m_memoryManager(memoryManager), m_numberOfBytes(numberOfBytes) {
+    MemoryCharge(MemoryManager& memoryManager, uint64_t numberOfBytes) :
+        m_memoryManager(memoryManager),
+        m_numberOfBytes(numberOfBytes) {
         m_memoryManager.charge(numberOfBytes);
     }
 
@@ -73,7 +75,6 @@ private:
 
     MemoryManager& m_memoryManager;
     uint64_t m_numberOfBytes;
-
 };
 
 }

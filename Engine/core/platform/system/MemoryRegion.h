@@ -69,12 +69,13 @@ public:
     /// Exchanges the contents of two regions that share a memory manager.
     void swapContents(MemoryRegion& other) noexcept;
 
-    /// Writes the capacity and, unless it is 0, the end and the items below it, as raw bytes. Nobody may write meanwhile.
+    /// Writes the capacity and, unless it is 0, the end and the items below it, as raw bytes. Nobody may write
+    /// meanwhile.
     void save(OutputStream& output) const;
 
     /// Replaces the content by what save() wrote.
-    /// @throws KavixException  the stream ends early, or its sizes do not fit the budget or the address space: the region
-    ///                         may be left initialised and partly filled
+    /// @throws KavixException  the stream ends early, or its sizes do not fit the budget or the address space: the
+    ///                         region may be left initialised and partly filled
     void load(InputStream& input);
 
     T* getData() noexcept { return m_data; }
@@ -102,7 +103,9 @@ private:
     static constexpr size_t MINIMUM_BYTES_FOR_HUGE_PAGES = 2 * HUGE_PAGE_SIZE;
 
     /// Whether a region of that many reserved bytes asks for huge pages.
-    bool wantsHugePages(size_t reservedBytes) const noexcept { return m_memoryManager.getUseHugePages() && reservedBytes >= MINIMUM_BYTES_FOR_HUGE_PAGES; }
+    bool wantsHugePages(size_t reservedBytes) const noexcept {
+        return m_memoryManager.getUseHugePages() && reservedBytes >= MINIMUM_BYTES_FOR_HUGE_PAGES;
+    }
 
     /// Makes at least a number of bytes accessible; returns false and sets errno if the system refuses.
     bool tryMakeAccessible(size_t numberOfBytes) noexcept;
@@ -114,12 +117,11 @@ private:
     T* m_data;
     std::atomic<size_t> m_end;
     const uint8_t m_pageSizeShift;
-    SpinLock m_lock;                      // held by whoever grows the region
+    SpinLock m_lock; // held by whoever grows the region
     MemoryManager& m_memoryManager;
     size_t m_maximumNumberOfItems;
     std::atomic<size_t> m_committedBytes; // written under the lock, or alone
-    size_t m_accessibleBytes;             // used under the lock, or alone
-
+    size_t m_accessibleBytes; // used under the lock, or alone
 };
 
 }

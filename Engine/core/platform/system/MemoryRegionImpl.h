@@ -21,9 +21,7 @@ MemoryRegion<T>::MemoryRegion(MemoryManager& memoryManager) noexcept :
     m_memoryManager(memoryManager),
     m_maximumNumberOfItems(0),
     m_committedBytes(0),
-    m_accessibleBytes(0)
-{
-}
+    m_accessibleBytes(0) { }
 
 template<typename T>
 void MemoryRegion<T>::deinitialize() noexcept {
@@ -110,8 +108,10 @@ void MemoryRegion<T>::truncate(size_t n) noexcept {
             std::memset(bytes + keptBytes, 0, committedBytes - keptBytes);
         m_memoryManager.release(committedBytes - keptBytes);
         m_committedBytes.store(keptBytes, std::memory_order_relaxed);
-        if (const size_t reservedBytes = roundToPages(m_maximumNumberOfItems * sizeof(T)); wantsHugePages(reservedBytes))
-            VirtualMemory::adviseHugePages(bytes + keptBytes, reservedBytes - keptBytes); // fresh address space forgot it
+        if (const size_t reservedBytes = roundToPages(m_maximumNumberOfItems * sizeof(T));
+            wantsHugePages(reservedBytes))
+            VirtualMemory::adviseHugePages(
+                bytes + keptBytes, reservedBytes - keptBytes); // fresh address space forgot it
     }
     const size_t zeroEnd = std::min(oldEnd * sizeof(T), keptBytes);
     std::memset(bytes + n * sizeof(T), 0, zeroEnd - n * sizeof(T));

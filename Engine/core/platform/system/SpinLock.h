@@ -35,7 +35,6 @@ public:
 private:
 
     std::atomic<uint32_t> m_word{0};
-
 };
 
 }

@@ -28,7 +28,6 @@ private:
     static constexpr unsigned MAX_PAUSES = 64;
 
     unsigned m_pauses = 0;
-
 };
 
 }

@@ -14,7 +14,6 @@ protected:
 
     Unmovable() = default;
     ~Unmovable() = default;
-
 };
 
 }

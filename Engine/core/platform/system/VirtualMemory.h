@@ -9,7 +9,8 @@ namespace kavix::VirtualMemory {
 /// Reserves inaccessible address space. Returns null and sets errno on failure.
 void* reserve(size_t length) noexcept;
 
-/// Makes pages readable and writable; they are zero where they were never used. Returns false and sets errno on failure.
+/// Makes pages readable and writable; they are zero where they were never used. Returns false and sets errno on
+/// failure.
 bool commit(void* address, size_t length) noexcept;
 
 /// Gives the pages back and leaves inaccessible address space. Returns false if the system refused: all is as before.
