@@ -8,7 +8,7 @@
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/data-store/store/StoreFormat.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/KavixException.h"
@@ -79,12 +79,11 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
     for (int change = 0; change < 16 && !input.isEmpty(); ++change)
         changeImage(image, input);
 
-    const DictionaryDatatypeInspector& inspector = *DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL);
     bool isAccepted = true;
     const uint64_t freeBytes = shared.m_memoryManager.getFreeBytes();
     try {
         MemoryInputStream stream(image);
-        inspector.checkImage(
+        s_NumericDatatypeInspector.checkImage(
             stream, ImageLimits{image.size(), 4096, freeBytes}, [&isAccepted](std::string&&) { isAccepted = false; });
     }
     catch (const KavixException&) {
@@ -115,7 +114,7 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
         shared.m_resourceDatatypeIDs.getData(),
         shared.m_dataPool.getBase(),
         shared.m_dataPool.getEnd()};
-    inspector.verify(*dictionary, contents, [&isSound](std::string&&) { isSound = false; });
+    s_NumericDatatypeInspector.verify(*dictionary, contents, [&isSound](std::string&&) { isSound = false; });
     MemoryOutputStream saved;
     dictionary->save(saved);
     require(
@@ -129,7 +128,7 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
             ResourceValue value;
             dictionary->getResource(resourceID, datatypeID, value);
             require(
-                dictionary->tryResolveResource(Dictionary::EVERYTHING, value) == resourceID,
+                dictionary->tryResolveResource(Dictionary::EVERYTHING.toVisibility(), value) == resourceID,
                 "every resource is found by its value");
         }
     return 0;

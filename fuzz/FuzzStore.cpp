@@ -71,7 +71,7 @@ void requireSound(const Dictionary& dictionary) {
 /// Everything that a dictionary whose every value was checked must be able to do.
 void use(Dictionary& dictionary, bool isFilled) {
     requireSound(dictionary);
-    const uint64_t end = dictionary.takeSnapshot().first;
+    const uint64_t end = dictionary.takeSnapshot().resourceIDEnd;
     for (uint64_t resourceID = 0; resourceID < end; ++resourceID)
         if (dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE)
             require(

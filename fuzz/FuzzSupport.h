@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/data-store/dictionary/NumericImageFormat.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -59,22 +61,16 @@ void overwrite(std::string& bytes, size_t position, Number number) {
         std::memcpy(bytes.data() + position, &number, sizeof(number));
 }
 
-/// Where the fields of a dictionary image lie, as long as its tables have 1024 buckets.
-struct ImageLayout {
-
-    static constexpr size_t FIRST_TABLE = 8 + 15 + 16;
-    static constexpr size_t TABLE_HEADER = 8 + 17;
-    static constexpr size_t COUNTS = 4 * 8;
-    static constexpr size_t RESERVATIONS = 256 * 4;
-    static constexpr size_t REGION = 2 * 8;
-    static constexpr size_t BUCKETS = TABLE_HEADER + COUNTS + RESERVATIONS + REGION;
-
-    static size_t getTable(size_t table) noexcept {
-        return FIRST_TABLE + table * BUCKETS + (table == 0 ? 0 : 8 * 1024 + (table - 1) * 16 * 1024);
-    }
-
-    static size_t getBucketSize(size_t table) noexcept { return table == 0 ? 8 : 16; }
-};
+/// Where a table of a dictionary image lies, as long as all tables have the smallest size.
+/// @param table  0 for xsd:decimal, 1 to 13 for the integer datatypes
+inline size_t getTablePosition(size_t table) noexcept {
+    size_t position = NumericImageFormat::TABLES_OFFSET;
+    for (size_t before = 0; before < table; ++before)
+        position += TableImageFormat::BUCKETS_OFFSET +
+                    NumericImageFormat::getBucketSize(static_cast<uint8_t>(D_XSD_DECIMAL + before)) *
+                        TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS;
+    return position;
+}
 
 /// Changes a dictionary image as the input says:  kind, place, number
 inline void changeImage(std::string& image, Input& input) {
@@ -82,28 +78,29 @@ inline void changeImage(std::string& image, Input& input) {
     const uint16_t place = input.take<uint16_t>();
     const uint64_t number = input.take<uint64_t>();
     const size_t table = place % 14;
-    const size_t tablePosition = ImageLayout::getTable(table);
+    const size_t tablePosition = getTablePosition(table);
+    const size_t bucketSize = NumericImageFormat::getBucketSize(static_cast<uint8_t>(D_XSD_DECIMAL + table));
     const size_t index = place / 14;
+    const size_t bucketPosition = tablePosition + TableImageFormat::BUCKETS_OFFSET +
+                                  index % TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS * bucketSize;
     switch (kind % 6) {
     case 0: // a count or the region's size, of a table
         overwrite(
             image,
-            tablePosition + ImageLayout::TABLE_HEADER +
-                (index % 6 < 4 ? index % 6 * 8 : ImageLayout::COUNTS + ImageLayout::RESERVATIONS + (index % 6 - 4) * 8),
+            tablePosition + (index % 6 < 4 ? TableImageFormat::NUMBER_OF_BUCKETS_OFFSET + index % 6 * 8
+                                           : TableImageFormat::CAPACITY_OFFSET + (index % 6 - 4) * 8),
             number);
         break;
     case 1: // a reservation
         overwrite(
-            image, tablePosition + ImageLayout::TABLE_HEADER + ImageLayout::COUNTS + index % 256 * 4,
+            image, tablePosition + TableImageFormat::RESERVATIONS_OFFSET + index % NUMBER_OF_THREAD_SLOTS * 4,
             static_cast<uint32_t>(number));
         break;
     case 2: // the key word of a bucket
-        overwrite(
-            image, tablePosition + ImageLayout::BUCKETS + index % 1024 * ImageLayout::getBucketSize(table), number);
+        overwrite(image, bucketPosition, number);
         break;
     case 3: // the value of a bucket, or the next key word
-        overwrite(
-            image, tablePosition + ImageLayout::BUCKETS + index % 1024 * ImageLayout::getBucketSize(table) + 8, number);
+        overwrite(image, bucketPosition + 8, number);
         break;
     case 4: // any byte of the front, where the bounds and the first headers are
         overwrite(image, place % 2048, static_cast<uint8_t>(number));

@@ -78,7 +78,7 @@ inline SingleResults resolveSingly(Transaction& transaction, const std::vector<R
 /// Two dictionaries, which nobody writes to, have the same resources under the same IDs, and gave out as many.
 inline void expectSameContents(const Dictionary& first, const Dictionary& second) {
     ASSERT_EQ(first.takeSnapshot(), second.takeSnapshot());
-    for (uint64_t resourceID = 0; resourceID < first.takeSnapshot().first; ++resourceID) {
+    for (uint64_t resourceID = 0; resourceID < first.takeSnapshot().resourceIDEnd; ++resourceID) {
         ASSERT_EQ(first.tryGetResourceDatatypeID(resourceID), second.tryGetResourceDatatypeID(resourceID))
             << resourceID;
         if (first.tryGetResourceDatatypeID(resourceID) != D_NONE) {

@@ -75,7 +75,8 @@ inline void expectEqual(const Dictionary& first, const Dictionary& second) {
     const Dictionary::Snapshot snapshot = first.takeSnapshot();
     EXPECT_EQ(snapshot, second.takeSnapshot());
     EXPECT_EQ(first.countResourcesByDatatypeID(), second.countResourcesByDatatypeID());
-    EXPECT_EQ(listResources(first, snapshot.first + 2048), listResources(second, snapshot.first + 2048));
+    EXPECT_EQ(
+        listResources(first, snapshot.resourceIDEnd + 2048), listResources(second, snapshot.resourceIDEnd + 2048));
     const std::vector<TableStatistics> firstTables = first.getTableStatistics();
     const std::vector<TableStatistics> secondTables = second.getTableStatistics();
     ASSERT_EQ(firstTables.size(), secondTables.size());

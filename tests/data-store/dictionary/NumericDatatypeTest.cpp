@@ -239,12 +239,11 @@ TYPED_TEST(NumericDatatypeTest, DestructionReturnsTheTablesAndTouchesNothingShar
 TYPED_TEST(NumericDatatypeTest, BucketsAndRecordsHaveTheirSizes) {
     EXPECT_EQ(sizeof(typename NumericDatatype<TypeParam>::IntegerPolicy::Bucket), 16u);
     EXPECT_EQ(sizeof(typename NumericDatatype<TypeParam>::DecimalPolicy::Bucket), 8u);
-    EXPECT_EQ(NumericDatatype<TypeParam>::Record::SIZE, TestFixture::Store::RECORD_SIZE);
+    constexpr DecimalRecord RECORD = NumericDatatype<TypeParam>::RECORD;
+    EXPECT_EQ(RECORD.getSize(), TestFixture::Store::RECORD_SIZE);
     uint8_t record[18];
     std::memset(record, 0xcc, sizeof(record));
-    DecimalRecord<TypeParam>::write(
-        record + 1, static_cast<TypeParam>(0x01020304),
-        XSDDecimal::fromNormalisedFields(-987654321, 4)); // at an odd address
+    RECORD.write(record + 1, 0x01020304, XSDDecimal::fromNormalisedFields(-987654321, 4)); // at an odd address
     EXPECT_EQ(
         std::string(reinterpret_cast<char*>(record + 1), TestFixture::Store::RECORD_SIZE),
         TestFixture::Store::makeRecordBytes(0x01020304, -987654321, 4));
@@ -252,12 +251,12 @@ TYPED_TEST(NumericDatatypeTest, BucketsAndRecordsHaveTheirSizes) {
     if (TestFixture::Store::IS_NARROW) {
         EXPECT_EQ(record[1 + TestFixture::Store::RECORD_SIZE], 0xcc);
     }
-    DecimalRecord<TypeParam>::writeResourceID(record + 1, 9);
+    RECORD.writeResourceID(record + 1, 9);
     EXPECT_EQ(
         std::string(reinterpret_cast<char*>(record + 1), TestFixture::Store::RECORD_SIZE),
         TestFixture::Store::makeRecordBytes(9, -987654321, 4));
-    EXPECT_EQ(DecimalRecord<TypeParam>::readResourceID(record + 1), 9u);
-    EXPECT_EQ(DecimalRecord<TypeParam>::readValue(record + 1), XSDDecimal::fromNormalisedFields(-987654321, 4));
+    EXPECT_EQ(RECORD.readResourceID(record + 1), 9u);
+    EXPECT_EQ(RECORD.readValue(record + 1), XSDDecimal::fromNormalisedFields(-987654321, 4));
 }
 
 }

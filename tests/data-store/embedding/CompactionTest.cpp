@@ -54,7 +54,7 @@ std::unique_ptr<Dictionary> makeDictionary(ResourceIDWidth width) {
 
 std::vector<std::string> listLiterals(const Dictionary& dictionary, const std::function<bool(uint64_t)>& isKept) {
     std::vector<std::string> literals;
-    for (uint64_t resourceID = 0; resourceID < dictionary.takeSnapshot().first; ++resourceID)
+    for (uint64_t resourceID = 0; resourceID < dictionary.takeSnapshot().resourceIDEnd; ++resourceID)
         if (dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE && isKept(resourceID))
             literals.push_back(dictionary.getTurtleLiteral(resourceID));
     return literals;
@@ -78,8 +78,8 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
         for (const Row& row : rows) {
             SCOPED_TRACE(row.name);
             const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
-            const uint64_t oldNextResourceID = dictionary->takeSnapshot().first;
-            const uint64_t oldPoolEnd = dictionary->takeSnapshot().second;
+            const uint64_t oldNextResourceID = dictionary->takeSnapshot().resourceIDEnd;
+            const uint64_t oldPoolEnd = dictionary->takeSnapshot().dataPoolEnd;
             const std::vector<std::string> oldLiterals = listLiterals(*dictionary, [](uint64_t) { return true; });
             const std::vector<std::string> keptLiterals = listLiterals(*dictionary, row.isKept);
             const uint64_t oldBytes = dictionary->getUsedBytes();
@@ -108,16 +108,16 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
                     ASSERT_EQ(newResourceIDs[resourceID], 0u);
                 index += existed;
             }
-            EXPECT_EQ(dictionary->takeSnapshot().first, keptLiterals.size() + 1);
+            EXPECT_EQ(dictionary->takeSnapshot().resourceIDEnd, keptLiterals.size() + 1);
             EXPECT_EQ(listLiterals(*dictionary, [](uint64_t) { return true; }), keptLiterals);
             EXPECT_EQ(test::listResources(*dictionary, oldNextResourceID + 4096).size(), keptLiterals.size())
                 << "found under their IDs, and no others";
             EXPECT_EQ(findProblems(*dictionary), NONE);
             const uint64_t recordSize = width == ResourceIDWidth::BITS_32 ? 13 : 17;
             EXPECT_EQ(
-                dictionary->takeSnapshot().second,
+                dictionary->takeSnapshot().dataPoolEnd,
                 64 + recordSize * dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
-            EXPECT_LT(dictionary->takeSnapshot().second, oldPoolEnd);
+            EXPECT_LT(dictionary->takeSnapshot().dataPoolEnd, oldPoolEnd);
             EXPECT_LE(dictionary->getUsedBytes(), oldBytes);
             for (const TableStatistics& table : dictionary->getTableStatistics())
                 EXPECT_EQ(table.m_deletedBuckets, 0u);
@@ -135,8 +135,8 @@ TEST(Compaction, DroppedValuesAreNewValues) {
             [](uint64_t resourceID) { return resourceID % 2 == 1; }); // the integers, and half of the ints
         const Dictionary::Snapshot snapshot = dictionary->takeSnapshot();
         EXPECT_EQ(dictionary->tryResolve("0.5", D_XSD_DECIMAL), 0u);
-        EXPECT_EQ(dictionary->resolve("0.5", D_XSD_DECIMAL), snapshot.first);
-        EXPECT_EQ(dictionary->resolve("0", D_XSD_LONG), snapshot.first + 1);
+        EXPECT_EQ(dictionary->resolve("0.5", D_XSD_DECIMAL), snapshot.resourceIDEnd);
+        EXPECT_EQ(dictionary->resolve("0", D_XSD_LONG), snapshot.resourceIDEnd + 1);
         EXPECT_EQ(dictionary->tryResolve("0.5", D_XSD_DECIMAL, snapshot), 0u) << "the snapshot is older";
         EXPECT_EQ(dictionary->tryResolve("0", D_XSD_INTEGER, snapshot), 1u);
         Transaction transaction(*dictionary);

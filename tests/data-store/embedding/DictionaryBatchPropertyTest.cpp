@@ -134,7 +134,7 @@ TEST_P(DictionaryBatchPropertyTest, RandomBatchesDoWhatOneAtATimeDoes) {
             if (HasFatalFailure())
                 return;
         }
-        EXPECT_GT(batched.takeSnapshot().first, 4000u); // tables were resized
+        EXPECT_GT(batched.takeSnapshot().resourceIDEnd, 4000u); // tables were resized
     }
 }
 

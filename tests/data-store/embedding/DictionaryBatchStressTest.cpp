@@ -131,7 +131,7 @@ TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughMan
         // up.
         std::vector<uint64_t> found(numberOfValues);
         dictionary.tryResolve(values, found.data());
-        std::vector<bool> isUsed(dictionary.takeSnapshot().first, false);
+        std::vector<bool> isUsed(dictionary.takeSnapshot().resourceIDEnd, false);
         std::array<uint64_t, 256> expectedCounts{};
         for (size_t i = 0; i < numberOfValues; ++i) {
             ASSERT_EQ(found[i], dictionary.tryResolve(values[i])) << i;

@@ -286,7 +286,7 @@ TEST_P(DictionaryBatchTest, OnlyWhatASnapshotReachesIsFound) {
             dictionary.resolve(values[index]);
     }
     for (const Dictionary::Snapshot& snapshot : snapshots) {
-        SCOPED_TRACE(std::to_string(snapshot.first) + ", " + std::to_string(snapshot.second));
+        SCOPED_TRACE(std::to_string(snapshot.resourceIDEnd) + ", " + std::to_string(snapshot.dataPoolEnd));
         std::vector<uint64_t> resourceIDs(values.size(), 999);
         std::vector<uint64_t> expected;
         for (const ResourceValue& value : values)
@@ -304,7 +304,7 @@ TEST_P(DictionaryBatchTest, LookingUpEntersNothing) {
     dictionary.tryResolve(values, resourceIDs.data());
     EXPECT_EQ(resourceIDs, std::vector<uint64_t>(values.size(), 0));
     EXPECT_EQ(dictionary.getUsedBytes(), usedBytes);
-    EXPECT_EQ(dictionary.takeSnapshot().first, 1u);
+    EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 1u);
 }
 
 TEST_P(DictionaryBatchTest, AnEndedTransactionRefusesThem) {

@@ -136,7 +136,7 @@ TEST_P(DictionaryTest, UnknownDatatypesAreRefused) {
         expectError(SOURCE, 40, message, [&] { m_dictionary.tryResolve("1", datatypeIRI); });
         expectError(SOURCE, 40, message, [&] { Dictionary::getDatatypeID(datatypeIRI); });
     }
-    EXPECT_EQ(m_dictionary.takeSnapshot().first, 1u);
+    EXPECT_EQ(m_dictionary.takeSnapshot().resourceIDEnd, 1u);
 }
 
 TEST_P(DictionaryTest, EveryDatatypeIsKnownByIDAndIRI) {
@@ -196,7 +196,7 @@ TEST_P(DictionaryTest, ASnapshotSeesWhatWasEnteredBeforeAndNothingElse) {
     m_dictionary.resolve("1", D_XSD_INT);
     m_dictionary.resolve("1.5", D_XSD_DECIMAL);
     const Dictionary::Snapshot snapshot = m_dictionary.takeSnapshot();
-    EXPECT_EQ(snapshot.first, 3u);
+    EXPECT_EQ(snapshot.resourceIDEnd, 3u);
     m_dictionary.resolve("2", D_XSD_INT);
     m_dictionary.resolve("2.5", D_XSD_DECIMAL);
     EXPECT_EQ(m_dictionary.tryResolve("1", D_XSD_INT, snapshot), 1u);
@@ -301,7 +301,7 @@ TEST_P(DictionaryTest, The257thThreadIsRefusedUntilAnotherEnds) {
         expectError(source, 70, message, [&] { m_dictionary.tryResolve(value); });
         expectError(source, 70, message, [&] { Transaction transaction(m_dictionary); });
         EXPECT_EQ(m_dictionary.getLexicalForm(resourceID), "1"); // reading by ID takes no slot
-        EXPECT_EQ(m_dictionary.takeSnapshot().first, 2u);
+        EXPECT_EQ(m_dictionary.takeSnapshot().resourceIDEnd, 2u);
     }).join();
     EXPECT_EQ(m_dictionary.resolve("3", D_XSD_INT), 2u); // those with slots go on, and the gate is open
     mayOneEnd = true;

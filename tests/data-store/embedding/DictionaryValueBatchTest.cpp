@@ -82,14 +82,15 @@ TEST_P(DictionaryValueBatchTest, AnIDThatNobodyHasGivesAValueOfNoDatatype) {
     Transaction rolledBack(m_dictionary);
     const uint64_t goneID = rolledBack.resolve("777777", D_XSD_INT);
     rolledBack.rollback();
-    const uint64_t unknown[] = {0,
-                                goneID,
-                                m_dictionary.takeSnapshot().first,
-                                1 << 20,
-                                uint64_t(1) << 32,
-                                uint64_t(1) << 40,
-                                UINT64_MAX - 1,
-                                UINT64_MAX};
+    const uint64_t unknown[] = {
+        0,
+        goneID,
+        m_dictionary.takeSnapshot().resourceIDEnd,
+        1 << 20,
+        uint64_t(1) << 32,
+        uint64_t(1) << 40,
+        UINT64_MAX - 1,
+        UINT64_MAX};
     const struct {
         const char* name;
         bool (*isUnknown)(size_t index);

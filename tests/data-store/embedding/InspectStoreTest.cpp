@@ -90,7 +90,7 @@ protected:
 /// What the inspector should print of a dictionary.
 std::string describe(const Dictionary& dictionary) {
     std::string lines;
-    const uint64_t end = dictionary.takeSnapshot().first;
+    const uint64_t end = dictionary.takeSnapshot().resourceIDEnd;
     for (uint64_t resourceID = 0; resourceID < end; ++resourceID) {
         const uint8_t datatypeID = dictionary.tryGetResourceDatatypeID(resourceID);
         if (datatypeID == D_NONE)

@@ -57,10 +57,10 @@ TEST(RestorationStress, ManyThreadsGiveTheSameIDsAsOne) {
                         restoration.restore(getResourceID(record), getLexicalForm(record), getDatatypeID(record));
                 });
                 restoration.finish();
-                EXPECT_EQ(dictionary.takeSnapshot().first, getResourceID(NUMBER_OF_RECORDS - 1) + 1);
+                EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, getResourceID(NUMBER_OF_RECORDS - 1) + 1);
                 EXPECT_EQ(test::findProblems(dictionary), std::vector<std::string>());
                 std::vector<std::string> resources =
-                    test::listResources(dictionary, dictionary.takeSnapshot().first + 1000);
+                    test::listResources(dictionary, dictionary.takeSnapshot().resourceIDEnd + 1000);
                 EXPECT_EQ(resources.size(), NUMBER_OF_RECORDS);
                 if (numberOfThreads == 1)
                     expected = std::move(resources);

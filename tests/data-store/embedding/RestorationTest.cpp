@@ -53,7 +53,7 @@ TEST(Restoration, EveryValueHasItsOldID) {
             test::listResources(dictionary, 1 << 20),
             (std::vector<std::string>{"1 2.25", "3 -7", "4 \"-7\"^^xsd:int", "5000 0.5"}));
         EXPECT_EQ(findProblems(dictionary), NONE);
-        EXPECT_EQ(dictionary.takeSnapshot().first, 5001u);
+        EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 5001u);
         EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 5001u) << "behind the highest";
         test::expectEqual(dictionary, *test::openStore(test::saveStore(dictionary)));
     }
@@ -63,7 +63,7 @@ TEST(Restoration, NothingRestoredIsAnEmptyDictionary) {
     Dictionary dictionary(makeOptions(ResourceIDWidth::BITS_32));
     Restoration restoration(dictionary, {});
     restoration.finish();
-    EXPECT_EQ(dictionary.takeSnapshot().first, 1u);
+    EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 1u);
     EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 1u);
 }
 
@@ -73,9 +73,9 @@ TEST(Restoration, IDsOutsideTheRangeAreRefused) {
     for (const uint64_t resourceID :
          {uint64_t(0), uint64_t(1 << 20), uint64_t(UINT32_MAX), (uint64_t(1) << 32) + 1, UINT64_MAX})
         test::expectError(
-            "Engine/core/data-store/dictionary/Dictionary", 70,
-            "Option 'resource ID' cannot be " + std::to_string(resourceID) +
-                ": the smallest value is 1 and the largest is 1048575.",
+            "Engine/core/data-store/embedding/Restoration", 60,
+            "Resource ID " + std::to_string(resourceID) +
+                " is out of range: the smallest is 1 and the largest is 1048575.",
             [&] { restoration.restore(resourceID, "1", D_XSD_INT); });
     restoration.restore((1 << 20) - 1, "1", D_XSD_INT);
     restoration.finish();
@@ -99,7 +99,7 @@ TEST(Restoration, ContradictionsAreRefusedAndLeaveTheFirstRecord) {
             9, "its value was restored before, under ID 6", [&] { restoration.restore(9, "1.50", D_XSD_DECIMAL); });
         restoration.finish();
         EXPECT_EQ(test::listResources(dictionary, 100), (std::vector<std::string>{"5 \"1\"^^xsd:int", "6 1.5"}));
-        EXPECT_EQ(dictionary.takeSnapshot().first, 7u) << "refused IDs count for nothing";
+        EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 7u) << "refused IDs count for nothing";
         EXPECT_EQ(findProblems(dictionary), NONE);
     }
 }
@@ -185,7 +185,7 @@ TEST(Restoration, NeedsAnEmptyDictionaryAndNoTransaction) {
         EXPECT_THROW(Restoration(dictionary, {}), KavixException);
         EXPECT_THROW(dictionary.resolve("1", D_XSD_INT), KavixException);
         EXPECT_THROW(dictionary.compact([](uint64_t) { return true; }), KavixException);
-        EXPECT_EQ(dictionary.takeSnapshot().first, 1u);
+        EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 1u);
     }
     EXPECT_EQ(dictionary.resolve("1", D_XSD_INT), 1u);
     test::expectError(

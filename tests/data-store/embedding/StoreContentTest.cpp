@@ -3,7 +3,7 @@
 
 #include "core/data-store/embedding/Dictionary.h"
 
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "support/ExpectError.h"
 #include "support/SampleStore.h"
 
@@ -503,10 +503,9 @@ TEST(StoreContent, MoreThanTheBudgetIsRefusedBeforeItIsReserved) {
 
 TEST(StoreContent, AnImageIsComparedWithTheBudgetAsAWhole) {
     const std::string image = SampleStore(ResourceIDWidth::BITS_32).m_image.toBytes();
-    const DictionaryDatatypeInspector& inspector = *DictionaryDatatypeInspector::tryGetInspector(D_XSD_INT);
     const auto check = [&](uint64_t freeBytes) {
         test::MemoryInputStream input(image);
-        inspector.checkImage(
+        s_NumericDatatypeInspector.checkImage(
             input, ImageLimits{image.size(), 4096, freeBytes}, [](std::string&& problem) { ADD_FAILURE() << problem; });
     };
     const uint64_t sizeOfTables = 8 * 1024 + 13 * 16 * 1024;

@@ -176,7 +176,7 @@ TEST(StoreDamageProperty, ChangesUnderRightChecksumsAreRefusedOrHarmless) {
             try {
                 const std::unique_ptr<Dictionary> dictionary = openStore(damaged.toBytes());
                 EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
-                test::listResources(*dictionary, dictionary->takeSnapshot().first);
+                test::listResources(*dictionary, dictionary->takeSnapshot().resourceIDEnd);
                 for (int i = 0; i < 20; ++i)
                     EXPECT_NE(dictionary->resolve(std::to_string(i), D_XSD_INT), 0u);
             }

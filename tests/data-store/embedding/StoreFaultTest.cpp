@@ -81,7 +81,7 @@ TEST(StoreFault, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
     const std::string fileName = folder / "store";
     const std::unique_ptr<Dictionary> oldDictionary = makeDictionary(ResourceIDWidth::BITS_32, 10);
     const std::unique_ptr<Dictionary> newDictionary = makeDictionary(ResourceIDWidth::BITS_32, 100);
-    const uint64_t oldEnd = oldDictionary->takeSnapshot().first;
+    const uint64_t oldEnd = oldDictionary->takeSnapshot().resourceIDEnd;
     const std::vector<std::string> oldResources = test::listResources(*oldDictionary, oldEnd);
     const std::vector<std::string> newResources = test::listResources(*newDictionary, oldEnd);
     saveToFile(*oldDictionary, fileName);

@@ -125,7 +125,7 @@ private:
         const Dictionary::Snapshot before = m_dictionary->takeSnapshot();
         const auto known = m_model.m_resourceIDs.find(literal);
         const uint64_t resourceID = m_dictionary->resolve(literal.second, literal.first);
-        ASSERT_EQ(resourceID, known == m_model.m_resourceIDs.end() ? before.first : known->second);
+        ASSERT_EQ(resourceID, known == m_model.m_resourceIDs.end() ? before.resourceIDEnd : known->second);
         m_model.m_resourceIDs[literal] = resourceID;
     }
 
@@ -141,7 +141,7 @@ private:
             if (known != changed.m_resourceIDs.end())
                 ASSERT_EQ(resourceID, known->second);
             else {
-                ASSERT_GE(resourceID, before.first) << "an ID that was given out before";
+                ASSERT_GE(resourceID, before.resourceIDEnd) << "an ID that was given out before";
                 changed.m_resourceIDs[literal] = resourceID;
             }
             const auto old = m_model.m_resourceIDs.find(literal);
@@ -171,7 +171,7 @@ private:
         const uint64_t usedBytes = m_dictionary->getUsedBytes();
         m_model.compact(m_dictionary->compact(
             [divisor](uint64_t resourceID) { return divisor == 0 || resourceID % (divisor + 1) != 0; }));
-        ASSERT_EQ(m_dictionary->takeSnapshot().first, m_model.m_resourceIDs.size() + 1);
+        ASSERT_EQ(m_dictionary->takeSnapshot().resourceIDEnd, m_model.m_resourceIDs.size() + 1);
         ASSERT_LE(m_dictionary->getUsedBytes(), usedBytes);
     }
 
@@ -202,7 +202,7 @@ private:
             literals[resourceID] = literal;
         }
         std::array<uint64_t, 256> counts{};
-        for (uint64_t resourceID = 0; resourceID < m_dictionary->takeSnapshot().first + 10; ++resourceID) {
+        for (uint64_t resourceID = 0; resourceID < m_dictionary->takeSnapshot().resourceIDEnd + 10; ++resourceID) {
             const auto expected = literals.find(resourceID);
             const uint8_t datatypeID = m_dictionary->tryGetResourceDatatypeID(resourceID);
             ASSERT_EQ(datatypeID, expected == literals.end() ? uint8_t(D_NONE) : expected->second.first)

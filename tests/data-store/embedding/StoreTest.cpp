@@ -97,7 +97,7 @@ TEST(Store, OpeningGivesBackWhatWasSaved) {
                 // An empty dictionary has no array yet; a store always has the entry of ID 0, in a page of each array.
                 EXPECT_EQ(
                     opened->getUsedBytes(),
-                    saved.getUsedBytes() + (saved.takeSnapshot().first == 1 ? 2 * getVMPageSize() : 0));
+                    saved.getUsedBytes() + (saved.takeSnapshot().resourceIDEnd == 1 ? 2 * getVMPageSize() : 0));
                 EXPECT_EQ(saveStore(*opened), bytes) << "opened and saved";
             }
         }
@@ -184,7 +184,7 @@ TEST(Store, AStoreWrittenByHandOpens) {
         EXPECT_EQ(dictionary->getResourceIDWidth(), width);
         EXPECT_EQ(
             dictionary->takeSnapshot(),
-            Dictionary::Snapshot(7, 64 + 2 * (width == ResourceIDWidth::BITS_32 ? 13 : 17)));
+            (Dictionary::Snapshot{7, uint64_t(64 + 2 * (width == ResourceIDWidth::BITS_32 ? 13 : 17))}));
         EXPECT_EQ(
             test::listResources(*dictionary, 4096),
             (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));

@@ -110,7 +110,7 @@ TEST_P(TransactionStressTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransact
         if (threadIndex == 6) {
             // Every ID below a snapshot's bound has been entered completely.
             for (uint64_t checked = 1; entered.load() != 5 * numberOfValues;) {
-                for (const uint64_t bound = m_dictionary.takeSnapshot().first; checked < bound; ++checked)
+                for (const uint64_t bound = m_dictionary.takeSnapshot().resourceIDEnd; checked < bound; ++checked)
                     if (m_dictionary.tryGetResourceDatatypeID(checked) == D_NONE)
                         ADD_FAILURE() << "a snapshot includes ID " << checked << ", whose value is still being entered";
                 std::this_thread::yield();
@@ -148,7 +148,7 @@ TEST_P(TransactionStressTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransact
         }
     });
     EXPECT_EQ(entered.load(), 5 * numberOfValues);
-    EXPECT_EQ(m_dictionary.takeSnapshot().first, 1 + 5 * numberOfValues); // exactly one ID each
+    EXPECT_EQ(m_dictionary.takeSnapshot().resourceIDEnd, 1 + 5 * numberOfValues); // exactly one ID each
     for (uint64_t resourceID = 1; resourceID <= 5 * numberOfValues; ++resourceID)
         ASSERT_NE(m_dictionary.tryGetResourceDatatypeID(resourceID), D_NONE);
 }

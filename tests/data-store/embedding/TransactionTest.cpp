@@ -63,7 +63,7 @@ TEST_P(TransactionTest, CommittedValuesBecomeVisibleAllAtOnce) {
     EXPECT_EQ(m_dictionary.tryResolve("2", D_XSD_INT, after), 2u);
     EXPECT_EQ(m_dictionary.tryResolve("2.5", D_XSD_DECIMAL, after), 3u);
     EXPECT_EQ(m_dictionary.tryResolve("2", D_XSD_INT, before), 0u);
-    EXPECT_EQ(after.first, 2u + 1024u);
+    EXPECT_EQ(after.resourceIDEnd, 2u + 1024u);
 }
 
 TEST_P(TransactionTest, RollbackTakesBackItsValuesAndLeavesEarlierOnes) {
@@ -185,8 +185,8 @@ TEST_P(TransactionTest, ContextsDoNotOutliveTheirTransaction) {
     Transaction transaction(m_dictionary);
     const uint64_t integerID = transaction.resolve("2", D_XSD_INT);
     const uint64_t decimalID = transaction.resolve("2.5", D_XSD_DECIMAL);
-    EXPECT_GE(integerID, snapshot.first);
-    EXPECT_GE(decimalID, snapshot.first);
+    EXPECT_GE(integerID, snapshot.resourceIDEnd);
+    EXPECT_GE(decimalID, snapshot.resourceIDEnd);
     transaction.commit();
     EXPECT_EQ(m_dictionary.tryResolve("2", D_XSD_INT, snapshot), 0u);
     EXPECT_EQ(m_dictionary.tryResolve("2.5", D_XSD_DECIMAL, snapshot), 0u);

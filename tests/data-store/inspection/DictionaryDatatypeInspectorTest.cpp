@@ -1,15 +1,18 @@
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "support/ExpectError.h"
+#include "support/NamesOnlyFactory.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace kavix::test {
 
@@ -20,37 +23,55 @@ void expectInvalid(const ResourceValue& value, const std::string& reason) {
     expectError(
         "Engine/core/data-store/dictionary/Dictionary", 60,
         "The binary value of the datatype with ID " + std::to_string(value.datatypeID) + " is invalid: " + reason + ".",
-        [&] { DictionaryDatatypeInspector::tryGetInspector(value.datatypeID)->checkBinaryValue(value); });
+        [&] { s_NumericDatatypeInspector.checkBinaryValue(value); });
     ResourceValue valid;
     valid.setBinaryValue(D_XSD_BYTE, int64_t(-128));
     const ResourceValue values[] = {valid, valid, value, valid};
-    const DictionaryDatatypeInspector& inspector = *DictionaryDatatypeInspector::tryGetInspector(value.datatypeID);
+    const DictionaryDatatypeInspector& inspector = s_NumericDatatypeInspector;
     EXPECT_EQ(inspector.countValidBinaryValues(values), 2u);
     EXPECT_EQ(inspector.countValidBinaryValues(std::span(values).first(2)), 2u);
     EXPECT_EQ(inspector.countValidBinaryValues(std::span(values).subspan(2)), 0u);
     EXPECT_EQ(inspector.countValidBinaryValues({}), 0u);
 }
 
-class DictionaryDatatypeInspectorTest : public ::testing::Test {
-protected:
-    DictionaryDatatypeInspectorTest() { registerBuiltInDatatypeFamilies(); }
+/// Inspects nothing.
+class IdleInspector : public DictionaryDatatypeInspector {
+
+public:
+
+    using DictionaryDatatypeInspector::DictionaryDatatypeInspector;
+
+    void checkBinaryValue(const ResourceValue&) const override { }
+    size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept override {
+        return values.size();
+    }
+    void checkImage(InputStream&, const ImageLimits&, const ProblemReport&) const override { }
+    void verify(const DictionaryDatatype&, const StoreContents&, const ProblemReport&) const override { }
+    std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype&, const StoreContents&) const override {
+        return {};
+    }
 };
 
-TEST_F(DictionaryDatatypeInspectorTest, TheNumericDatatypesHaveOneInspectorAndNoOthersHave) {
-    const DictionaryDatatypeInspector* const inspector = DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL);
-    ASSERT_NE(inspector, nullptr);
-    for (unsigned datatypeID = 0; datatypeID < 256; ++datatypeID)
-        EXPECT_EQ(
-            DictionaryDatatypeInspector::tryGetInspector(static_cast<uint8_t>(datatypeID)),
-            datatypeID >= 22 && datatypeID <= 35 ? inspector : nullptr);
+TEST(DictionaryDatatypeInspectorTest, AFactoryHasItsInspectorWhileThatLives) {
+    NamesOnlyFactory factory{{240, "http://example.org/inspected"}};
+    EXPECT_EQ(factory.tryGetInspector(), nullptr);
+    {
+        const IdleInspector inspector(factory);
+        EXPECT_EQ(factory.tryGetInspector(), &inspector);
+    }
+    EXPECT_EQ(factory.tryGetInspector(), nullptr);
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype) {
+TEST(DictionaryDatatypeInspectorTest, TheNumericFactoryHasTheNumericInspector) {
+    EXPECT_EQ(s_NumericDatatypeFactory.tryGetInspector(), &s_NumericDatatypeInspector);
+}
+
+TEST(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype) {
     for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos) {
         ResourceValue value;
         for (const int64_t bound : {info.minimum, info.maximum}) {
             value.setBinaryValue(info.datatypeID, bound);
-            EXPECT_NO_THROW(DictionaryDatatypeInspector::tryGetInspector(info.datatypeID)->checkBinaryValue(value));
+            EXPECT_NO_THROW(s_NumericDatatypeInspector.checkBinaryValue(value));
         }
         if (info.minimum != std::numeric_limits<int64_t>::min()) {
             value.setBinaryValue(info.datatypeID, info.minimum - 1);
@@ -65,7 +86,7 @@ TEST_F(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype)
     }
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
+TEST(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
     const struct {
         int64_t unscaledValue;
         uint8_t fractionDigits;
@@ -79,13 +100,13 @@ TEST_F(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
         ResourceValue value;
         value.setBinaryValue(D_XSD_DECIMAL, XSDDecimal::fromNormalisedFields(row.unscaledValue, row.fractionDigits));
         if (row.isValid)
-            EXPECT_NO_THROW(DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL)->checkBinaryValue(value));
+            EXPECT_NO_THROW(s_NumericDatatypeInspector.checkBinaryValue(value));
         else
             expectInvalid(value, "the decimal is not normalised, or has more than 19 fraction digits");
     }
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
+TEST(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
     for (const uint64_t size : {0u, 1u, 4u, 7u, 8u, 9u, 15u, 16u, 17u}) {
         ResourceValue value;
         value.setBinaryForm(D_XSD_INT, size);
@@ -97,7 +118,7 @@ TEST_F(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
     }
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, AValueMustHaveData) {
+TEST(DictionaryDatatypeInspectorTest, AValueMustHaveData) {
     for (const uint64_t size : {0u, 8u}) {
         ResourceValue value;
         value.datatypeID = D_XSD_INT;

@@ -61,7 +61,7 @@ public:
 
     using Policy = typename NumericDatatype<R>::DecimalPolicy;
     using Key = XSDDecimal;
-    using Record = DecimalRecord<R>;
+    static constexpr DecimalRecord RECORD = NumericDatatype<R>::RECORD;
 
     static constexpr size_t BUCKET_SIZE = 8;
 
@@ -81,12 +81,12 @@ public:
 
     uint64_t createKeyWord(const Key& key, uint64_t resourceID) {
         uint64_t end;
-        const uint64_t offset = m_dataPool.allocate(Record::SIZE, end);
-        Record::write(m_dataPool.getBase() + offset, static_cast<R>(resourceID), key);
+        const uint64_t offset = m_dataPool.allocate(RECORD.getSize(), end);
+        RECORD.write(m_dataPool.getBase() + offset, static_cast<R>(resourceID), key);
         return offset;
     }
 
-    uint64_t readResourceID(uint64_t keyWord) const { return Record::readResourceID(m_dataPool.getBase() + keyWord); }
+    uint64_t readResourceID(uint64_t keyWord) const { return RECORD.readResourceID(m_dataPool.getBase() + keyWord); }
 
 private:
 

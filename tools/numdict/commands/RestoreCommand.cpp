@@ -41,7 +41,8 @@ void restoreRecord(Restoration& restoration, const ResourceRecord& record) {
         restoration.restore(record.m_resourceID, record.m_value);
     }
     catch (const KavixException& exception) {
-        if (comesFrom(exception, ErrorSites::CONTRADICTING_RECORD) || comesFrom(exception, ErrorSites::INVALID_OPTION))
+        if (comesFrom(exception, ErrorSites::CONTRADICTING_RECORD) ||
+            comesFrom(exception, ErrorSites::RESOURCE_ID_OUT_OF_RANGE))
             throw RecordFailure(exception.getMessage());
         throw;
     }

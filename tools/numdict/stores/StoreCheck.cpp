@@ -1,7 +1,7 @@
 #include "numdict/stores/StoreCheck.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/data-store/repair/StoreRepair.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
@@ -59,13 +59,12 @@ bool checkImage(const DamagedStore& store, uint64_t memoryBudgetBytes, const Pro
     bool isSound = true;
     MemoryInputStream input(section.m_data, section.m_length);
     try {
-        DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL)
-            ->checkImage(
-                input, ImageLimits{section.m_length, store.getMaxResourceID(), memoryBudgetBytes},
-                [&](std::string&& problem) {
-                    isSound = false;
-                    report(name + ": " + problem);
-                });
+        s_NumericDatatypeInspector.checkImage(
+            input, ImageLimits{section.m_length, store.getMaxResourceID(), memoryBudgetBytes},
+            [&](std::string&& problem) {
+                isSound = false;
+                report(name + ": " + problem);
+            });
     }
     catch (const KavixException& exception) {
         if (!comesFrom(exception, ErrorSites::PREMATURE_END_OF_FILE))
@@ -100,7 +99,6 @@ void checkContent(
 void checkStore(
     const MappedFile& file, const DamagedStore& store, uint64_t memoryBudgetBytes, bool useHugePages,
     const ProblemReport& report) {
-    registerBuiltInDatatypeFamilies();
     for (const std::string& problem : store.getProblems())
         report(std::string(problem));
     if (!store.isReadable())

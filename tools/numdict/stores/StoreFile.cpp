@@ -86,7 +86,7 @@ uint64_t countResources(const Dictionary& dictionary) {
 }
 
 uint64_t getEndOfResourceIDs(const Dictionary& dictionary) {
-    return dictionary.takeSnapshot().first;
+    return dictionary.takeSnapshot().resourceIDEnd;
 }
 
 }

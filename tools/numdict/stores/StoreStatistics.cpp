@@ -102,9 +102,7 @@ double DatatypeStatistics::getBytesPerValue() const noexcept {
 
 StoreStatistics collectStatistics(const Dictionary& dictionary) {
     StoreStatistics statistics;
-    const uint64_t recordSize = dictionary.getResourceIDWidth() == ResourceIDWidth::BITS_32
-                                    ? DecimalRecord<unsigned int>::SIZE
-                                    : DecimalRecord<unsigned long>::SIZE;
+    const uint64_t recordSize = DecimalRecord(dictionary.getResourceIDWidth()).getSize();
     for (const TableStatistics& table : dictionary.getTableStatistics()) {
         DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(table.m_datatypeID)];
         datatype.m_table = table;

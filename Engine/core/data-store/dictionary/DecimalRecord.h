@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/data-store/dictionary/ResourceIDWidth.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 
 #include <cstddef>
@@ -10,38 +11,49 @@ namespace kavix {
 
 /// The record of an xsd:decimal resource in the data pool: the resource ID in the width of the dictionary, the unscaled
 /// value (signed 64-bit), the number of fraction digits (8-bit); packed, native byte order, at any address. Records are
-/// saved with the pool. This is the one place that reads and writes them.
-template<typename ResourceID>
-struct DecimalRecord {
+/// saved with the pool. This is the one place that knows their layout, reads and writes them.
+///
+/// Where the width is a constant, so is everything here: no branch is left of it.
+class DecimalRecord {
 
-    static constexpr size_t UNSCALED_VALUE_OFFSET = sizeof(ResourceID);
-    static constexpr size_t FRACTION_DIGITS_OFFSET = UNSCALED_VALUE_OFFSET + sizeof(int64_t);
-    static constexpr size_t SIZE = FRACTION_DIGITS_OFFSET + sizeof(uint8_t);
+public:
 
-    static void write(uint8_t* record, ResourceID resourceID, const XSDDecimal& value) noexcept {
+    constexpr explicit DecimalRecord(ResourceIDWidth width) noexcept :
+        m_resourceIDSize(width == ResourceIDWidth::BITS_32 ? sizeof(uint32_t) : sizeof(uint64_t)) { }
+
+    /// In bytes: 13 or 17.
+    constexpr size_t getSize() const noexcept { return m_resourceIDSize + sizeof(int64_t) + sizeof(uint8_t); }
+
+    void write(uint8_t* record, uint64_t resourceID, const XSDDecimal& value) const noexcept {
         writeResourceID(record, resourceID);
         const int64_t unscaledValue = value.getUnscaledValue();
-        std::memcpy(record + UNSCALED_VALUE_OFFSET, &unscaledValue, sizeof(unscaledValue));
-        record[FRACTION_DIGITS_OFFSET] = value.getFractionDigits();
+        std::memcpy(record + m_resourceIDSize, &unscaledValue, sizeof(unscaledValue));
+        record[m_resourceIDSize + sizeof(unscaledValue)] = value.getFractionDigits();
     }
 
-    static void writeResourceID(uint8_t* record, ResourceID resourceID) noexcept {
-        std::memcpy(record, &resourceID, sizeof(resourceID));
+    void writeResourceID(uint8_t* record, uint64_t resourceID) const noexcept {
+        std::memcpy(record, &resourceID, m_resourceIDSize); // the low bytes come first
     }
 
-    static ResourceID readResourceID(const uint8_t* record) noexcept {
-        ResourceID resourceID;
-        std::memcpy(&resourceID, record, sizeof(resourceID));
+    uint64_t readResourceID(const uint8_t* record) const noexcept {
+        uint64_t resourceID = 0;
+        std::memcpy(&resourceID, record, m_resourceIDSize);
         return resourceID;
     }
 
-    static XSDDecimal readValue(const uint8_t* record) noexcept {
+    /// The value as it is written; a record that is not trusted may have fields that are not normalised.
+    XSDDecimal readValue(const uint8_t* record) const noexcept {
         int64_t unscaledValue;
-        std::memcpy(&unscaledValue, record + UNSCALED_VALUE_OFFSET, sizeof(unscaledValue));
-        return XSDDecimal::fromNormalisedFields(unscaledValue, record[FRACTION_DIGITS_OFFSET]);
+        std::memcpy(&unscaledValue, record + m_resourceIDSize, sizeof(unscaledValue));
+        return XSDDecimal::fromNormalisedFields(unscaledValue, record[m_resourceIDSize + sizeof(unscaledValue)]);
     }
+
+private:
+
+    const size_t m_resourceIDSize;
 };
 
-static_assert(DecimalRecord<unsigned int>::SIZE == 13 && DecimalRecord<unsigned long>::SIZE == 17);
+static_assert(DecimalRecord(ResourceIDWidth::BITS_32).getSize() == 13);
+static_assert(DecimalRecord(ResourceIDWidth::BITS_64).getSize() == 17);
 
 }

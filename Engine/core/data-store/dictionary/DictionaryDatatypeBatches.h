@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryUsageContext.h"
 #include "core/data-store/dictionary/Literal.h"
 #include "core/data-store/dictionary/ResourceValue.h"
@@ -11,22 +12,25 @@
 
 namespace kavix {
 
-/// Operations on many elements at once, which the dictionary of a family may offer beside DictionaryDatatype, for the
-/// sake of speed alone: what a batch returns, enters and throws is what the single operation of DictionaryDatatype does
-/// for one element after the other, in order. Only reservations may differ: a value that is present needs none here.
+/// A DictionaryDatatype with operations on many elements at once, which every family has. They are there for the sake of
+/// speed alone: what a batch returns, enters and throws is what the single operation does for one element after the
+/// other, in order. Only reservations may differ: a value that is present needs none here.
 ///
 /// The caller splits what it has into batches of 1 to MAX_BATCH_SIZE elements whose datatypes all belong to the family;
 /// nothing else about their order or mixture is promised. Inputs and results do not overlap. Arguments are trusted, and
 /// threads may call, as for the single operations.
-class DictionaryDatatypeBatches {
+class DictionaryDatatypeBatches : public DictionaryDatatype {
 
 public:
 
     static constexpr size_t MAX_BATCH_SIZE = 1024;
 
+    using DictionaryDatatype::DictionaryDatatype;
+
     /// The resource IDs of values in binary form; absent ones are entered under new IDs. The context may be null.
     /// @throws as resolveResource() at the first value that fails: those before it are entered and have their IDs, none
-    ///         from it on is entered, and what stands in resourceIDs from it on is unspecified
+    ///         from it on is entered, and the contents of resourceIDs from that
+    ///         index on are unspecified
     virtual void resolveResources(
         DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) = 0;
 
@@ -35,8 +39,8 @@ public:
         const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
         uint64_t* resourceIDs) const noexcept = 0;
 
-    /// The resource IDs of literals; absent ones are entered under new IDs. The context may be null. A literal that
-    /// fails stops none behind it.
+    /// The resource IDs of literals; absent ones are entered under new IDs. The context may be null. When a
+    /// literal fails, later ones are still processed.
     /// @return how many failed
     virtual size_t resolveResources(
         DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept = 0;
@@ -51,11 +55,6 @@ public:
     /// @param datatypeIDs  of each resource
     virtual void getResources(
         std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const = 0;
-
-protected:
-
-    // Belongs to whoever owns the DictionaryDatatype.
-    ~DictionaryDatatypeBatches() = default;
 };
 
 }

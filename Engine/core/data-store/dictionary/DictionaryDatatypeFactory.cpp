@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <mutex>
 #include <unordered_map>
 
 namespace kavix {
@@ -16,10 +17,49 @@ struct RegisteredDatatype {
     std::string_view m_datatypeIRI;
 };
 
-/// What is registered, by datatype ID and by IRI. The IRIs are those that the factories own.
-struct Registry {
+/// The registered families by datatype ID and by IRI, at one time. The IRIs are those that the factories own. Never
+/// changed once it is published.
+struct Registrations {
     std::array<RegisteredDatatype, 256> m_datatypesByID;
     std::unordered_map<std::string_view, uint8_t> m_datatypeIDsByIRI;
+};
+
+/// What is registered now. Readers take no lock; each change publishes a copy, and the copies before it are kept, since
+/// nobody knows who still reads them. Changes are rare: one when a family comes and one when it goes.
+class Registry : private Unmovable {
+
+public:
+
+    Registry() :
+        m_current(nullptr) {
+        publish(std::make_unique<Registrations>());
+    }
+
+    const Registrations& get() const noexcept {
+        // Acquire. Pairs with the release in publish(): a thread that observes the pointer observes the content.
+        return *m_current.load(std::memory_order_acquire);
+    }
+
+    /// Changes a copy of what is registered and publishes it.
+    /// @throws std::bad_alloc, and what the change throws: nothing has changed
+    template<typename Change>
+    void update(Change change) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        auto registrations = std::make_unique<Registrations>(get());
+        change(*registrations);
+        publish(std::move(registrations));
+    }
+
+private:
+
+    void publish(std::unique_ptr<Registrations> registrations) {
+        m_all.push_back(std::move(registrations));
+        m_current.store(m_all.back().get(), std::memory_order_release); // pairs with the acquire in get()
+    }
+
+    std::mutex m_mutex; // held by who changes something
+    std::vector<std::unique_ptr<Registrations>> m_all;
+    std::atomic<const Registrations*> m_current;
 };
 
 // Function-local, so that factories of any translation unit can register during static initialisation. It is complete
@@ -29,35 +69,25 @@ Registry& getRegistry() {
     return s_registry;
 }
 
-void unregisterFactory(
-    Registry& registry, const DictionaryDatatypeFactory* factory,
-    const DictionaryDatatypeFactory::DatatypeIDsAndIRIs& datatypeIDsAndIRIs) noexcept {
-    for (const auto& [datatypeID, datatypeIRI] : datatypeIDsAndIRIs)
-        if (registry.m_datatypesByID[datatypeID].m_factory == factory) {
-            registry.m_datatypesByID[datatypeID] = RegisteredDatatype();
-            registry.m_datatypeIDsByIRI.erase(datatypeIRI);
-        }
-}
-
 }
 
 const DictionaryDatatypeFactory* DictionaryDatatypeFactory::tryGetFactory(uint8_t datatypeID) noexcept {
-    return getRegistry().m_datatypesByID[datatypeID].m_factory;
+    return getRegistry().get().m_datatypesByID[datatypeID].m_factory;
 }
 
 uint8_t DictionaryDatatypeFactory::tryGetDatatypeID(std::string_view datatypeIRI) noexcept {
-    const Registry& registry = getRegistry();
-    const auto iterator = registry.m_datatypeIDsByIRI.find(datatypeIRI);
-    return iterator == registry.m_datatypeIDsByIRI.end() ? static_cast<uint8_t>(D_NONE) : iterator->second;
+    const Registrations& registrations = getRegistry().get();
+    const auto iterator = registrations.m_datatypeIDsByIRI.find(datatypeIRI);
+    return iterator == registrations.m_datatypeIDsByIRI.end() ? static_cast<uint8_t>(D_NONE) : iterator->second;
 }
 
 std::string_view DictionaryDatatypeFactory::tryGetDatatypeIRI(uint8_t datatypeID) noexcept {
-    return getRegistry().m_datatypesByID[datatypeID].m_datatypeIRI;
+    return getRegistry().get().m_datatypesByID[datatypeID].m_datatypeIRI;
 }
 
 std::vector<const DictionaryDatatypeFactory*> DictionaryDatatypeFactory::getFactories() {
     std::vector<const DictionaryDatatypeFactory*> factories;
-    for (const RegisteredDatatype& datatype : getRegistry().m_datatypesByID)
+    for (const RegisteredDatatype& datatype : getRegistry().get().m_datatypesByID)
         if (datatype.m_factory != nullptr &&
             std::find(factories.begin(), factories.end(), datatype.m_factory) == factories.end())
             factories.push_back(datatype.m_factory);
@@ -66,26 +96,27 @@ std::vector<const DictionaryDatatypeFactory*> DictionaryDatatypeFactory::getFact
 
 DictionaryDatatypeFactory::DictionaryDatatypeFactory(
     std::initializer_list<std::pair<uint8_t, std::string>> datatypeIDsAndIRIs) :
-    m_datatypeIDsAndIRIs(datatypeIDsAndIRIs) {
-    Registry& registry = getRegistry();
-    try {
+    m_datatypeIDsAndIRIs(datatypeIDsAndIRIs),
+    m_inspector(nullptr) {
+    getRegistry().update([this](Registrations& registrations) {
         for (const auto& [datatypeID, datatypeIRI] : m_datatypeIDsAndIRIs) {
-            RegisteredDatatype& datatype = registry.m_datatypesByID[datatypeID];
+            RegisteredDatatype& datatype = registrations.m_datatypesByID[datatypeID];
             assert(datatypeID != D_NONE && datatype.m_factory == nullptr);
-            [[maybe_unused]] const bool isNew = registry.m_datatypeIDsByIRI.try_emplace(datatypeIRI, datatypeID).second;
+            [[maybe_unused]] const bool isNew =
+                registrations.m_datatypeIDsByIRI.try_emplace(datatypeIRI, datatypeID).second;
             assert(isNew);
             datatype = {this, datatypeIRI};
         }
-    }
-    catch (...) {
-        // No destructor will run: what was registered must not be found.
-        unregisterFactory(registry, this, m_datatypeIDsAndIRIs);
-        throw;
-    }
+    });
 }
 
 DictionaryDatatypeFactory::~DictionaryDatatypeFactory() {
-    unregisterFactory(getRegistry(), this, m_datatypeIDsAndIRIs);
+    getRegistry().update([this](Registrations& registrations) {
+        for (const auto& [datatypeID, datatypeIRI] : m_datatypeIDsAndIRIs) {
+            registrations.m_datatypesByID[datatypeID] = RegisteredDatatype();
+            registrations.m_datatypeIDsByIRI.erase(datatypeIRI);
+        }
+    });
 }
 
 }

@@ -17,18 +17,21 @@ namespace kavix {
 
 class DataPool;
 class DictionaryDatatype;
+class DictionaryDatatypeInspector;
 class MemoryManager;
 class OutputStream;
 class Prefixes;
 template<typename T>
 class MemoryRegion;
 
-/// A family of datatypes: makes its dictionaries and knows its values without one. One object per family, static;
-/// it registers itself at construction and is found by the IDs and IRIs of its datatypes until it is destroyed.
+/// A family of datatypes: makes its dictionaries and knows its values without one. One object per family; it registers
+/// itself at construction and is found by the IDs and IRIs of its datatypes until it is destroyed. A Dictionary has the
+/// families that are registered when it is made, with an inspector each, and they must outlive it; one that is
+/// registered later belongs to later dictionaries.
 ///
 /// Values travel in five arguments: datatype ID, data, data size in bytes, auxiliary data, auxiliary data size; data is
-/// the binary form. All operations are safe to call from any number of threads; registration happens during static
-/// initialisation, before there are threads.
+/// the binary form. All operations are safe to call from any number of threads, also while families come and go;
+/// what a thread was told of a family is valid as long as the family.
 class DictionaryDatatypeFactory : private Unmovable {
 
 public:
@@ -52,7 +55,8 @@ public:
 
     virtual ~DictionaryDatatypeFactory();
 
-    /// Makes an empty dictionary of the family, to be initialised or loaded before use.
+    /// Makes an empty dictionary of the family, to be initialised or loaded before use: an object of a class derived from
+    /// DictionaryDatatypeBatches.
     /// @param use32BitResourceIDs  how wide the dictionary stores resource IDs
     /// The shared objects must outlive it: the budget, the counter of resource IDs, the two arrays indexed by resource
     /// ID (data words and datatype IDs) and the data pool.
@@ -70,7 +74,7 @@ public:
         ResourceValue& value, const char* text, size_t length, uint8_t datatypeID) const = 0;
 
     /// Writes as much of the lexical form as fits, and a NUL, into capacity bytes; returns its full length. With a
-    /// capacity of 0 nothing is written. A result of capacity or more tells that it did not fit.
+    /// capacity of 0 nothing is written. A result >= capacity means that it was truncated.
     virtual size_t appendLexicalForm(
         uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
         size_t auxiliaryDataSize, char* buffer, size_t capacity) const = 0;
@@ -101,9 +105,21 @@ public:
 
     const DatatypeIDsAndIRIs& getDatatypeIDsAndIRIs() const noexcept { return m_datatypeIDsAndIRIs; }
 
+    /// The inspector of the family, or null if it has none yet.
+    const DictionaryDatatypeInspector* tryGetInspector() const noexcept {
+        // Acquire. Pairs with the release in setInspector(): a thread that observes the inspector observes it complete.
+        return m_inspector.load(std::memory_order_acquire);
+    }
+
+    /// Called by the inspector of the family, with its address when it is made and with null when it is destroyed.
+    void setInspector(const DictionaryDatatypeInspector* inspector) noexcept {
+        m_inspector.store(inspector, std::memory_order_release); // pairs with the acquire in tryGetInspector()
+    }
+
 private:
 
-    DatatypeIDsAndIRIs m_datatypeIDsAndIRIs;
+    const DatatypeIDsAndIRIs m_datatypeIDsAndIRIs;
+    std::atomic<const DictionaryDatatypeInspector*> m_inspector;
 };
 
 }

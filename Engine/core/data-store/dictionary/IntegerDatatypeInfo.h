@@ -18,6 +18,8 @@ struct IntegerDatatypeInfo {
     std::string datatypeIRI;
     int64_t minimum;
     int64_t maximum;
+
+    bool contains(int64_t value) const noexcept { return minimum <= value && value <= maximum; }
 };
 
 /// The integer datatypes in the order of their IDs: that of datatype ID d is element d - 23.

@@ -2,9 +2,12 @@
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatypeBatchImpl.h"
+#include "core/data-store/dictionary/NumericDatatypeCompactionImpl.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "core/data-store/dictionary/NumericDatatypeImageImpl.h"
 #include "core/data-store/dictionary/NumericDatatypeImpl.h"
-#include "core/data-store/dictionary/NumericDatatypeMaintenanceImpl.h"
+#include "core/data-store/dictionary/NumericDatatypeStatisticsImpl.h"
+#include "core/platform/system/StaticInitialisation.h"
 
 #include <limits>
 #include <memory>
@@ -12,11 +15,12 @@
 namespace kavix {
 
 // One translation unit holds these, because within one they are made in this order and destroyed in the reverse one:
-// the factory must not be found while the tables that it reads are not there.
+// the factory must not be found while the tables that it reads are not there. The priority puts them before the static objects
+// of other translation units.
 
-const std::string s_xsdDecimal(XSD_DECIMAL);
+[[gnu::init_priority(INITIALISE_FACTORIES)]] const std::string s_xsdDecimal(XSD_DECIMAL);
 
-const std::unordered_map<std::string, uint8_t> s_datatypeIRIsToIDs{
+[[gnu::init_priority(INITIALISE_FACTORIES)]] const std::unordered_map<std::string, uint8_t> s_datatypeIRIsToIDs{
     {XSD_DECIMAL, D_XSD_DECIMAL},
     {XSD_INTEGER, D_XSD_INTEGER},
     {XSD_NON_NEGATIVE_INTEGER, D_XSD_NON_NEGATIVE_INTEGER},
@@ -33,7 +37,8 @@ const std::unordered_map<std::string, uint8_t> s_datatypeIRIsToIDs{
     {XSD_UNSIGNED_BYTE, D_XSD_UNSIGNED_BYTE},
 };
 
-const IntegerDatatypeInfo s_integerDatatypeInfos[NUMBER_OF_INTEGER_DATATYPES] = {
+[[gnu::init_priority(
+    INITIALISE_FACTORIES)]] const IntegerDatatypeInfo s_integerDatatypeInfos[NUMBER_OF_INTEGER_DATATYPES] = {
     {D_XSD_INTEGER, XSD_INTEGER, std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max()},
     {D_XSD_NON_NEGATIVE_INTEGER, XSD_NON_NEGATIVE_INTEGER, 0, std::numeric_limits<int64_t>::max()},
     {D_XSD_NON_POSITIVE_INTEGER, XSD_NON_POSITIVE_INTEGER, std::numeric_limits<int64_t>::min(), 0},
@@ -49,7 +54,7 @@ const IntegerDatatypeInfo s_integerDatatypeInfos[NUMBER_OF_INTEGER_DATATYPES] = 
     {D_XSD_UNSIGNED_BYTE, XSD_UNSIGNED_BYTE, 0, std::numeric_limits<uint8_t>::max()},
 };
 
-const NumericDatatypeFactory s_NumericDatatypeFactory;
+[[gnu::init_priority(INITIALISE_FACTORIES)]] NumericDatatypeFactory s_NumericDatatypeFactory;
 
 // Here, because whoever links the factory needs the dictionaries. Their alignment of a cache line pair comes from the
 // slots of their tables; the aligned forms of new and delete follow from it.

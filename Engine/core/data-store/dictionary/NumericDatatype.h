@@ -36,11 +36,12 @@ class NumericBatch;
 /// interface has 64 bits. The narrow dictionary relies on the bound given to initialize(): at most 2^32 - 2.
 /// Callers, publication order: see DictionaryDatatype. Records are never freed or moved by this class.
 template<typename ResourceID>
-class NumericDatatype final : public DictionaryDatatype, public DictionaryDatatypeBatches {
+class NumericDatatype final : public DictionaryDatatypeBatches {
 
 public:
 
-    using Record = DecimalRecord<ResourceID>;
+    /// The layout of this dictionary's records.
+    static constexpr DecimalRecord RECORD{RESOURCE_ID_WIDTH<ResourceID>};
 
     /// Buckets of integer tables: the key word is the resource ID. The hash is part of the image format.
     struct IntegerPolicy {
@@ -103,11 +104,11 @@ public:
         const uint8_t* getRecord(KeyWord recordOffset) const noexcept { return m_dataPool.getBase() + recordOffset; }
 
         uint64_t getEntryHash(const Bucket&, KeyWord keyWord) const noexcept {
-            return getHash(Record::readValue(getRecord(keyWord)));
+            return getHash(RECORD.readValue(getRecord(keyWord)));
         }
 
         bool isEqual(const Bucket&, KeyWord keyWord, const XSDDecimal& key) const noexcept {
-            return Record::readValue(getRecord(keyWord)) == key;
+            return RECORD.readValue(getRecord(keyWord)) == key;
         }
 
         void prefetchEntry(KeyWord keyWord) const noexcept { fetchAhead(getRecord(keyWord)); }
@@ -117,7 +118,7 @@ public:
         static void copyValue(const Bucket&, Bucket&) noexcept { }
 
         uint64_t getResourceID(const Bucket&, KeyWord keyWord) const noexcept {
-            return Record::readResourceID(getRecord(keyWord));
+            return RECORD.readResourceID(getRecord(keyWord));
         }
     };
 
@@ -267,7 +268,7 @@ private:
     void ensureResourceUsable(uint64_t resourceID);
 
     XSDDecimal getDecimal(uint64_t resourceID) const noexcept {
-        return Record::readValue(m_dataPool.getBase() + m_resourceData[resourceID]);
+        return RECORD.readValue(m_dataPool.getBase() + m_resourceData[resourceID]);
     }
 
     // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize. The integer
@@ -305,7 +306,7 @@ inline uint64_t NumericDatatype<ResourceID>::resolveResource(
 template<typename ResourceID>
 inline void NumericDatatype<ResourceID>::setDecimal(
     uint64_t recordOffset, ResourceID resourceID, const XSDDecimal& value) noexcept {
-    Record::write(m_dataPool.getBase() + recordOffset, resourceID, value);
+    RECORD.write(m_dataPool.getBase() + recordOffset, resourceID, value);
     setResource(resourceID, recordOffset, D_XSD_DECIMAL);
 }
 
@@ -313,10 +314,10 @@ template<typename ResourceID>
 inline std::optional<typename NumericDatatype<ResourceID>::DecimalTable::Entry> NumericDatatype<ResourceID>::
     CreateEntry::tryAtOnce(
         const XSDDecimal& value, NumericDatatype* dictionary, DictionaryUsageContext* context) const noexcept {
-    if (context == nullptr || !context->hasResourceID() || !context->hasDataPoolRoom(Record::SIZE))
+    if (context == nullptr || !context->hasResourceID() || !context->hasDataPoolRoom(RECORD.getSize()))
         return std::nullopt;
     const ResourceID resourceID = static_cast<ResourceID>(context->takeResourceID());
-    const uint64_t recordOffset = context->takeDataPoolRoom(Record::SIZE);
+    const uint64_t recordOffset = context->takeDataPoolRoom(RECORD.getSize());
     dictionary->setDecimal(recordOffset, resourceID, value);
     return typename DecimalTable::Entry{recordOffset, resourceID};
 }

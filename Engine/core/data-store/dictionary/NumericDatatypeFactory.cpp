@@ -58,7 +58,7 @@ void appendEqualIntegers(int64_t integer, std::vector<ResourceValue>& values) {
         appendValue(values, D_XSD_FLOAT, -0.0f);
     }
     for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos)
-        if (info.minimum <= integer && integer <= info.maximum)
+        if (info.contains(integer))
             appendValue(values, info.datatypeID, integer);
 }
 

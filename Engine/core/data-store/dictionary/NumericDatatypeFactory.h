@@ -57,6 +57,6 @@ public:
 };
 
 /// The single factory of the numeric family.
-extern const NumericDatatypeFactory s_NumericDatatypeFactory;
+extern NumericDatatypeFactory s_NumericDatatypeFactory;
 
 }

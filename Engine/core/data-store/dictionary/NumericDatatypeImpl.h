@@ -14,7 +14,7 @@ template<typename ResourceID>
 NumericDatatype<ResourceID>::NumericDatatype(
     MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID, MemoryRegion<uint64_t>& resourceData,
     MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs, DataPool& dataPool) :
-    DictionaryDatatype(nextResourceID, resourceData, resourceDatatypeIDs, dataPool),
+    DictionaryDatatypeBatches(nextResourceID, resourceData, resourceDatatypeIDs, dataPool),
     m_decimalTable(memoryManager, DecimalPolicy{dataPool}) {
     for (std::unique_ptr<IntegerTable>& table : m_integerTables)
         table = std::make_unique<IntegerTable>(memoryManager, IntegerPolicy());
@@ -122,13 +122,13 @@ template<typename ResourceID>
 uint64_t NumericDatatype<ResourceID>::allocateRecord(DictionaryUsageContext* context) {
     uint64_t end;
     if (context == nullptr)
-        return m_dataPool.allocate(Record::SIZE, end);
-    if (!context->hasDataPoolRoom(Record::SIZE)) [[unlikely]] {
+        return m_dataPool.allocate(RECORD.getSize(), end);
+    if (!context->hasDataPoolRoom(RECORD.getSize())) [[unlikely]] {
         // The rest of the old chunk, less than a record, is abandoned.
-        context->m_dataPoolChunkNext = m_dataPool.allocate(DATA_POOL_CHUNK_SIZE + Record::SIZE, end);
+        context->m_dataPoolChunkNext = m_dataPool.allocate(DATA_POOL_CHUNK_SIZE + RECORD.getSize(), end);
         context->m_dataPoolChunkEnd = end;
     }
-    return context->takeDataPoolRoom(Record::SIZE);
+    return context->takeDataPoolRoom(RECORD.getSize());
 }
 
 template<typename ResourceID>

@@ -1,8 +1,8 @@
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DatatypeNames.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/dictionary/Prefixes.h"
 #include "core/data-store/numbers/DecimalDigits.h"
 #include "core/data-store/numbers/IntegerText.h"
 #include "core/platform/errors/ErrorCatalogue.h"
@@ -15,16 +15,6 @@
 namespace kavix {
 
 namespace {
-
-std::string encodeDatatypeIRI(const IntegerDatatypeInfo& info) {
-    std::string text;
-    Prefixes::s_defaultPrefixes.encodeIRI(info.datatypeIRI.data(), info.datatypeIRI.size(), text);
-    return text;
-}
-
-bool isInRange(const IntegerDatatypeInfo& info, int64_t value) noexcept {
-    return info.minimum <= value && value <= info.maximum;
-}
 
 // What is wrong with a form that parseIntegerSigned() refuses: no integer, or one outside 64 bits with a sign.
 LexicalFormStatus classifyRefusedInteger(uint8_t datatypeID, const char* text, size_t length) noexcept {
@@ -69,9 +59,9 @@ int64_t parseIntegerValue(uint8_t datatypeID, const char* text, size_t length) {
     const auto [isValid, value] = parseIntegerSigned(text, length);
     const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(datatypeID);
     if (!isValid) [[unlikely]]
-        Errors::throwInvalidLexicalForm(text, length, encodeDatatypeIRI(info));
-    if (!isInRange(info, value)) [[unlikely]]
-        Errors::throwValueOutOfRange(text, length, encodeDatatypeIRI(info));
+        Errors::throwInvalidLexicalForm(text, length, getDatatypeName(info.datatypeIRI));
+    if (!info.contains(value)) [[unlikely]]
+        Errors::throwValueOutOfRange(text, length, getDatatypeName(info.datatypeIRI));
     return value;
 }
 
@@ -93,7 +83,7 @@ LexicalFormStatus tryParseNumericValue(
     const auto [isValid, integer] = parseIntegerSigned(text, length);
     if (!isValid) [[unlikely]]
         return classifyRefusedInteger(datatypeID, text, length);
-    if (!isInRange(getIntegerDatatypeInfo(datatypeID), integer)) [[unlikely]]
+    if (!getIntegerDatatypeInfo(datatypeID).contains(integer)) [[unlikely]]
         return LexicalFormStatus::OUT_OF_RANGE;
     value.setBinaryValue(datatypeID, integer);
     return LexicalFormStatus::VALID;

@@ -2,6 +2,7 @@
 
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/system/StaticInitialisation.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -177,7 +178,7 @@ Prefixes makeDefaultPrefixes() {
 
 }
 
-const Prefixes Prefixes::s_defaultPrefixes = makeDefaultPrefixes();
+[[gnu::init_priority(INITIALISE_TABLES)]] const Prefixes Prefixes::s_defaultPrefixes = makeDefaultPrefixes();
 
 void Prefixes::addPrefix(std::string_view name, std::string_view namespaceIRI) {
     if (!isPrefixName(name))

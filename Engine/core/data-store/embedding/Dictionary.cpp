@@ -4,9 +4,9 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/data-store/dictionary/DictionaryCompactionState.h"
+#include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/system/SpinWait.h"
@@ -18,10 +18,15 @@ namespace kavix {
 
 namespace {
 
+/// The families that come with the library. A new one is named here and nowhere else, by its inspector, which names its
+/// factory; the linker takes both objects for that. They register themselves when they are made, during static
+/// initialisation; families of an embedder's own are registered by being made, too.
+constexpr const DictionaryDatatypeInspector* BUILT_IN_FAMILIES[] = {&s_NumericDatatypeInspector};
+
 uint64_t checkMaxResourceID(const Dictionary::Options& options) {
     const bool isNarrow = options.resourceIDWidth == ResourceIDWidth::BITS_32;
     if (options.maxResourceID == 0)
-        return isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::DEFAULT_RESOURCE_ID_64;
+        return isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::DEFAULT_MAX_RESOURCE_ID_64;
     const uint64_t maximum = isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::MAX_RESOURCE_ID_64;
     if (options.maxResourceID < Dictionary::MIN_MAX_RESOURCE_ID || options.maxResourceID > maximum)
         Errors::throwInvalidOption("maxResourceID", options.maxResourceID, Dictionary::MIN_MAX_RESOURCE_ID, maximum);
@@ -36,15 +41,8 @@ uint64_t Dictionary::getMaximumDataPoolSize(uint64_t maxResourceID) noexcept {
     constexpr uint64_t BYTES_PER_RESOURCE = 40;
     constexpr uint64_t MINIMUM_SIZE = uint64_t(1) << 30;
     constexpr uint64_t MAXIMUM_SIZE = uint64_t(1) << 45;
-    static_assert(MAXIMUM_SIZE / MAX_RESOURCE_ID_64 > DecimalRecord<unsigned long>::SIZE);
+    static_assert(MAXIMUM_SIZE / MAX_RESOURCE_ID_64 > DecimalRecord(ResourceIDWidth::BITS_64).getSize());
     return std::min(MAXIMUM_SIZE, MINIMUM_SIZE + maxResourceID * BYTES_PER_RESOURCE);
-}
-
-const DictionaryDatatypeInspector& Dictionary::getInspector(uint8_t datatypeID) {
-    const DictionaryDatatypeInspector* const inspector = DictionaryDatatypeInspector::tryGetInspector(datatypeID);
-    if (inspector == nullptr)
-        Errors::throwUnknownDatatypeID(datatypeID);
-    return *inspector;
 }
 
 Dictionary::Dictionary(const Options& options) :
@@ -55,33 +53,39 @@ Dictionary::Dictionary(const Options& options) :
     m_resourceData(m_memoryManager),
     m_resourceDatatypeIDs(m_memoryManager),
     m_dataPool(m_memoryManager),
-    m_dictionaryDatatypesByID(),
-    m_batchesByID(),
+    m_familiesByID(),
     m_snapshotBeforeTransaction(EVERYTHING) {
-    registerBuiltInDatatypeFamilies();
+    const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
+    for (const DictionaryDatatypeInspector* inspector : BUILT_IN_FAMILIES)
+        if (std::none_of(factories.begin(), factories.end(), [inspector](const DictionaryDatatypeFactory* factory) {
+                return factory->tryGetInspector() == inspector;
+            }))
+            Errors::throwFamiliesNotReady();
     m_resourceData.initialize(m_maxResourceID);
     m_resourceDatatypeIDs.initialize(m_maxResourceID);
     m_dataPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
-    for (const DictionaryDatatypeFactory* factory : DictionaryDatatypeFactory::getFactories()) {
-        std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory->createDictionaryDatatype(
-            m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData,
-            m_resourceDatatypeIDs, m_dataPool);
-        dictionaryDatatype->initialize(m_maxResourceID, 0);
-        DictionaryDatatypeBatches* batches = dynamic_cast<DictionaryDatatypeBatches*>(dictionaryDatatype.get());
-        if (batches == nullptr)
-            batches = m_oneAtATimeBatches.emplace_back(std::make_unique<OneAtATimeBatches>(*dictionaryDatatype)).get();
-        for (const auto& [datatypeID, datatypeIRI] : factory->getDatatypeIDsAndIRIs()) {
-            m_dictionaryDatatypesByID[datatypeID] = dictionaryDatatype.get();
-            m_batchesByID[datatypeID] = batches;
-        }
-        m_dictionaryDatatypes.push_back(std::move(dictionaryDatatype));
-    }
+    m_families.reserve(factories.size()); // they stay where they are
+    for (const DictionaryDatatypeFactory* factory : factories)
+        addFamily(*factory);
+}
+
+void Dictionary::addFamily(const DictionaryDatatypeFactory& factory) {
+    const DictionaryDatatypeInspector* const inspector = factory.tryGetInspector();
+    if (inspector == nullptr)
+        Errors::throwFamilyWithoutInspector(std::string(factory.getDatatypeIDsAndIRIs().front().second));
+    std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory.createDictionaryDatatype(
+        m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData,
+        m_resourceDatatypeIDs, m_dataPool);
+    dictionaryDatatype->initialize(m_maxResourceID, 0);
+    auto& batches = static_cast<DictionaryDatatypeBatches&>(*dictionaryDatatype); // what every factory makes is one
+    m_families.push_back(Family{factory, *inspector, std::move(dictionaryDatatype), batches});
+    for (const auto& [datatypeID, datatypeIRI] : factory.getDatatypeIDsAndIRIs())
+        m_familiesByID[datatypeID] = &m_families.back();
 }
 
 Dictionary::~Dictionary() = default;
 
 uint8_t Dictionary::getDatatypeID(std::string_view datatypeIRI) {
-    registerBuiltInDatatypeFamilies();
     const uint8_t datatypeID = DictionaryDatatypeFactory::tryGetDatatypeID(datatypeIRI);
     if (datatypeID == D_NONE)
         Errors::throwUnknownDatatype(std::string(datatypeIRI));
@@ -89,31 +93,30 @@ uint8_t Dictionary::getDatatypeID(std::string_view datatypeIRI) {
 }
 
 std::string_view Dictionary::getDatatypeIRI(uint8_t datatypeID) {
-    registerBuiltInDatatypeFamilies();
     const std::string_view datatypeIRI = DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID);
     if (datatypeIRI.empty())
         Errors::throwUnknownDatatypeID(datatypeID);
     return datatypeIRI;
 }
 
-DictionaryDatatype& Dictionary::getDictionaryDatatype(uint8_t datatypeID) const {
-    DictionaryDatatype* const dictionaryDatatype = m_dictionaryDatatypesByID[datatypeID];
-    if (dictionaryDatatype == nullptr)
+const Dictionary::Family& Dictionary::getFamily(uint8_t datatypeID) const {
+    const Family* const family = m_familiesByID[datatypeID];
+    if (family == nullptr)
         Errors::throwUnknownDatatypeID(datatypeID);
-    return *dictionaryDatatype;
+    return *family;
 }
 
 uint64_t Dictionary::doResolve(DictionaryUsageContext* context, std::string_view lexicalForm, uint8_t datatypeID) {
-    DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(datatypeID);
+    const Family& family = getFamily(datatypeID);
     ThreadSlots::ensureSlot();
-    return dictionaryDatatype.resolveResource(context, lexicalForm.data(), lexicalForm.size(), datatypeID);
+    return family.m_dictionary->resolveResource(context, lexicalForm.data(), lexicalForm.size(), datatypeID);
 }
 
 uint64_t Dictionary::doResolve(DictionaryUsageContext* context, const ResourceValue& value) {
-    DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(value.datatypeID);
-    getInspector(value.datatypeID).checkBinaryValue(value);
+    const Family& family = getFamily(value.datatypeID);
+    family.m_inspector.checkBinaryValue(value);
     ThreadSlots::ensureSlot();
-    return dictionaryDatatype.resolveResource(context, value);
+    return family.m_dictionary->resolveResource(context, value);
 }
 
 namespace {
@@ -148,16 +151,17 @@ uint64_t Dictionary::resolve(const ResourceValue& value) {
 }
 
 uint64_t Dictionary::tryResolve(std::string_view lexicalForm, uint8_t datatypeID, const Snapshot& snapshot) const {
-    const DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(datatypeID);
+    const Family& family = getFamily(datatypeID);
     ThreadSlots::ensureSlot();
-    return dictionaryDatatype.tryResolveResource(snapshot, lexicalForm.data(), lexicalForm.size(), datatypeID);
+    return family.m_dictionary->tryResolveResource(
+        snapshot.toVisibility(), lexicalForm.data(), lexicalForm.size(), datatypeID);
 }
 
 uint64_t Dictionary::tryResolve(const ResourceValue& value, const Snapshot& snapshot) const {
-    const DictionaryDatatype& dictionaryDatatype = getDictionaryDatatype(value.datatypeID);
-    getInspector(value.datatypeID).checkBinaryValue(value);
+    const Family& family = getFamily(value.datatypeID);
+    family.m_inspector.checkBinaryValue(value);
     ThreadSlots::ensureSlot();
-    return dictionaryDatatype.tryResolveResource(snapshot, value);
+    return family.m_dictionary->tryResolveResource(snapshot.toVisibility(), value);
 }
 
 uint8_t Dictionary::tryGetResourceDatatypeID(uint64_t resourceID) const noexcept {
@@ -178,22 +182,22 @@ uint8_t Dictionary::getResourceDatatypeID(uint64_t resourceID) const {
 ResourceValue Dictionary::getValue(uint64_t resourceID) const {
     const uint8_t datatypeID = getResourceDatatypeID(resourceID);
     ResourceValue value;
-    getDictionaryDatatype(datatypeID).getResource(resourceID, datatypeID, value);
+    getFamily(datatypeID).m_dictionary->getResource(resourceID, datatypeID, value);
     return value;
 }
 
 std::string Dictionary::getLexicalForm(uint64_t resourceID) const {
     const uint8_t datatypeID = getResourceDatatypeID(resourceID);
     std::string lexicalForm;
-    getDictionaryDatatype(datatypeID).getResource(resourceID, datatypeID, lexicalForm);
+    getFamily(datatypeID).m_dictionary->getResource(resourceID, datatypeID, lexicalForm);
     return lexicalForm;
 }
 
 std::string Dictionary::getTurtleLiteral(uint64_t resourceID, const Prefixes& prefixes) const {
     const ResourceValue value = getValue(resourceID);
     std::string literal;
-    DictionaryDatatypeFactory::tryGetFactory(value.datatypeID)
-        ->appendTurtleLiteral(
+    getFamily(value.datatypeID)
+        .m_factory.appendTurtleLiteral(
             value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize, prefixes,
             literal);
     return literal;
@@ -223,7 +227,7 @@ bool Dictionary::tryCloseGate() const noexcept {
 
 Dictionary::Snapshot Dictionary::getCounters() const noexcept {
     // Relaxed: nobody enters values while the gate is closed.
-    return Snapshot(m_nextResourceID.load(std::memory_order_relaxed), m_dataPool.getEnd());
+    return Snapshot{m_nextResourceID.load(std::memory_order_relaxed), m_dataPool.getEnd()};
 }
 
 Dictionary::Snapshot Dictionary::takeSnapshot() const noexcept {
@@ -246,7 +250,7 @@ uint64_t Dictionary::beginTransaction() {
         m_snapshotBeforeTransaction = snapshot;
     }
     m_writerGate.beginTransaction();
-    return snapshot.first;
+    return snapshot.resourceIDEnd;
 }
 
 void Dictionary::endTransaction() noexcept {
@@ -256,8 +260,8 @@ void Dictionary::endTransaction() noexcept {
 void Dictionary::removeEverything() {
     // A compaction that keeps nothing needs no memory, so this cannot fail.
     const DictionaryCompactionState nothing(m_memoryManager, 0);
-    for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
-        dictionaryDatatype->finishCompact(nothing);
+    for (const Family& family : m_families)
+        family.m_dictionary->finishCompact(nothing);
     m_resourceData.truncate(0);
     m_resourceDatatypeIDs.truncate(0);
     m_dataPool.clear();
@@ -267,11 +271,12 @@ void Dictionary::removeEverything() {
 void Dictionary::deleteResourcesFrom(uint64_t firstResourceID) {
     ThreadSlots::ensureSlot();
     const Snapshot snapshot = getCounters();
-    const uint64_t end = std::min<uint64_t>(snapshot.first, m_resourceDatatypeIDs.getEnd());
+    const uint64_t end = std::min<uint64_t>(snapshot.resourceIDEnd, m_resourceDatatypeIDs.getEnd());
     for (uint64_t resourceID = firstResourceID; resourceID < end; ++resourceID) {
         const uint8_t datatypeID = tryGetResourceDatatypeID(resourceID);
         if (datatypeID != D_NONE) {
-            getDictionaryDatatype(datatypeID).deleteUncommittedResourceID(snapshot, resourceID, datatypeID);
+            getFamily(datatypeID)
+                .m_dictionary->deleteUncommittedResourceID(snapshot.toVisibility(), resourceID, datatypeID);
             // Relaxed: no snapshot reaches this resource. Without a datatype it does not exist for anybody.
             m_resourceDatatypeIDs[resourceID].store(D_NONE, std::memory_order_relaxed);
         }
@@ -304,30 +309,29 @@ std::array<uint64_t, 256> Dictionary::countResourcesByDatatypeID() const {
 
 std::unique_ptr<ComponentInfo> Dictionary::getComponentInfo() const {
     auto root = std::make_unique<ComponentInfo>("Dictionary");
-    for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
-        root->getChildren().push_back(dictionaryDatatype->getComponentInfo());
+    for (const Family& family : m_families)
+        root->getChildren().push_back(family.m_dictionary->getComponentInfo());
     return root;
 }
 
 StoreContents Dictionary::getContents() const noexcept {
     const Snapshot counters = getCounters();
-    const uint64_t end = std::min<uint64_t>({counters.first, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
+    const uint64_t end =
+        std::min<uint64_t>({counters.resourceIDEnd, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
     return StoreContents{
         m_resourceIDWidth == ResourceIDWidth::BITS_32,
         end,
         m_resourceData.getData(),
         m_resourceDatatypeIDs.getData(),
         m_dataPool.getBase(),
-        counters.second};
+        counters.dataPoolEnd};
 }
 
 std::vector<TableStatistics> Dictionary::getTableStatistics() const {
     std::vector<TableStatistics> statistics;
-    const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
-    for (size_t index = 0; index < m_dictionaryDatatypes.size(); ++index) {
+    for (const Family& family : m_families) {
         const std::vector<TableStatistics> ofFamily =
-            getInspector(factories[index]->getDatatypeIDsAndIRIs().front().first)
-                .getTableStatistics(*m_dictionaryDatatypes[index], getContents());
+            family.m_inspector.getTableStatistics(*family.m_dictionary, getContents());
         statistics.insert(statistics.end(), ofFamily.begin(), ofFamily.end());
     }
     return statistics;

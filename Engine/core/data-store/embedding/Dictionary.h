@@ -2,12 +2,11 @@
 
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
-#include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/Literal.h"
-#include "core/data-store/dictionary/OneAtATimeBatches.h"
 #include "core/data-store/dictionary/Prefixes.h"
 #include "core/data-store/dictionary/ResourceIDWidth.h"
 #include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/embedding/Snapshot.h"
 #include "core/data-store/embedding/WriterGate.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/platform/system/MemoryManager.h"
@@ -30,6 +29,8 @@
 namespace kavix {
 
 class ComponentInfo;
+class DictionaryDatatypeBatches;
+class DictionaryDatatypeFactory;
 class StoreReader;
 
 namespace StoreFormat {
@@ -52,8 +53,7 @@ class Dictionary : private Unmovable {
 
 public:
 
-    /// What a caller sees: resource IDs below first, data pool offsets below second.
-    using Snapshot = std::pair<uint64_t, uint64_t>;
+    using Snapshot = kavix::Snapshot;
 
     /// A snapshot that sees everything.
     static constexpr Snapshot EVERYTHING{UINT64_MAX, UINT64_MAX};
@@ -62,7 +62,7 @@ public:
     static constexpr uint64_t MIN_MAX_RESOURCE_ID = 2048;
     static constexpr uint64_t MAX_RESOURCE_ID_32 = 0xfffffffeULL;
     static constexpr uint64_t MAX_RESOURCE_ID_64 = 1ULL << 40;
-    static constexpr uint64_t DEFAULT_RESOURCE_ID_64 = 1ULL << 33;
+    static constexpr uint64_t DEFAULT_MAX_RESOURCE_ID_64 = 1ULL << 33;
 
     struct Options {
 
@@ -210,12 +210,20 @@ private:
     friend class Transaction;
     friend class Restoration;
 
+    /// A family of datatypes in this dictionary.
+    struct Family {
+        const DictionaryDatatypeFactory& m_factory;
+        const DictionaryDatatypeInspector& m_inspector;
+        std::unique_ptr<DictionaryDatatype> m_dictionary;
+        DictionaryDatatypeBatches& m_batches; // the same object
+    };
+
+    void addFamily(const DictionaryDatatypeFactory& factory);
+
     /// Resource ID 0 means "none".
     static constexpr uint64_t FIRST_RESOURCE_ID = 1;
 
     static uint64_t getMaximumDataPoolSize(uint64_t maxResourceID) noexcept;
-
-    static const DictionaryDatatypeInspector& getInspector(uint8_t datatypeID);
 
     StoreContents getContents() const noexcept;
 
@@ -239,7 +247,7 @@ private:
     template<typename Operation>
     size_t resolveRuns(std::span<const Literal> literals, Resolution* resolutions, Operation operation) const noexcept;
 
-    DictionaryDatatype& getDictionaryDatatype(uint8_t datatypeID) const;
+    const Family& getFamily(uint8_t datatypeID) const;
 
     uint8_t getResourceDatatypeID(uint64_t resourceID) const;
 
@@ -269,10 +277,8 @@ private:
     MemoryRegion<uint64_t> m_resourceData;
     MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
     DataPool m_dataPool;
-    std::vector<std::unique_ptr<DictionaryDatatype>> m_dictionaryDatatypes; // one per family
-    std::array<DictionaryDatatype*, 256> m_dictionaryDatatypesByID; // by datatype ID; null for none
-    std::vector<std::unique_ptr<OneAtATimeBatches>> m_oneAtATimeBatches; // of the families without batches
-    std::array<DictionaryDatatypeBatches*, 256> m_batchesByID; // null as above
+    std::vector<Family> m_families; // fixed after construction, in the order of their smallest datatype IDs
+    std::array<const Family*, 256> m_familiesByID; // by datatype ID; null for none
     mutable WriterGate m_writerGate;
     mutable SpinLock m_snapshotLock;
     Snapshot m_snapshotBeforeTransaction; // guarded by the lock; the one that readers get while a transaction runs

@@ -12,39 +12,37 @@
 
 namespace kavix {
 
-/// Calls operation(batches, first, sizeOfRun) for one run of elements after the other: as many as there are of one
-/// family, but no more than fit a batch. The batches are null where no family has the datatypes.
+/// Calls operation(family, first, sizeOfRun) for one run of elements after the other: as many as there are of one
+/// family, but no more than fit a batch. The family is null where none has the datatypes.
 template<typename GetDatatypeID, typename Operation>
 void Dictionary::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const {
     for (size_t first = 0, end; first < size; first = end) {
-        DictionaryDatatypeBatches* const batches = m_batchesByID[getDatatypeIDOf(first)];
+        const Family* const family = m_familiesByID[getDatatypeIDOf(first)];
         const size_t limit = first + std::min(size - first, DictionaryDatatypeBatches::MAX_BATCH_SIZE);
         end = first + 1;
-        while (end < limit && m_batchesByID[getDatatypeIDOf(end)] == batches)
+        while (end < limit && m_familiesByID[getDatatypeIDOf(end)] == family)
             ++end;
-        operation(batches, first, end - first);
+        operation(family, first, end - first);
     }
 }
 
 /// Calls operation(batches, first, run) for one run of valid values after the other. Throws what is wrong with the
-/// first value that is not, once the operation has returned for all before it. A run is of one family, so one inspector
-/// knows it.
+/// first value that is not, once the operation has returned for all before it.
 template<typename Operation>
 void Dictionary::forEachValidRun(std::span<const ResourceValue> values, Operation operation) const {
     forEachRun(
         values.size(), [values](size_t index) { return values[index].datatypeID; },
-        [values, operation](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
+        [values, operation](const Family* family, size_t first, size_t sizeOfRun) {
             const std::span<const ResourceValue> run = values.subspan(first, sizeOfRun);
-            if (batches == nullptr)
+            if (family == nullptr)
                 Errors::throwUnknownDatatypeID(run.front().datatypeID);
-            const DictionaryDatatypeInspector& inspector = getInspector(run.front().datatypeID);
-            const size_t numberOfValid = inspector.countValidBinaryValues(run);
+            const size_t numberOfValid = family->m_inspector.countValidBinaryValues(run);
             if (numberOfValid != 0) {
                 ThreadSlots::ensureSlot();
-                operation(*batches, first, run.first(numberOfValid));
+                operation(family->m_batches, first, run.first(numberOfValid));
             }
             if (numberOfValid != run.size())
-                inspector.checkBinaryValue(run[numberOfValid]);
+                family->m_inspector.checkBinaryValue(run[numberOfValid]);
         });
 }
 
@@ -58,9 +56,9 @@ void Dictionary::doResolve(
 void Dictionary::tryResolve(
     std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot) const {
     forEachValidRun(
-        values, [&snapshot, resourceIDs](
+        values, [visibility = snapshot.toVisibility(), resourceIDs](
                     const DictionaryDatatypeBatches& batches, size_t first, std::span<const ResourceValue> run) {
-            batches.tryResolveResources(snapshot, run, resourceIDs + first);
+            batches.tryResolveResources(visibility, run, resourceIDs + first);
         });
 }
 
@@ -72,11 +70,12 @@ size_t Dictionary::resolveRuns(
     size_t numberOfFailures = 0;
     forEachRun(
         literals.size(), [literals](size_t index) { return literals[index].datatypeID; },
-        [&](DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
-            if (batches != nullptr)
+        [&](const Family* family, size_t first, size_t sizeOfRun) {
+            if (family != nullptr)
                 try {
                     ThreadSlots::ensureSlot();
-                    numberOfFailures += operation(*batches, literals.subspan(first, sizeOfRun), resolutions + first);
+                    numberOfFailures +=
+                        operation(family->m_batches, literals.subspan(first, sizeOfRun), resolutions + first);
                 }
                 catch (...) { // there is no slot
                     std::fill_n(resolutions + first, sizeOfRun, Resolution{0, std::current_exception()});
@@ -103,9 +102,9 @@ size_t Dictionary::tryResolve(
     std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot) const noexcept {
     return resolveRuns(
         literals, resolutions,
-        [&snapshot](
+        [visibility = snapshot.toVisibility()](
             const DictionaryDatatypeBatches& batches, std::span<const Literal> run, Resolution* resolutionsOfRun) {
-            return batches.tryResolveResources(snapshot, run, resolutionsOfRun);
+            return batches.tryResolveResources(visibility, run, resolutionsOfRun);
         });
 }
 
@@ -123,9 +122,10 @@ void Dictionary::getValues(std::span<const uint64_t> resourceIDs, ResourceValue*
         }
         forEachRun(
             batch.size(), [&datatypeIDs](size_t index) { return datatypeIDs[index]; },
-            [&](const DictionaryDatatypeBatches* batches, size_t first, size_t sizeOfRun) {
-                if (batches != nullptr)
-                    batches->getResources(batch.subspan(first, sizeOfRun), datatypeIDs + first, values + first);
+            [&](const Family* family, size_t first, size_t sizeOfRun) {
+                if (family != nullptr)
+                    family->m_batches.getResources(
+                        batch.subspan(first, sizeOfRun), datatypeIDs + first, values + first);
                 else // D_NONE; no resource has a datatype without a family
                     std::fill_n(values + first, sizeOfRun, ResourceValue());
             });

@@ -47,7 +47,7 @@ std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t reso
 
     // Everything that can fail comes first and touches nothing that is in use.
     const uint64_t oldEnd = getContents().m_nextResourceID;
-    std::vector<uint64_t> newResourceIDs(getCounters().first, 0);
+    std::vector<uint64_t> newResourceIDs(getCounters().resourceIDEnd, 0);
     uint64_t nextNewResourceID = FIRST_RESOURCE_ID;
     for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < oldEnd; ++resourceID)
         if (tryGetResourceDatatypeID(resourceID) != D_NONE && isKept(resourceID))
@@ -55,8 +55,8 @@ std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t reso
     DictionaryCompactionState state(m_memoryManager, nextNewResourceID - FIRST_RESOURCE_ID);
     for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < oldEnd; ++resourceID)
         if (newResourceIDs[resourceID] != 0)
-            getDictionaryDatatype(tryGetResourceDatatypeID(resourceID))
-                .prepareCompact(resourceID, newResourceIDs[resourceID], state);
+            getFamily(tryGetResourceDatatypeID(resourceID))
+                .m_dictionary->prepareCompact(resourceID, newResourceIDs[resourceID], state);
     DataPool newPool(m_memoryManager);
     newPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
     moveRecords(state, m_dataPool, newPool);
@@ -67,8 +67,8 @@ std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t reso
 
     // From here on nothing fails: new IDs lie in committed memory, and tables only shrink.
     m_dataPool.swapContents(newPool);
-    for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionaryDatatypes)
-        dictionaryDatatype->finishCompact(state);
+    for (const Family& family : m_families)
+        family.m_dictionary->finishCompact(state);
     m_resourceData.truncate(nextNewResourceID);
     m_resourceDatatypeIDs.truncate(nextNewResourceID);
     m_nextResourceID.store(nextNewResourceID, std::memory_order_relaxed); // relaxed: nobody else is inside

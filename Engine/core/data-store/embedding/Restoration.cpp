@@ -68,15 +68,15 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
     for (uint64_t& count : countsByDatatypeID)
         count = std::min(count, m_dictionary.m_maxResourceID);
     try {
-        for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionary.m_dictionaryDatatypes)
-            dictionaryDatatype->restoreEmpty(countsByDatatypeID);
+        for (const Dictionary::Family& family : m_dictionary.m_families)
+            family.m_dictionary->restoreEmpty(countsByDatatypeID);
     }
     catch (...) {
         // A table that could not be sized has no buckets. If not even the smallest ones can be had, that error goes
         // out.
         const EndOfTransaction end(m_dictionary);
-        for (const std::unique_ptr<DictionaryDatatype>& dictionaryDatatype : m_dictionary.m_dictionaryDatatypes)
-            dictionaryDatatype->initialize(m_dictionary.m_maxResourceID, 0);
+        for (const Dictionary::Family& family : m_dictionary.m_families)
+            family.m_dictionary->initialize(m_dictionary.m_maxResourceID, 0);
         throw;
     }
     m_isRunning = true;
@@ -90,10 +90,9 @@ Restoration::~Restoration() {
 }
 
 void Restoration::restore(uint64_t resourceID, std::string_view lexicalForm, uint8_t datatypeID) {
-    m_dictionary.getDictionaryDatatype(datatypeID); // throws for an unknown datatype
     ResourceValue value;
-    DictionaryDatatypeFactory::tryGetFactory(datatypeID)
-        ->parseResourceValue(value, lexicalForm.data(), lexicalForm.size(), datatypeID);
+    m_dictionary.getFamily(datatypeID)
+        .m_factory.parseResourceValue(value, lexicalForm.data(), lexicalForm.size(), datatypeID);
     restore(resourceID, value);
 }
 
@@ -101,15 +100,15 @@ void Restoration::restore(uint64_t resourceID, const ResourceValue& value) {
     if (!m_isRunning)
         Errors::throwTransactionHasEnded();
     if (resourceID < Dictionary::FIRST_RESOURCE_ID || resourceID >= m_dictionary.m_maxResourceID)
-        Errors::throwInvalidOption(
-            "resource ID", resourceID, Dictionary::FIRST_RESOURCE_ID, m_dictionary.m_maxResourceID - 1);
-    DictionaryDatatype& dictionaryDatatype = m_dictionary.getDictionaryDatatype(value.datatypeID);
-    Dictionary::getInspector(value.datatypeID).checkBinaryValue(value);
+        Errors::throwResourceIDOutOfRange(resourceID, Dictionary::FIRST_RESOURCE_ID, m_dictionary.m_maxResourceID - 1);
+    const Dictionary::Family& family = m_dictionary.getFamily(value.datatypeID);
+    family.m_inspector.checkBinaryValue(value);
     ThreadSlots::ensureSlot();
     m_dictionary.m_resourceDatatypeIDs.ensureEndAtLeast(resourceID + 1);
     const ClaimedID claimedID(m_dictionary, resourceID);
-    dictionaryDatatype.restoreResource(&m_contexts[s_currentThreadContextIndex], resourceID, value);
-    const uint64_t foundResourceID = dictionaryDatatype.tryResolveResource(Dictionary::EVERYTHING, value);
+    family.m_dictionary->restoreResource(&m_contexts[s_currentThreadContextIndex], resourceID, value);
+    const uint64_t foundResourceID =
+        family.m_dictionary->tryResolveResource(Dictionary::EVERYTHING.toVisibility(), value);
     if (foundResourceID != resourceID)
         Errors::throwContradictingRecord(
             resourceID, "its value was restored before, under ID " + std::to_string(foundResourceID));

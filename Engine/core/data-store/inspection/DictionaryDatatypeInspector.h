@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,6 +13,7 @@
 namespace kavix {
 
 class DictionaryDatatype;
+class DictionaryDatatypeFactory;
 class InputStream;
 
 /// Takes the description of one problem, a clause without a full stop. It may throw to end the search.
@@ -49,17 +49,15 @@ struct TableStatistics {
 };
 
 /// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its
-/// caller, and the figures that take a walk over everything. One object per family, static; found by datatype ID like
-/// the factory. Nothing here changes anything. The checks of binary values are thread-safe; the rest needs that nobody
-/// writes to the dictionary.
+/// caller, and the figures that take a walk over everything. One object per family, which its factory gives. Nothing
+/// here changes anything. The checks of binary values are thread-safe; the rest requires that nobody writes to the
+/// dictionary.
 class DictionaryDatatypeInspector : private Unmovable {
 
 public:
 
-    /// The inspector of a datatype, or null.
-    static const DictionaryDatatypeInspector* tryGetInspector(uint8_t datatypeID) noexcept;
-
-    explicit DictionaryDatatypeInspector(std::initializer_list<uint8_t> datatypeIDs);
+    /// @param factory  of the family; must outlive the inspector
+    explicit DictionaryDatatypeInspector(DictionaryDatatypeFactory& factory) noexcept;
 
     virtual ~DictionaryDatatypeInspector();
 
@@ -86,7 +84,7 @@ public:
 
 private:
 
-    const std::vector<uint8_t> m_datatypeIDs;
+    DictionaryDatatypeFactory& m_factory;
 };
 
 }

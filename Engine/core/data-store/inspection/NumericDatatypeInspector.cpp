@@ -1,17 +1,22 @@
 #include "core/data-store/inspection/NumericDatatypeInspector.h"
 
-#include "core/data-store/dictionary/DatatypeIRIs.h"
+#include "core/data-store/dictionary/DatatypeNames.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
+#include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "core/data-store/dictionary/NumericImageFormat.h"
 #include "core/data-store/inspection/NumericDatatypeVerifier.h"
 #include "core/data-store/numbers/XSDDecimal.h"
+#include "core/platform/collections/LinearProbing.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/stream/InputStream.h"
+#include "core/platform/system/StaticInitialisation.h"
 
 #include <algorithm>
 #include <bit>
 #include <string>
+#include <string_view>
 
 namespace kavix {
 
@@ -35,20 +40,15 @@ BinaryValueStatus classifyBinaryValue(const ResourceValue& value) noexcept {
                    : BinaryValueStatus::NOT_NORMALISED;
     }
     const int64_t integer = value.getBinaryValue<int64_t>();
-    const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(value.datatypeID);
-    return info.minimum <= integer && integer <= info.maximum ? BinaryValueStatus::VALID
-                                                              : BinaryValueStatus::OUT_OF_RANGE;
+    return getIntegerDatatypeInfo(value.datatypeID).contains(integer) ? BinaryValueStatus::VALID
+                                                                      : BinaryValueStatus::OUT_OF_RANGE;
 }
 
 }
 
-const NumericDatatypeInspector s_NumericDatatypeInspector;
-
-NumericDatatypeInspector::NumericDatatypeInspector() :
-    DictionaryDatatypeInspector(
-        {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_NON_NEGATIVE_INTEGER, D_XSD_NON_POSITIVE_INTEGER, D_XSD_NEGATIVE_INTEGER,
-         D_XSD_POSITIVE_INTEGER, D_XSD_LONG, D_XSD_INT, D_XSD_SHORT, D_XSD_BYTE, D_XSD_UNSIGNED_LONG,
-         D_XSD_UNSIGNED_INT, D_XSD_UNSIGNED_SHORT, D_XSD_UNSIGNED_BYTE}) { }
+// After the factory, which it refers to.
+[[gnu::init_priority(INITIALISE_INSPECTORS)]] const NumericDatatypeInspector s_NumericDatatypeInspector(
+    s_NumericDatatypeFactory);
 
 void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) const {
     switch (classifyBinaryValue(value)) {
@@ -93,7 +93,7 @@ public:
         m_remainingBudget(limits.m_freeBytes) { }
 
     void check() {
-        if (!checkHeader("NumericDatatype"))
+        if (!checkHeader(NumericImageFormat::HEADER))
             return;
         const uint64_t maxResourceID = readNumber<uint64_t>();
         const uint64_t maxResourceIDForBlocks = readNumber<uint64_t>();
@@ -103,20 +103,14 @@ public:
                 "the image's bounds of resource IDs, " + std::to_string(maxResourceID) + " and " +
                 std::to_string(maxResourceIDForBlocks) + ", do not agree with the store's, " +
                 std::to_string(m_limits.m_maxResourceID));
-        bool isSound = checkTable("xsd:decimal", DECIMAL_BUCKET_SIZE);
-        for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos)
-            isSound =
-                isSound &&
-                checkTable(info.datatypeIRI.substr(sizeof(XSD_NAMESPACE) - 1).insert(0, "xsd:"), INTEGER_BUCKET_SIZE);
-        if (isSound && m_remainingBytes != 0)
+        bool isTableFound = true;
+        for (uint8_t datatypeID = D_XSD_DECIMAL; isTableFound && datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
+            isTableFound = checkTable(datatypeID);
+        if (isTableFound && m_remainingBytes != 0)
             m_report("the image is longer than its tables");
     }
 
 private:
-
-    static constexpr uint64_t DECIMAL_BUCKET_SIZE = 8;
-    static constexpr uint64_t INTEGER_BUCKET_SIZE = 16;
-    static constexpr uint64_t MAX_NUMBER_OF_BUCKETS = uint64_t(1) << 40;
 
     void read(void* data, uint64_t numberOfBytes) {
         if (numberOfBytes > m_remainingBytes) {
@@ -134,23 +128,23 @@ private:
         return number;
     }
 
-    bool checkHeader(const std::string& header) {
+    bool checkHeader(std::string_view header) {
         std::string found;
         if (readNumber<uint64_t>() == header.size()) {
             found.resize(header.size());
             read(found.data(), found.size());
         }
         if (found != header)
-            m_report("the image has no header '" + header + "' where it should");
+            m_report("the image has no header '" + std::string(header) + "' where it should");
         return found == header;
     }
 
-    /// Returns whether the next table can be found behind this one.
-    bool checkTable(const std::string& datatypeName, uint64_t bucketSize) {
-        const auto report = [this, &datatypeName](const std::string& problem) {
-            m_report("table of " + datatypeName + ": " + problem);
+    /// Returns whether the next table can be found after this one.
+    bool checkTable(uint8_t datatypeID) {
+        const auto report = [this, datatypeID](const std::string& problem) {
+            m_report("table of " + getDatatypeName(datatypeID) + ": " + problem);
         };
-        if (!checkHeader("ParallelHashTable"))
+        if (!checkHeader(TableImageFormat::HEADER))
             return false;
         const uint64_t numberOfBuckets = readNumber<uint64_t>();
         const uint64_t resizeThreshold = readNumber<uint64_t>();
@@ -159,12 +153,12 @@ private:
         uint64_t freeReservations = 0;
         for (size_t slot = 0; slot < NUMBER_OF_THREAD_SLOTS; ++slot)
             freeReservations += readNumber<uint32_t>();
-        if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < 1024 ||
-            numberOfBuckets > MAX_NUMBER_OF_BUCKETS) {
+        if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS ||
+            numberOfBuckets > NumericImageFormat::MAX_NUMBER_OF_BUCKETS) {
             report(std::to_string(numberOfBuckets) + " buckets are not possible");
             return false;
         }
-        if (resizeThreshold != static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * 0.7))
+        if (resizeThreshold != TableImageFormat::getResizeThreshold(numberOfBuckets))
             report(
                 "the threshold " + std::to_string(resizeThreshold) + " does not belong to " +
                 std::to_string(numberOfBuckets) + " buckets");
@@ -175,13 +169,14 @@ private:
                 ") and reserved buckets (" + std::to_string(freeReservations) + ") are not possible");
         const uint64_t maximumNumberOfItems = readNumber<uint64_t>();
         const uint64_t end = maximumNumberOfItems == 0 ? 0 : readNumber<uint64_t>();
-        if (maximumNumberOfItems > MAX_NUMBER_OF_BUCKETS || end > maximumNumberOfItems || end < numberOfBuckets) {
+        if (maximumNumberOfItems > NumericImageFormat::MAX_NUMBER_OF_BUCKETS || end > maximumNumberOfItems ||
+            end < numberOfBuckets) {
             report(
                 "its region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) +
                 " buckets does not hold " + std::to_string(numberOfBuckets) + " buckets");
             return false;
         }
-        const uint64_t size = end * bucketSize;
+        const uint64_t size = end * NumericImageFormat::getBucketSize(datatypeID);
         if (size > m_remainingBytes) {
             report("its buckets take more bytes than the image has");
             return false;
@@ -217,7 +212,7 @@ TableStatistics collectStatistics(const ParallelHashTable<Policy>& table, const 
             Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
         if (keyWord == Table::EMPTY || keyWord >= Table::DELETED)
             continue;
-        const uint64_t probeLength = ((index - policy.getEntryHash(bucket, keyWord)) & mask) + 1;
+        const uint64_t probeLength = LinearProbing::getDistance(policy.getEntryHash(bucket, keyWord), index, mask) + 1;
         ++statistics.m_liveBuckets;
         statistics.m_totalProbeLength += probeLength;
         statistics.m_maxProbeLength = std::max(statistics.m_maxProbeLength, probeLength);

@@ -9,7 +9,7 @@ class NumericDatatypeInspector : public DictionaryDatatypeInspector {
 
 public:
 
-    NumericDatatypeInspector();
+    using DictionaryDatatypeInspector::DictionaryDatatypeInspector;
 
     void checkBinaryValue(const ResourceValue& value) const override;
 

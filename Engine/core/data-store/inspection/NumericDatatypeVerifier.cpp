@@ -1,24 +1,13 @@
 #include "core/data-store/inspection/NumericDatatypeVerifier.h"
 
+#include "core/data-store/dictionary/DatatypeNames.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/dictionary/Prefixes.h"
+#include "core/platform/collections/LinearProbing.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
 #include <string_view>
 
 namespace kavix {
-
-namespace {
-
-std::string getDatatypeName(uint8_t datatypeID) {
-    const std::string& datatypeIRI =
-        datatypeID == D_XSD_DECIMAL ? s_xsdDecimal : getIntegerDatatypeInfo(datatypeID).datatypeIRI;
-    std::string name;
-    Prefixes::s_defaultPrefixes.encodeIRI(datatypeIRI.data(), datatypeIRI.size(), name);
-    return name;
-}
-
-}
 
 template<typename ResourceID>
 void NumericDatatypeVerifier<ResourceID>::reportTable(uint8_t datatypeID, const std::string& problem) const {
@@ -107,7 +96,7 @@ bool NumericDatatypeVerifier<ResourceID>::tryGetEntry(
         return false;
     }
     const uint8_t* const record = m_contents.m_dataPoolBase + keyWord;
-    entry = {Record::readResourceID(record), keyWord, Record::readValue(record)};
+    entry = {RECORD.readResourceID(record), keyWord, RECORD.readValue(record)};
     return true;
 }
 
@@ -138,7 +127,8 @@ void NumericDatatypeVerifier<ResourceID>::verifyProbing(
     const ParallelHashTable<Policy>& table, uint8_t datatypeID, size_t index, const Key& key) const {
     using Table = ParallelHashTable<Policy>;
     const size_t mask = table.getNumberOfBuckets() - 1;
-    for (size_t probe = Policy::getHash(key) & mask; probe != index; probe = (probe + 1) & mask) {
+    for (size_t probe = LinearProbing::getFirst(Policy::getHash(key), mask); probe != index;
+         probe = LinearProbing::getNext(probe, mask)) {
         const typename Policy::Bucket& bucket = table.getBuckets()[probe];
         const typename Policy::KeyWord keyWord = Policy::getKeyWord(bucket).load(std::memory_order_relaxed);
         if (keyWord == Table::EMPTY) {
@@ -169,19 +159,18 @@ void NumericDatatypeVerifier<ResourceID>::verifyResources() const {
                 continue;
             }
             const uint8_t* const record = m_contents.m_dataPoolBase + data;
-            const XSDDecimal value = Record::readValue(record);
-            if (Record::readResourceID(record) != resourceID)
+            const XSDDecimal value = RECORD.readValue(record);
+            if (RECORD.readResourceID(record) != resourceID)
                 reportResource(
                     resourceID, datatypeID,
-                    "its record is that of resource " + std::to_string(Record::readResourceID(record)));
+                    "its record is that of resource " + std::to_string(RECORD.readResourceID(record)));
             if (!XSDDecimal::areNormalisedFields(value.getUnscaledValue(), value.getFractionDigits()))
                 reportResource(
                     resourceID, datatypeID, "its decimal is not normalised, or has more than 19 fraction digits");
         }
         else {
             const int64_t value = static_cast<int64_t>(data);
-            const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(datatypeID);
-            if (value < info.minimum || value > info.maximum)
+            if (!getIntegerDatatypeInfo(datatypeID).contains(value))
                 reportResource(
                     resourceID, datatypeID,
                     "its value " + std::to_string(value) + " is not in the range of the datatype");

@@ -31,7 +31,7 @@ public:
 
 private:
 
-    using Record = DecimalRecord<ResourceID>;
+    static constexpr DecimalRecord RECORD{RESOURCE_ID_WIDTH<ResourceID>};
     using IntegerPolicy = typename NumericDatatype<ResourceID>::IntegerPolicy;
     using DecimalPolicy = typename NumericDatatype<ResourceID>::DecimalPolicy;
 
@@ -71,12 +71,12 @@ private:
         return bucket.m_value == key;
     }
     bool hasKey(const typename DecimalPolicy::Bucket&, uint64_t keyWord, const XSDDecimal& key) const noexcept {
-        return isRecordOffset(keyWord) && Record::readValue(m_contents.m_dataPoolBase + keyWord) == key;
+        return isRecordOffset(keyWord) && RECORD.readValue(m_contents.m_dataPoolBase + keyWord) == key;
     }
 
     bool isRecordOffset(uint64_t offset) const noexcept {
-        return offset >= DataPool::FIRST_OFFSET && m_contents.m_dataPoolEnd >= Record::SIZE &&
-               offset <= m_contents.m_dataPoolEnd - Record::SIZE;
+        return offset >= DataPool::FIRST_OFFSET && m_contents.m_dataPoolEnd >= RECORD.getSize() &&
+               offset <= m_contents.m_dataPoolEnd - RECORD.getSize();
     }
 
     void reportTable(uint8_t datatypeID, const std::string& problem) const;

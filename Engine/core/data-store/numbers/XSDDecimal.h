@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/data-store/numbers/LexicalFormStatus.h"
+
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -8,14 +10,6 @@
 #include <type_traits>
 
 namespace kavix {
-
-/// What became of a lexical form.
-enum class LexicalFormStatus : uint8_t {
-    VALID,
-    MALFORMED, // not in the lexical space of the datatype
-    OUT_OF_RANGE, // a well-formed number that the datatype itself excludes
-    BEYOND_CAPACITY, // a value of the datatype that this system cannot hold exactly
-};
 
 /// An exact decimal number: a signed 64-bit unscaled value and 0 to 19 fraction digits; its value is
 /// unscaledValue / 10^fractionDigits.

@@ -2,6 +2,9 @@
 
 #include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/DecimalRecord.h"
+#include "core/data-store/dictionary/NumericImageFormat.h"
+#include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/store/Checksum.h"
 
 #include <algorithm>
@@ -12,17 +15,14 @@ namespace kavix {
 
 namespace {
 
-/// How the image of the numeric family begins.
-constexpr std::string_view IMAGE_BEGINNING("\x0f\0\0\0\0\0\0\0NumericDatatype", 23);
-
-uint64_t getChecksum(const void* data, uint64_t length) {
-    Checksum checksum;
-    checksum.update(data, length);
-    return checksum.getValue();
-}
-
-std::string getName(const StoreFormat::Section& section) {
-    return std::string(section.m_name, ::strnlen(section.m_name, sizeof(section.m_name)));
+/// Whether bytes begin as the image of the numeric family does.
+bool isImage(const uint8_t* data, uint64_t length) {
+    constexpr std::string_view HEADER = NumericImageFormat::HEADER;
+    uint64_t headerLength;
+    if (length < sizeof(headerLength) + HEADER.size())
+        return false;
+    std::memcpy(&headerLength, data, sizeof(headerLength));
+    return headerLength == HEADER.size() && std::memcmp(data + sizeof(headerLength), HEADER.data(), HEADER.size()) == 0;
 }
 
 }
@@ -111,8 +111,7 @@ bool DamagedStore::tryFindByCounters() {
     if (poolLength > available - arraysLength)
         return false;
     const uint64_t imageLength = available - arraysLength - poolLength;
-    if (imageLength < IMAGE_BEGINNING.size() ||
-        std::memcmp(m_data + m_length - imageLength, IMAGE_BEGINNING.data(), IMAGE_BEGINNING.size()) != 0)
+    if (!isImage(m_data + m_length - imageLength, imageLength))
         return false;
     setSections(
         {sizeof(counters), counters.m_nextResourceID, counters.m_nextResourceID * sizeof(uint64_t), poolLength,
@@ -149,15 +148,15 @@ void DamagedStore::readCounters() {
                             m_counters.m_maxResourceID <= maximum;
     m_maxResourceID = isPossible ? m_counters.m_maxResourceID
                       : isNarrow ? maximum
-                                 : std::max(Dictionary::DEFAULT_RESOURCE_ID_64, m_nextResourceID);
+                                 : std::max(Dictionary::DEFAULT_MAX_RESOURCE_ID_64, m_nextResourceID);
     m_numberOfResources = m_counters.m_numberOfResources;
 }
 
 ResourceIDWidth DamagedStore::guessResourceIDWidth() const {
     // The records of decimals are laid out by the width and begin with the ID of their resource. A wide record looks
     // like a narrow one of the same ID, too; a narrow one looks wide only where the low half of its value is zero.
-    const uint64_t narrowRecords = countRecords(sizeof(uint32_t));
-    const uint64_t wideRecords = countRecords(sizeof(uint64_t));
+    const uint64_t narrowRecords = countRecords(ResourceIDWidth::BITS_32);
+    const uint64_t wideRecords = countRecords(ResourceIDWidth::BITS_64);
     if (narrowRecords > wideRecords)
         return ResourceIDWidth::BITS_32;
     if (wideRecords != 0 || m_header.m_resourceIDWidth == 64)
@@ -167,19 +166,23 @@ ResourceIDWidth DamagedStore::guessResourceIDWidth() const {
                : ResourceIDWidth::BITS_32;
 }
 
-uint64_t DamagedStore::countRecords(uint64_t resourceIDSize) const {
+const uint8_t* DamagedStore::tryGetRecord(const DecimalRecord& record, uint64_t offset) const {
     const Section& pool = m_sections[DATA_POOL];
-    const uint64_t recordSize = resourceIDSize + sizeof(int64_t) + sizeof(uint8_t);
+    if (offset < DataPool::FIRST_OFFSET || pool.m_length < record.getSize() ||
+        offset - DataPool::FIRST_OFFSET > pool.m_length - record.getSize())
+        return nullptr;
+    return pool.m_data + (offset - DataPool::FIRST_OFFSET);
+}
+
+uint64_t DamagedStore::countRecords(ResourceIDWidth width) const {
+    const DecimalRecord record(width);
     uint64_t numberOfRecords = 0;
     for (uint64_t resourceID = 1; resourceID < m_nextResourceID; ++resourceID)
         if (m_sections[DATATYPE_IDS].m_data[resourceID] == D_XSD_DECIMAL) {
             uint64_t offset;
             std::memcpy(&offset, m_sections[RESOURCE_DATA].m_data + resourceID * sizeof(offset), sizeof(offset));
-            uint64_t recordedID = 0;
-            if (offset >= DataPool::FIRST_OFFSET && pool.m_length >= recordSize &&
-                offset - DataPool::FIRST_OFFSET <= pool.m_length - recordSize)
-                std::memcpy(&recordedID, pool.m_data + (offset - DataPool::FIRST_OFFSET), resourceIDSize);
-            numberOfRecords += recordedID == resourceID ? 1 : 0;
+            const uint8_t* const bytes = tryGetRecord(record, offset);
+            numberOfRecords += bytes != nullptr && record.readResourceID(bytes) == resourceID ? 1 : 0;
         }
     return numberOfRecords;
 }
@@ -203,7 +206,7 @@ void DamagedStore::checkHeader() {
             "it has " + std::to_string(m_header.m_numberOfSections) + " sections instead of " +
             std::to_string(NUMBER_OF_SECTIONS));
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index)
-        if (getName(m_table[index]) != SECTION_NAMES[index])
+        if (StoreFormat::getName(m_table[index]) != SECTION_NAMES[index])
             report("the name of section '" + SECTION_NAMES[index] + "' is wrong");
     if (!m_isHeaderSound)
         report("its checksum is wrong; the file was damaged");
@@ -238,30 +241,24 @@ void DamagedStore::checkSections() {
 }
 
 std::vector<uint8_t> DamagedStore::makeSoundBeginning() const {
-    StoreFormat::Header header = m_header;
-    std::memcpy(header.m_magic, StoreFormat::MAGIC, sizeof(header.m_magic));
-    header.m_formatVersion = StoreFormat::FORMAT_VERSION;
-    header.m_byteOrderMark = StoreFormat::BYTE_ORDER_MARK;
-    header.m_resourceIDWidth = static_cast<uint32_t>(m_resourceIDWidth);
-    header.m_numberOfSections = NUMBER_OF_SECTIONS;
+    StoreFormat::Header header = StoreFormat::makeHeader(m_resourceIDWidth, NUMBER_OF_SECTIONS);
+    header.m_libraryVersion = m_header.m_libraryVersion;
+    header.m_pageSize = m_header.m_pageSize;
     const StoreFormat::Counters counters{
         m_lengths[DATATYPE_IDS], m_maxResourceID, DataPool::FIRST_OFFSET + m_lengths[DATA_POOL], m_numberOfResources};
     std::array<StoreFormat::Section, NUMBER_OF_SECTIONS> table{};
     uint64_t offset = FRAME_LENGTH;
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index) {
-        std::memcpy(table[index].m_name, SECTION_NAMES[index].data(), SECTION_NAMES[index].size());
+        StoreFormat::setName(table[index], SECTION_NAMES[index]);
         table[index].m_offset = offset;
         table[index].m_length = m_lengths[index];
         table[index].m_checksum = index == COUNTERS ? getChecksum(&counters, sizeof(counters))
                                                     : getChecksum(m_sections[index].m_data, m_sections[index].m_length);
         offset += m_lengths[index];
     }
-    std::vector<uint8_t> bytes(FRAME_LENGTH + sizeof(counters));
-    std::memcpy(bytes.data(), &header, sizeof(header));
-    std::memcpy(bytes.data() + sizeof(header), table.data(), sizeof(table));
-    const uint64_t checksum = getChecksum(bytes.data(), FRAME_LENGTH - sizeof(m_headerChecksum));
-    std::memcpy(bytes.data() + FRAME_LENGTH - sizeof(checksum), &checksum, sizeof(checksum));
-    std::memcpy(bytes.data() + FRAME_LENGTH, &counters, sizeof(counters));
+    std::vector<uint8_t> bytes = StoreFormat::makeFrame(header, table);
+    const auto* const counterBytes = reinterpret_cast<const uint8_t*>(&counters);
+    bytes.insert(bytes.end(), counterBytes, counterBytes + sizeof(counters));
     return bytes;
 }
 

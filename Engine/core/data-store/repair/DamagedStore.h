@@ -1,6 +1,7 @@
 #pragma once
 
-#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/dictionary/DecimalRecord.h"
+#include "core/data-store/dictionary/ResourceIDWidth.h"
 #include "core/data-store/store/StoreFormat.h"
 #include "core/platform/system/Unmovable.h"
 
@@ -32,8 +33,7 @@ public:
     };
 
     /// Where the first section begins, in bytes.
-    static constexpr uint64_t FRAME_LENGTH =
-        sizeof(StoreFormat::Header) + NUMBER_OF_SECTIONS * sizeof(StoreFormat::Section) + sizeof(uint64_t);
+    static constexpr uint64_t FRAME_LENGTH = StoreFormat::getFrameLength(NUMBER_OF_SECTIONS);
 
     static const std::array<std::string, NUMBER_OF_SECTIONS> SECTION_NAMES;
 
@@ -50,8 +50,8 @@ public:
     /// From the header or, if that is damaged, from the records of decimals, which is right as a rule.
     ResourceIDWidth getResourceIDWidth() const noexcept { return m_resourceIDWidth; }
 
-    /// In bytes, of a decimal record.
-    uint64_t getRecordSize() const noexcept { return m_resourceIDWidth == ResourceIDWidth::BITS_32 ? 13 : 17; }
+    /// The record at an offset in the data pool, or null if it is outside.
+    const uint8_t* tryGetRecord(const DecimalRecord& record, uint64_t offset) const;
 
     /// Every resource is below: as many as both arrays have.
     uint64_t getNextResourceID() const noexcept { return m_nextResourceID; }
@@ -84,7 +84,8 @@ private:
 
     ResourceIDWidth guessResourceIDWidth() const;
 
-    uint64_t countRecords(uint64_t resourceIDSize) const;
+    /// How many decimals have a record of their own ID, if records are as wide as that.
+    uint64_t countRecords(ResourceIDWidth width) const;
 
     const uint8_t* const m_data;
     const uint64_t m_length;

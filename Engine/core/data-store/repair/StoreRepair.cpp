@@ -1,14 +1,13 @@
 #include "core/data-store/repair/StoreRepair.h"
 
-#include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/dictionary/DatatypeNames.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
-#include "core/data-store/dictionary/Prefixes.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/dictionary/NumericImageFormat.h"
 #include "core/data-store/embedding/Restoration.h"
 #include "core/data-store/numbers/XSDDecimal.h"
+#include "core/platform/collections/LinearProbing.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/errors/SystemCallException.h"
@@ -22,35 +21,11 @@ namespace kavix {
 
 namespace {
 
-constexpr std::string_view TABLE_BEGINNING("\x11\0\0\0\0\0\0\0ParallelHashTable", 25);
-
-// Offsets in a table, in bytes: the number of buckets; the capacity and the end of the region; the buckets.
-constexpr uint64_t NUMBER_OF_BUCKETS_OFFSET = 25;
-constexpr uint64_t CAPACITY_OFFSET = NUMBER_OF_BUCKETS_OFFSET + 4 * 8 + 256 * 4;
-constexpr uint64_t END_OFFSET = CAPACITY_OFFSET + 8;
-constexpr uint64_t BUCKETS_OFFSET = END_OFFSET + 8;
-
-// Header and bounds of an image stand before its tables.
-constexpr uint64_t TABLES_OFFSET = 8 + 15 + 8 + 8;
-
 template<typename T>
 T readNumber(const uint8_t* bytes) {
     T number;
     std::memcpy(&number, bytes, sizeof(number));
     return number;
-}
-
-uint64_t getBucketSize(uint8_t datatypeID) {
-    return datatypeID == D_XSD_DECIMAL ? 8 : 16;
-}
-
-std::string getDatatypeName(uint8_t datatypeID) {
-    if (!isNumericDatatype(datatypeID))
-        return "the unknown datatype ID " + std::to_string(datatypeID);
-    const std::string_view datatypeIRI = DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID);
-    std::string name;
-    Prefixes::s_defaultPrefixes.encodeIRI(datatypeIRI.data(), datatypeIRI.size(), name);
-    return name;
 }
 
 // The hashes do not depend on the width.
@@ -66,31 +41,23 @@ StoreRepair::StoreRepair(const DamagedStore& store, bool isTakingUnconfirmed) :
         store.getSection(DamagedStore::DATATYPE_IDS).m_isSound &&
         store.getSection(DamagedStore::RESOURCE_DATA).m_isSound),
     m_isPoolSound(store.getSection(DamagedStore::DATA_POOL).m_isSound),
-    m_resourceIDSize(store.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? 4 : 8),
+    m_record(store.getResourceIDWidth()),
     m_areTablesSound(store.getSection(DamagedStore::DICTIONARY).m_isSound),
     m_tableDatatypeIDs(store.getNextResourceID(), D_NONE),
     m_tableData(store.getNextResourceID(), 0),
     m_isReachable(store.getNextResourceID(), false),
     m_isContradicted(store.getNextResourceID(), false) {
-    registerBuiltInDatatypeFamilies();
     readTables();
 }
 
-uint64_t StoreRepair::readResourceID(const uint8_t* bytes) const {
-    return m_resourceIDSize == 4 ? readNumber<uint32_t>(bytes) : readNumber<uint64_t>(bytes);
-}
-
-const uint8_t* StoreRepair::tryGetRecord(uint64_t offset) const {
-    const DamagedStore::Section& pool = m_store.getSection(DamagedStore::DATA_POOL);
-    const uint64_t size = m_store.getRecordSize();
-    if (offset < DataPool::FIRST_OFFSET || pool.m_length < size ||
-        offset - DataPool::FIRST_OFFSET > pool.m_length - size)
-        return nullptr;
-    return pool.m_data + (offset - DataPool::FIRST_OFFSET);
+uint64_t StoreRepair::readKeyWord(const uint8_t* bucket, uint8_t datatypeID) const {
+    if (datatypeID == D_XSD_DECIMAL || m_store.getResourceIDWidth() == ResourceIDWidth::BITS_64)
+        return readNumber<uint64_t>(bucket);
+    return readNumber<uint32_t>(bucket);
 }
 
 void StoreRepair::readTables() {
-    uint64_t position = TABLES_OFFSET;
+    uint64_t position = NumericImageFormat::TABLES_OFFSET;
     for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
         const uint64_t length = readTable(position, datatypeID);
         if (length == 0) {
@@ -102,59 +69,58 @@ void StoreRepair::readTables() {
 }
 
 uint64_t StoreRepair::readTable(uint64_t position, uint8_t datatypeID) {
+    using namespace TableImageFormat;
+    const uint64_t bucketSize = NumericImageFormat::getBucketSize(datatypeID);
     const DamagedStore::Section& image = m_store.getSection(DamagedStore::DICTIONARY);
     if (image.m_length < BUCKETS_OFFSET || position > image.m_length - BUCKETS_OFFSET)
         return 0;
     const uint8_t* const table = image.m_data + position;
-    if (std::memcmp(table, TABLE_BEGINNING.data(), TABLE_BEGINNING.size()) != 0)
+    if (readNumber<uint64_t>(table) != HEADER.size() ||
+        std::memcmp(table + sizeof(uint64_t), HEADER.data(), HEADER.size()) != 0)
         return 0;
     const uint64_t numberOfBuckets = readNumber<uint64_t>(table + NUMBER_OF_BUCKETS_OFFSET);
     const uint64_t end = readNumber<uint64_t>(table + END_OFFSET);
-    if (end > (image.m_length - position - BUCKETS_OFFSET) / getBucketSize(datatypeID))
+    if (end > (image.m_length - position - BUCKETS_OFFSET) / bucketSize)
         return 0;
     if (std::has_single_bit(numberOfBuckets) && numberOfBuckets <= end)
         readBuckets(table + BUCKETS_OFFSET, numberOfBuckets, datatypeID);
-    return BUCKETS_OFFSET + end * getBucketSize(datatypeID);
-}
-
-bool StoreRepair::isEmptyBucket(const uint8_t* bucket, uint8_t datatypeID) const {
-    return (datatypeID == D_XSD_DECIMAL ? readNumber<uint64_t>(bucket) : readResourceID(bucket)) == 0;
+    return BUCKETS_OFFSET + end * bucketSize;
 }
 
 bool StoreRepair::tryReadBucket(
     const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const {
+    const uint64_t keyWord = readKeyWord(bucket, datatypeID);
     if (datatypeID == D_XSD_DECIMAL) {
-        const uint64_t offset = readNumber<uint64_t>(bucket);
-        const uint8_t* const record = tryGetRecord(offset); // marks are no offsets
+        const uint8_t* const record = m_store.tryGetRecord(m_record, keyWord); // markers are not offsets
         if (record == nullptr)
             return false;
-        resourceID = readResourceID(record);
-        claim = Claim{datatypeID, offset};
-        hash = DecimalPolicy::getHash(XSDDecimal::fromNormalisedFields(
-            readNumber<int64_t>(record + m_resourceIDSize), record[m_resourceIDSize + sizeof(int64_t)]));
+        resourceID = m_record.readResourceID(record);
+        claim = Claim{datatypeID, keyWord};
+        hash = DecimalPolicy::getHash(m_record.readValue(record));
     }
     else {
-        resourceID = readResourceID(bucket);
-        const int64_t value = readNumber<int64_t>(bucket + 8);
+        resourceID = keyWord;
+        const int64_t value = readNumber<int64_t>(bucket + NumericImageFormat::INTEGER_VALUE_OFFSET);
         claim = Claim{datatypeID, static_cast<uint64_t>(value)};
         hash = IntegerPolicy::getHash(value);
     }
-    return resourceID != 0 && resourceID < m_store.getNextResourceID(); // marks are not below
+    return resourceID != 0 && resourceID < m_store.getNextResourceID(); // markers are not below
 }
 
 void StoreRepair::readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, uint8_t datatypeID) {
-    const uint64_t size = getBucketSize(datatypeID);
+    const uint64_t size = NumericImageFormat::getBucketSize(datatypeID);
     const uint64_t mask = numberOfBuckets - 1;
-    // Behind an empty bucket, so that at each bucket it is known how far back the last empty one is.
+    const auto isEmpty = [&](uint64_t index) { return readKeyWord(buckets + index * size, datatypeID) == 0; };
+    // After an empty bucket, so that at each bucket it is known how far back the last empty one is.
     uint64_t begin = 0;
-    while (begin < numberOfBuckets && !isEmptyBucket(buckets + begin * size, datatypeID))
+    while (begin < numberOfBuckets && !isEmpty(begin))
         ++begin;
     const bool hasEmptyBucket = begin < numberOfBuckets;
     uint64_t distance = 0;
     for (uint64_t step = 1; step <= numberOfBuckets; ++step) {
         const uint64_t index = (begin + step) & mask;
         const uint8_t* const bucket = buckets + index * size;
-        distance = isEmptyBucket(bucket, datatypeID) ? 0 : distance + 1;
+        distance = isEmpty(index) ? 0 : distance + 1;
         uint64_t resourceID;
         uint64_t hash;
         Claim claim;
@@ -166,7 +132,7 @@ void StoreRepair::readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, 
         }
         m_tableDatatypeIDs[resourceID] = claim.m_datatypeID;
         m_tableData[resourceID] = claim.m_data;
-        m_isReachable[resourceID] = hasEmptyBucket && ((index - hash) & mask) < distance;
+        m_isReachable[resourceID] = hasEmptyBucket && LinearProbing::getDistance(hash, index, mask) < distance;
     }
 }
 
@@ -178,23 +144,21 @@ StoreRepair::Claim StoreRepair::getArrayClaim(uint64_t resourceID) const {
 
 std::string StoreRepair::decode(uint64_t resourceID, const Claim& claim, ResourceValue& value) const {
     if (claim.m_datatypeID == D_XSD_DECIMAL) {
-        const uint8_t* const record = tryGetRecord(claim.m_data);
+        const uint8_t* const record = m_store.tryGetRecord(m_record, claim.m_data);
         if (record == nullptr)
             return "its record at offset " + std::to_string(claim.m_data) + " is outside the data pool";
-        if (readResourceID(record) != resourceID)
-            return "its record is that of resource " + std::to_string(readResourceID(record));
-        const int64_t unscaledValue = readNumber<int64_t>(record + m_resourceIDSize);
-        const uint8_t fractionDigits = record[m_resourceIDSize + sizeof(int64_t)];
-        if (!XSDDecimal::areNormalisedFields(unscaledValue, fractionDigits))
+        if (m_record.readResourceID(record) != resourceID)
+            return "its record is that of resource " + std::to_string(m_record.readResourceID(record));
+        const XSDDecimal decimal = m_record.readValue(record);
+        if (!XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits()))
             return "its decimal is not normalised, or has more than 19 fraction digits";
-        value.setBinaryValue(D_XSD_DECIMAL, XSDDecimal::fromNormalisedFields(unscaledValue, fractionDigits));
+        value.setBinaryValue(D_XSD_DECIMAL, decimal);
         return "";
     }
     if (!isIntegerDatatype(claim.m_datatypeID))
         return "the datatype is not known";
     const int64_t integer = static_cast<int64_t>(claim.m_data);
-    const IntegerDatatypeInfo& info = getIntegerDatatypeInfo(claim.m_datatypeID);
-    if (integer < info.minimum || integer > info.maximum)
+    if (!getIntegerDatatypeInfo(claim.m_datatypeID).contains(integer))
         return "its value " + std::to_string(integer) + " is not in the range of the datatype";
     value.setBinaryValue(claim.m_datatypeID, integer);
     return "";

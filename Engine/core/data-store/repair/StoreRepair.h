@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
@@ -68,8 +69,6 @@ private:
     bool tryReadBucket(
         const uint8_t* bucket, uint8_t datatypeID, uint64_t& resourceID, Claim& claim, uint64_t& hash) const;
 
-    bool isEmptyBucket(const uint8_t* bucket, uint8_t datatypeID) const;
-
     Claim getArrayClaim(uint64_t resourceID) const;
 
     /// Decides about a resource that somebody claims. Returns why it cannot be saved, or an empty text.
@@ -78,16 +77,14 @@ private:
     /// Returns why a claim is no value of the resource, or an empty text.
     std::string decode(uint64_t resourceID, const Claim& claim, ResourceValue& value) const;
 
-    /// The record at an offset, or null if it is outside the data pool.
-    const uint8_t* tryGetRecord(uint64_t offset) const;
-
-    uint64_t readResourceID(const uint8_t* bytes) const;
+    /// What tells the state of a bucket: a resource ID or the offset of a record; 0 is empty.
+    uint64_t readKeyWord(const uint8_t* bucket, uint8_t datatypeID) const;
 
     const DamagedStore& m_store;
     const bool m_isTakingUnconfirmed;
     const bool m_areArraysSound;
     const bool m_isPoolSound;
-    const uint64_t m_resourceIDSize; // in bytes
+    const DecimalRecord m_record;
 
     bool m_areTablesSound;
 

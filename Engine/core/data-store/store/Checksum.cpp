@@ -31,6 +31,12 @@ void Checksum::reset() noexcept {
     XXH3_64bits_reset(&m_state->m_state);
 }
 
+uint64_t getChecksum(const void* data, size_t numberOfBytes) {
+    Checksum checksum;
+    checksum.update(data, numberOfBytes);
+    return checksum.getValue();
+}
+
 size_t ChecksumInputStream::read(void* data, size_t numberOfBytes) {
     // In pieces that are still in the cache when they are checksummed.
     constexpr size_t MAX_PIECE = size_t(1) << 19;

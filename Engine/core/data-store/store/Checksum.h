@@ -35,6 +35,10 @@ private:
     std::unique_ptr<State> m_state;
 };
 
+/// The checksum of bytes that are all there.
+/// @throws std::bad_alloc
+uint64_t getChecksum(const void* data, size_t numberOfBytes);
+
 /// Counts and checksums what is written to it and keeps nothing.
 class ChecksumOutputStream : public OutputStream {
 

@@ -1,7 +1,13 @@
 #pragma once
 
+#include "core/data-store/dictionary/ResourceIDWidth.h"
+
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace kavix {
 
@@ -52,6 +58,24 @@ inline constexpr char DICTIONARY_PREFIX[] = "dictionary-"; // then the smallest 
 
 /// More sections than any store has.
 inline constexpr uint64_t MAX_NUMBER_OF_SECTIONS = 64;
+
+/// The header that this program writes.
+Header makeHeader(ResourceIDWidth resourceIDWidth, uint64_t numberOfSections) noexcept;
+
+/// What comes before the first section: the header, the table of sections and the checksum of both.
+/// @throws std::bad_alloc
+std::vector<uint8_t> makeFrame(const Header& header, std::span<const Section> sections);
+
+/// In bytes, of what makeFrame() returns.
+constexpr uint64_t getFrameLength(uint64_t numberOfSections) noexcept {
+    return sizeof(Header) + numberOfSections * sizeof(Section) + sizeof(uint64_t);
+}
+
+/// The name of a section, as far as there is one; a damaged one may have any characters.
+std::string getName(const Section& section);
+
+/// @param name  at most 16 characters
+void setName(Section& section, std::string_view name) noexcept;
 
 }
 

@@ -66,7 +66,7 @@ void StoreReader::throwSectionTooShort(const std::string& name, uint64_t remaini
 }
 
 std::string StoreReader::getName(const StoreFormat::Section& section) {
-    std::string name(section.m_name, ::strnlen(section.m_name, sizeof(section.m_name)));
+    std::string name = StoreFormat::getName(section);
     for (char& character : name)
         if (character < ' ' || character > '~')
             character = '?'; // names of a damaged file appear in messages

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "core/platform/collections/LinearProbing.h"
+#include "core/platform/collections/TableImageFormat.h"
 #include "core/platform/collections/ThreadContext.h"
 #include "core/platform/system/MemoryRegion.h"
 #include "core/platform/system/SpinWait.h"
 #include "core/platform/system/Unmovable.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <cstddef>
@@ -78,10 +81,10 @@ public:
     static constexpr KeyWord BUSY = std::numeric_limits<KeyWord>::max();
     static constexpr KeyWord DELETED = BUSY - 1;
 
-    static constexpr size_t MINIMUM_NUMBER_OF_BUCKETS = 1024;
+    static constexpr size_t MINIMUM_NUMBER_OF_BUCKETS = TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS;
     static constexpr size_t CHUNK_SIZE = 1024; // buckets
     static constexpr uint32_t RESERVATION_BATCH = 100;
-    static constexpr double LOAD_FACTOR = 0.7;
+    static constexpr double LOAD_FACTOR = TableImageFormat::LOAD_FACTOR;
 
     /// A new entry: what is published in its bucket, and its resource ID.
     struct Entry {
@@ -162,9 +165,9 @@ public:
     template<typename Operation>
     void runInside(Operation&& operation);
 
-    size_t getNumberOfBuckets() const noexcept { return m_numberOfBuckets.load(std::memory_order_relaxed); }
+    size_t getNumberOfBuckets() const noexcept { return m_array.m_numberOfBuckets.load(std::memory_order_relaxed); }
 
-    size_t getCommittedBytes() const noexcept { return m_buckets.getCommittedBytes(); }
+    size_t getCommittedBytes() const noexcept { return m_array.m_region.getCommittedBytes(); }
 
     uint64_t getDeletedCount() const noexcept { return m_deletedCount.load(std::memory_order_relaxed); }
 
@@ -177,11 +180,11 @@ public:
 
     const Policy& getPolicy() const noexcept { return m_policy; }
 
-    uint64_t getResizeThreshold() const noexcept { return m_resizeThreshold; }
+    uint64_t getResizeThreshold() const noexcept { return m_array.m_resizeThreshold; }
 
-    Bucket* getBuckets() noexcept { return m_buckets.getData(); }
+    Bucket* getBuckets() noexcept { return m_array.m_region.getData(); }
 
-    const Bucket* getBuckets() const noexcept { return m_buckets.getData(); }
+    const Bucket* getBuckets() const noexcept { return m_array.m_region.getData(); }
 
 private:
 
@@ -192,10 +195,6 @@ private:
     class Claim;
     class ResizePreparation;
     class Lookups;
-
-    static uint64_t getThreshold(size_t numberOfBuckets) noexcept {
-        return static_cast<uint64_t>(static_cast<double>(numberOfBuckets) * LOAD_FACTOR);
-    }
 
     ThreadContext& getOwnContext() noexcept {
         assert(s_currentThreadContextIndex < NUMBER_OF_THREAD_SLOTS && "the thread has no slot");
@@ -269,10 +268,45 @@ private:
 
     [[gnu::noinline]] static KeyWord waitWhileBusy(const Bucket& bucket) noexcept;
 
-    Bucket& getBucket(size_t index) noexcept { return m_buckets.getData()[index & m_mask]; }
+    /// The buckets and what depends on their number. Changed only while nobody else is inside, and only as a whole.
+    struct BucketArray {
+
+        size_t m_mask; // the number of buckets less 1
+        Bucket* m_afterLast; // the end of the buckets
+        MemoryRegion<Bucket> m_region;
+        std::atomic<size_t> m_numberOfBuckets; // atomic for the statistics
+        uint64_t m_resizeThreshold; // the used count may not exceed it
+
+        explicit BucketArray(MemoryManager& memoryManager) :
+            m_mask(0),
+            m_afterLast(nullptr),
+            m_region(memoryManager),
+            m_numberOfBuckets(0),
+            m_resizeThreshold(0) { }
+
+        /// Makes the first buckets of the region the table.
+        /// @param numberOfBuckets  a power of two, unless an image that was not checked says otherwise
+        void use(size_t numberOfBuckets, uint64_t resizeThreshold) noexcept {
+            m_mask = numberOfBuckets - 1;
+            m_afterLast = m_region.getData() + std::min(numberOfBuckets, m_region.getEnd());
+            m_numberOfBuckets.store(numberOfBuckets, std::memory_order_relaxed); // relaxed: nobody else is inside
+            m_resizeThreshold = resizeThreshold;
+        }
+
+        void use(size_t numberOfBuckets) noexcept {
+            use(numberOfBuckets, TableImageFormat::getResizeThreshold(numberOfBuckets));
+        }
+    };
+
+    /// The bucket that a hash leads to.
+    Bucket& getFirst(uint64_t hash) noexcept {
+        return m_array.m_region.getData()[LinearProbing::getFirst(hash, m_array.m_mask)];
+    }
 
     /// The bucket that comes after one in probing.
-    Bucket* getNext(Bucket* bucket) noexcept { return ++bucket != m_afterLast ? bucket : m_buckets.getData(); }
+    Bucket* getNext(Bucket* bucket) noexcept {
+        return ++bucket != m_array.m_afterLast ? bucket : m_array.m_region.getData();
+    }
 
     /// Returns whether the table was resized meanwhile.
     bool ensureReservation(ThreadContext& own);
@@ -312,18 +346,14 @@ private:
     std::atomic<int64_t> m_resizeState;
 
     // Changed only while nobody else is inside.
-    size_t m_mask; // the number of buckets less 1
-    Bucket* m_afterLast; // the end of the buckets
-    MemoryRegion<Bucket> m_buckets;
+    BucketArray m_array;
 
     // Atomic and shared, on a line of their own: every thread writes the used count now and then.
     alignas(128) std::atomic<uint64_t> m_usedCount; // buckets handed out: live, deleted, and unspent reservations
     std::atomic<uint64_t> m_deletedCount;
 
-    // Changed only while nobody else is inside; the number of buckets is atomic for the statistics.
-    alignas(128) std::atomic<size_t> m_numberOfBuckets;
-    uint64_t m_resizeThreshold; // the used count may not exceed it
-    MemoryRegion<Bucket> m_oldBuckets; // empty except during a resize
+    // Changed only while nobody else is inside.
+    alignas(128) MemoryRegion<Bucket> m_oldBuckets; // empty except during a resize
     size_t m_chunkCount;
 
     std::atomic<size_t> m_chunksRemaining; // not yet completely moved
@@ -342,7 +372,7 @@ uint64_t ParallelHashTable<Policy>::find(const Key& key, IsVisible isVisible, ui
     if (!own.beginEntering()) [[unlikely]]
         return findSlowly(false, key, isVisible, resourceIDEnd);
     if (!isResizing()) [[likely]] {
-        for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+        for (Bucket* bucket = &getFirst(m_policy.getHash(key));; bucket = getNext(bucket)) {
             const KeyWord keyWord = peekKeyWord(*bucket);
             if (isLive(keyWord)) [[likely]] {
                 if (isVisible(keyWord) && m_policy.isEqual(*bucket, keyWord, key)) {
@@ -366,7 +396,7 @@ uint64_t ParallelHashTable<Policy>::findOrInsert(const Key& key, CreateEntry cre
     if (!own.beginEntering()) [[unlikely]]
         return findOrInsertSlowly(false, key, createEntry, arguments...);
     if (!isResizing() && own.getFreeReservation() != 0) [[likely]] {
-        for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+        for (Bucket* bucket = &getFirst(m_policy.getHash(key));; bucket = getNext(bucket)) {
             const KeyWord keyWord = peekKeyWord(*bucket);
             if (isLive(keyWord)) [[likely]] {
                 if (m_policy.isEqual(*bucket, keyWord, key))

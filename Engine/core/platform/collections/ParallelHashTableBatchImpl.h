@@ -58,7 +58,7 @@ private:
         lookup.m_keyNumber = static_cast<uint32_t>(keyNumber);
         if constexpr (!Policy::ENTRY_IS_IN_BUCKET)
             lookup.m_isEntryFetched = false;
-        goTo(lookup, &m_table.getBucket(m_table.m_policy.getHash(m_keys[keyNumber])));
+        goTo(lookup, &m_table.getFirst(m_table.m_policy.getHash(m_keys[keyNumber])));
     }
 
     static void goTo(Lookup& lookup, Bucket* bucket) noexcept {
@@ -108,7 +108,7 @@ private:
             }
             ++bucket;
             if (reinterpret_cast<uintptr_t>(bucket) % LINE_SIZE == 0) {
-                goTo(lookup, bucket != m_table.m_afterLast ? bucket : m_table.m_buckets.getData());
+                goTo(lookup, bucket != m_table.m_array.m_afterLast ? bucket : m_table.getBuckets());
                 return false;
             }
         }
@@ -152,7 +152,7 @@ void ParallelHashTable<Policy>::findOrInsertAll(
                 if (own.getFreeReservation() == 0) [[unlikely]]
                     isResized |= ensureReservation(own); // the empty buckets were those of the old array
                 // Every bucket before this one does not have the key; mostly this one is still empty.
-                Bucket& bucket = isResized || emptyBuckets[index] == nullptr ? getBucket(m_policy.getHash(batch[index]))
+                Bucket& bucket = isResized || emptyBuckets[index] == nullptr ? getFirst(m_policy.getHash(batch[index]))
                                                                              : *emptyBuckets[index];
                 resourceIDs[first + index] =
                     tryClaim(bucket) ? fillClaimed(own, bucket, batch[index], createEntry, first + index)

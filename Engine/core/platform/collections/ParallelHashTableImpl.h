@@ -75,13 +75,9 @@ template<typename Policy>
 ParallelHashTable<Policy>::ParallelHashTable(MemoryManager& memoryManager, const Policy& policy) :
     m_policy(policy),
     m_resizeState(NO_RESIZE),
-    m_mask(0),
-    m_afterLast(nullptr),
-    m_buckets(memoryManager),
+    m_array(memoryManager),
     m_usedCount(0),
     m_deletedCount(0),
-    m_numberOfBuckets(0),
-    m_resizeThreshold(0),
     m_oldBuckets(memoryManager),
     m_chunkCount(0),
     m_chunksRemaining(0) { }
@@ -96,16 +92,13 @@ template<typename Policy>
 void ParallelHashTable<Policy>::initialize(size_t numberOfBuckets) {
     assert(std::has_single_bit(numberOfBuckets) && numberOfBuckets >= MINIMUM_NUMBER_OF_BUCKETS);
     // Relaxed, in this operation: nobody else is inside.
-    m_numberOfBuckets.store(0, std::memory_order_relaxed);
-    m_buckets.initialize(numberOfBuckets);
-    m_buckets.ensureEndAtLeast(numberOfBuckets);
-    m_mask = numberOfBuckets - 1;
-    m_afterLast = m_buckets.getData() + numberOfBuckets;
+    m_array.m_numberOfBuckets.store(0, std::memory_order_relaxed);
+    m_array.m_region.initialize(numberOfBuckets);
+    m_array.m_region.ensureEndAtLeast(numberOfBuckets);
+    m_array.use(numberOfBuckets);
     resetFreeReservations();
-    m_numberOfBuckets.store(numberOfBuckets, std::memory_order_relaxed);
     m_usedCount.store(0, std::memory_order_relaxed);
     m_deletedCount.store(0, std::memory_order_relaxed);
-    m_resizeThreshold = getThreshold(numberOfBuckets);
     endResize();
 }
 
@@ -130,7 +123,7 @@ template<typename IsVisible>
 uint64_t ParallelHashTable<Policy>::findSlowly(
     bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept {
     const Visit visit(*this, getOwnContext(), isInside);
-    for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+    for (Bucket* bucket = &getFirst(m_policy.getHash(key));; bucket = getNext(bucket)) {
         const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == EMPTY)
             return 0;
@@ -149,7 +142,7 @@ uint64_t ParallelHashTable<Policy>::findOrInsertSlowly(
     const Visit visit(*this, own, isInside);
     // Before probing, never while a bucket is claimed: a leader would wait for readers that wait for that bucket.
     ensureReservation(own);
-    return findOrInsertInside(own, key, &getBucket(m_policy.getHash(key)), createEntry, arguments...);
+    return findOrInsertInside(own, key, &getFirst(m_policy.getHash(key)), createEntry, arguments...);
 }
 
 template<typename Policy>
@@ -200,7 +193,7 @@ uint64_t ParallelHashTable<Policy>::findOrInsertInside(
 template<typename Policy>
 void ParallelHashTable<Policy>::markDeleted(const Key& key, KeyWord keyWord) noexcept {
     const Visit visit(*this);
-    for (Bucket* bucket = &getBucket(m_policy.getHash(key));; bucket = getNext(bucket)) {
+    for (Bucket* bucket = &getFirst(m_policy.getHash(key));; bucket = getNext(bucket)) {
         const KeyWord bucketKeyWord = loadKeyWord(*bucket);
         if (bucketKeyWord == EMPTY)
             return;
@@ -220,7 +213,7 @@ bool ParallelHashTable<Policy>::ensureReservation(ThreadContext& own) {
         // Relaxed: this only rations buckets. The threshold changes only while every other slot is stopped, and
         // entering our slot made its present value visible.
         uint64_t usedCount = m_usedCount.load(std::memory_order_relaxed);
-        if (usedCount + RESERVATION_BATCH <= m_resizeThreshold) {
+        if (usedCount + RESERVATION_BATCH <= getResizeThreshold()) {
             if (m_usedCount.compare_exchange_weak(usedCount, usedCount + RESERVATION_BATCH, std::memory_order_relaxed))
                 own.setFreeReservation(RESERVATION_BATCH);
         }
@@ -272,7 +265,7 @@ void ParallelHashTable<Policy>::clear() noexcept {
     if (getNumberOfUsedBuckets() == 0)
         return; // nothing but unspent reservations, which stay
     resetFreeReservations();
-    std::memset(static_cast<void*>(m_buckets.getData()), 0, m_buckets.getEnd() * sizeof(Bucket));
+    std::memset(static_cast<void*>(getBuckets()), 0, m_array.m_region.getEnd() * sizeof(Bucket));
     // Relaxed, both: nobody else is inside.
     m_usedCount.store(0, std::memory_order_relaxed);
     m_deletedCount.store(0, std::memory_order_relaxed);
@@ -284,7 +277,7 @@ void ParallelHashTable<Policy>::clear() noexcept {
 template<typename Policy>
 template<typename IsSame>
 void ParallelHashTable<Policy>::reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept {
-    Bucket* bucket = &getBucket(m_policy.getHash(key));
+    Bucket* bucket = &getFirst(m_policy.getHash(key));
     for (KeyWord keyWord = loadKeyWord(*bucket); keyWord != EMPTY && !isSame(*bucket, keyWord);
          keyWord = loadKeyWord(*bucket))
         bucket = getNext(bucket);
@@ -301,14 +294,14 @@ void ParallelHashTable<Policy>::reinsert(const Key& key, KeyWord newKeyWord, IsS
 
 template<typename Policy>
 void ParallelHashTable<Policy>::placeEntry(size_t start, size_t mask, KeyWord keyWord, const Bucket& from) noexcept {
-    Bucket* const buckets = m_buckets.getData();
-    for (size_t index = start & mask;; index = (index + 1) & mask) {
-        std::atomic<KeyWord>& target = Policy::getKeyWord(buckets[index]);
+    for (size_t index = LinearProbing::getFirst(start, mask);; index = LinearProbing::getNext(index, mask)) {
+        Bucket& bucket = getBuckets()[index];
+        std::atomic<KeyWord>& target = Policy::getKeyWord(bucket);
         KeyWord expected = target.load(std::memory_order_relaxed); // only a look; the claim decides
         // Release on success, relaxed on failure: the claim publishes nothing and another mover's entry is not read.
         if (expected == EMPTY &&
             target.compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed)) {
-            Policy::copyValue(from, buckets[index]);
+            Policy::copyValue(from, bucket);
             // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value.
             target.store(keyWord, std::memory_order_release);
             return;
@@ -331,17 +324,14 @@ void ParallelHashTable<Policy>::shrinkToFit(size_t minimumNumberOfBuckets) noexc
     // An entry of the tail starts from its old index in the smaller table. That keeps it reachable: its hash modulo the
     // smaller size comes at or before that index, wrapped clusters included, and no bucket between becomes empty.
     // Deleted markers move like entries, so the deleted count stays right.
-    Bucket* const buckets = m_buckets.getData();
+    Bucket* const buckets = getBuckets();
     for (size_t index = newNumberOfBuckets; index < oldNumberOfBuckets; ++index) {
         const KeyWord keyWord = loadKeyWord(buckets[index]);
         if (keyWord != EMPTY)
             placeEntry(index, newNumberOfBuckets - 1, keyWord, buckets[index]);
     }
-    m_mask = newNumberOfBuckets - 1;
-    m_afterLast = m_buckets.getData() + newNumberOfBuckets;
-    m_buckets.truncate(newNumberOfBuckets);
-    m_numberOfBuckets.store(newNumberOfBuckets, std::memory_order_relaxed);
-    m_resizeThreshold = getThreshold(newNumberOfBuckets);
+    m_array.m_region.truncate(newNumberOfBuckets);
+    m_array.use(newNumberOfBuckets);
 }
 
 /// The time in which a leader prepares a resize: every other slot is stopped, and the state says so. At the end of the
@@ -414,11 +404,8 @@ void ParallelHashTable<Policy>::prepareResize() {
     m_chunkCount = oldNumberOfBuckets / CHUNK_SIZE;
     // Release. The decrements in handleResize() continue this release sequence.
     m_chunksRemaining.store(m_chunkCount, std::memory_order_release);
-    m_buckets.swapContents(m_oldBuckets);
-    m_mask = newNumberOfBuckets - 1;
-    m_afterLast = m_buckets.getData() + newNumberOfBuckets;
-    m_numberOfBuckets.store(newNumberOfBuckets, std::memory_order_relaxed); // relaxed: every other slot is stopped
-    m_resizeThreshold = getThreshold(newNumberOfBuckets);
+    m_array.m_region.swapContents(m_oldBuckets);
+    m_array.use(newNumberOfBuckets);
 }
 
 template<typename Policy>
@@ -473,10 +460,10 @@ void ParallelHashTable<Policy>::touchTargets(size_t chunk) noexcept {
     // touches its own targets, so page faults are shared out like the moving.
     constexpr size_t BUCKETS_PER_PAGE = 4096 / sizeof(Bucket);
     const size_t oldNumberOfBuckets = m_chunkCount * CHUNK_SIZE;
-    for (size_t target = chunk * CHUNK_SIZE; target <= m_mask; target += oldNumberOfBuckets)
+    for (size_t target = chunk * CHUNK_SIZE; target <= m_array.m_mask; target += oldNumberOfBuckets)
         for (size_t offset = 0; offset < CHUNK_SIZE; offset += BUCKETS_PER_PAGE) {
             KeyWord expected = EMPTY; // not an operation such as "or 0", which compilers may replace by a load
-            Policy::getKeyWord(m_buckets.getData()[target + offset])
+            Policy::getKeyWord(getBuckets()[target + offset])
                 .compare_exchange_strong(
                     expected, EMPTY, std::memory_order_relaxed, std::memory_order_relaxed); // publishes nothing
         }
@@ -495,32 +482,25 @@ void ParallelHashTable<Policy>::moveChunk(ThreadContext& own, size_t chunk) noex
         if (keyWord == DELETED)
             own.setFreeReservation(own.getFreeReservation() + 1); // its share of the used count is ours to spend
         else if (keyWord != EMPTY)
-            placeEntry(m_policy.getEntryHash(*bucket, keyWord), m_mask, keyWord, *bucket);
+            placeEntry(m_policy.getEntryHash(*bucket, keyWord), m_array.m_mask, keyWord, *bucket);
     }
-}
-
-namespace ParallelHashTableImage {
-
-inline constexpr char HEADER[] = "ParallelHashTable";
-inline constexpr uint64_t HEADER_LENGTH = sizeof(HEADER) - 1;
-
 }
 
 template<typename Policy>
 void ParallelHashTable<Policy>::save(OutputStream& output) const {
-    const uint64_t headerLength = ParallelHashTableImage::HEADER_LENGTH;
+    const uint64_t headerLength = TableImageFormat::HEADER.size();
     output.write(&headerLength, sizeof(headerLength));
-    output.write(ParallelHashTableImage::HEADER, headerLength);
+    output.write(TableImageFormat::HEADER.data(), headerLength);
     // Relaxed: nobody changes the table meanwhile.
     const uint64_t fields[] = {
-        getNumberOfBuckets(), m_resizeThreshold, m_usedCount.load(std::memory_order_relaxed), getDeletedCount()};
+        getNumberOfBuckets(), getResizeThreshold(), m_usedCount.load(std::memory_order_relaxed), getDeletedCount()};
     for (const uint64_t field : fields)
         output.write(&field, sizeof(field));
     for (const ThreadContext& context : m_threadContexts) {
         const uint32_t freeReservation = context.getFreeReservation();
         output.write(&freeReservation, sizeof(freeReservation));
     }
-    m_buckets.save(output);
+    m_array.m_region.save(output);
 }
 
 template<typename Policy>
@@ -529,22 +509,21 @@ void ParallelHashTable<Policy>::load(InputStream& input) {
         readExactly(input, &number, sizeof(number));
         return number;
     };
-    if (readNumber(uint64_t()) != ParallelHashTableImage::HEADER_LENGTH)
+    if (readNumber(uint64_t()) != TableImageFormat::HEADER.size())
         Errors::throwCannotLoadParallelHashTable();
-    char header[ParallelHashTableImage::HEADER_LENGTH];
+    char header[TableImageFormat::HEADER.size()];
     readExactly(input, header, sizeof(header));
-    if (std::memcmp(header, ParallelHashTableImage::HEADER, sizeof(header)) != 0)
+    if (TableImageFormat::HEADER != std::string_view(header, sizeof(header)))
         Errors::throwCannotLoadParallelHashTable();
     // Relaxed, in this operation: nobody else is inside.
-    m_numberOfBuckets.store(readNumber(uint64_t()), std::memory_order_relaxed);
-    m_resizeThreshold = readNumber(uint64_t());
+    const uint64_t numberOfBuckets = readNumber(uint64_t());
+    const uint64_t resizeThreshold = readNumber(uint64_t());
     m_usedCount.store(readNumber(uint64_t()), std::memory_order_relaxed);
     m_deletedCount.store(readNumber(uint64_t()), std::memory_order_relaxed);
     for (ThreadContext& context : m_threadContexts)
         context.setFreeReservation(readNumber(uint32_t()));
-    m_buckets.load(input);
-    m_mask = getNumberOfBuckets() - 1;
-    m_afterLast = m_buckets.getData() + std::min(getNumberOfBuckets(), m_buckets.getEnd()); // an image may say anything
+    m_array.m_region.load(input);
+    m_array.use(numberOfBuckets, resizeThreshold);
     endResize();
 }
 

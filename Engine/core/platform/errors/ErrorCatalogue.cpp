@@ -85,6 +85,12 @@ void throwInvalidOption(std::string&& option, uint64_t value, uint64_t minimum, 
         minimum, " and the largest is ", maximum, ".");
 }
 
+void throwResourceIDOutOfRange(uint64_t resourceID, uint64_t minimum, uint64_t maximum) {
+    throwKavixException(
+        ErrorSites::RESOURCE_ID_OUT_OF_RANGE, "Resource ID ", resourceID, " is out of range: the smallest is ", minimum,
+        " and the largest is ", maximum, ".");
+}
+
 void throwInvalidPrefixName(std::string&& name) {
     throwKavixException(
         ErrorSites::INVALID_PREFIX_NAME, "'", std::move(name),
@@ -120,6 +126,18 @@ void throwDictionaryNotEmpty() {
 
 void throwCannotRewindSection() {
     throwKavixException(ErrorSites::CANNOT_REWIND_SECTION, "A section of a store cannot be read twice.");
+}
+
+void throwFamiliesNotReady() {
+    throwKavixException(
+        ErrorSites::FAMILIES_NOT_READY,
+        "A dictionary cannot be created before the library's own static objects; create it later.");
+}
+
+void throwFamilyWithoutInspector(std::string&& datatypeIRI) {
+    throwKavixException(
+        ErrorSites::FAMILY_WITHOUT_INSPECTOR, "The datatype family of '", std::move(datatypeIRI),
+        "' has no inspector; create it before the dictionary.");
 }
 
 void throwTransactionRuns() {

@@ -49,8 +49,11 @@ inline constexpr ErrorSite INVALID_STORE{"Engine/core/data-store/dictionary/Stor
 inline constexpr ErrorSite STORE_NEEDS_ADDRESS_SPACE{"Engine/core/data-store/dictionary/DictionaryStore", 50};
 inline constexpr ErrorSite CANNOT_REWIND_SECTION{"Engine/core/data-store/dictionary/Checksum", 60};
 inline constexpr ErrorSite DICTIONARY_NOT_EMPTY{"Engine/core/data-store/dictionary/Restoration", 20};
+inline constexpr ErrorSite RESOURCE_ID_OUT_OF_RANGE{"Engine/core/data-store/embedding/Restoration", 60};
 inline constexpr ErrorSite CONTRADICTING_RECORD{"Engine/core/data-store/dictionary/Restoration", 50};
 inline constexpr ErrorSite TRANSACTION_RUNS{"Engine/core/data-store/dictionary/Dictionary", 90};
+inline constexpr ErrorSite FAMILIES_NOT_READY{"Engine/core/data-store/embedding/Dictionary", 100};
+inline constexpr ErrorSite FAMILY_WITHOUT_INSPECTOR{"Engine/core/data-store/embedding/Dictionary", 110};
 inline constexpr ErrorSite TRANSACTION_HAS_ENDED{"Engine/core/data-store/dictionary/Transaction", 40};
 inline constexpr ErrorSite INVALID_DECIMAL{"Engine/core/data-store/dictionary/XSDDecimal", 58};
 inline constexpr ErrorSite DECIMAL_BEYOND_CAPACITY{"Engine/core/data-store/dictionary/XSDDecimal", 60};
@@ -131,8 +134,15 @@ namespace Errors {
 
 [[noreturn]] void throwDictionaryNotEmpty();
 
+/// A resource ID that a caller passed is outside minimum to maximum.
+[[noreturn]] void throwResourceIDOutOfRange(uint64_t resourceID, uint64_t minimum, uint64_t maximum);
+
 /// @param reason  what contradicts what, a clause without a full stop
 [[noreturn]] void throwContradictingRecord(uint64_t resourceID, std::string&& reason);
+
+[[noreturn]] void throwFamiliesNotReady();
+
+[[noreturn]] void throwFamilyWithoutInspector(std::string&& datatypeIRI);
 
 [[noreturn]] void throwTransactionRuns();
 

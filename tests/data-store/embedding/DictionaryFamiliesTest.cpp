@@ -5,9 +5,12 @@
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "support/ExpectError.h"
+#include "support/MemoryStreams.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
 #include "support/NamesOnlyFactory.h"
+#include "support/SampleStore.h"
 
 #include <gtest/gtest.h>
 
@@ -19,22 +22,23 @@
 #include <utility>
 #include <vector>
 
-// Batches of several families: one without batches of its own, and one that has them, beside the numeric one.
+// Dictionaries with families of an embedder's own beside the numeric one.
 
 namespace kavix::test {
 
 namespace {
 
 constexpr uint8_t PLAIN_ID = 240;
-constexpr uint8_t BATCHED_ID = 250;
-constexpr uint8_t SECOND_BATCHED_ID = 251;
+constexpr uint8_t COUNTED_ID = 250;
+constexpr uint8_t SECOND_COUNTED_ID = 251;
 
-/// A family, for one thread, whose values are 64-bit numbers and whose lexical forms begin with 'v'.
-class LetterDictionary : public DictionaryDatatype {
+/// A family, for one thread, whose values are 64-bit numbers and whose lexical forms begin with 'v'. Its batches do one
+/// element after the other.
+class LetterDictionary : public DictionaryDatatypeBatches {
 
 public:
 
-    using DictionaryDatatype::DictionaryDatatype;
+    using DictionaryDatatypeBatches::DictionaryDatatypeBatches;
 
     void initialize(uint64_t maxResourceID, uint64_t) override {
         m_maxResourceID = maxResourceID;
@@ -85,6 +89,48 @@ public:
         return resolveResource(context, parse(lexicalForm, length, datatypeID));
     }
 
+    void resolveResources(
+        DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override {
+        for (size_t index = 0; index < values.size(); ++index)
+            resourceIDs[index] = resolveResource(context, values[index]);
+    }
+
+    void tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
+        uint64_t* resourceIDs) const noexcept override {
+        for (size_t index = 0; index < values.size(); ++index)
+            resourceIDs[index] = tryResolveResource(visibility, values[index]);
+    }
+
+    size_t resolveResources(
+        DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override {
+        size_t numberOfFailures = 0;
+        for (size_t index = 0; index < literals.size(); ++index)
+            numberOfFailures += !resolutions[index].trySet([&, &literal = literals[index]] {
+                return resolveResource(
+                    context, literal.lexicalForm.data(), literal.lexicalForm.size(), literal.datatypeID);
+            });
+        return numberOfFailures;
+    }
+
+    size_t tryResolveResources(
+        const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals,
+        Resolution* resolutions) const noexcept override {
+        size_t numberOfFailures = 0;
+        for (size_t index = 0; index < literals.size(); ++index)
+            numberOfFailures += !resolutions[index].trySet([&, &literal = literals[index]] {
+                return tryResolveResource(
+                    visibility, literal.lexicalForm.data(), literal.lexicalForm.size(), literal.datatypeID);
+            });
+        return numberOfFailures;
+    }
+
+    void getResources(
+        std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override {
+        for (size_t index = 0; index < resourceIDs.size(); ++index)
+            getResource(resourceIDs[index], datatypeIDs[index], values[index]);
+    }
+
     void restoreResource(DictionaryUsageContext*, uint64_t, const ResourceValue&) override { }
     void save(OutputStream&) const override { }
     void load(InputStream&) override { }
@@ -105,8 +151,8 @@ private:
     std::map<std::pair<uint8_t, uint64_t>, uint64_t> m_resourceIDs; // by datatype ID and number
 };
 
-/// The same with batches, which note how large each was.
-class BatchedLetterDictionary : public LetterDictionary, public DictionaryDatatypeBatches {
+/// The same, noting how large each batch was.
+class CountingLetterDictionary : public LetterDictionary {
 
 public:
 
@@ -117,33 +163,33 @@ public:
     void resolveResources(
         DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) override {
         note(values);
-        m_oneAtATime.resolveResources(context, values, resourceIDs);
+        LetterDictionary::resolveResources(context, values, resourceIDs);
     }
 
     void tryResolveResources(
         const std::pair<uint64_t, uint64_t>& visibility, std::span<const ResourceValue> values,
         uint64_t* resourceIDs) const noexcept override {
         note(values);
-        m_oneAtATime.tryResolveResources(visibility, values, resourceIDs);
+        LetterDictionary::tryResolveResources(visibility, values, resourceIDs);
     }
 
     size_t resolveResources(
         DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept override {
         note(literals);
-        return m_oneAtATime.resolveResources(context, literals, resolutions);
+        return LetterDictionary::resolveResources(context, literals, resolutions);
     }
 
     size_t tryResolveResources(
         const std::pair<uint64_t, uint64_t>& visibility, std::span<const Literal> literals,
         Resolution* resolutions) const noexcept override {
         note(literals);
-        return m_oneAtATime.tryResolveResources(visibility, literals, resolutions);
+        return LetterDictionary::tryResolveResources(visibility, literals, resolutions);
     }
 
     void getResources(
         std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const override {
         s_sizes.push_back(resourceIDs.size());
-        m_oneAtATime.getResources(resourceIDs, datatypeIDs, values);
+        LetterDictionary::getResources(resourceIDs, datatypeIDs, values);
     }
 
 private:
@@ -152,10 +198,8 @@ private:
     static void note(std::span<const Element> elements) {
         s_sizes.push_back(elements.size());
         for (const Element& element : elements)
-            EXPECT_TRUE(element.datatypeID == BATCHED_ID || element.datatypeID == SECOND_BATCHED_ID);
+            EXPECT_TRUE(element.datatypeID == COUNTED_ID || element.datatypeID == SECOND_COUNTED_ID);
     }
-
-    OneAtATimeBatches m_oneAtATime{*this};
 };
 
 template<typename DictionaryOfFamily>
@@ -197,15 +241,15 @@ public:
     }
 };
 
-class DictionaryBatchFamiliesTest : public ::testing::Test {
+class DictionaryFamiliesTest : public ::testing::Test {
 protected:
 
-    DictionaryBatchFamiliesTest() { BatchedLetterDictionary::s_sizes.clear(); }
+    DictionaryFamiliesTest() { CountingLetterDictionary::s_sizes.clear(); }
 
     /// The value and the literal with a number: all families in turn, and in longer runs.
     static uint8_t getDatatypeID(size_t number) {
-        const uint8_t datatypeIDs[] = {PLAIN_ID,  D_XSD_INTEGER,     BATCHED_ID, D_XSD_DECIMAL,
-                                       D_XSD_INT, SECOND_BATCHED_ID, BATCHED_ID, PLAIN_ID};
+        const uint8_t datatypeIDs[] = {PLAIN_ID,  D_XSD_INTEGER,     COUNTED_ID, D_XSD_DECIMAL,
+                                       D_XSD_INT, SECOND_COUNTED_ID, COUNTED_ID, PLAIN_ID};
         return datatypeIDs[number < 1000 ? number % 8 : number / 500 % 8];
     }
 
@@ -230,13 +274,14 @@ protected:
         return options;
     }
 
-    const LetterFactory<LetterDictionary> m_plainFactory{{PLAIN_ID, "http://example.org/plain"}};
-    const LetterFactory<BatchedLetterDictionary> m_batchedFactory{
-        {BATCHED_ID, "http://example.org/batched"}, {SECOND_BATCHED_ID, "http://example.org/second"}};
-    const LetterInspector m_inspector{PLAIN_ID, BATCHED_ID, SECOND_BATCHED_ID};
+    LetterFactory<LetterDictionary> m_plainFactory{{PLAIN_ID, "http://example.org/plain"}};
+    LetterFactory<CountingLetterDictionary> m_countedFactory{
+        {COUNTED_ID, "http://example.org/counted"}, {SECOND_COUNTED_ID, "http://example.org/second"}};
+    const LetterInspector m_plainInspector{m_plainFactory};
+    const LetterInspector m_countedInspector{m_countedFactory};
 };
 
-TEST_F(DictionaryBatchFamiliesTest, ValuesOfAllFamiliesGetTheIDsOfOneAtATime) {
+TEST_F(DictionaryFamiliesTest, ValuesOfAllFamiliesGetTheIDsOfOneAtATime) {
     for (const size_t n : {1, 8, 1000, 1024, 1025, 9000}) {
         std::vector<ResourceValue> values;
         for (size_t number = 0; number < n; ++number)
@@ -261,18 +306,18 @@ TEST_F(DictionaryBatchFamiliesTest, ValuesOfAllFamiliesGetTheIDsOfOneAtATime) {
     }
 }
 
-TEST_F(DictionaryBatchFamiliesTest, AFamilyGetsItsRunsAndNothingElse) {
+TEST_F(DictionaryFamiliesTest, AFamilyGetsItsRunsAndNothingElse) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     std::vector<ResourceValue> values;
     for (const auto& [datatypeID, size] :
-         {std::pair<uint8_t, size_t>{BATCHED_ID, 2},
-          {SECOND_BATCHED_ID, 1},
+         {std::pair<uint8_t, size_t>{COUNTED_ID, 2},
+          {SECOND_COUNTED_ID, 1},
           {PLAIN_ID, 1},
-          {BATCHED_ID, 1},
+          {COUNTED_ID, 1},
           {D_XSD_INT, 1100},
-          {BATCHED_ID, 2000},
-          {SECOND_BATCHED_ID, 49}})
+          {COUNTED_ID, 2000},
+          {SECOND_COUNTED_ID, 49}})
         for (size_t i = 0; i < size; ++i) {
             values.emplace_back();
             values.back().setBinaryValue(datatypeID, uint64_t(i));
@@ -280,14 +325,14 @@ TEST_F(DictionaryBatchFamiliesTest, AFamilyGetsItsRunsAndNothingElse) {
     const std::vector<size_t> expectedSizes{3, 1, 1024, 1024, 1};
     std::vector<uint64_t> resourceIDs(values.size());
     transaction.resolve(values, resourceIDs.data());
-    EXPECT_EQ(BatchedLetterDictionary::s_sizes, expectedSizes);
-    BatchedLetterDictionary::s_sizes.clear();
+    EXPECT_EQ(CountingLetterDictionary::s_sizes, expectedSizes);
+    CountingLetterDictionary::s_sizes.clear();
     dictionary.tryResolve(values, resourceIDs.data());
-    EXPECT_EQ(BatchedLetterDictionary::s_sizes, expectedSizes);
+    EXPECT_EQ(CountingLetterDictionary::s_sizes, expectedSizes);
 }
 
-TEST_F(DictionaryBatchFamiliesTest, TheFirstInvalidValueEndsTheBatchInEveryFamily) {
-    for (const uint8_t datatypeID : {PLAIN_ID, BATCHED_ID})
+TEST_F(DictionaryFamiliesTest, TheFirstInvalidValueEndsTheBatchInEveryFamily) {
+    for (const uint8_t datatypeID : {PLAIN_ID, COUNTED_ID})
         for (const size_t place : {0, 1, 2, 500, 2999}) {
             std::vector<ResourceValue> values;
             for (size_t number = 0; number < 3000; ++number)
@@ -307,7 +352,7 @@ TEST_F(DictionaryBatchFamiliesTest, TheFirstInvalidValueEndsTheBatchInEveryFamil
         }
 }
 
-TEST_F(DictionaryBatchFamiliesTest, LiteralsOfAllFamiliesHaveTheOutcomesOfOneAtATime) {
+TEST_F(DictionaryFamiliesTest, LiteralsOfAllFamiliesHaveTheOutcomesOfOneAtATime) {
     std::vector<LiteralText> literals;
     for (size_t number = 0; number < 9000; ++number)
         literals.push_back(
@@ -325,6 +370,34 @@ TEST_F(DictionaryBatchFamiliesTest, LiteralsOfAllFamiliesHaveTheOutcomesOfOneAtA
     resolutions.assign(literals.size(), Resolution{999, nullptr});
     EXPECT_EQ(batched.tryResolve(getLiterals(literals), resolutions.data()), 360u);
     EXPECT_EQ(describe(resolutions), expected);
+}
+
+TEST(DictionaryFamilies, ADictionaryHasTheFamiliesThatThereWereWhenItWasMade) {
+    Dictionary older({.maxResourceID = 1 << 16});
+    const uint64_t five = older.resolve("5", D_XSD_INT);
+    LetterFactory<LetterDictionary> factory{{PLAIN_ID, "http://example.org/plain"}};
+    const LetterInspector inspector(factory);
+    Dictionary newer({.maxResourceID = 1 << 16});
+
+    EXPECT_EQ(newer.getLexicalForm(newer.resolve("v7", PLAIN_ID)), "v7");
+    expectError("Engine/core/data-store/dictionary/Dictionary", 40, "No datatype has the ID 240.", [&] {
+        older.resolve("v7", PLAIN_ID);
+    });
+    EXPECT_EQ(older.tryResolve("5", D_XSD_INT), five);
+    EXPECT_EQ(findProblems(older), std::vector<std::string>());
+    EXPECT_EQ(older.getTableStatistics().size(), 14u);
+    test::MemoryOutputStream output;
+    older.saveStore(output); // with the sections of its own families
+    EXPECT_NE(output.getBytes().find("dictionary-22"), std::string::npos);
+    EXPECT_EQ(output.getBytes().find("dictionary-240"), std::string::npos);
+}
+
+TEST(DictionaryFamilies, AFamilyWithoutAnInspectorIsRefused) {
+    const LetterFactory<LetterDictionary> factory{{PLAIN_ID, "http://example.org/plain"}};
+    expectError(
+        "Engine/core/data-store/embedding/Dictionary", 110,
+        "The datatype family of 'http://example.org/plain' has no inspector; create it before the dictionary.",
+        [] { Dictionary dictionary({.maxResourceID = 1 << 16}); });
 }
 
 }
