@@ -1,6 +1,6 @@
-/// One hot path at a time, for a tool that counts instructions: HotPaths NAME. Only the function of that name counts.
+/// Runs one hot path for a tool that counts instructions: HotPaths NAME. Only the function of that name is counted.
 ///
-/// Counts repeat where times do not, so a change that makes a path longer is seen on any machine.
+/// Unlike times, counts are repeatable, so a change that makes a path longer is visible on any machine.
 
 #include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/numbers/XSDDecimal.h"
@@ -28,7 +28,7 @@ using BatchSession = KavixBatched<int64_t>::Session;
 
 }
 
-// Named without C++ so that callgrind finds them by --toggle-collect.
+// C names, so that callgrind finds them by --toggle-collect.
 extern "C" {
 
 [[gnu::noinline]] void hotPathResolve(Session& session, const std::vector<int64_t>& keys) {
@@ -79,7 +79,7 @@ extern "C" {
 int main(int argc, char** argv) {
     const std::string name = argc == 2 ? argv[1] : "";
     const std::vector<int64_t> keys = makeKeys(NUMBER_OF_OPERATIONS, 0, makeRandomInteger);
-    // Presized: growth is seldom and would blur what a new value costs.
+    // Presized: growth is rare and would blur the cost of a new value.
     KavixSingle<int64_t> map(2 * NUMBER_OF_OPERATIONS, 2 * NUMBER_OF_OPERATIONS);
     Session session(map);
     std::vector<uint64_t> resourceIDs(NUMBER_OF_OPERATIONS);
@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
     else if (name == "parse-integer" || name == "parse-decimal") {
         std::vector<std::string> texts;
         for (size_t index = 0; index < NUMBER_OF_OPERATIONS; ++index) {
-            // One to eighteen digits, as many of each.
+            // One to eighteen digits, equally often.
             std::string text = std::to_string(static_cast<uint64_t>(keys[index]) % 1000000000000000000u);
             text.resize(std::min(text.size(), 1 + index % 18));
             if (name == "parse-decimal")

@@ -1,7 +1,7 @@
-/// How fast does the dictionary turn values into dense IDs, and IDs into values, beside other maps that do the same
+/// How fast does the dictionary map values to dense IDs, and IDs to values, compared with other maps that do the same
 /// work?
 ///
-/// Names are WORKLOAD/CONTESTANT/threads:N. Wall time counts; the counter cpu_ns is processor time an operation.
+/// Names are WORKLOAD/CONTESTANT/threads:N. Times are wall time; the counter cpu_ns is processor time per operation.
 
 #include "core/platform/system/Unmovable.h"
 #include "support/Keys.h"
@@ -25,7 +25,8 @@
 
 namespace kavix::benchmarks {
 
-/// The values of a workload, kept until another one needs the memory: contestants of one process take turns on them.
+/// The values of a workload, kept until another one needs the memory, so that the contestants of one process share
+/// them.
 template<typename Key>
 const std::vector<Key>& getKeys(const std::string& name, const std::function<std::vector<Key>()>& make) {
     static std::string s_name;
@@ -45,16 +46,16 @@ struct Workload {
 
     std::string m_name;
     Kind m_kind;
-    size_t m_numberOfValues; // distinct ones that are entered
+    size_t m_numberOfValues; // distinct ones that are inserted
     std::function<std::vector<Key>()> m_makeEntered;
     std::function<std::vector<Key>(const std::vector<Key>&)>
-        m_makeLookedUp; // for PRESENT and ABSENT, from what was entered
+        m_makeLookedUp; // for PRESENT and ABSENT, from the inserted values
 };
 
-/// Frees the map that look-up workloads share, so that no workload runs beside another one's memory.
+/// Frees the map that lookup workloads share, so that no workload runs while the memory of another one is in use.
 std::function<void()> s_discardFilled = [] {};
 
-/// Gives the keys of a thread to a session, batch by batch; returns how many IDs were not 0.
+/// Passes the keys of a thread to a session, batch by batch; returns how many IDs were not 0.
 template<typename Session, typename Key>
 size_t run(Session& session, std::span<const Key> keys, bool isLookup) {
     std::array<uint64_t, BATCH_SIZE> resourceIDs;
@@ -71,7 +72,7 @@ size_t run(Session& session, std::span<const Key> keys, bool isLookup) {
     return found;
 }
 
-/// The map that holds the values of a look-up workload.
+/// The map that holds the values of a lookup workload.
 template<typename Map, typename Key>
 Map& getFilled(const Workload<Key>& workload, const std::vector<Key>& entered) {
     static std::unique_ptr<Map> s_map;
@@ -117,7 +118,7 @@ void runWorkload(benchmark::State& state, const Workload<Key>& workload, size_t 
         const Duration duration = runThreads(numberOfThreads, [&](size_t threadIndex) {
             const size_t first = keys->size() * threadIndex / numberOfThreads;
             const size_t last = keys->size() * (threadIndex + 1) / numberOfThreads;
-            // On the heap, since it is aligned to cache lines that no other thread may share.
+            // On the heap, because it is aligned to cache lines that no other thread may share.
             return
                 [&, part = std::span<const Key>(*keys).subspan(first, last - first),
                  session = std::make_shared<typename Map::Session>(*map)] { found += run(*session, part, isLookup); };
@@ -171,7 +172,8 @@ void registerContestants(const std::vector<Workload<Key>>& workloads) {
     registerContestant<StandardBehindMutex<Key>>("std-mutex", workloads);
 }
 
-/// ID to value and to lexical form: ours only, since with an array of values there is nothing to compare but the array.
+/// ID to value and to lexical form: Kavix only, since with an array of values the only possible comparison is the
+/// array.
 enum class Reverse { VALUE, TEXT, ARRAY };
 
 template<Reverse REVERSE>

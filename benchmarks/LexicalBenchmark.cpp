@@ -1,6 +1,6 @@
-/// How fast are numbers parsed and printed, by their number of digits, beside std::from_chars and std::to_chars?
+/// How fast are numbers parsed and printed, by their number of digits, compared with std::from_chars and std::to_chars?
 ///
-/// Names are OPERATION/CONTESTANT/DIGITS. Every number is random with exactly so many digits.
+/// Names are OPERATION/CONTESTANT/DIGITS. Every number is random with exactly that many digits.
 
 #include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/numbers/XSDDecimal.h"
@@ -17,9 +17,9 @@
 
 namespace kavix::benchmarks {
 
-constexpr size_t NUMBER_OF_TEXTS = 1024; // they fit the first-level cache
+constexpr size_t NUMBER_OF_TEXTS = 1024; // they fit in the first-level cache
 
-/// Random numbers of a number of digits, below 10^18 or at most the largest signed 64-bit number.
+/// Random numbers with a number of digits, below 10^18 or at most the largest signed 64-bit number.
 std::vector<uint64_t> makeNumbers(size_t digits) {
     uint64_t smallest = 1;
     for (size_t digit = 1; digit < digits; ++digit)
@@ -36,7 +36,7 @@ struct Text {
     size_t m_length;
 };
 
-/// @param fractionDigits  how many of the digits stand behind the point; 0 for an integer
+/// @param fractionDigits  how many of the digits follow the point; 0 for an integer
 std::vector<Text> makeTexts(size_t digits, size_t fractionDigits) {
     std::vector<Text> texts;
     for (const uint64_t number : makeNumbers(digits)) {
@@ -51,7 +51,8 @@ std::vector<Text> makeTexts(size_t digits, size_t fractionDigits) {
     return texts;
 }
 
-// The loops are functions of their own, so that every contestant's loop is laid out alike, wherever it is called from.
+// The loops are separate functions, so that the code of every contestant's loop has the same layout, independent of the
+// caller.
 
 [[gnu::noinline]] int64_t parseOurs(const std::vector<Text>& texts) {
     int64_t sum = 0;
@@ -80,7 +81,7 @@ std::vector<Text> makeTexts(size_t digits, size_t fractionDigits) {
     return sum;
 }
 
-/// The nearest thing in the standard library; it rounds to a double.
+/// The nearest equivalent in the standard library; it rounds to a double.
 [[gnu::noinline]] double parseDoubles(const std::vector<Text>& texts) {
     double sum = 0;
     for (const Text& text : texts) {
@@ -118,7 +119,7 @@ std::vector<Text> makeTexts(size_t digits, size_t fractionDigits) {
     return sum;
 }
 
-/// The nearest thing in the standard library; it searches for the shortest text.
+/// The nearest equivalent in the standard library; it searches for the shortest text.
 [[gnu::noinline]] size_t printDoubles(const std::vector<double>& values, char* buffer) {
     size_t sum = 0;
     for (const double value : values) {

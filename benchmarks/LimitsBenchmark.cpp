@@ -1,4 +1,4 @@
-/// What does the memory of this machine allow? The share of it that a dictionary reaches is what its figures mean.
+/// What does the memory of this machine allow? The figures of a dictionary are best read as a share of this.
 ///
 /// The array is as large as the table of 10 million integers; names are LIMIT/pages:4K or /pages:huge.
 
@@ -77,8 +77,8 @@ void dependentReads(benchmark::State& state, bool useHugePages) {
     const size_t mask = array.m_buckets.size() - 1;
     const size_t reads = scaled(5000000);
     measure(state, reads, [&] {
-        // The next address needs the last value, which is always 0. The index keeps the walk from running in a short
-        // circle, as every random function of the position alone soon does.
+        // The next address depends on the last value, which is always 0. The index keeps the walk from entering a short
+        // cycle, as any random function of the position alone soon does.
         uint64_t last = 0;
         for (size_t index = 0; index < reads; ++index)
             last = array.m_buckets[static_cast<uint64_t>(makeRandomInteger(index + last)) & mask].m_second;
@@ -86,8 +86,8 @@ void dependentReads(benchmark::State& state, bool useHugePages) {
     });
 }
 
-/// Random buckets, read or written, whose lines are fetched some way ahead: what batches are made for. Level 1 or 2 of
-/// the caches gets them.
+/// Random buckets, read or written, whose lines are prefetched into level 1 or 2 of the caches: the access pattern of
+/// batches.
 template<bool WRITES, int LEVEL>
 void prefetchedAccess(benchmark::State& state, bool useHugePages) {
     PagedArray array(getNumberOfBuckets(), useHugePages);

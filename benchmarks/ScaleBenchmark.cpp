@@ -1,7 +1,7 @@
-/// Does the cost of a value stay flat from thousands to hundreds of millions of values? And the memory, and the waits?
+/// Is the cost per value constant from thousands to hundreds of millions of values? And the memory, and the waits?
 ///
-/// Names are OPERATION/WIDTH/threads:N/VALUES. KAVIX_BENCHMARK_MAXIMUM bounds the number of values, 10^7 unless it is
-/// set; 2*10^8 takes about 14 GB.
+/// Names are OPERATION/WIDTH/threads:N/VALUES. KAVIX_BENCHMARK_MAXIMUM limits the number of values, by default 10^7;
+/// 2*10^8 takes about 14 GB.
 
 #include "support/Keys.h"
 #include "support/Store.h"
@@ -22,7 +22,7 @@
 
 namespace kavix::benchmarks {
 
-/// Enters or looks up the random integers of indexes [first, last), which are computed on the way.
+/// Inserts or looks up the random integers of indexes [first, last), which are computed in the loop.
 template<typename Session>
 void runRange(Session& session, size_t first, size_t last, bool isLookup) {
     std::array<int64_t, BATCH_SIZE> keys;
@@ -52,7 +52,7 @@ Duration runOnThreads(Map& map, size_t numberOfValues, size_t numberOfThreads, s
     });
 }
 
-/// Enough maps or passes that few values still take a while.
+/// Enough maps or passes that few values still take a measurable time.
 size_t getPasses(size_t numberOfValues) {
     return std::max<size_t>(1, 200000 / numberOfValues);
 }
@@ -87,7 +87,7 @@ void measure(benchmark::State& state, size_t numberOfThreads, bool isLookup) {
     }
 }
 
-/// A run of its own, since reading the clock at every operation and watching the budget disturb what they measure.
+/// A separate run, because reading the clock at every operation and monitoring the budget disturb the times.
 template<typename Map>
 void measureGrowth(benchmark::State& state, size_t numberOfThreads) {
     const size_t values = static_cast<size_t>(state.range(0));

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes tables.md and plots of a results.json that benchmarks/run wrote: benchmarks/report.py DIRECTORY."""
+"""Writes tables.md and plots from the results.json of benchmarks/run: benchmarks/report.py DIRECTORY."""
 
 import json
 import pathlib
@@ -34,7 +34,7 @@ class Results:
         return statistics.median(values.values()) if values else None
 
     def rates(self, name):
-        """Operations a second by repetition: by processor time for one thread, by the clock for more."""
+        """Operations per second by repetition: by processor time for one thread, by the clock for more."""
         if name.endswith("threads:1"):
             return {repetition: 1e9 / value for repetition, value in self.values("JobBenchmark", name, "cpu_ns").items()}
         return self.values("JobBenchmark", name, "items_per_second")
@@ -93,12 +93,12 @@ def job_tables(results):
         if rows:
             header = [""] + [WORKLOADS[workload] for workload in workloads]
             measure = "one thread, by its processor time" if threads == 1 else "two threads, by the clock"
-            parts.append(f"### The job: millions of operations a second, {measure}\n\n" + table(header, rows))
+            parts.append(f"### The job: millions of operations per second, {measure}\n\n" + table(header, rows))
             title = f"as multiples of {BASELINE}" if threads == 1 else "two threads as multiples of one, by the clock"
             parts.append(f"### The job: {title}\n\n" + table(header, ratio_rows))
     names = sorted({name for program, name in results.runs if program == "JobBenchmark" and name.startswith("reverse")})
     if names:
-        parts.append("### From an ID to its value and its text, one thread\n\n" + table(["", "millions a second"], [["/".join(name.split("/")[:2]), millions(results.rate(name))] for name in names]))
+        parts.append("### From an ID to its value and its text, one thread\n\n" + table(["", "millions per second"], [["/".join(name.split("/")[:2]), millions(results.rate(name))] for name in names]))
     return parts
 
 
@@ -107,7 +107,7 @@ def limit_tables(results):
     if not names:
         return []
     rates = {name: 1e9 / results.median("LimitsBenchmark", name, "cpu_ns") for name in names}
-    parts = ["### Limits of this machine's memory\n\n" + table(["", "millions a second"], [[name, millions(rates[name])] for name in names])]
+    parts = ["### Limits of this machine's memory\n\n" + table(["", "millions per second"], [[name, millions(rates[name])] for name in names])]
     shares = []
     for workload, limit in (("present_random", "prefetched_reads"), ("absent_random", "prefetched_reads"), ("growing_random", "prefetched_writes"), ("presized_random", "prefetched_writes")):
         for contestant in ("kavix", "kavix-batched"):
@@ -115,7 +115,7 @@ def limit_tables(results):
             if rate:
                 shares.append([f"{WORKLOADS[workload]}, {contestant}", f"{limit}, huge pages", f"{100 * rate / rates[limit + '/pages:huge']:.0f} %"])
     if shares:
-        parts.append("### What share of them is reached\n\n" + table(["", "limit", "share"], shares))
+        parts.append("### Share of the limits that is reached\n\n" + table(["", "limit", "share"], shares))
     return parts
 
 
@@ -128,7 +128,7 @@ def lexical_tables(results):
             if None not in rates:
                 rows.append([str(digits)] + [number(1e9 / rate) for rate in rates] + ([number(rates[0] / rates[1])] if len(rates) == 2 else []))
         if rows:
-            parts.append(f"### {operation.replace('_', ' ')}: nanoseconds by the number of digits\n\n" + table(["digits", *contestants] + (["times as fast"] if len(contestants) == 2 else []), rows))
+            parts.append(f"### {operation.replace('_', ' ')}: nanoseconds by the number of digits\n\n" + table(["digits", *contestants] + (["speedup"] if len(contestants) == 2 else []), rows))
     return parts
 
 
@@ -149,10 +149,10 @@ def scale_tables(results):
     for width in ("32-bit", "64-bit"):
         columns = [(f"{operation.replace('_', ' ')}, {threads} thread{'s' if threads > 1 else ''}: ns", scale_series(results, operation, width, threads, "items_per_second", to_nanoseconds))
                    for operation in ("insert", "insert_batched", "present", "present_batched") for threads in (1, 2, 8)]
-        memory = [("bytes a value: buckets", scale_series(results, "insert", width, 1, "bucket_bytes_per_value")), ("all", scale_series(results, "insert", width, 1, "bytes_per_value")),
+        memory = [("bytes per value: buckets", scale_series(results, "insert", width, 1, "bucket_bytes_per_value")), ("all", scale_series(results, "insert", width, 1, "bytes_per_value")),
                   ("peak during growth", scale_series(results, "growth", width, 1, "peak_bytes_per_value"))]
         memory += [(f"longest operation, {threads} threads: ms", scale_series(results, "growth", width, threads, "longest_operation_ms")) for threads in (1, 2, 8)]
-        for title, group in (("nanoseconds an operation, by the clock", columns), ("memory and waits", memory)):
+        for title, group in (("nanoseconds per operation, by the clock", columns), ("memory and waits", memory)):
             group = [(name, dict(points)) for name, points in group if points]
             values = sorted({value for _, points in group for value in points})
             if values:
@@ -166,9 +166,9 @@ def write_plots(results, directory):
         bars = [(contestant, results.rate(f"{workload}/{contestant}/threads:1")) for contestant in results.contestants()]
         bars = [(name, rate / 1e6) for name, rate in bars if rate]
         if bars:
-            (directory / f"job-{workload}.svg").write_text(plots.bars(f"{title}: millions a second, one thread", bars))
+            (directory / f"job-{workload}.svg").write_text(plots.bars(f"{title}: millions per second, one thread", bars))
     for name, title, key, operations, convert in (
-            ("scale-time", "nanoseconds an operation, 32-bit IDs", "items_per_second", ("insert", "insert_batched", "present", "present_batched"), lambda rate: 1e9 / rate),
+            ("scale-time", "nanoseconds per operation, 32-bit IDs", "items_per_second", ("insert", "insert_batched", "present", "present_batched"), lambda rate: 1e9 / rate),
             ("scale-longest", "longest operation while growing, milliseconds", "longest_operation_ms", ("growth",), lambda value: value)):
         lines = [(f"{operation.replace('_', ' ')}, {threads}", scale_series(results, operation, "32-bit", threads, key, convert)) for operation in operations for threads in (1, 2, 8)]
         lines = [line for line in lines if len(line[1]) > 1]
@@ -178,7 +178,7 @@ def write_plots(results, directory):
               for width in ("32-bit", "64-bit") for label, operation, key in (("at rest", "insert", "bytes_per_value"), ("peak", "growth", "peak_bytes_per_value"))]
     memory = [line for line in memory if len(line[1]) > 1]
     if memory:
-        (directory / "scale-memory.svg").write_text(plots.lines("bytes a value", memory))
+        (directory / "scale-memory.svg").write_text(plots.lines("bytes per value", memory))
 
 
 def write(directory):

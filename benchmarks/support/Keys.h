@@ -12,7 +12,7 @@
 namespace kavix::benchmarks {
 
 /// A bijection of 64-bit numbers (the finaliser of splitmix64): distinct indexes give distinct values that look random,
-/// so no workload has to look for duplicates or to keep its values.
+/// so no workload has to detect duplicates or store its values.
 inline int64_t makeRandomInteger(uint64_t index) noexcept {
     index += 0x9e3779b97f4a7c15u;
     index = (index ^ (index >> 30)) * 0xbf58476d1ce4e5b9u;
@@ -20,7 +20,7 @@ inline int64_t makeRandomInteger(uint64_t index) noexcept {
     return static_cast<int64_t>(index ^ (index >> 31));
 }
 
-/// A source of numbers below a bound: fast, and the same on every run.
+/// A source of random numbers below a bound: fast, and the same on every run.
 class Random {
 
 public:
@@ -58,7 +58,7 @@ auto makeKeys(size_t count, uint64_t first, MakeKey makeKey) {
     return keys;
 }
 
-/// Draws from the values of a vector, each as likely.
+/// Draws from the values of a vector with equal probability.
 template<typename Key>
 std::vector<Key> drawFrom(const std::vector<Key>& values, size_t count) {
     Random random(5);
@@ -69,7 +69,7 @@ std::vector<Key> drawFrom(const std::vector<Key>& values, size_t count) {
 }
 
 /// Draws of random integers whose ranks have a Zipf distribution (Gray et al., "Quickly generating billion-record
-/// synthetic databases"): few values are most of the draws, as in data.
+/// synthetic databases"): few values are most of the draws, as in real data.
 inline std::vector<int64_t> drawZipf(size_t numberOfValues, double exponent, size_t count) {
     double zeta = 0;
     for (size_t rank = 1; rank <= numberOfValues; ++rank)

@@ -33,11 +33,11 @@
 #include <xenium/vyukov_hash_map.hpp>
 #endif
 
-/// The maps to compare with, doing our dictionary's work: the same IDs, arrays and interface. Integers are hashed as
-/// each map does by default unless it says otherwise, decimals by std::hash.
+/// The maps to compare with, doing the dictionary's work: the same IDs, arrays and interface. Integers are hashed with
+/// the default of each map unless stated otherwise, decimals with std::hash.
 namespace kavix::benchmarks {
 
-/// What the peers have in common. Map says how a value is found and entered:
+/// The common part of the peers. Map defines how a value is found and inserted:
 ///   find(key) -> ID or 0             findOrInsert(key, resourceIDs) -> ID, taken from resourceIDs if the key is new
 template<typename Map>
 class PeerSession {
@@ -99,7 +99,7 @@ private:
     Hashed<Key, uint32_t> m_map;
 };
 
-/// A map divided into shards by the hash, each behind a lock.
+/// A map divided into shards by the hash, each with a lock.
 template<typename Key, template<typename, typename> typename Hashed, typename Lock, size_t NUMBER_OF_SHARDS>
 class LockedMap : private Unmovable {
 
@@ -200,7 +200,7 @@ public:
 
     uint32_t findOrInsert(const Key& key, ResourceIDs& resourceIDs) {
         {
-            typename Map::const_accessor accessor; // shared, which is what most calls of an import need
+            typename Map::const_accessor accessor; // shared, which is sufficient for most calls of an import
             if (m_map.find(accessor, key))
                 return accessor->second;
         }
@@ -226,7 +226,7 @@ private:
 #endif
 
 #ifdef KAVIX_HAS_LIBCUCKOO
-/// The standard library's hash of an integer is the integer, with which libcuckoo gives up on regular ones.
+/// The standard library's hash of an integer is the integer itself, with which libcuckoo gives up on regular patterns.
 template<typename Key>
 struct LibcuckooHash {
     size_t operator()(const Key& key) const noexcept {
@@ -255,7 +255,7 @@ public:
     }
 
     uint32_t findOrInsert(const Key& key, ResourceIDs& resourceIDs) {
-        // The map wants the new ID beforehand; it is spent only if the key was new.
+        // The map requires the new ID in advance; it is used up only if the key was new.
         uint32_t resourceID = resourceIDs.peek();
         if (m_map.upsert(
                 key, [&resourceID](uint32_t& present) { resourceID = present; }, resourceID))

@@ -6,7 +6,8 @@
 
 namespace kavix::benchmarks {
 
-/// KAVIX_BENCHMARK_SCALE multiplies how many values every workload has: 1 is what the tables show, 0.01 a quick look.
+/// KAVIX_BENCHMARK_SCALE multiplies the number of values of every workload: 1 gives the published tables, 0.01 a quick
+/// run.
 inline double getScale() {
     const char* text = std::getenv("KAVIX_BENCHMARK_SCALE");
     return text == nullptr ? 1.0 : std::atof(text);

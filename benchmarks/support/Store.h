@@ -19,11 +19,11 @@
 
 namespace kavix::benchmarks {
 
-/// How many values a session is given at once; contestants without batches go through them one at a time.
+/// How many values a session gets in one call; contestants without batches process them one at a time.
 inline constexpr size_t BATCH_SIZE = 1024;
 
-/// What a store shares: the counter of resource IDs and the arrays in which a value is found by its ID. Every
-/// contestant has one and fills it in the same way, so that the maps are what differs.
+/// The shared part of a store: the counter of resource IDs and the arrays that map an ID to its value. Every contestant
+/// has one and fills it in the same way, so that only the maps differ.
 struct Store : private Unmovable {
 
     /// @param maximumNumberOfValues  address space; a block of IDs for each of a few threads is added
@@ -47,9 +47,9 @@ struct Store : private Unmovable {
     const size_t m_capacity;
 };
 
-/// The IDs of one thread of a peer: blocks from the store's counter, and the entries of its arrays, as our dictionary
-/// does it. A decimal's number is what the array keeps; its other field would need the pool, which spares the peers a
-/// write.
+/// The IDs of one thread of a peer: blocks from the store's counter, and the entries of its arrays, as in the
+/// dictionary. Of a decimal the array keeps only the unscaled value; the other field would need the pool, so the peers
+/// save a write.
 class ResourceIDs {
 
 public:
@@ -74,7 +74,7 @@ public:
         const uint32_t resourceID = peek();
         ++m_next;
         std::memcpy(&m_store.m_resourceData[resourceID], &key, sizeof(uint64_t));
-        // Release, as in our dictionary: whoever sees the datatype ID sees the data word.
+        // Release, as in the dictionary: a thread that observes the datatype ID also observes the data word.
         m_store.m_resourceDatatypeIDs[resourceID].store(
             std::is_same_v<Key, int64_t> ? D_XSD_INTEGER : D_XSD_DECIMAL, std::memory_order_release);
         return resourceID;
@@ -87,7 +87,7 @@ private:
     uint64_t m_end = 0;
 };
 
-/// How values are given to our dictionary: one at a time, one at a time by the virtual operation with a ResourceValue,
+/// How values are passed to the dictionary: one at a time, one at a time by the virtual operation with a ResourceValue,
 /// or in batches.
 enum class Manner { SINGLE, VIRTUAL, BATCHED };
 
@@ -100,7 +100,7 @@ public:
     static constexpr bool IS_INTEGER = std::is_same_v<Key, int64_t>;
     static constexpr uint8_t DATATYPE_ID = IS_INTEGER ? D_XSD_INTEGER : D_XSD_DECIMAL;
 
-    /// @param expectedNumberOfValues  sizes the table; 0 lets it grow
+    /// @param expectedNumberOfValues  the initial size of the table; 0 lets it grow
     KavixMap(size_t maximumNumberOfValues, size_t expectedNumberOfValues) :
         m_store(maximumNumberOfValues),
         m_dictionary(

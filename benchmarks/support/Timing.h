@@ -11,13 +11,13 @@
 
 namespace kavix::benchmarks {
 
-/// Touches and frees memory. A virtual machine hands memory that is free for long back to its host; first touches then
-/// cost up to fifty times, which is no property of what is measured. Call it just before the timed part.
+/// Touches and frees memory. A virtual machine returns memory that has been free for long to its host; first touches
+/// then cost up to fifty times as much, which is unrelated to what is measured. Call it just before the timed part.
 inline void warmMemory(size_t numberOfBytes) {
     constexpr size_t PAGE_SIZE = 4096;
     void* const memory = ::mmap(nullptr, numberOfBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
-        return; // it only steadies the figures
+        return; // it only makes the figures more stable
     ::madvise(memory, numberOfBytes, MADV_HUGEPAGE);
     for (size_t offset = 0; offset < numberOfBytes; offset += PAGE_SIZE)
         static_cast<volatile char*>(memory)[offset] = 1;
@@ -36,10 +36,10 @@ inline double getSeconds() noexcept {
 
 struct Duration {
     double m_wallSeconds;
-    double m_processorSeconds; // of all threads together: what is left when other programs take turns with ours
+    double m_processorSeconds; // of all threads together; excludes the time in which other programs run
 };
 
-/// Runs a job on threads that start together; from the first start to the last end.
+/// Runs a job on threads that start together; measures from the first start to the last end.
 /// @param makeJob  called by each thread with its index before the start; returns what is timed
 template<typename MakeJob>
 Duration runThreads(size_t numberOfThreads, MakeJob makeJob) {

@@ -18,17 +18,18 @@ inline constexpr size_t NO_THREAD_SLOT = NUMBER_OF_THREAD_SLOTS;
 /// The slot of the calling thread in every table, assigned by ThreadSlots. Two threads never have the same one.
 inline constinit thread_local size_t s_currentThreadContextIndex = NO_THREAD_SLOT;
 
-/// One thread's door to one table. Its thread passes it with every lookup and insertion; a thread that resizes the
-/// table (the leader) stops every other thread by holding their doors.
+/// One thread's slot in one table. Its thread enters it for every lookup and insertion; a thread that resizes the table
+/// (the leader) stops every other thread by holding their slots.
 ///
-///   entry count:  0 nobody; 1 held, by its thread or by a leader; 2 held and one waits; 3 held and two wait: an old
+///   entry count:  0 not held; 1 held, by its thread or by a leader; 2 held and one waits; 3 held and two wait: an old
 ///                 leader is still releasing, the owner waits, and the leader of the next resize is stopping
-///   Whoever adds 1 to 0 holds the slot. Whoever finds more waits until a holder hands it over: a holder that leaves 2
-///   or more sets the released flag and wakes one of those who wait, and that one clears the flag and holds the slot.
+///   A thread that adds 1 to 0 holds the slot. A thread that finds more waits until a holder hands it over: a holder
+///   that leaves at 2 or more sets the released flag and wakes one waiting thread, which clears the flag and holds the
+///   slot.
 ///
-/// Orders    entry count: acquire on entry, release on leaving; whoever stops a slot sees what its thread did inside,
-///           and a thread that enters sees what the leader changed. Those who wait synchronise by the mutex. free
-///           reservation: relaxed; changed by whoever holds the slot, read by statistics.
+/// Orders    entry count: acquire on entry, release on leaving; a thread that stops a slot observes what its thread did
+///           inside, and a thread that enters observes what the leader changed. Waiting threads synchronise by the
+///           mutex. free reservation: relaxed; changed by the holder of the slot, read by statistics.
 /// A slot fills a 128-byte line (two cache lines, which processors fetch in pairs), so slots never share one.
 class alignas(128) ThreadContext : private Unmovable {
 
@@ -60,7 +61,7 @@ public:
             handOver();
     }
 
-    /// leave() at the end of a short function: returns the result, and calls nothing that would have to return first.
+    /// leave() at the end of a short function: returns the result, in a tail call if it calls anything.
     uint64_t leaveWith(uint64_t result) noexcept {
         // Release, as in leave(). (It was 1 or more; a comparison with 1 is free.)
         if (m_entryCount.fetch_sub(1, std::memory_order_release) != 1) [[unlikely]]
@@ -68,7 +69,7 @@ public:
         return result;
     }
 
-    /// How many buckets may be filled through this slot without touching the table's used count.
+    /// The number of buckets that may be filled through this slot without changing the table's used count.
     uint32_t getFreeReservation() const noexcept { return m_freeReservation.load(std::memory_order_relaxed); }
 
     void setFreeReservation(uint32_t freeReservation) noexcept {

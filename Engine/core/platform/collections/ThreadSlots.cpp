@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t SLOTS_PER_WORD = 64;
 
-/// A set bit is a taken slot.
+/// A set bit means a taken slot.
 std::atomic<uint64_t> s_takenSlots[NUMBER_OF_THREAD_SLOTS / SLOTS_PER_WORD];
 
 size_t tryTakeFreeSlot() noexcept {
@@ -23,7 +23,7 @@ size_t tryTakeFreeSlot() noexcept {
         uint64_t taken = word.load(std::memory_order_relaxed); // the exchange below synchronises
         while (taken != UINT64_MAX) {
             const int bit = std::countr_one(taken);
-            // Acquire. Pairs with the release in giveSlotBack(): we see what the previous owner left in the slot.
+            // Acquire. Pairs with the release in giveSlotBack(): we observe what the previous owner left in the slot.
             if (word.compare_exchange_weak(
                     taken, taken | (uint64_t(1) << bit), std::memory_order_acquire, std::memory_order_relaxed))
                 return wordIndex * SLOTS_PER_WORD + static_cast<size_t>(bit);
@@ -37,8 +37,8 @@ void giveSlotBack(size_t slot) noexcept {
     s_takenSlots[slot / SLOTS_PER_WORD].fetch_and(~(uint64_t(1) << (slot % SLOTS_PER_WORD)), std::memory_order_release);
 }
 
-/// Tells us when a thread ends. Its destructors run after those of thread_local objects, and again if they touch a
-/// dictionary themselves, so no use of a slot comes after the slot was given back.
+/// Reports the end of a thread. Its destructors run after those of thread_local objects, and again if they use a
+/// dictionary themselves, so a slot is not used after it was returned.
 struct ThreadEndKey {
 
     pthread_key_t m_key;
@@ -60,7 +60,7 @@ struct ThreadEndKey {
 size_t ThreadSlots::getNumberOfTakenSlots() noexcept {
     size_t result = 0;
     for (const std::atomic<uint64_t>& word : s_takenSlots)
-        result += static_cast<size_t>(std::popcount(word.load(std::memory_order_relaxed))); // a count for people
+        result += static_cast<size_t>(std::popcount(word.load(std::memory_order_relaxed))); // informative only
     return result;
 }
 
@@ -71,7 +71,7 @@ void ThreadSlots::takeSlot() {
     const size_t slot = tryTakeFreeSlot();
     if (slot == NO_THREAD_SLOT)
         Errors::throwThreadSlotsExhausted(NUMBER_OF_THREAD_SLOTS);
-    // Any value but null makes the system call onThreadEnd.
+    // Any non-null value makes the system call onThreadEnd.
     const int errorNumber = ::pthread_setspecific(s_threadEndKey.m_key, &s_takenSlots[0]);
     if (errorNumber != 0) {
         giveSlotBack(slot);

@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::string_view INDENTATION_OF_CAUSES = "    ";
 
-/// Writes "name: value" and a line break. The further lines of a value are indented below its name, so that a reader of
-/// the listing can tell them from the next detail.
+/// Writes "name: value" and a line break. Further lines of a value are indented below its name, so that a reader can
+/// distinguish them from the next detail.
 void printDetail(OutputStream& output, const std::string& indent, std::string_view name, std::string_view value) {
     std::string line = indent;
     line.append(name).append(": ");
@@ -69,9 +69,9 @@ void KavixException::printIndented(OutputStream& output, const std::string& inde
     const std::string causeIndent = indent + std::string(INDENTATION_OF_CAUSES);
     for (const std::exception_ptr& cause : m_causes) {
         if (cause == nullptr)
-            continue; // rethrowing it would end the program
+            continue; // rethrowing it would terminate the program
         printHeading(output, indent, "caused by:");
-        // What fails while a cause is printed leaves from the handler and so is not taken for the cause.
+        // A failure while a cause is printed is thrown from the handler, and so is not taken for the cause.
         try {
             std::rethrow_exception(cause);
         }

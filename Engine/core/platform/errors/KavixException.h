@@ -13,14 +13,14 @@ class OutputStream;
 
 /// The base class of all errors of the system. Nothing returns error codes.
 ///
-/// An exception names the source file and the line that are its identity for users (written constants, see
-/// ErrorCatalogue.h), its class, the exceptions that caused it, and one message for people.
-/// Immutable after construction; may be read by any number of threads at once.
+/// An exception has the source file and the line that identify it for users (written constants, see ErrorCatalogue.h),
+/// its class, the exceptions that caused it, and one message for people. Immutable after construction; any number of
+/// threads may read it at the same time.
 class KavixException : public std::exception {
 
 public:
 
-    /// The causes of an error that has none.
+    /// The causes of an error without causes.
     static const std::vector<std::exception_ptr> NO_CAUSES;
 
     /// Composes the message from pieces: string literals, std::string by rvalue, unsigned long in plain decimal.
@@ -52,7 +52,7 @@ public:
 
     const std::vector<std::exception_ptr>& getCauses() const noexcept { return m_causes; }
 
-    /// Writes the details of this exception, one "name: value" a line, and those of its causes, indented.
+    /// Writes the details of this exception, one "name: value" per line, and those of its causes, indented.
     void printArguments(OutputStream& output) const;
 
 protected:
@@ -61,7 +61,7 @@ protected:
     static std::string composeMessage(Pieces&&... pieces) {
         std::ostringstream stream;
         stream.imbue(std::locale::classic()); // the global locale might group digits
-        stream.exceptions(std::ios_base::badbit); // or a piece that does not fit would be dropped silently
+        stream.exceptions(std::ios_base::badbit); // otherwise a piece that does not fit would be dropped silently
         (void(stream << pieces), ...);
         return std::move(stream).str();
     }

@@ -12,7 +12,7 @@ namespace {
 /// The text of an error number in the C locale, the same for all users. strerror would follow the locale of the process
 /// and may keep its text in a buffer that all threads share.
 std::string getSystemErrorText(int errorNumber) {
-    // Lives for ever: an error may be reported while static objects are destroyed.
+    // Never freed: an error may be reported while static objects are destroyed.
     static const locale_t s_locale = ::newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
     if (s_locale == static_cast<locale_t>(nullptr))
         return "no text available";

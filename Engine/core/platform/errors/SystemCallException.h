@@ -4,8 +4,8 @@
 
 namespace kavix {
 
-/// Appends " [CALL failed with error NUMBER: TEXT]" to a message. The text is the one of the C locale, whatever locale
-/// the process has. Thread-safe.
+/// Appends " [CALL failed with error NUMBER: TEXT]" to a message. The text is that of the C locale, independent of the
+/// locale of the process. Thread-safe.
 void appendSystemError(const char* systemCall, int errorNumber, std::string& message);
 
 /// A failed system call. The message ends with the name of the call and the system's text for the error number.
@@ -14,7 +14,7 @@ class SystemCallException : public KavixException {
 public:
 
     /// @param systemCall   the name of the call; a string literal, not copied
-    /// @param errorNumber  the value of errno right after the failure
+    /// @param errorNumber  the value of errno immediately after the failure
     template<typename... Pieces>
     SystemCallException(
         const std::string& sourceFile, long line, const std::vector<std::exception_ptr>& causes, const char* systemCall,

@@ -15,7 +15,7 @@ namespace kavix {
 
 namespace {
 
-/// What is asked of one system call: the result of read() for more than SSIZE_MAX bytes is not defined.
+/// The limit for one system call: the result of read() for more than SSIZE_MAX bytes is not defined.
 constexpr size_t MAX_BYTES_PER_CALL = size_t(1) << 30;
 
 int openForReading(const std::string& fileName) {
@@ -23,7 +23,7 @@ int openForReading(const std::string& fileName) {
         const int fileDescriptor = ::open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
         if (fileDescriptor >= 0)
             return fileDescriptor;
-        if (errno != EINTR) // as when opening a pipe waits for its writer
+        if (errno != EINTR) // for example when opening a pipe waits for its writer
             Errors::throwCannotOpenInputFile(errno, std::string(fileName));
     }
 }
@@ -41,7 +41,7 @@ size_t readSome(int fileDescriptor, const std::string& fileName, uint8_t* data, 
 
 }
 
-// The buffer comes before the file, so that there is no file to close if there is no memory.
+// The buffer is allocated before the file is opened, so that there is no file to close if the allocation fails.
 FileInputStream::FileInputStream(std::string fileName) :
     m_fileName(std::move(fileName)),
     m_buffer(new uint8_t[BUFFER_SIZE]),
@@ -81,7 +81,7 @@ void FileInputStream::skip(uint64_t numberOfBytes) {
     if (numberOfBytes > static_cast<uint64_t>(std::numeric_limits<off_t>::max()))
         Errors::throwPrematureEndOfFile(); // no file is that long
     if (numberOfBytes != 0 && ::lseek(m_fileDescriptor, static_cast<off_t>(numberOfBytes), SEEK_CUR) < 0)
-        InputStream::skip(numberOfBytes); // a pipe or the like
+        InputStream::skip(numberOfBytes); // not seekable
 }
 
 }

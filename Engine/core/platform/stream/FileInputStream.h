@@ -9,10 +9,10 @@
 
 namespace kavix {
 
-/// A file that is read from its beginning. One thread at a time.
+/// A file read from its beginning. One thread at a time.
 ///
 /// Small reads are served from a buffer of BUFFER_SIZE bytes; a read of that size or more goes to the file directly
-/// once the buffer is used up. A read may return fewer bytes than were asked for; readExactly() gets them all.
+/// once the buffer is used up. A read may return fewer bytes than requested; readExactly() reads them all.
 class FileInputStream : public InputStream {
 
 public:
@@ -29,13 +29,13 @@ public:
 
     ~FileInputStream() override;
 
-    /// @throws SystemCallException  the file is a pipe or the like: the position is unchanged
+    /// @throws SystemCallException  the file is not seekable, for example a pipe: the position is unchanged
     void rewind() override;
 
     /// @throws SystemCallException  the file cannot be read, for example because it is a directory
     size_t read(void* data, size_t numberOfBytes) override;
 
-    /// Moves the position without reading where the file allows it.
+    /// Moves the position without reading if the file is seekable.
     void skip(uint64_t numberOfBytes) override;
 
     const std::string& getFileName() const noexcept { return m_fileName; }
@@ -44,7 +44,7 @@ private:
 
     std::string m_fileName;
     std::unique_ptr<uint8_t[]> m_buffer;
-    size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have yet to be read
+    size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have not been read yet
     size_t m_bufferEnd = 0;
     int m_fileDescriptor;
 };

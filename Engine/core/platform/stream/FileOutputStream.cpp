@@ -15,28 +15,28 @@ namespace kavix {
 
 namespace {
 
-/// What is asked of one system call: the result of write() for more than SSIZE_MAX bytes is not defined.
+/// The limit for one system call: the result of write() for more than SSIZE_MAX bytes is not defined.
 constexpr size_t MAX_BYTES_PER_CALL = size_t(1) << 30;
 
-constexpr mode_t PERMISSIONS = 0666; // less what the user masks out
+constexpr mode_t PERMISSIONS = 0666; // minus the bits of the umask
 
 int openForWriting(const std::string& fileName) {
     for (;;) {
         const int fileDescriptor = ::open(fileName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, PERMISSIONS);
         if (fileDescriptor >= 0)
             return fileDescriptor;
-        if (errno != EINTR) // as when opening a pipe waits for its reader
+        if (errno != EINTR) // for example when opening a pipe waits for its reader
             Errors::throwCannotOpenOutputFile(errno, std::string(fileName));
     }
 }
 
-/// Writes at least one of the bytes, of which there must be some; returns how many.
+/// Writes at least one of the bytes, which must not be empty; returns how many.
 size_t writeSome(int fileDescriptor, const std::string& fileName, const uint8_t* data, size_t numberOfBytes) {
     for (;;) {
         const ssize_t bytesWritten = ::write(fileDescriptor, data, std::min(numberOfBytes, MAX_BYTES_PER_CALL));
         if (bytesWritten > 0)
             return static_cast<size_t>(bytesWritten);
-        if (bytesWritten == 0) // a device that takes nothing and does not say why: trying again might never end
+        if (bytesWritten == 0) // a device that accepts nothing without an error: retrying might never end
             Errors::throwCannotWriteFile(EIO, std::string(fileName));
         if (errno != EINTR)
             Errors::throwCannotWriteFile(errno, std::string(fileName));
@@ -45,7 +45,7 @@ size_t writeSome(int fileDescriptor, const std::string& fileName, const uint8_t*
 
 }
 
-// The buffer comes before the file, so that there is no file to close if there is no memory.
+// The buffer is allocated before the file is opened, so that there is no file to close if the allocation fails.
 FileOutputStream::FileOutputStream(std::string fileName) :
     m_fileName(std::move(fileName)),
     m_buffer(new uint8_t[BUFFER_SIZE]),
@@ -66,7 +66,7 @@ FileOutputStream::~FileOutputStream() {
         writeBuffer();
     }
     catch (...) {
-        // Nobody is left to be told; close() is the way to learn of it.
+        // A destructor cannot report errors; close() does.
     }
     ::close(m_fileDescriptor);
 }
@@ -93,7 +93,7 @@ void FileOutputStream::write(const void* data, size_t numberOfBytes) {
             numberOfBytes -= bytesWritten;
         }
     }
-    else if (numberOfBytes != 0) { // nothing may come without an address
+    else if (numberOfBytes != 0) { // an empty write may have a null pointer
         std::memcpy(m_buffer.get() + m_bufferEnd, position, numberOfBytes);
         m_bufferEnd += numberOfBytes;
     }
@@ -105,8 +105,8 @@ void FileOutputStream::close() {
     writeBuffer();
     const int fileDescriptor = m_fileDescriptor;
     m_fileDescriptor = CLOSED;
-    // Never repeated: Linux has let go of the descriptor even if the call fails, and another thread may own the number
-    // by now. An interrupted close lost nothing that was written.
+    // Never repeated: Linux has released the descriptor even if the call fails, and another thread may have got the
+    // same number by now. An interrupted close loses no written data.
     if (::close(fileDescriptor) != 0 && errno != EINTR)
         Errors::throwCannotCloseFile(errno, std::string(m_fileName));
 }

@@ -9,13 +9,14 @@
 
 namespace kavix {
 
-/// A file that is written from its beginning; what it held before is lost. One thread at a time.
+/// A file written from its beginning; its old content is lost. One thread at a time.
 ///
 ///   open --close--> closed
 ///
-/// Small writes gather in a buffer of BUFFER_SIZE bytes; a write of that size or more goes to the file directly, after
-/// what is in the buffer. So the last bytes reach the file, and their errors the caller, in flush() or close(): whoever
-/// wants to know that the file is complete calls close(). The destructor writes and closes too but reports nothing.
+/// Small writes are collected in a buffer of BUFFER_SIZE bytes; a write of that size or more goes to the file directly,
+/// after the content of the buffer. So the last bytes reach the file, and their errors the caller, in flush() or
+/// close(): call close() to be certain that the file is complete. The destructor also writes and closes but reports
+/// nothing.
 class FileOutputStream : public OutputStream {
 
 public:
@@ -23,11 +24,11 @@ public:
     /// In bytes.
     static constexpr size_t BUFFER_SIZE = 65536;
 
-    /// Creates the file, or empties it.
+    /// Creates the file, or truncates it.
     /// @throws SystemCallException  it cannot be opened for writing
     explicit FileOutputStream(std::string fileName);
 
-    /// Takes over a file that is open for writing, at its present position; closes it if construction fails.
+    /// Takes over a file that is open for writing, at its current position; closes it if construction fails.
     FileOutputStream(std::string fileName, int fileDescriptor);
 
     FileOutputStream(const FileOutputStream&) = delete;
@@ -37,21 +38,21 @@ public:
     /// Never throws.
     ~FileOutputStream() override;
 
-    /// Hands the buffer to the operating system; does not wait for the device. After a failure the rest of the buffer
-    /// is kept, and another flush() goes on where this one stopped.
+    /// Passes the buffer to the operating system; does not wait for the device. After a failure the rest of the buffer
+    /// is kept, and another flush() continues where this one stopped.
     /// @throws SystemCallException  the file cannot be written
     void flush() override;
 
-    /// Flushes and waits until the device has everything.
+    /// Flushes and waits until everything has been written to the device.
     /// @throws SystemCallException  the file cannot be written: it may be incomplete
     void synchronise();
 
-    /// Needs an open file.
-    /// @throws SystemCallException  the file cannot be written; how much of the data it got is unspecified
+    /// Requires an open file.
+    /// @throws SystemCallException  the file cannot be written; how much of the data was written is unspecified
     void write(const void* data, size_t numberOfBytes) override;
 
-    /// Flushes and closes; does nothing where the file is closed already. If flushing fails, the file stays open and
-    /// close() may be repeated; if closing fails, the file is closed all the same.
+    /// Flushes and closes; does nothing if the file is closed already. If flushing fails, the file stays open and
+    /// close() may be repeated; if closing fails, the file is closed nevertheless.
     /// @throws SystemCallException  the file cannot be written or closed: it may be incomplete
     void close();
 
@@ -67,7 +68,7 @@ private:
 
     std::string m_fileName;
     std::unique_ptr<uint8_t[]> m_buffer;
-    size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have yet to be written
+    size_t m_bufferBegin = 0; // the bytes from here to m_bufferEnd have not been written yet
     size_t m_bufferEnd = 0;
     int m_fileDescriptor;
 };

@@ -14,18 +14,18 @@ public:
 
     virtual ~InputStream() = default;
 
-    /// Goes back to the first byte. Throws if the source cannot be read twice.
+    /// Returns to the first byte. Throws if the source cannot be read twice.
     virtual void rewind() = 0;
 
     /// Reads up to numberOfBytes bytes and returns how many it stored; 0 means the end of the stream (or that no byte
-    /// was asked for). Throws if reading fails.
+    /// was requested). Throws if reading fails.
     virtual size_t read(void* data, size_t numberOfBytes) = 0;
 
-    /// Passes over numberOfBytes bytes. Going beyond the end may be noticed only by the next read.
+    /// Skips numberOfBytes bytes. Skipping beyond the end may be detected only by the next read.
     virtual void skip(uint64_t numberOfBytes);
 };
 
-/// Reads exactly numberOfBytes bytes; throws "Premature end of file." when the stream ends before.
+/// Reads exactly numberOfBytes bytes; throws "Premature end of file." if the stream ends earlier.
 inline void readExactly(InputStream& input, void* data, size_t numberOfBytes) {
     uint8_t* position = static_cast<uint8_t*>(data);
     while (numberOfBytes != 0) {

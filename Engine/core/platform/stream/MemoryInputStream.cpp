@@ -13,7 +13,7 @@ void MemoryInputStream::rewind() {
 
 size_t MemoryInputStream::read(void* data, size_t numberOfBytes) {
     const size_t bytesToCopy = std::min(numberOfBytes, getRemainingBytes());
-    if (bytesToCopy != 0) { // nothing may come without an address
+    if (bytesToCopy != 0) { // an empty read may have a null pointer
         std::memcpy(data, m_data + m_position, bytesToCopy);
         m_position += bytesToCopy;
     }

@@ -8,8 +8,8 @@
 
 namespace kavix {
 
-/// A source of bytes that lie in memory and belong to somebody else, who must keep them while the stream is used.
-/// Returns as many bytes as are asked for while there are that many. Neither throws nor allocates.
+/// A source of bytes in memory that the stream does not own; they must be kept while the stream is used. Returns as
+/// many bytes as requested as long as there are that many. Neither throws nor allocates.
 class MemoryInputStream : public InputStream {
 
 public:

@@ -7,7 +7,7 @@ MemoryOutputStream::~MemoryOutputStream() = default;
 void MemoryOutputStream::flush() { }
 
 void MemoryOutputStream::write(const void* data, size_t numberOfBytes) {
-    if (numberOfBytes != 0) // nothing may come without an address
+    if (numberOfBytes != 0) // an empty write may have a null pointer
         m_content.append(static_cast<const char*>(data), numberOfBytes);
 }
 

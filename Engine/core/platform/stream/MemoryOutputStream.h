@@ -19,10 +19,10 @@ public:
 
     ~MemoryOutputStream() override;
 
-    /// Does nothing: the bytes have arrived when they are written.
+    /// Does nothing: written bytes need no flushing.
     void flush() override;
 
-    /// Appends the bytes, which may be bytes of this stream's own content.
+    /// Appends the bytes, which may be part of this stream's own content.
     /// @throws std::bad_alloc  the content is unchanged
     void write(const void* data, size_t numberOfBytes) override;
 
@@ -33,7 +33,7 @@ public:
 
     size_t getSize() const noexcept { return m_content.size(); }
 
-    /// Hands the bytes over; the stream is empty afterwards.
+    /// Moves the bytes to the caller; the stream is empty afterwards.
     std::string takeContent() noexcept { return std::exchange(m_content, std::string()); }
 
     void clear() noexcept { m_content.clear(); }

@@ -11,10 +11,11 @@ public:
 
     virtual ~OutputStream() = default;
 
-    /// Hands everything written so far to the destination. Throws if that fails.
+    /// Passes everything written so far to the destination. Throws if that fails.
     virtual void flush() = 0;
 
-    /// Writes exactly numberOfBytes bytes, or throws; what a failed write leaves at the destination is unspecified.
+    /// Writes exactly numberOfBytes bytes, or throws; after a failed write the content of the destination is
+    /// unspecified.
     virtual void write(const void* data, size_t numberOfBytes) = 0;
 };
 

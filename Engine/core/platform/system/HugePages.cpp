@@ -19,7 +19,7 @@ void HugePageCounter::addLine(std::string_view line) noexcept {
     }
     else if (line.starts_with(FLAGS)) {
         line.remove_prefix(FLAGS.size());
-        // Each flag has two letters and a space before it.
+        // Each flag consists of a space and two letters.
         if (line.find(" hg") != std::string_view::npos)
             m_bytes += m_bytesOfMapping;
         m_bytesOfMapping = 0;

@@ -6,14 +6,14 @@
 
 namespace kavix {
 
-/// The bytes that lie on huge pages at this moment, of all memory of the process that asked for them; nothing where the
-/// system does not tell. Regions that are large enough ask, of every dictionary that is made with huge pages; whether
-/// and when the system grants them is up to the system. Memory that got huge pages without having asked is not counted.
+/// The bytes backed by huge pages at this moment, of all memory of the process that requested them; nothing if the
+/// system does not report it. Large regions request them, in every dictionary that is created with huge pages; the
+/// system decides whether and when to grant them. Memory that got huge pages without a request is not counted.
 /// Thread-safe. Takes milliseconds for each GB of the process: the system walks over its pages.
 std::optional<uint64_t> tryGetHugePageBytes();
 
-/// Adds them up from the lines of /proc/self/smaps. The last line of a mapping has its flags, among them "hg" if it
-/// asked.
+/// Sums them up from the lines of /proc/self/smaps. The last line of a mapping has its flags, including "hg" if it
+/// requested huge pages.
 class HugePageCounter {
 
 public:
@@ -26,7 +26,7 @@ public:
 private:
 
     uint64_t m_bytes = 0;
-    uint64_t m_bytesOfMapping = 0; // of the mapping whose flags are still to come
+    uint64_t m_bytesOfMapping = 0; // of the mapping whose flags have not been read yet
 };
 
 }

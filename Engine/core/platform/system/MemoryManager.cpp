@@ -12,12 +12,12 @@ bool MemoryManager::trySetTotalBytes(uint64_t totalBytes) noexcept {
                 return false;
         } while (!m_freeBytes.compare_exchange_weak(freeBytes, freeBytes - takenBytes, std::memory_order_relaxed));
         if (m_totalBytes.compare_exchange_strong(oldTotalBytes, totalBytes, std::memory_order_relaxed)) {
-            // What the budget gains becomes free only after the total has grown, so free never exceeds the total.
+            // The additional bytes become free only after the total has grown, so free never exceeds the total.
             if (totalBytes > oldTotalBytes)
                 release(totalBytes - oldTotalBytes);
             return true;
         }
-        release(takenBytes); // another thread changed the total meanwhile
+        release(takenBytes); // another thread has changed the total
     }
 }
 

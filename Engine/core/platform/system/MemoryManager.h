@@ -8,8 +8,8 @@
 
 namespace kavix {
 
-/// The budget of memory, in bytes, that every committed page is charged to before the system is asked for it; so a
-/// system that runs short gets an error it can handle instead of being killed.
+/// The memory budget, in bytes. Every committed page is charged to it before it is requested from the system; so a
+/// program that runs out of memory gets an error it can handle instead of being killed.
 ///
 /// Invariant: total = free + charged. All operations are thread-safe and lock-free; all orders are relaxed, since the
 /// counts ration memory and publish nothing.
@@ -17,15 +17,15 @@ class MemoryManager : private Unmovable {
 
 public:
 
-    /// @param useHugePages  let large regions ask the system for huge pages, which it may grant or not; the budget is
-    ///                      charged the same
+    /// @param useHugePages  whether large regions request huge pages, which the system may or may not grant; the charge
+    ///                      is the same
     explicit MemoryManager(uint64_t totalBytes, bool useHugePages = false) noexcept :
         m_totalBytes(totalBytes),
         m_freeBytes(totalBytes),
         m_useHugePages(useHugePages) { }
 
     /// Takes bytes from the budget.
-    /// @throws KavixException  "The Kavix instance has run out of memory. …": nothing was taken
+    /// @throws KavixException  "The Kavix instance has run out of memory. …": nothing was charged
     void charge(uint64_t numberOfBytes) {
         uint64_t freeBytes = m_freeBytes.load(std::memory_order_relaxed);
         do {
@@ -34,7 +34,7 @@ public:
         } while (!m_freeBytes.compare_exchange_weak(freeBytes, freeBytes - numberOfBytes, std::memory_order_relaxed));
     }
 
-    /// Gives charged bytes back.
+    /// Returns charged bytes to the budget.
     void release(uint64_t numberOfBytes) noexcept { m_freeBytes.fetch_add(numberOfBytes, std::memory_order_relaxed); }
 
     /// Changes the size of the budget. Returns false, and changes nothing, if more than that is charged.
@@ -44,7 +44,7 @@ public:
 
     uint64_t getFreeBytes() const noexcept { return m_freeBytes.load(std::memory_order_relaxed); }
 
-    /// The bytes charged; momentarily off while other threads change the budget.
+    /// The bytes charged; may be inexact while other threads change the budget.
     uint64_t getChargedBytes() const noexcept { return getTotalBytes() - getFreeBytes(); }
 
     bool getUseHugePages() const noexcept { return m_useHugePages; }
@@ -56,7 +56,7 @@ private:
     const bool m_useHugePages;
 };
 
-/// Charges bytes and gives them back at the end of the scope, unless they are kept.
+/// Charges bytes and returns them at the end of the scope, unless they are kept.
 class MemoryCharge : private Unmovable {
 
 public:

@@ -22,17 +22,18 @@ namespace kavix {
 ///  - Bytes charged to the memory manager == bytes committed, also after every failure.
 ///  - Items 0 to end - 1 are usable and were zero when they were committed; end <= maximum number of items.
 ///  - Committed bytes are whole pages and never exceed the reserved, rounded capacity.
-///  - A region that asks for huge pages makes whole huge pages accessible, so up to one of them may be accessible, and
-///    backed by memory, beyond what is committed and charged; nobody uses it before it is committed. Elsewhere the
-///    committed bytes are the accessible ones.
+///  - A region that requests huge pages makes whole huge pages accessible, so up to one of them may be accessible, and
+///    backed by memory, beyond what is committed and charged; it is not used before it is committed. In other regions
+///    the committed bytes are the accessible ones.
 /// Callers   ensureEndAtLeast, doEnsureEndAtLeast, getEnd, item access below the end: any thread. The rest: one thread,
-///           nobody else inside.
-/// Orders    end: published by release, read by acquire; whoever sees an end can use the items below it. The committed
-///           bytes are relaxed: changed under the lock, read by statistics.
-/// Progress  Readers never lock; growers of one region take turns with a spin lock that covers one system call.
-/// Cost      Growth is to the page boundary, exactly: no slack, no copying, one system call.
+///           no other thread inside.
+/// Orders    end: published by release, read by acquire; a thread that observes an end can use the items below it. The
+///           committed bytes are relaxed: changed under the lock, read by statistics.
+/// Progress  Readers never lock; threads that grow the same region take turns with a spin lock held for one system
+///           call.
+/// Cost      Growth is exactly to the page boundary: no slack, no copying, one system call.
 ///
-/// T must be usable from zeroed memory, without construction, and be saved as raw bytes.
+/// T must be usable as zeroed memory, without construction, and saved as raw bytes.
 template<typename T>
 class MemoryRegion : private Unmovable {
 
@@ -47,11 +48,11 @@ public:
     /// @throws SystemCallException  the system refused, or the size in bytes exceeds 64 bits: the region is empty
     void initialize(size_t maximumNumberOfItems);
 
-    /// Gives everything back and leaves the region empty.
+    /// Releases everything and leaves the region empty.
     void deinitialize() noexcept;
 
     /// Makes items 0 to n - 1 usable; grows to the page boundary at or after item n, never shrinks. Callers use this
-    /// before they touch item n - 1.
+    /// before they access item n - 1.
     /// @throws as doEnsureEndAtLeast()
     void ensureEndAtLeast(size_t n) {
         if (getEnd() < n)
@@ -63,17 +64,17 @@ public:
     /// @throws SystemCallException  the system refused the pages: the charge is returned
     void doEnsureEndAtLeast(size_t n);
 
-    /// Gives back the pages beyond item n and zeroes the items from n to the end of the last page that is kept.
+    /// Releases the pages beyond item n and zeroes the items from n to the end of the last page that is kept.
     void truncate(size_t n) noexcept;
 
     /// Exchanges the contents of two regions that share a memory manager.
     void swapContents(MemoryRegion& other) noexcept;
 
-    /// Writes the capacity and, unless it is 0, the end and the items below it, as raw bytes. Nobody may write
-    /// meanwhile.
+    /// Writes the capacity and, unless it is 0, the end and the items below it, as raw bytes. No thread may write
+    /// during the call.
     void save(OutputStream& output) const;
 
-    /// Replaces the content by what save() wrote.
+    /// Replaces the content with what save() wrote.
     /// @throws KavixException  the stream ends early, or its sizes do not fit the budget or the address space: the
     ///                         region may be left initialised and partly filled
     void load(InputStream& input);
@@ -84,7 +85,7 @@ public:
     T& operator[](size_t index) noexcept { return m_data[index]; }
     const T& operator[](size_t index) const noexcept { return m_data[index]; }
 
-    /// How many items are usable.
+    /// The number of usable items.
     size_t getEnd() const noexcept {
         // Acquire. Pairs with the release in doEnsureEndAtLeast(): the pages below this end are accessible.
         return m_end.load(std::memory_order_acquire);
@@ -99,10 +100,10 @@ private:
 
     static constexpr size_t HUGE_PAGE_SIZE = size_t(1) << 21;
 
-    /// Smaller regions have no room for huge pages, or waste most of them.
+    /// Smaller regions have no room for huge pages, or would waste most of them.
     static constexpr size_t MINIMUM_BYTES_FOR_HUGE_PAGES = 2 * HUGE_PAGE_SIZE;
 
-    /// Whether a region of that many reserved bytes asks for huge pages.
+    /// Whether a region of that many reserved bytes requests huge pages.
     bool wantsHugePages(size_t reservedBytes) const noexcept {
         return m_memoryManager.getUseHugePages() && reservedBytes >= MINIMUM_BYTES_FOR_HUGE_PAGES;
     }
@@ -117,11 +118,11 @@ private:
     T* m_data;
     std::atomic<size_t> m_end;
     const uint8_t m_pageSizeShift;
-    SpinLock m_lock; // held by whoever grows the region
+    SpinLock m_lock; // held by the thread that grows the region
     MemoryManager& m_memoryManager;
     size_t m_maximumNumberOfItems;
-    std::atomic<size_t> m_committedBytes; // written under the lock, or alone
-    size_t m_accessibleBytes; // used under the lock, or alone
+    std::atomic<size_t> m_committedBytes; // written under the lock, or when one thread is alone
+    size_t m_accessibleBytes; // used under the lock, or when one thread is alone
 };
 
 }

@@ -29,7 +29,7 @@ void MemoryRegion<T>::deinitialize() noexcept {
         VirtualMemory::release(m_data, roundToPages(m_maximumNumberOfItems * sizeof(T)));
         m_memoryManager.release(getCommittedBytes());
         m_data = nullptr;
-        // Relaxed, both: nobody else is inside.
+        // Relaxed, both: no other thread is inside.
         m_committedBytes.store(0, std::memory_order_relaxed);
         m_end.store(0, std::memory_order_relaxed);
         m_maximumNumberOfItems = 0;
@@ -42,8 +42,8 @@ void MemoryRegion<T>::initialize(size_t maximumNumberOfItems) {
     deinitialize();
     if (maximumNumberOfItems == 0)
         return;
-    // The largest size that still rounds to whole pages in 64 bits. A capacity that comes from outside may exceed it,
-    // and the product would wrap to something small: such a reservation is one that the system would refuse.
+    // The largest size that still rounds to whole pages in 64 bits. A capacity from outside may exceed it, and the
+    // product would wrap to a small number: the system would refuse such a reservation.
     const size_t maximumBytes = std::numeric_limits<size_t>::max() >> m_pageSizeShift << m_pageSizeShift;
     if (maximumNumberOfItems > maximumBytes / sizeof(T))
         Errors::throwCannotReserveAddressSpace(ENOMEM, std::numeric_limits<size_t>::max());
@@ -63,7 +63,7 @@ bool MemoryRegion<T>::tryMakeAccessible(size_t numberOfBytes) noexcept {
     const size_t reservedBytes = roundToPages(m_maximumNumberOfItems * sizeof(T));
     uint8_t* const bytes = reinterpret_cast<uint8_t*>(m_data);
     if (wantsHugePages(reservedBytes)) {
-        // To the end of a huge page by address: a page fault gets a huge page only where all of it is accessible.
+        // Up to the end of a huge page by address: a page fault gets a huge page only if all of it is accessible.
         const uintptr_t address = reinterpret_cast<uintptr_t>(bytes + numberOfBytes);
         numberOfBytes = std::min(reservedBytes, numberOfBytes + static_cast<size_t>(-address % HUGE_PAGE_SIZE));
     }
@@ -94,14 +94,14 @@ void MemoryRegion<T>::doEnsureEndAtLeast(size_t n) {
 
 template<typename T>
 void MemoryRegion<T>::truncate(size_t n) noexcept {
-    const size_t oldEnd = m_end.load(std::memory_order_relaxed); // relaxed, here and below: nobody else is inside
+    const size_t oldEnd = m_end.load(std::memory_order_relaxed); // relaxed, here and below: no other thread is inside
     if (n >= oldEnd)
         return;
     uint8_t* const bytes = reinterpret_cast<uint8_t*>(m_data);
     const size_t keptBytes = roundToPages(n * sizeof(T));
     const size_t committedBytes = m_committedBytes.load(std::memory_order_relaxed);
     if (committedBytes > keptBytes) {
-        // If the system keeps the pages, they are zero at least when they are used again, as new ones would be.
+        // If the system keeps the pages, zero them, so that they are like new pages when they are used again.
         if (VirtualMemory::decommit(bytes + keptBytes, m_accessibleBytes - keptBytes))
             m_accessibleBytes = keptBytes;
         else
@@ -111,7 +111,7 @@ void MemoryRegion<T>::truncate(size_t n) noexcept {
         if (const size_t reservedBytes = roundToPages(m_maximumNumberOfItems * sizeof(T));
             wantsHugePages(reservedBytes))
             VirtualMemory::adviseHugePages(
-                bytes + keptBytes, reservedBytes - keptBytes); // fresh address space forgot it
+                bytes + keptBytes, reservedBytes - keptBytes); // the new mapping lost the advice
     }
     const size_t zeroEnd = std::min(oldEnd * sizeof(T), keptBytes);
     std::memset(bytes + n * sizeof(T), 0, zeroEnd - n * sizeof(T));
@@ -120,7 +120,7 @@ void MemoryRegion<T>::truncate(size_t n) noexcept {
 
 template<typename T>
 void MemoryRegion<T>::swapContents(MemoryRegion& other) noexcept {
-    // Relaxed: nobody else is inside, and whoever stopped the others publishes the outcome to them.
+    // Relaxed: no other thread is inside, and the thread that stopped the others publishes the outcome to them.
     const auto swapAtomics = [](std::atomic<size_t>& first, std::atomic<size_t>& second) {
         const size_t firstValue = first.load(std::memory_order_relaxed);
         first.store(second.load(std::memory_order_relaxed), std::memory_order_relaxed);

@@ -2,9 +2,9 @@
 
 namespace kavix {
 
-/// Asks for the cache line at an address that is used some dozens of operations later. The line goes into the
-/// second-level cache: processors have more fetches under way there than into the first (on AMD Zen 4 a fifth more
-/// random lines a second), and there it is safe from what comes between.
+/// Prefetches the cache line at an address that is used some dozens of operations later, into the second-level cache:
+/// processors support more outstanding fetches there than into the first-level cache (on AMD Zen 4 a fifth more random
+/// lines per second), and the operations in between do not evict it.
 inline void fetchAhead(const void* address) noexcept {
     constexpr int FOR_READING = 0;
     constexpr int SECOND_LEVEL = 2;

@@ -8,7 +8,7 @@
 
 namespace kavix {
 
-/// A lock for short critical sections that nobody enters often. Meets the standard's BasicLockable.
+/// A lock for short critical sections with little contention. Meets the standard's BasicLockable.
 ///
 ///   word:  0 free --exchange by lock()--> 1 held --store by unlock()--> 0
 class SpinLock : private Unmovable {
@@ -21,7 +21,7 @@ public:
             // Relaxed: only waits for the word to look free; the exchange below synchronises.
             while (m_word.load(std::memory_order_relaxed) != 0)
                 wait.step();
-            // Acquire. Pairs with the release in unlock(): we see what the previous holder did.
+            // Acquire. Pairs with the release in unlock(): we observe what the previous holder did.
             if (m_word.exchange(1, std::memory_order_acquire) == 0)
                 return;
         }

@@ -4,8 +4,8 @@
 
 namespace kavix {
 
-/// A wait for another thread that will be done in a moment: pauses first, then yields the processor at every step, so
-/// that the other thread gets on even where threads outnumber processors. One object for each wait.
+/// A short wait for another thread: pauses first, then yields the processor at every step, so that the other thread
+/// makes progress even if threads outnumber processors. One object for each wait.
 class SpinWait {
 
 public:

@@ -2,7 +2,7 @@
 
 namespace kavix {
 
-/// A base of classes whose objects stay where they were made: others hold their address.
+/// A base of classes whose objects cannot be copied or moved, because others hold their address.
 class Unmovable {
 
 public:

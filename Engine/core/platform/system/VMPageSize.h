@@ -4,7 +4,7 @@
 
 namespace kavix {
 
-/// The size of a page of virtual memory in bytes, a power of two. Thread-safe; asks the system once.
+/// The size of a page of virtual memory in bytes, a power of two. Thread-safe; queries the system once.
 size_t getVMPageSize() noexcept;
 
 }
