@@ -223,19 +223,19 @@ class Store:
 
     def read_header(self):
         if self.data[:len(MAGIC)] != MAGIC:
-            raise Damage("the file is no store of this system")
+            raise Damage("not a Kavix store")
         if len(self.data) < HEADER.size:
             raise Damage("the file ends in the middle of its header")
         (_, self.format_version, byte_order_mark, self.library_version, self.resource_id_width, self.page_size,
          self.number_of_sections) = HEADER.unpack_from(self.data)
         if byte_order_mark != BYTE_ORDER_MARK:
-            raise Damage("it was written on a machine with another byte order")
+            raise Damage("written on a machine with a different byte order")
         if self.format_version != FORMAT_VERSION:
-            raise Damage(f"its format version is {self.format_version}, and this program reads version {FORMAT_VERSION}")
+            raise Damage(f"format version {self.format_version} is not supported (this program reads version {FORMAT_VERSION})")
         if self.resource_id_width not in RECORD:
-            raise Damage(f"resource IDs of {self.resource_id_width} bits are not known")
+            raise Damage(f"unsupported resource ID width of {self.resource_id_width} bits")
         if self.number_of_sections > MAX_NUMBER_OF_SECTIONS:
-            raise Damage(f"{self.number_of_sections} sections are too many")
+            raise Damage(f"invalid number of sections, {self.number_of_sections}")
 
     def read_table_of_sections(self):
         table_end = HEADER.size + self.number_of_sections * SECTION.size
@@ -254,7 +254,7 @@ class Store:
         if len(self.data) < end:
             raise Damage("the file is shorter than its sections")
         if len(self.data) > end:
-            raise Damage("the file goes on behind its last section")
+            raise Damage("there is data after the last section")
 
     def get_content(self, section):
         return self.data[section.offset:section.offset + section.length]
@@ -281,9 +281,9 @@ class Counters:
         if not MIN_MAX_RESOURCE_ID <= self.max_resource_id <= LARGEST_MAX_RESOURCE_ID[store.resource_id_width]:
             raise Damage(f"the bound of resource IDs, {self.max_resource_id}, is not possible")
         if not 1 <= self.next_resource_id <= self.max_resource_id:
-            raise Damage(f"the next resource ID, {self.next_resource_id}, is not possible")
+            raise Damage(f"invalid next resource ID {self.next_resource_id}")
         if not FIRST_POOL_OFFSET <= self.pool_end <= min(2**45, 2**30 + 40 * self.max_resource_id):
-            raise Damage(f"the end of the data pool, {self.pool_end}, is not possible")
+            raise Damage(f"invalid end of the data pool, {self.pool_end}")
 
 
 # ---- The resources.
@@ -301,7 +301,7 @@ def read_decimal(store, counters, pool, resource_id, offset):
         raise Damage(f"resource {resource_id}: its record at offset {offset} is outside the data pool")
     recorded_id, unscaled_value, fraction_digits = record.unpack_from(pool, offset - FIRST_POOL_OFFSET)
     if recorded_id != resource_id:
-        raise Damage(f"resource {resource_id}: its record is that of resource {recorded_id}")
+        raise Damage(f"resource {resource_id}: its record belongs to resource {recorded_id}")
     if fraction_digits > MAX_FRACTION_DIGITS or (fraction_digits != 0 and unscaled_value % 10 == 0):
         raise Damage(f"resource {resource_id}: its decimal is not normalised, or has more than 19 fraction digits")
     return format_decimal(unscaled_value, fraction_digits)
@@ -325,7 +325,7 @@ def read_resources(store):
             store.read_section(section.name)  # its tables only repeat what the arrays say, but they must be undamaged
     store.read_section(f"{DICTIONARY_PREFIX}{XSD_DECIMAL}")
     if datatype_ids[0] != 0:
-        raise Damage("resource ID 0, which means none, has a datatype")
+        raise Damage("resource ID 0, which is reserved, has a datatype")
     resources = []
     for resource_id, datatype_id in enumerate(datatype_ids):
         if datatype_id == 0:

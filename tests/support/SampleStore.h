@@ -47,7 +47,7 @@ inline std::string getRefusal(const std::string& bytes, bool checkEveryValue = t
 }
 
 inline std::string makeRefusal(const std::string& section, const std::string& reason) {
-    return "The store cannot be opened: in section '" + section + "', " + reason + ".";
+    return "The store cannot be opened: section '" + section + "': " + reason + ".";
 }
 
 inline std::vector<std::string> findProblems(const Dictionary& dictionary) {

@@ -357,9 +357,10 @@ TEST(Prefixes, NamesFollowTheTurtleGrammar) {
         catch (const KavixException& exception) {
             EXPECT_FALSE(row.isAllowed);
             EXPECT_EQ(
-                exception.getMessage(), "'" + row.prefixName +
-                                            "' is no Turtle prefix name: it must start with a letter, go on with "
-                                            "letters, digits, '_', '-' and '.', and not end with '.'.");
+                exception.getMessage(),
+                "'" + row.prefixName +
+                    "' is not a valid Turtle prefix: it must start with a letter, continue with "
+                    "letters, digits, '_', '-' and '.', and not end with '.'.");
             EXPECT_EQ(exception.getSourceFile(), "Engine/core/data-store/dictionary/Prefixes");
             EXPECT_EQ(encode(prefixes, "http://n/longer/a"), "<http://n/longer/a>") << "the table is unchanged";
         }

@@ -320,7 +320,7 @@ TEST_P(DictionaryBatchTest, AnEndedTransactionRefusesThem) {
             std::vector<uint64_t> resourceIDs(n, 999);
             expectError(
                 "Engine/core/data-store/dictionary/Transaction", 40,
-                "The transaction has been committed or rolled back already; begin another one to write.",
+                "The transaction has already been committed or rolled back; begin another one to write.",
                 [&] { transaction.resolve(std::span(values).first(n), resourceIDs.data()); });
             EXPECT_EQ(resourceIDs, std::vector<uint64_t>(n, 999));
         }

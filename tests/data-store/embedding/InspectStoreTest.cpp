@@ -216,13 +216,10 @@ TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
     const std::string fileName = writeFile("data", data);
 
     const Outcome outcome = runPython(
-        "-c '"
-        "import sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
-        "data = open(sys.argv[2], \"rb\").read()\n"
-        "for length in range(8201):\n"
-        "    if length <= 600 or length % 1024 <= 1 or length % 1024 == 1023 or length % 64 == 33:\n"
-        "        print(length, \"%016x\" % inspect_store.get_checksum(data[:length]))\n"
-        "' '" +
+        "-c 'import sys; sys.path.insert(0, sys.argv[1]); import inspect_store\ndata = open(sys.argv[2], "
+        "\"rb\").read()\nfor length in range(8201):\n    if length <= 600 or length % 1024 <= 1 or length % 1024 == "
+        "1023 or length % 64 == 33:\n        print(length, \"%016x\" % inspect_store.get_checksum(data[:length]))\n' "
+        "'" +
         std::string(TOOLS) + "' '" + fileName + "'");
 
     EXPECT_EQ(outcome.m_errors, "");
@@ -247,21 +244,20 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
         const char* expected;
     };
     const Row rows[] = {
-        {"empty", "", [](std::string& store) { store.clear(); }, "the file is no store of this system"},
-        {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; },
-         "the file is no store of this system"},
+        {"empty", "", [](std::string& store) { store.clear(); }, "not a Kavix store"},
+        {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; }, "not a Kavix store"},
         {"cut header", "", [](std::string& store) { store.resize(39); }, "the file ends in the middle of its header"},
         {"cut table", "", [](std::string& store) { store.resize(247); },
          "the file ends in the middle of its table of sections"},
         {"cut end", "", [](std::string& store) { store.pop_back(); }, "the file is shorter than its sections"},
         {"one byte more", "", [](std::string& store) { store.push_back('\0'); },
-         "the file goes on behind its last section"},
+         "there is data after the last section"},
         {"newer", "", [](std::string& store) { store[8] = 2; },
-         "its format version is 2, and this program reads version 1"},
+         "format version 2 is not supported (this program reads version 1)"},
         {"other byte order", "", [](std::string& store) { store[12] = 1; },
-         "it was written on a machine with another byte order"},
-        {"width", "", [](std::string& store) { store[20] = 16; }, "resource IDs of 16 bits are not known"},
-        {"sections", "", [](std::string& store) { store[32] = 65; }, "65 sections are too many"},
+         "written on a machine with a different byte order"},
+        {"width", "", [](std::string& store) { store[20] = 16; }, "unsupported resource ID width of 16 bits"},
+        {"sections", "", [](std::string& store) { store[32] = 65; }, "invalid number of sections, 65"},
         {"header bit", "", [](std::string& store) { store[16] = 7; }, "the checksum of its header is wrong"},
         {"position", "--no-checksums", [](std::string& store) { ++store[96]; },
          "the position of section 'datatypes' is wrong"},
@@ -273,22 +269,21 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
          "resource 1 has the unknown datatype ID 36"},
         {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; },
          "it has 3 resources and counts 4"},
-        {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; },
-         "the next resource ID, 0, is not possible"},
+        {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; }, "invalid next resource ID 0"},
         {"pool end", "--no-checksums",
          [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &largestPoolEnd, sizeof(uint64_t)); },
          "section 'pool' has 13 bytes instead of 172872433520"},
         {"pool end beyond", "--no-checksums",
          [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &beyondLargestPoolEnd, sizeof(uint64_t)); },
-         "the end of the data pool, 172872433585, is not possible"},
+         "invalid end of the data pool, 172872433585"},
         {"resource 0", "--no-checksums", [=](std::string& store) { store[datatypeIDs] = 22; },
-         "resource ID 0, which means none, has a datatype"},
+         "resource ID 0, which is reserved, has a datatype"},
         {"range", "--no-checksums", [=](std::string& store) { store[data + 3 * 8 + 1] = 1; },
          "resource 3: its value 263 is not in the range of xsd:byte"},
         {"record outside", "--no-checksums", [=](std::string& store) { ++store[data + 8]; },
          "resource 1: its record at offset 65 is outside the data pool"},
         {"record of another", "--no-checksums", [=](std::string& store) { store[pool] = 2; },
-         "resource 1: its record is that of resource 2"},
+         "resource 1: its record belongs to resource 2"},
         {"not normalised", "--no-checksums", [=](std::string& store) { store[pool + 4] = 10; },
          "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
     };
@@ -304,18 +299,12 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
     }
 
     const Outcome outcome = runPython(
-        "-c '"
-        "import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
-        "arguments = sys.argv[2:]\n"
-        "for options, name in zip(arguments[::2], arguments[1::2]):\n"
-        "    sys.argv = [\"inspect_store.py\", *options.split(), name]\n"
-        "    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()) as "
-        "output:\n"
-        "        status = inspect_store.main()\n"
-        "    print(status, errors.getvalue(), end=\"\")\n"
-        "    if \"0.5\" in output.getvalue():\n"
-        "        print(\"resources were printed\")\n"
-        "' '" +
+        "-c 'import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\narguments = "
+        "sys.argv[2:]\nfor options, name in zip(arguments[::2], arguments[1::2]):\n    sys.argv = "
+        "[\"inspect_store.py\", *options.split(), name]\n    with contextlib.redirect_stderr(io.StringIO()) as errors, "
+        "contextlib.redirect_stdout(io.StringIO()) as output:\n        status = inspect_store.main()\n    "
+        "print(status, errors.getvalue(), end=\"\")\n    if \"0.5\" in output.getvalue():\n        print(\"resources "
+        "were printed\")\n' '" +
         std::string(TOOLS) + "'" + arguments);
 
     EXPECT_EQ(outcome.m_errors, "");

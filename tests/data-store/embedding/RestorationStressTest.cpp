@@ -86,7 +86,7 @@ TEST(RestorationStress, AValueGetsOneOfTheIDsThatThreadsClaimForIt) {
                 }
                 catch (const KavixException& exception) {
                     EXPECT_NE(
-                        exception.getMessage().find("its value was restored before, under ID "), std::string::npos)
+                        exception.getMessage().find("its value was already restored as resource "), std::string::npos)
                         << exception.getMessage();
                 }
         });

@@ -35,7 +35,8 @@ Dictionary::Options makeOptions(ResourceIDWidth width, uint64_t memoryBudgetByte
 void expectContradiction(uint64_t resourceID, const std::string& reason, const std::function<void()>& action) {
     test::expectError(
         "Engine/core/data-store/dictionary/Restoration", 50,
-        "The record of resource " + std::to_string(resourceID) + " contradicts another one: " + reason + ".", action);
+        "The record of resource " + std::to_string(resourceID) + " contradicts another record: " + reason + ".",
+        action);
 }
 
 }
@@ -90,13 +91,13 @@ TEST(Restoration, ContradictionsAreRefusedAndLeaveTheFirstRecord) {
         Restoration restoration(dictionary, {});
         restoration.restore(5, "1", D_XSD_INT);
         restoration.restore(6, "1.5", D_XSD_DECIMAL);
-        expectContradiction(5, "the ID was restored before", [&] { restoration.restore(5, "2", D_XSD_INT); });
-        expectContradiction(5, "the ID was restored before", [&] { restoration.restore(5, "1", D_XSD_INT); });
-        expectContradiction(6, "the ID was restored before", [&] { restoration.restore(6, "1", D_XSD_LONG); });
+        expectContradiction(5, "the ID was already restored", [&] { restoration.restore(5, "2", D_XSD_INT); });
+        expectContradiction(5, "the ID was already restored", [&] { restoration.restore(5, "1", D_XSD_INT); });
+        expectContradiction(6, "the ID was already restored", [&] { restoration.restore(6, "1", D_XSD_LONG); });
         expectContradiction(
-            7, "its value was restored before, under ID 5", [&] { restoration.restore(7, "01", D_XSD_INT); });
+            7, "its value was already restored as resource 5", [&] { restoration.restore(7, "01", D_XSD_INT); });
         expectContradiction(
-            9, "its value was restored before, under ID 6", [&] { restoration.restore(9, "1.50", D_XSD_DECIMAL); });
+            9, "its value was already restored as resource 6", [&] { restoration.restore(9, "1.50", D_XSD_DECIMAL); });
         restoration.finish();
         EXPECT_EQ(test::listResources(dictionary, 100), (std::vector<std::string>{"5 \"1\"^^xsd:int", "6 1.5"}));
         EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 7u) << "refused IDs count for nothing";
@@ -190,7 +191,7 @@ TEST(Restoration, NeedsAnEmptyDictionaryAndNoTransaction) {
     EXPECT_EQ(dictionary.resolve("1", D_XSD_INT), 1u);
     test::expectError(
         "Engine/core/data-store/dictionary/Restoration", 20,
-        "Only an empty dictionary can be restored, and this one has given out resource IDs.",
+        "Only an empty dictionary can be restored, but this one has already assigned resource IDs.",
         [&] { Restoration(dictionary, {}); });
     EXPECT_EQ(dictionary.resolve("2", D_XSD_INT), 2u) << "the gate is open";
 }

@@ -50,29 +50,28 @@ std::vector<StructureRow> getImpossibleTables() {
         });
     };
     const auto counts = [](const std::string& used, const std::string& deleted, const std::string& reserved) {
-        return "table of xsd:int: the counts of used (" + used + "), deleted (" + deleted + ") and reserved buckets (" +
-               reserved + ") are not possible";
+        return "table of xsd:int: inconsistent counts of used (" + used + "), deleted (" + deleted +
+               ") and reserved buckets (" + reserved + ")";
     };
     const auto region = [](const std::string& end, const std::string& maximum) {
-        return "table of xsd:int: its region of " + end + " of at most " + maximum +
-               " buckets does not hold 1024 buckets";
+        return "table of xsd:int: a region of " + end + " of at most " + maximum + " buckets cannot hold 1024 buckets";
     };
     const std::string image = "dictionary-22";
     return {
-        {"no bucket", withBuckets(0), image, "table of xsd:int: 0 buckets are not possible"},
-        {"one bucket", withBuckets(1), image, "table of xsd:int: 1 buckets are not possible"},
-        {"too few buckets", withBuckets(512), image, "table of xsd:int: 512 buckets are not possible"},
-        {"no power of two, one less", withBuckets(1023), image, "table of xsd:int: 1023 buckets are not possible"},
-        {"no power of two, one more", withBuckets(1025), image, "table of xsd:int: 1025 buckets are not possible"},
-        {"2^41 buckets", withBuckets(1ULL << 41), image, "table of xsd:int: 2199023255552 buckets are not possible"},
+        {"no bucket", withBuckets(0), image, "table of xsd:int: invalid number of buckets, 0"},
+        {"one bucket", withBuckets(1), image, "table of xsd:int: invalid number of buckets, 1"},
+        {"too few buckets", withBuckets(512), image, "table of xsd:int: invalid number of buckets, 512"},
+        {"no power of two, one less", withBuckets(1023), image, "table of xsd:int: invalid number of buckets, 1023"},
+        {"no power of two, one more", withBuckets(1025), image, "table of xsd:int: invalid number of buckets, 1025"},
+        {"2^41 buckets", withBuckets(1ULL << 41), image, "table of xsd:int: invalid number of buckets, 2199023255552"},
         {"2^63 buckets", withBuckets(1ULL << 63), image,
-         "table of xsd:int: 9223372036854775808 buckets are not possible"},
+         "table of xsd:int: invalid number of buckets, 9223372036854775808"},
         {"2^64 - 1 buckets", withBuckets(UINT64_MAX), image,
-         "table of xsd:int: 18446744073709551615 buckets are not possible"},
+         "table of xsd:int: invalid number of buckets, 18446744073709551615"},
         {"threshold of the number of buckets", damageTable([](ImageTable& table) { table.m_resizeThreshold = 1024; }),
-         image, "table of xsd:int: the threshold 1024 does not belong to 1024 buckets"},
+         image, "table of xsd:int: the resize threshold 1024 does not match 1024 buckets"},
         {"threshold one too low", damageTable([](ImageTable& table) { table.m_resizeThreshold = 715; }), image,
-         "table of xsd:int: the threshold 715 does not belong to 1024 buckets"},
+         "table of xsd:int: the resize threshold 715 does not match 1024 buckets"},
         {"more used than the threshold allows", withCounts(717, 1, 0), image, counts("717", "1", "0")},
         {"all used", withCounts(UINT64_MAX, 1, 0), image, counts("18446744073709551615", "1", "0")},
         {"more deleted than used", withCounts(2, 3, 0), image, counts("2", "3", "0")},
@@ -91,42 +90,41 @@ std::vector<StructureRow> getImpossibleTables() {
         {"region whose bytes wrap", damageTable([](ImageTable& table) { table.m_maximum = 1ULL << 60; }), image,
          region("1024", "1152921504606846976")},
         {"header of a table", damageTable([](ImageTable& table) { table.m_header = "ParallelHashTablf"; }), image,
-         "the image has no header 'ParallelHashTable' where it should"},
+         "the image has no 'ParallelHashTable' header where one is expected"},
         {"longer header of a table", damageTable([](ImageTable& table) { table.m_header = "ParallelHashTables"; }),
-         image, "the image has no header 'ParallelHashTable' where it should"},
+         image, "the image has no 'ParallelHashTable' header where one is expected"},
         {"header of the image", [](SampleStore& store) { store.m_image.m_header = "LiteralDatatype"; }, image,
-         "the image has no header 'NumericDatatype' where it should"},
+         "the image has no 'NumericDatatype' header where one is expected"},
         {"empty header of the image", [](SampleStore& store) { store.m_image.m_header = ""; }, image,
-         "the image has no header 'NumericDatatype' where it should"},
+         "the image has no 'NumericDatatype' header where one is expected"},
         {"other bound of IDs", [](SampleStore& store) { store.m_image.m_maxResourceID = 4097; }, image,
-         "the image's bounds of resource IDs, 4097 and 3072, do not agree with the store's, 4096"},
+         "the image's maximum resource IDs, 4097 and 3072, do not match the store's, 4096"},
         {"other bound of blocks", [](SampleStore& store) { store.m_image.m_maxResourceIDForBlocks = 3073; }, image,
-         "the image's bounds of resource IDs, 4096 and 3073, do not agree with the store's, 4096"},
+         "the image's maximum resource IDs, 4096 and 3073, do not match the store's, 4096"},
     };
 }
 
 std::vector<StructureRow> getImpossibleCounters() {
     return {
-        {"next ID 0", [](SampleStore& store) { store.m_nextResourceID = 0; }, "counters",
-         "the next resource ID, 0, is not possible"},
+        {"next ID 0", [](SampleStore& store) { store.m_nextResourceID = 0; }, "counters", "invalid next resource ID 0"},
         {"next ID beyond the bound", [](SampleStore& store) { store.m_nextResourceID = 4097; }, "counters",
-         "the next resource ID, 4097, is not possible"},
+         "invalid next resource ID 4097"},
         {"next ID 2^64 - 1", [](SampleStore& store) { store.m_nextResourceID = UINT64_MAX; }, "counters",
-         "the next resource ID, 18446744073709551615, is not possible"},
+         "invalid next resource ID 18446744073709551615"},
         {"next ID beyond the arrays", [](SampleStore& store) { store.m_nextResourceID = 8; }, "datatypes",
          "it has 7 bytes instead of 8"},
         {"next ID within the arrays", [](SampleStore& store) { store.m_nextResourceID = 6; }, "datatypes",
          "it has 7 bytes instead of 6"},
         {"bound of IDs too low", [](SampleStore& store) { store.m_maxResourceID = 2047; }, "counters",
-         "its bound of resource IDs, 2047, is not possible"},
+         "invalid maximum resource ID 2047"},
         {"bound of IDs 0", [](SampleStore& store) { store.m_maxResourceID = 0; }, "counters",
-         "its bound of resource IDs, 0, is not possible"},
+         "invalid maximum resource ID 0"},
         {"bound of IDs 2^64 - 1", [](SampleStore& store) { store.m_maxResourceID = UINT64_MAX; }, "counters",
-         "its bound of resource IDs, 18446744073709551615, is not possible"},
+         "invalid maximum resource ID 18446744073709551615"},
         {"pool end inside the reserved offsets", [](SampleStore& store) { store.m_poolEnd = 63; }, "counters",
-         "the end of the data pool, 63, is not possible"},
+         "invalid end of the data pool, 63"},
         {"pool end 2^64 - 1", [](SampleStore& store) { store.m_poolEnd = UINT64_MAX; }, "counters",
-         "the end of the data pool, 18446744073709551615, is not possible"},
+         "invalid end of the data pool, 18446744073709551615"},
         {"pool end at the pool's size",
          [](SampleStore& store) {
              store.m_poolEnd = (1ULL << 30) + 4096 * 40;
@@ -135,7 +133,7 @@ std::vector<StructureRow> getImpossibleCounters() {
          "pool", "it has 0 bytes instead of 1073905600"},
         {"pool end one beyond the pool's size",
          [](SampleStore& store) { store.m_poolEnd = (1ULL << 30) + 4096 * 40 + 1; }, "counters",
-         "the end of the data pool, 1073905665, is not possible"},
+         "invalid end of the data pool, 1073905665"},
     };
 }
 
@@ -171,8 +169,8 @@ std::vector<ContentRow> getWrongBuckets() {
              const size_t index = store.m_image[D_XSD_INT].findWord(4);
              store.m_image[D_XSD_INT].m_buckets[index].m_word = 7;
              return {
-                 at(D_XSD_INT, index) + "resource 7 was never given out",
-                 "resource 4 of xsd:int: no bucket has it, so its value is not found"};
+                 at(D_XSD_INT, index) + "resource 7 was never assigned",
+                 "resource 4 of xsd:int: no bucket has it, so its value cannot be found"};
          }},
         {"highest ID",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -180,41 +178,41 @@ std::vector<ContentRow> getWrongBuckets() {
              const uint64_t word = store.getDeletedWord(D_XSD_INT) - 1;
              store.m_image[D_XSD_INT].m_buckets[index].m_word = word;
              return {
-                 at(D_XSD_INT, index) + "resource " + std::to_string(word) + " was never given out",
-                 "resource 4 of xsd:int: no bucket has it, so its value is not found"};
+                 at(D_XSD_INT, index) + "resource " + std::to_string(word) + " was never assigned",
+                 "resource 4 of xsd:int: no bucket has it, so its value cannot be found"};
          }},
         {"busy integer",
          [](SampleStore& store) -> std::vector<std::string> {
              const size_t index = store.m_image[D_XSD_INT].findWord(4);
              store.m_image[D_XSD_INT].m_buckets[index].m_word = store.getBusyWord(D_XSD_INT);
              return {
-                 at(D_XSD_INT, index) + "it is marked as being written",
-                 "table of xsd:int: it has 1 live and deleted buckets and counts 2",
-                 "resource 4 of xsd:int: no bucket has it, so its value is not found"};
+                 at(D_XSD_INT, index) + "it is marked busy",
+                 "table of xsd:int: it has 1 live and deleted buckets but counts 2",
+                 "resource 4 of xsd:int: no bucket has it, so its value cannot be found"};
          }},
         {"busy decimal",
          [](SampleStore& store) -> std::vector<std::string> {
              const size_t index = store.m_image[D_XSD_DECIMAL].findWord(64);
              store.m_image[D_XSD_DECIMAL].m_buckets[index].m_word = UINT64_MAX;
              return {
-                 at(D_XSD_DECIMAL, index) + "it is marked as being written",
-                 "table of xsd:decimal: it has 1 live and deleted buckets and counts 2",
-                 "resource 1 of xsd:decimal: no bucket has it, so its value is not found"};
+                 at(D_XSD_DECIMAL, index) + "it is marked busy",
+                 "table of xsd:decimal: it has 1 live and deleted buckets but counts 2",
+                 "resource 1 of xsd:decimal: no bucket has it, so its value cannot be found"};
          }},
         {"empty",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_image[D_XSD_INT].m_buckets[store.m_image[D_XSD_INT].findWord(4)].m_word = 0;
              return {
-                 "table of xsd:int: it has 1 live and deleted buckets and counts 2",
-                 "resource 4 of xsd:int: no bucket has it, so its value is not found"};
+                 "table of xsd:int: it has 1 live and deleted buckets but counts 2",
+                 "resource 4 of xsd:int: no bucket has it, so its value cannot be found"};
          }},
         {"deleted",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_image[D_XSD_INTEGER].m_buckets[store.m_image[D_XSD_INTEGER].findWord(2)].m_word =
                  store.getDeletedWord(D_XSD_INTEGER);
              return {
-                 "table of xsd:integer: it has 1 deleted buckets and counts 0",
-                 "resource 2 of xsd:integer: no bucket has it, so its value is not found"};
+                 "table of xsd:integer: it has 1 deleted buckets but counts 0",
+                 "resource 2 of xsd:integer: no bucket has it, so its value cannot be found"};
          }},
         {"offset behind the pool",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -222,7 +220,7 @@ std::vector<ContentRow> getWrongBuckets() {
              store.m_image[D_XSD_DECIMAL].m_buckets[index].m_word = 1ULL << 40;
              return {
                  at(D_XSD_DECIMAL, index) + "its record at offset 1099511627776 is outside the data pool",
-                 "resource 1 of xsd:decimal: no bucket has it, so its value is not found"};
+                 "resource 1 of xsd:decimal: no bucket has it, so its value cannot be found"};
          }},
         {"offset of which one byte is behind the pool",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -232,7 +230,7 @@ std::vector<ContentRow> getWrongBuckets() {
              return {
                  at(D_XSD_DECIMAL, index) + "its record at offset " + std::to_string(offset) +
                      " is outside the data pool",
-                 "resource 1 of xsd:decimal: no bucket has it, so its value is not found"};
+                 "resource 1 of xsd:decimal: no bucket has it, so its value cannot be found"};
          }},
         {"offset before the pool",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -240,7 +238,7 @@ std::vector<ContentRow> getWrongBuckets() {
              store.m_image[D_XSD_DECIMAL].m_buckets[index].m_word = 63;
              return {
                  at(D_XSD_DECIMAL, index) + "its record at offset 63 is outside the data pool",
-                 "resource 1 of xsd:decimal: no bucket has it, so its value is not found"};
+                 "resource 1 of xsd:decimal: no bucket has it, so its value cannot be found"};
          }},
         {"unreachable",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -249,8 +247,8 @@ std::vector<ContentRow> getWrongBuckets() {
              const size_t home = 7 * 0x9e3779b1ULL % 1024;
              std::swap(buckets[index], buckets[(home + 5) % 1024]);
              return {
-                 at(D_XSD_INT, (home + 5) % 1024) + "its value is not found, since bucket " + std::to_string(home) +
-                 " before it is empty"};
+                 at(D_XSD_INT, (home + 5) % 1024) + "its value cannot be found, because bucket " +
+                 std::to_string(home) + " before it is empty"};
          }},
         {"one value twice",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -264,8 +262,8 @@ std::vector<ContentRow> getWrongBuckets() {
          [](SampleStore& store) -> std::vector<std::string> {
              const size_t second = store.placeInteger(D_XSD_INT, 4, 9);
              const size_t first = 7 * 0x9e3779b1ULL % 1024;
-             const std::string twice = "resource 4 is in another bucket too",
-                               otherValue = "resource 4 has another value in the array of data words";
+             const std::string twice = "resource 4 is also in another bucket",
+                               otherValue = "resource 4 has a different value in the array of data words";
              if (second > first)
                  return {at(D_XSD_INT, second) + otherValue, at(D_XSD_INT, second) + twice};
              return {at(D_XSD_INT, second) + otherValue, at(D_XSD_INT, first) + twice};
@@ -277,8 +275,8 @@ std::vector<ContentRow> getWrongBuckets() {
              store.m_image[D_XSD_INTEGER].m_buckets[index].m_word = 4;
              return {
                  at(D_XSD_INTEGER, index) + "resource 4 has datatype ID 29 in the array of datatype IDs",
-                 at(D_XSD_INT, first) + "resource 4 is in another bucket too",
-                 "resource 2 of xsd:integer: no bucket has it, so its value is not found"};
+                 at(D_XSD_INT, first) + "resource 4 is also in another bucket",
+                 "resource 2 of xsd:integer: no bucket has it, so its value cannot be found"};
          }},
         {"resource taken back",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -290,27 +288,27 @@ std::vector<ContentRow> getWrongBuckets() {
         {"deleted count",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_image[D_XSD_INT].m_deletedCount = 0;
-             return {"table of xsd:int: it has 1 deleted buckets and counts 0"};
+             return {"table of xsd:int: it has 1 deleted buckets but counts 0"};
          }},
         {"used count",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_image[D_XSD_INT].m_usedCount = 3;
-             return {"table of xsd:int: it has 2 live and deleted buckets and counts 3"};
+             return {"table of xsd:int: it has 2 live and deleted buckets but counts 3"};
          }},
         {"reservations",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_image[D_XSD_INT].m_freeReservations[7] = 1;
-             return {"table of xsd:int: it has 2 live and deleted buckets and counts 1"};
+             return {"table of xsd:int: it has 2 live and deleted buckets but counts 1"};
          }},
         {"a full table of deleted buckets",
          [](SampleStore& store) -> std::vector<std::string> {
              for (test::ImageBucket& bucket : store.m_image[D_XSD_INTEGER].m_buckets)
                  bucket.m_word = store.getDeletedWord(D_XSD_INTEGER);
              return {
-                 "table of xsd:integer: it has 1024 deleted buckets and counts 0",
-                 "table of xsd:integer: it has 1024 live and deleted buckets and counts 1",
-                 "table of xsd:integer: no bucket is empty, so searches would not end",
-                 "resource 2 of xsd:integer: no bucket has it, so its value is not found"};
+                 "table of xsd:integer: it has 1024 deleted buckets but counts 0",
+                 "table of xsd:integer: it has 1024 live and deleted buckets but counts 1",
+                 "table of xsd:integer: no bucket is empty, so a search would never end",
+                 "resource 2 of xsd:integer: no bucket has it, so its value cannot be found"};
          }},
     };
 }
@@ -321,7 +319,7 @@ std::vector<ContentRow> getWrongResources() {
          [](SampleStore& store) -> std::vector<std::string> {
              store.setResource(3, D_XSD_INT, 9);
              store.m_numberOfResources = 5;
-             return {"resource 3 of xsd:int: no bucket has it, so its value is not found"};
+             return {"resource 3 of xsd:int: no bucket has it, so its value cannot be found"};
          }},
         {"datatype of another table",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -355,21 +353,21 @@ std::vector<ContentRow> getWrongResources() {
         {"a datatype for ID 0",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_datatypeIDs[0] = D_XSD_INT;
-             return {"resource ID 0, which means none, has a datatype"};
+             return {"resource ID 0, which is reserved, has a datatype"};
          }},
         {"another data word",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_data[4] = 8;
              return {
                  at(D_XSD_INT, store.m_image[D_XSD_INT].findWord(4)) +
-                 "resource 4 has another value in the array of data words"};
+                 "resource 4 has a different value in the array of data words"};
          }},
         {"data word 0 of a decimal",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_data[1] = 0;
              return {
                  at(D_XSD_DECIMAL, store.m_image[D_XSD_DECIMAL].findWord(64)) +
-                     "resource 1 has another value in the array of data words",
+                     "resource 1 has a different value in the array of data words",
                  "resource 1 of xsd:decimal: its record at offset 0 is outside the data pool"};
          }},
         {"value out of range",
@@ -384,8 +382,8 @@ std::vector<ContentRow> getWrongResources() {
              return {
                  at(D_XSD_DECIMAL, store.m_image[D_XSD_DECIMAL].findWord(64)) +
                      "resource 3 has datatype ID 0 in the array of datatype IDs",
-                 "resource 1 of xsd:decimal: its record is that of resource 3",
-                 "resource 1 of xsd:decimal: no bucket has it, so its value is not found"};
+                 "resource 1 of xsd:decimal: its record belongs to resource 3",
+                 "resource 1 of xsd:decimal: no bucket has it, so its value cannot be found"};
          }},
         {"a decimal with a trailing zero",
          [](SampleStore& store) -> std::vector<std::string> {
@@ -417,7 +415,7 @@ std::vector<ContentRow> getWrongResources() {
              store.patchRecord(0, store.getUnscaledValueOffset(), int64_t(7));
              const uint64_t hash = ((7ULL ^ 0xcbf29ce484222325ULL) * 0x100000001b3ULL ^ 1) * 0x100000001b3ULL;
              return {
-                 at(D_XSD_DECIMAL, index) + "its value is not found, since bucket " + std::to_string(hash % 1024) +
+                 at(D_XSD_DECIMAL, index) + "its value cannot be found, because bucket " + std::to_string(hash % 1024) +
                  " before it is empty"};
          }},
     };
@@ -448,14 +446,10 @@ TEST(StoreContent, CountersThatCannotBeAreRefusedEvenInTrustedStores) {
 TEST(StoreContent, TheBoundOfIDsDependsOnTheWidth) {
     SampleStore narrow(ResourceIDWidth::BITS_32);
     narrow.m_maxResourceID = 0xffffffff;
-    EXPECT_EQ(
-        getRefusal(narrow.toBytes()),
-        makeRefusal("counters", "its bound of resource IDs, 4294967295, is not possible"));
+    EXPECT_EQ(getRefusal(narrow.toBytes()), makeRefusal("counters", "invalid maximum resource ID 4294967295"));
     SampleStore wide(ResourceIDWidth::BITS_64);
     wide.m_maxResourceID = (1ULL << 40) + 1;
-    EXPECT_EQ(
-        getRefusal(wide.toBytes()),
-        makeRefusal("counters", "its bound of resource IDs, 1099511627777, is not possible"));
+    EXPECT_EQ(getRefusal(wide.toBytes()), makeRefusal("counters", "invalid maximum resource ID 1099511627777"));
     wide.m_maxResourceID = wide.m_image.m_maxResourceID = 0xffffffff;
     wide.m_image.m_maxResourceIDForBlocks = 0xffffffff - 1024;
     EXPECT_NO_THROW(openStore(wide.toBytes()));
@@ -529,7 +523,7 @@ TEST(StoreContent, EveryWrongResourceIsFound) {
 TEST(StoreContent, AWrongNumberOfResourcesIsRefused) {
     SampleStore store(ResourceIDWidth::BITS_64);
     store.m_numberOfResources = 5;
-    EXPECT_EQ(getRefusal(store.toBytes()), makeRefusal("counters", "it counts 5 resources, and there are 4"));
+    EXPECT_EQ(getRefusal(store.toBytes()), makeRefusal("counters", "it counts 5 resources, but there are 4"));
     EXPECT_EQ(test::findProblems(*openStore(store.toBytes(), false)), std::vector<std::string>());
 }
 

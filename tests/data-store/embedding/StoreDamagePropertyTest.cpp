@@ -107,7 +107,7 @@ std::string open(DamagedStream& input, bool checkEveryValue) {
 
 void expectReason(const std::string& message, size_t position) {
     // A region may ask for more address space than there is: that is an error of its own.
-    const bool hasReason = message.rfind("The store cannot be opened: in section '", 0) == 0 ||
+    const bool hasReason = message.rfind("The store cannot be opened: section '", 0) == 0 ||
                            message.rfind("An error occurred while reserving ", 0) == 0;
     EXPECT_TRUE(hasReason) << "position " << position << ": '" << message << "'";
 }
@@ -153,7 +153,7 @@ TEST(StoreDamageProperty, ATruncatedStoreIsRefusedWithAMessage) {
         input.truncate(bytes.size() - 1);
         EXPECT_EQ(
             open(input, false),
-            test::makeRefusal("dictionary-22", "the file ends in the middle of it; it was truncated"));
+            test::makeRefusal("dictionary-22", "the file ends inside the section: it is truncated"));
     }
 }
 

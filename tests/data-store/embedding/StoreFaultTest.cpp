@@ -181,9 +181,9 @@ TEST(StoreFault, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
         const SystemCallFault fault(SystemCall::MMAP, n, ENOMEM);
         test::expectSystemCallError(
             "Engine/core/data-store/dictionary/DictionaryStore", 50, "mmap", ENOMEM,
-            "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the "
-            "system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower "
-            "bound.",
+            "The store cannot be opened: its maximum resource ID, 1099511627776, needs more address space than the "
+            "system allows. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower "
+            "maximum.",
             [&bytes] { test::openStore(bytes); });
         EXPECT_TRUE(fault.wasHit());
     }

@@ -234,32 +234,34 @@ TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
         std::string reason;
     };
     const Row rows[] = {
-        {"magic", [](StoreImage& image) { image.m_magic[0] = 'K'; }, "header", "the file is no store of this system"},
+        {"magic", [](StoreImage& image) { image.m_magic[0] = 'K'; }, "header", "not a Kavix store"},
         {"magic spoilt by a copy as text",
          [](StoreImage& image) { image.m_magic = std::string("\x8bKAVI\n\x1a\x01", 8); }, "header",
-         "the file is no store of this system"},
+         "not a Kavix store"},
         {"other byte order",
          [](StoreImage& image) {
              image.m_byteOrderMark = 0x04030201;
              image.m_formatVersion = 0x01000000;
          },
-         "header", "it was written on a machine with another byte order"},
+         "header", "written on a machine with a different byte order"},
         {"newer version", [](StoreImage& image) { image.m_formatVersion = 2; }, "header",
-         "its format version is 2, and this program reads version 1; use the program that wrote it, or a newer one"},
+         "format version 2 is not supported (this program reads version 1); use the program that wrote the store, or a "
+         "newer one"},
         {"version 0", [](StoreImage& image) { image.m_formatVersion = 0; }, "header",
-         "its format version is 0, and this program reads version 1; use the program that wrote it, or a newer one"},
+         "format version 0 is not supported (this program reads version 1); use the program that wrote the store, or a "
+         "newer one"},
         {"width 0", [](StoreImage& image) { image.m_resourceIDWidth = 0; }, "header",
-         "resource IDs of 0 bits are not known"},
+         "unsupported resource ID width of 0 bits"},
         {"width 33", [](StoreImage& image) { image.m_resourceIDWidth = 33; }, "header",
-         "resource IDs of 33 bits are not known"},
+         "unsupported resource ID width of 33 bits"},
         {"width 2^31", [](StoreImage& image) { image.m_resourceIDWidth = 1u << 31; }, "header",
-         "resource IDs of 2147483648 bits are not known"},
+         "unsupported resource ID width of 2147483648 bits"},
         {"too many sections", [](StoreImage& image) { image.m_numberOfSections = 65; }, "header",
-         "65 sections are too many"},
+         "invalid number of sections, 65"},
         {"2^64 - 1 sections", [](StoreImage& image) { image.m_numberOfSections = UINT64_MAX; }, "header",
-         "18446744073709551615 sections are too many"},
+         "invalid number of sections, 18446744073709551615"},
         {"header checksum", [](StoreImage& image) { image.m_headerChecksum = 1; }, "header",
-         "its checksum is wrong; the file was damaged"},
+         "wrong checksum: the file is damaged"},
         {"no section", [](StoreImage& image) { image.m_sections.clear(); }, "counters", "the section is missing"},
         {"a section is missing", [](StoreImage& image) { image.m_sections.pop_back(); }, "header",
          "it has 4 sections instead of 5"},
@@ -277,11 +279,11 @@ TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
         {"dictionary of another family", [](StoreImage& image) { image["dictionary-22"].m_name = "dictionary-20"; },
          "dictionary-22", "the section is missing"},
         {"offset one too high", [](StoreImage& image) { image["data"].m_offset = 40 + 5 * 40 + 8 + 32 + 7 + 1; },
-         "data", "its position in the file is wrong"},
+         "data", "wrong offset in the section table"},
         {"offset 0", [](StoreImage& image) { image["counters"].m_offset = 0; }, "counters",
-         "its position in the file is wrong"},
+         "wrong offset in the section table"},
         {"length beyond 64 bits", [](StoreImage& image) { image["dictionary-22"].m_length = UINT64_MAX; },
-         "dictionary-22", "its position in the file is wrong"},
+         "dictionary-22", "wrong offset in the section table"},
         {"counters too short", [](StoreImage& image) { image["counters"].m_bytes.pop_back(); }, "counters",
          "it has 31 bytes instead of 32"},
         {"counters too long", [](StoreImage& image) { image["counters"].m_bytes += 'x'; }, "counters",
@@ -301,17 +303,17 @@ TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
         {"the image is empty", [](StoreImage& image) { image["dictionary-22"].m_bytes.clear(); }, "dictionary-22",
          "the image is shorter than its tables"},
         {"checksum of counters", [](StoreImage& image) { image["counters"].m_checksum = 0; }, "counters",
-         "its checksum is wrong; the file was damaged"},
+         "wrong checksum: the file is damaged"},
         {"checksum of datatypes", [](StoreImage& image) { image["datatypes"].m_checksum = 0; }, "datatypes",
-         "its checksum is wrong; the file was damaged"},
+         "wrong checksum: the file is damaged"},
         {"checksum of data", [](StoreImage& image) { image["data"].m_checksum = 0; }, "data",
-         "its checksum is wrong; the file was damaged"},
+         "wrong checksum: the file is damaged"},
         {"checksum of the pool", [](StoreImage& image) { image["pool"].m_checksum = 0; }, "pool",
-         "its checksum is wrong; the file was damaged"},
+         "wrong checksum: the file is damaged"},
         {"checksum of the image", [](StoreImage& image) { image["dictionary-22"].m_checksum = 0; }, "dictionary-22",
-         "its checksum is wrong; the file was damaged"},
+         "wrong checksum: the file is damaged"},
         {"a byte behind the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
-         "the file goes on behind its last section"},
+         "there is data after the last section"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -328,14 +330,13 @@ TEST(Store, FilesThatAreNoStoresAreRefused) {
         std::string bytes;
         std::string reason;
     };
-    const std::string tooShort = "the file ends in the middle of it; it is no store, or was truncated";
+    const std::string tooShort = "the file ends inside the header: it is truncated or not a Kavix store";
     const Row rows[] = {
         {"empty", "", tooShort},
         {"short text", "5\n", tooShort},
-        {"text", std::string(1000, '5'), "the file is no store of this system"},
-        {"zeroes", std::string(1000, '\0'), "the file is no store of this system"},
-        {"an image without a frame", SampleStore(ResourceIDWidth::BITS_32).m_image.toBytes(),
-         "the file is no store of this system"},
+        {"text", std::string(1000, '5'), "not a Kavix store"},
+        {"zeroes", std::string(1000, '\0'), "not a Kavix store"},
+        {"an image without a frame", SampleStore(ResourceIDWidth::BITS_32).m_image.toBytes(), "not a Kavix store"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

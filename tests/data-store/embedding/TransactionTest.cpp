@@ -28,7 +28,7 @@ void expectTransactionRuns(const std::function<void()>& action) {
 void expectTransactionHasEnded(const std::function<void()>& action) {
     expectError(
         "Engine/core/data-store/dictionary/Transaction", 40,
-        "The transaction has been committed or rolled back already; begin another one to write.", action);
+        "The transaction has already been committed or rolled back; begin another one to write.", action);
 }
 
 class TransactionTest : public ResourceIDWidthTest {

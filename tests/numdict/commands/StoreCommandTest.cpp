@@ -96,19 +96,14 @@ TEST(StoreCommands, ResolveAnswersEachLiteralWithALine) {
         runProgram("resolve " + store + " 5 -0.25 '\"6\"^^xsd:int' '\"300\"^^xsd:byte' --file " + file);
     EXPECT_EQ(result.m_exitCode, 1);
     EXPECT_EQ(
-        result.m_output, "1\txsd:integer\t5\n"
-                         "4\txsd:decimal\t-0.25\n"
-                         "-\txsd:int\t\"6\"^^xsd:int\tnot in the store\n"
-                         "-\txsd:byte\t\"300\"^^xsd:byte\tValue '300' is not in the range of datatype xsd:byte.\n"
-                         "6\txsd:int\t\"5\"^^xsd:int\n"
-                         "3\txsd:decimal\t6.5\n"
-                         "-\t-\tnothing\tColumn 1: this is no Turtle literal: write a number, or a text in quotes such "
-                         "as \"5\"^^xsd:int.\n");
+        result.m_output, "1\txsd:integer\t5\n4\txsd:decimal\t-0.25\n-\txsd:int\t\"6\"^^xsd:int\tnot in the "
+                         "store\n-\txsd:byte\t\"300\"^^xsd:byte\tValue '300' is not in the range of datatype "
+                         "xsd:byte.\n6\txsd:int\t\"5\"^^xsd:int\n3\txsd:decimal\t6.5\n-\t-\tnothing\tColumn 1: this is "
+                         "no Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int.\n");
     EXPECT_EQ(
         runProgram("resolve --json " + store + " 5 9 --file - < /dev/null").m_output,
-        "{\"id\":1,\"datatype\":\"xsd:integer\",\"literal\":\"5\"}\n"
-        "{\"id\":null,\"datatype\":\"xsd:integer\",\"literal\":\"9\",\"reason\":\"absent\",\"message\":\"not in the "
-        "store\"}\n");
+        "{\"id\":1,\"datatype\":\"xsd:integer\",\"literal\":\"5\"}\n{\"id\":null,\"datatype\":\"xsd:integer\","
+        "\"literal\":\"9\",\"reason\":\"absent\",\"message\":\"not in the store\"}\n");
 }
 
 TEST(StoreCommands, GetAnswersEachIDWithALine) {
@@ -117,15 +112,13 @@ TEST(StoreCommands, GetAnswersEachIDWithALine) {
     const std::string file = directory.write("ids", "8\n\n7\n");
     EXPECT_EQ(
         runProgram("get " + store + " 6 77 x --file - < " + file).m_output,
-        "6\txsd:int\t\"5\"^^xsd:int\n"
-        "77\t-\t-\tnot in the store\n"
-        "x\t-\t-\tthis is no resource ID, which is a number\n"
-        "8\txsd:negativeInteger\t\"-1\"^^xsd:negativeInteger\n"
-        "7\txsd:unsignedByte\t\"255\"^^xsd:unsignedByte\n");
+        "6\txsd:int\t\"5\"^^xsd:int\n77\t-\t-\tnot in the store\nx\t-\t-\tthis is no resource ID, which is a "
+        "number\n8\txsd:negativeInteger\t\"-1\"^^xsd:negativeInteger\n7\txsd:unsignedByte\t\"255\"^^xsd:"
+        "unsignedByte\n");
     EXPECT_EQ(
         runProgram("get --json " + store + " 3 77").m_output,
-        "{\"id\":3,\"datatype\":\"xsd:decimal\",\"literal\":\"6.5\"}\n"
-        "{\"id\":77,\"datatype\":null,\"literal\":null,\"reason\":\"absent\",\"message\":\"not in the store\"}\n");
+        "{\"id\":3,\"datatype\":\"xsd:decimal\",\"literal\":\"6.5\"}\n{\"id\":77,\"datatype\":null,\"literal\":null,"
+        "\"reason\":\"absent\",\"message\":\"not in the store\"}\n");
 }
 
 TEST(StoreCommands, DumpWritesEveryFormat) {
@@ -140,12 +133,12 @@ TEST(StoreCommands, DumpWritesEveryFormat) {
         {"csv", "id,datatype,literal\n1,xsd:integer,5\n2,xsd:decimal,0.5\n3,xsd:int,\"\"\"7\"\"^^xsd:int\"\n"},
         {"jsonl", "{\"id\":1,\"datatype\":\"xsd:integer\",\"literal\":\"5\"}\n{\"id\":2,\"datatype\":\"xsd:decimal\","
                   "\"literal\":\"0.5\"}\n{\"id\":3,\"datatype\":\"xsd:int\",\"literal\":\"\\\"7\\\"^^xsd:int\"}\n"},
-        {"ntriples", "<urn:kavix:resource:1> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> "
-                     "\"5\"^^<http://www.w3.org/2001/XMLSchema#integer> .\n"
-                     "<urn:kavix:resource:2> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> "
-                     "\"0.5\"^^<http://www.w3.org/2001/XMLSchema#decimal> .\n"
-                     "<urn:kavix:resource:3> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> "
-                     "\"7\"^^<http://www.w3.org/2001/XMLSchema#int> .\n"},
+        {"ntriples",
+         "<urn:kavix:resource:1> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> "
+         "\"5\"^^<http://www.w3.org/2001/XMLSchema#integer> .\n<urn:kavix:resource:2> "
+         "<http://www.w3.org/1999/02/22-rdf-syntax-ns#value> \"0.5\"^^<http://www.w3.org/2001/XMLSchema#decimal> "
+         ".\n<urn:kavix:resource:3> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> "
+         "\"7\"^^<http://www.w3.org/2001/XMLSchema#int> .\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.format);
@@ -219,9 +212,10 @@ TEST(StoreCommands, AMalformedRecordIsShownWithItsLineAndNothingIsWritten) {
         {"ID zero", "0\txsd:integer\t5\n", "records:1: Resource ID 0 is out of range"},
         {"ID beyond the width", "4294967294\txsd:integer\t5\n", "records:1: Resource ID 4294967294 is out of range"},
         {"an ID twice", "1\txsd:integer\t5\n1\txsd:integer\t6\n",
-         "records:2: The record of resource 1 contradicts another one: the ID was restored before."},
+         "records:2: The record of resource 1 contradicts another record: the ID was already restored."},
         {"a value twice", "1\txsd:integer\t5\n2\txsd:integer\t05\n",
-         "records:2: The record of resource 2 contradicts another one: its value was restored before, under ID 1."},
+         "records:2: The record of resource 2 contradicts another record: its value was already restored as resource "
+         "1."},
         {"many", "a\nb\nc\nd\ne\nf\ng\nh\ni\nj\nk\nl\n", "numdict: 12 bad records in all"},
     };
     for (const auto& row : rows) {

@@ -71,21 +71,21 @@ TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
              bytes[1] = 'X';
              return bytes;
          },
-         "header: the file does not begin as stores do", 0, SAMPLE_STORE_DUMP, ""},
+         "header: wrong magic number", 0, SAMPLE_STORE_DUMP, ""},
         {"width",
          [](SampleStore& sample) {
              std::string bytes = sample.toBytes();
              bytes[20] = 3;
              return bytes;
          },
-         "header: resource IDs of 3 bits are not known", 0, SAMPLE_STORE_DUMP, ""},
+         "header: unsupported resource ID width of 3 bits", 0, SAMPLE_STORE_DUMP, ""},
         {"the other width",
          [](SampleStore& sample) {
              std::string bytes = sample.toBytes();
              bytes[20] = sample.isNarrow() ? 64 : 32;
              return bytes;
          },
-         "header: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},
+         "header: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
         {"number of sections",
          [](SampleStore& sample) {
              std::string bytes = sample.toBytes();
@@ -99,31 +99,30 @@ TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
              bytes[40 + 40 + 16] ^= 1;
              return bytes;
          },
-         "header: the table of sections is wrong; the sections were found by the counters", 0, SAMPLE_STORE_DUMP, ""},
+         "header: the section table is wrong; the sections were found using the counters", 0, SAMPLE_STORE_DUMP, ""},
         {"a checksum in the table",
          [](SampleStore& sample) {
              std::string bytes = sample.toBytes();
              bytes[40 + 32] ^= 1;
              return bytes;
          },
-         "counters: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},
+         "counters: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
         {"counters", [](SampleStore& sample) { return damageSection(sample, "counters", 8); },
-         "counters: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},
+         "counters: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
         {"something behind", [](SampleStore& sample) { return sample.toBytes() + "x"; },
-         "header: the file goes on behind its last section", 0, SAMPLE_STORE_DUMP, ""},
+         "header: there is data after the last section", 0, SAMPLE_STORE_DUMP, ""},
         {"datatype IDs", [](SampleStore& sample) { return damageSection(sample, "datatypes", 2); },
-         "datatypes: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},
+         "datatypes: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
         {"data of an integer", [](SampleStore& sample) { return damageSection(sample, "data", 4 * 8); },
-         "resource 4 has another value in the array of data words", 0, SAMPLE_STORE_DUMP, ""},
+         "resource 4 has a different value in the array of data words", 0, SAMPLE_STORE_DUMP, ""},
         {"data of a decimal", [](SampleStore& sample) { return damageSection(sample, "data", 5 * 8 + 7); },
          "resource 5 of xsd:decimal: its record at offset", 0, SAMPLE_STORE_DUMP, ""},
         {"unscaled value in the pool",
          [](SampleStore& sample) { return damageSection(sample, "pool", sample.getUnscaledValueOffset()); },
-         "pool: its checksum is wrong", 1, INTEGERS_DUMP,
+         "pool: wrong checksum", 1, INTEGERS_DUMP,
          "resource 1 of xsd:decimal: its record is in the damaged data pool and cannot be confirmed"},
         {"resource ID in the pool", [](SampleStore& sample) { return damageSection(sample, "pool", 0); },
-         "pool: its checksum is wrong", 1, INTEGERS_DUMP,
-         "resource 1 of xsd:decimal: its record is that of resource 17"},
+         "pool: wrong checksum", 1, INTEGERS_DUMP, "resource 1 of xsd:decimal: its record belongs to resource 17"},
         {"a bucket",
          [](SampleStore& sample) {
              return damageSection(
@@ -131,15 +130,15 @@ TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
          },
          "table of xsd:integer, bucket", 0, SAMPLE_STORE_DUMP, ""},
         {"header of the image", [](SampleStore& sample) { return damageSection(sample, "dictionary-22", 9); },
-         "dictionary-22: the image has no header 'NumericDatatype' where it should", 0, SAMPLE_STORE_DUMP, ""},
+         "dictionary-22: the image has no 'NumericDatatype' header where one is expected", 0, SAMPLE_STORE_DUMP, ""},
         {"cut in the image",
          [](SampleStore& sample) {
              const std::string bytes = sample.toBytes();
              return bytes.substr(0, bytes.size() - 1000);
          },
-         "dictionary-22: the file ends in the middle of it", 0, SAMPLE_STORE_DUMP, ""},
+         "dictionary-22: the file ends before the end of the section", 0, SAMPLE_STORE_DUMP, ""},
         {"cut in the pool", [](SampleStore& sample) { return sample.toBytes().substr(0, 280 + 7 + 56 + 20); },
-         "pool: the file ends in the middle of it", 1, INTEGERS_DUMP,
+         "pool: the file ends before the end of the section", 1, INTEGERS_DUMP,
          "resource 1 of xsd:decimal: its record is in the damaged data pool and cannot be confirmed"},
         {"arrays and tables, in different resources",
          [](SampleStore& sample) {
@@ -150,7 +149,8 @@ TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
              image["dictionary-22"].m_bytes.at(findInImage(sample, std::string("\x02\0\0\0\0\0\0\0\xfe", 9)) + 8) ^= 1;
              return image.toBytes();
          },
-         "resource 2 has another value in the array of data words", 1, "1\txsd:decimal\t0.5\n5\txsd:decimal\t-12.25\n",
+         "resource 2 has a different value in the array of data words", 1,
+         "1\txsd:decimal\t0.5\n5\txsd:decimal\t-12.25\n",
          "resource 4 of xsd:int: the damaged arrays and the damaged tables disagree"},
         // From here on the checksums are right.
         {"a value out of range",
@@ -178,7 +178,7 @@ TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
              sample.m_numberOfResources = 5;
              return sample.toBytes();
          },
-         "resource 3 of xsd:integer: no bucket has it, so its value is not found", 0,
+         "resource 3 of xsd:integer: no bucket has it, so its value cannot be found", 0,
          "1\txsd:decimal\t0.5\n2\txsd:integer\t-2\n3\txsd:integer\t77\n4\txsd:int\t\"7\"^^xsd:int\n5\txsd:decimal\t-12."
          "25\n",
          ""},
@@ -194,19 +194,19 @@ TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
              sample.m_numberOfResources = 9;
              return sample.toBytes();
          },
-         "counters: it counts 9 resources, and there are 4", 0, SAMPLE_STORE_DUMP, ""},
+         "counters: it counts 9 resources, but there are 4", 0, SAMPLE_STORE_DUMP, ""},
         {"counts of a table",
          [](SampleStore& sample) {
              sample.m_image[23].m_usedCount = 5000;
              return sample.toBytes();
          },
-         "dictionary-22: table of xsd:integer: the counts of used (5000)", 0, SAMPLE_STORE_DUMP, ""},
+         "dictionary-22: table of xsd:integer: inconsistent counts of used (5000)", 0, SAMPLE_STORE_DUMP, ""},
         {"buckets of a table",
          [](SampleStore& sample) {
              sample.m_image[23].m_numberOfBuckets = 1000;
              return sample.toBytes();
          },
-         "dictionary-22: table of xsd:integer: 1000 buckets are not possible", 0, SAMPLE_STORE_DUMP, ""},
+         "dictionary-22: table of xsd:integer: invalid number of buckets, 1000", 0, SAMPLE_STORE_DUMP, ""},
     };
     for (const ResourceIDWidth width : BOTH_WIDTHS)
         for (const Damage& row : rows) {
@@ -245,8 +245,8 @@ TEST(StoreDamage, UnconfirmedDecimalsAreSavedOnDemandIfTheyFitTheTables) {
         const ProgramResult repair = runProgram("check --repair --unconfirmed -o " + repaired + " " + store);
         EXPECT_EQ(repair.m_exitCode, 1);
         EXPECT_NE(
-            repair.m_output.find(
-                "not saved: resource 1 of xsd:decimal: its record in the damaged data pool does not fit the tables\n"),
+            repair.m_output.find("not saved: resource 1 of xsd:decimal: its record in the damaged data pool does not "
+                                 "match the tables\n"),
             std::string::npos)
             << repair.m_output;
         EXPECT_EQ(dumpStore(repaired), INTEGERS_DUMP + "5\txsd:decimal\t-12.25\n");
@@ -291,7 +291,7 @@ TEST(StoreDamage, AllProblemsAreFoundAndTheFirstOnesListed) {
         << few.m_output;
     const std::string all = runProgram("check --all " + damaged).m_output;
     EXPECT_NE(
-        all.find("resource 149 has the unknown datatype ID 99\ncounters: it counts 8 resources, and there are 58\n"),
+        all.find("resource 149 has the unknown datatype ID 99\ncounters: it counts 8 resources, but there are 58\n"),
         std::string::npos)
         << all;
 
@@ -302,7 +302,7 @@ TEST(StoreDamage, AllProblemsAreFoundAndTheFirstOnesListed) {
     EXPECT_EQ(report["repair"]["saved"], 8);
     EXPECT_EQ(report["repair"]["lost"], 50);
     EXPECT_EQ(report["repair"]["losses"].size(), 20u);
-    EXPECT_EQ(report["repair"]["losses"][0], "resource 100 of the unknown datatype ID 99: the datatype is not known");
+    EXPECT_EQ(report["repair"]["losses"][0], "resource 100 of the unknown datatype ID 99: unknown datatype");
     EXPECT_EQ(dumpStore(directory.getPath("repaired.store")), SAMPLE_DUMP);
 }
 
@@ -317,9 +317,9 @@ TEST(StoreDamage, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
     const std::string store = directory.write("huge.store", sample.toBytes());
     const std::string repaired = directory.getPath("repaired.store");
     const std::string message =
-        "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the "
-        "system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower "
-        "bound. [mmap failed with error 12: Cannot allocate memory]\n";
+        "The store cannot be opened: its maximum resource ID, 1099511627776, needs more address space than the system "
+        "allows. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower maximum. "
+        "[mmap failed with error 12: Cannot allocate memory]\n";
 
     const ProgramResult refused = runProgram("get " + store + " 1", limit);
     EXPECT_EQ(refused.m_exitCode, 4);

@@ -91,8 +91,8 @@ TEST_F(StoreSave, AFullDiskIsNamedAndLeavesWhatWasThere) {
     for (const Save& save : getSaves()) {
         SCOPED_TRACE(save.name);
         const std::string message = "numdict: An error occurred while writing file '" + getReportedName(save.target) +
-                                    ".unfinished', which is now incomplete. Check the space on its device, then write "
-                                    "it again. [write failed with error 28: No space left on device]\n";
+                                    ".unfinished', which is now incomplete. Check the free space on the device, then "
+                                    "write it again. [write failed with error 28: No space left on device]\n";
         int n = 1;
         for (;; ++n) {
             const ProgramResult result = runWithFault(save.arguments, "write", n, ENOSPC);
@@ -118,8 +118,8 @@ TEST_F(StoreSave, AFileBeyondTheLimitOfTheProcessIsAnErrorLikeAFullDisk) {
         expectFailure(
             runInFolder(save.arguments, "ulimit -f 20;"),
             "numdict: An error occurred while writing file '" + getReportedName(save.target) +
-                ".unfinished', which is now incomplete. Check the space on its device, then write it again. [write "
-                "failed with error 27: File too large]\n",
+                ".unfinished', which is now incomplete. Check the free space on the device, then write it again. "
+                "[write failed with error 27: File too large]\n",
             before);
     }
     const ProgramResult generated = runInFolder("generate --literals 10k -o generated.nt", "ulimit -f 20;");
@@ -134,9 +134,9 @@ TEST_F(StoreSave, ADeviceOrAFolderThatRefusesTheFileIsNamed) {
         const std::string target = getReportedName(save.target);
         expectFailure(
             runWithFault(save.arguments, "fsync", 1, EIO),
-            "numdict: The device did not take all of file '" + target +
-                ".unfinished', which may be incomplete. Check the device and its space, then write it again. [fsync "
-                "failed with error 5: Input/output error]\n",
+            "numdict: Not all of file '" + target +
+                ".unfinished' could be written to the device; it may be incomplete. Check the device and its free "
+                "space, then write it again. [fsync failed with error 5: Input/output error]\n",
             before);
         expectFailure(
             runWithFault(save.arguments, "rename", 1, EACCES),

@@ -130,8 +130,8 @@ std::vector<ErrorRow> getOtherErrors() {
     return {
         {"prefix name", [] { Errors::throwInvalidPrefixName("1a"); }, "KavixException",
          "Engine/core/data-store/dictionary/Prefixes", 40,
-         "'1a' is no Turtle prefix name: it must start with a letter, go on with letters, digits, '_', '-' and '.', "
-         "and not end with '.'."},
+         "'1a' is not a valid Turtle prefix: it must start with a letter, continue with letters, digits, '_', '-' and "
+         "'.', and not end with '.'."},
         {"property", [] { Errors::throwUnknownProperty("xsd:int", "Colour"); }, "KavixException",
          "Engine/core/data-store/dictionary/ComponentInfo", 30,
          "Component 'xsd:int' has no numeric property 'Colour'."},
@@ -155,15 +155,15 @@ std::vector<ErrorRow> getOtherErrors() {
          "At most 256 threads can use dictionaries at the same time; wait until one of them has ended."},
         {"thread end", [] { Errors::throwCannotWatchThreadEnd("pthread_key_create", EAGAIN); }, "SystemCallException",
          "Engine/core/platform/collections/ThreadSlots", 77,
-         "An error occurred while preparing to take the slot of a thread back when the thread ends. "
-         "[pthread_key_create failed with error 11: Resource temporarily unavailable]"},
+         "An error occurred while registering a thread-exit handler. [pthread_key_create failed with error 11: "
+         "Resource temporarily unavailable]"},
         {"open to read", [] { Errors::throwCannotOpenInputFile(ENOENT, "a.image"); }, "SystemCallException",
          "Engine/core/platform/stream/FileInputStream", 20,
          "File 'a.image' cannot be opened for reading. Check that it exists and that you may read it. [open failed "
          "with error 2: No such file or directory]"},
         {"read", [] { Errors::throwCannotReadFile(EIO, "a.image"); }, "SystemCallException",
          "Engine/core/platform/stream/FileInputStream", 30,
-         "An error occurred while reading file 'a.image'. Check that it is a file that can be read, and its device. "
+         "An error occurred while reading file 'a.image'. Check that it is a regular file and that its device works. "
          "[read failed with error 5: Input/output error]"},
         {"rewind", [] { Errors::throwCannotRewindFile(ESPIPE, "a.image"); }, "SystemCallException",
          "Engine/core/platform/stream/FileInputStream", 40,
@@ -175,20 +175,20 @@ std::vector<ErrorRow> getOtherErrors() {
          "[open failed with error 13: Permission denied]"},
         {"write", [] { Errors::throwCannotWriteFile(ENOSPC, "a.image"); }, "SystemCallException",
          "Engine/core/platform/stream/FileOutputStream", 30,
-         "An error occurred while writing file 'a.image', which is now incomplete. Check the space on its device, then "
-         "write it again. [write failed with error 28: No space left on device]"},
+         "An error occurred while writing file 'a.image', which is now incomplete. Check the free space on the device, "
+         "then write it again. [write failed with error 28: No space left on device]"},
         {"close", [] { Errors::throwCannotCloseFile(EIO, "a.image"); }, "SystemCallException",
          "Engine/core/platform/stream/FileOutputStream", 40,
-         "An error occurred while closing file 'a.image', which may be incomplete. Check the space on its device, then "
-         "write it again. [close failed with error 5: Input/output error]"},
+         "An error occurred while closing file 'a.image', which may be incomplete. Check the free space on the device, "
+         "then write it again. [close failed with error 5: Input/output error]"},
         {"synchronise", [] { Errors::throwCannotSynchroniseFile(EIO, "a.store"); }, "SystemCallException",
          "Engine/core/platform/stream/FileOutputStream", 90,
-         "The device did not take all of file 'a.store', which may be incomplete. Check the device and its space, then "
-         "write it again. [fsync failed with error 5: Input/output error]"},
+         "Not all of file 'a.store' could be written to the device; it may be incomplete. Check the device and its "
+         "free space, then write it again. [fsync failed with error 5: Input/output error]"},
         {"lock", [] { Errors::throwCannotLockFile(EWOULDBLOCK, "a.store"); }, "SystemCallException",
          "Engine/core/platform/stream/ReplacingFile", 50,
-         "File 'a.store' is being written by another process. Wait until that one has finished. [flock failed with "
-         "error 11: Resource temporarily unavailable]"},
+         "File 'a.store' is being written by another process. Wait until it has finished. [flock failed with error 11: "
+         "Resource temporarily unavailable]"},
         {"rename", [] { Errors::throwCannotRenameFile(EACCES, "a.store.unfinished", "a.store"); },
          "SystemCallException", "Engine/core/platform/stream/ReplacingFile", 90,
          "File 'a.store.unfinished' is complete but cannot take the place of file 'a.store', which is unchanged. Check "
@@ -199,17 +199,17 @@ std::vector<ErrorRow> getOtherErrors() {
          "the old file might be back. [fsync failed with error 5: Input/output error]"},
         {"store", [] { Errors::throwInvalidStore("pool", "it has 1 bytes instead of 2"); }, "KavixException",
          "Engine/core/data-store/dictionary/StoreReader", 30,
-         "The store cannot be opened: in section 'pool', it has 1 bytes instead of 2."},
+         "The store cannot be opened: section 'pool': it has 1 bytes instead of 2."},
         {"bound of a store", [] { Errors::throwStoreNeedsAddressSpace(ENOMEM, 1099511627776); }, "SystemCallException",
          "Engine/core/data-store/dictionary/DictionaryStore", 50,
-         "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the "
-         "system grants. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower "
-         "bound. [mmap failed with error 12: Cannot allocate memory]"},
+         "The store cannot be opened: its maximum resource ID, 1099511627776, needs more address space than the system "
+         "allows. Raise the limit of the process (ulimit -v), or repair the store, which then gets a lower maximum. "
+         "[mmap failed with error 12: Cannot allocate memory]"},
         {"section read twice", [] { Errors::throwCannotRewindSection(); }, "KavixException",
          "Engine/core/data-store/dictionary/Checksum", 60, "A section of a store cannot be read twice."},
         {"restoring over values", [] { Errors::throwDictionaryNotEmpty(); }, "KavixException",
          "Engine/core/data-store/dictionary/Restoration", 20,
-         "Only an empty dictionary can be restored, and this one has given out resource IDs."},
+         "Only an empty dictionary can be restored, but this one has already assigned resource IDs."},
         {"resource ID out of range", [] { Errors::throwResourceIDOutOfRange(0, 1, 1048575); }, "KavixException",
          "Engine/core/data-store/embedding/Restoration", 60,
          "Resource ID 0 is out of range: the smallest is 1 and the largest is 1048575."},
@@ -219,16 +219,16 @@ std::vector<ErrorRow> getOtherErrors() {
         {"no inspector", [] { Errors::throwFamilyWithoutInspector("http://a/b"); }, "KavixException",
          "Engine/core/data-store/embedding/Dictionary", 110,
          "The datatype family of 'http://a/b' has no inspector; create it before the dictionary."},
-        {"contradicting record", [] { Errors::throwContradictingRecord(MAXIMUM, "the ID was restored before"); },
+        {"contradicting record", [] { Errors::throwContradictingRecord(MAXIMUM, "the ID was already restored"); },
          "KavixException", "Engine/core/data-store/dictionary/Restoration", 50,
-         "The record of resource 18446744073709551615 contradicts another one: the ID was restored before."},
+         "The record of resource 18446744073709551615 contradicts another record: the ID was already restored."},
         {"transaction runs", [] { Errors::throwTransactionRuns(); }, "KavixException",
          "Engine/core/data-store/dictionary/Dictionary", 90,
          "Another transaction is writing to this dictionary; wait until it has been committed or rolled back, or write "
          "through it."},
         {"transaction has ended", [] { Errors::throwTransactionHasEnded(); }, "KavixException",
          "Engine/core/data-store/dictionary/Transaction", 40,
-         "The transaction has been committed or rolled back already; begin another one to write."},
+         "The transaction has already been committed or rolled back; begin another one to write."},
     };
 }
 

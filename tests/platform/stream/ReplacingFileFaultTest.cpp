@@ -76,7 +76,7 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
         {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write",
          "An error occurred while writing file '%.unfinished', which is now incomplete.", false},
         {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync",
-         "The device did not take all of file '%.unfinished', which may be incomplete.", false},
+         "Not all of file '%.unfinished' could be written to the device; it may be incomplete.", false},
         {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename",
          "File '%.unfinished' is complete but cannot take the place of file '%', which is unchanged.", false},
         {"opening the folder", FileCall::OPEN, 2, EMFILE, replacingFile, 95, "fsync",

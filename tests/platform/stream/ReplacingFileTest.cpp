@@ -61,7 +61,7 @@ int runInChild(const std::function<int()>& action) {
 
 const char OPEN_FAILED[] =
     "cannot be opened for writing. Check that its directory exists and that you may write there.";
-const char LOCKED[] = "is being written by another process. Wait until that one has finished.";
+const char LOCKED[] = "is being written by another process. Wait until it has finished.";
 
 void expectOpenError(const std::string& fileName, const std::string& namedFile, int errorNumber) {
     test::expectSystemCallError(

@@ -90,7 +90,7 @@ void checkContent(
     const uint64_t numberOfResources = countResources(*dictionary);
     if (numberOfResources != store.getNumberOfResources())
         report(
-            "counters: it counts " + std::to_string(store.getNumberOfResources()) + " resources, and there are " +
+            "counters: it counts " + std::to_string(store.getNumberOfResources()) + " resources, but there are " +
             std::to_string(numberOfResources));
 }
 

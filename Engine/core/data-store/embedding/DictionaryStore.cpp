@@ -88,17 +88,14 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
         reader.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? MAX_RESOURCE_ID_32 : MAX_RESOURCE_ID_64;
     if (counters.m_maxResourceID < MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
         Errors::throwInvalidStore(
-            StoreFormat::COUNTERS,
-            "its bound of resource IDs, " + std::to_string(counters.m_maxResourceID) + ", is not possible");
+            StoreFormat::COUNTERS, "invalid maximum resource ID " + std::to_string(counters.m_maxResourceID));
     if (counters.m_nextResourceID < FIRST_RESOURCE_ID || counters.m_nextResourceID > counters.m_maxResourceID)
         Errors::throwInvalidStore(
-            StoreFormat::COUNTERS,
-            "the next resource ID, " + std::to_string(counters.m_nextResourceID) + ", is not possible");
+            StoreFormat::COUNTERS, "invalid next resource ID " + std::to_string(counters.m_nextResourceID));
     if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
         counters.m_dataPoolEnd > getMaximumDataPoolSize(counters.m_maxResourceID))
         Errors::throwInvalidStore(
-            StoreFormat::COUNTERS,
-            "the end of the data pool, " + std::to_string(counters.m_dataPoolEnd) + ", is not possible");
+            StoreFormat::COUNTERS, "invalid end of the data pool, " + std::to_string(counters.m_dataPoolEnd));
 
     Options dictionaryOptions;
     dictionaryOptions.memoryBudgetBytes = options.memoryBudgetBytes;
@@ -114,7 +111,7 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
         if (numberOfResources != counters.m_numberOfResources)
             Errors::throwInvalidStore(
                 StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) +
-                                           " resources, and there are " + std::to_string(numberOfResources));
+                                           " resources, but there are " + std::to_string(numberOfResources));
     }
     return dictionary;
 }
@@ -163,7 +160,7 @@ void Dictionary::verify(const ProblemReport& report) const {
     const uint64_t end = contents.m_nextResourceID;
     // Relaxed: nobody writes meanwhile.
     if (end != 0 && m_resourceDatatypeIDs[0].load(std::memory_order_relaxed) != D_NONE)
-        report("resource ID 0, which means none, has a datatype");
+        report("resource ID 0, which is reserved, has a datatype");
     for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < end; ++resourceID) {
         const uint8_t datatypeID = m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed);
         if (datatypeID != D_NONE && m_familiesByID[datatypeID] == nullptr)

@@ -39,7 +39,7 @@ public:
         // Acquire. Pairs with the release in the destructor: we see what a thread that gave the ID up did.
         if (!m_datatypeID.compare_exchange_strong(
                 expected, CLAIMED, std::memory_order_acquire, std::memory_order_relaxed))
-            Errors::throwContradictingRecord(resourceID, "the ID was restored before");
+            Errors::throwContradictingRecord(resourceID, "the ID was already restored");
     }
 
     ~ClaimedID() {
@@ -111,7 +111,7 @@ void Restoration::restore(uint64_t resourceID, const ResourceValue& value) {
         family.m_dictionary->tryResolveResource(Dictionary::EVERYTHING.toVisibility(), value);
     if (foundResourceID != resourceID)
         Errors::throwContradictingRecord(
-            resourceID, "its value was restored before, under ID " + std::to_string(foundResourceID));
+            resourceID, "its value was already restored as resource " + std::to_string(foundResourceID));
     // Relaxed: read by finish(), when no thread restores any more.
     uint64_t end = m_endOfResourceIDs.load(std::memory_order_relaxed);
     while (end <= resourceID &&

@@ -100,8 +100,8 @@ public:
         if (maxResourceID != m_limits.m_maxResourceID ||
             maxResourceIDForBlocks != maxResourceID - DictionaryDatatype::RESOURCE_ID_BLOCK_SIZE)
             m_report(
-                "the image's bounds of resource IDs, " + std::to_string(maxResourceID) + " and " +
-                std::to_string(maxResourceIDForBlocks) + ", do not agree with the store's, " +
+                "the image's maximum resource IDs, " + std::to_string(maxResourceID) + " and " +
+                std::to_string(maxResourceIDForBlocks) + ", do not match the store's, " +
                 std::to_string(m_limits.m_maxResourceID));
         bool isTableFound = true;
         for (uint8_t datatypeID = D_XSD_DECIMAL; isTableFound && datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
@@ -135,7 +135,7 @@ private:
             read(found.data(), found.size());
         }
         if (found != header)
-            m_report("the image has no header '" + std::string(header) + "' where it should");
+            m_report("the image has no '" + std::string(header) + "' header where one is expected");
         return found == header;
     }
 
@@ -155,25 +155,25 @@ private:
             freeReservations += readNumber<uint32_t>();
         if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS ||
             numberOfBuckets > NumericImageFormat::MAX_NUMBER_OF_BUCKETS) {
-            report(std::to_string(numberOfBuckets) + " buckets are not possible");
+            report("invalid number of buckets, " + std::to_string(numberOfBuckets));
             return false;
         }
         if (resizeThreshold != TableImageFormat::getResizeThreshold(numberOfBuckets))
             report(
-                "the threshold " + std::to_string(resizeThreshold) + " does not belong to " +
+                "the resize threshold " + std::to_string(resizeThreshold) + " does not match " +
                 std::to_string(numberOfBuckets) + " buckets");
         // More reserved buckets than the threshold allows would let threads fill the table until no search in it ends.
         if (usedCount > resizeThreshold || deletedCount > usedCount || freeReservations > usedCount - deletedCount)
             report(
-                "the counts of used (" + std::to_string(usedCount) + "), deleted (" + std::to_string(deletedCount) +
-                ") and reserved buckets (" + std::to_string(freeReservations) + ") are not possible");
+                "inconsistent counts of used (" + std::to_string(usedCount) + "), deleted (" +
+                std::to_string(deletedCount) + ") and reserved buckets (" + std::to_string(freeReservations) + ")");
         const uint64_t maximumNumberOfItems = readNumber<uint64_t>();
         const uint64_t end = maximumNumberOfItems == 0 ? 0 : readNumber<uint64_t>();
         if (maximumNumberOfItems > NumericImageFormat::MAX_NUMBER_OF_BUCKETS || end > maximumNumberOfItems ||
             end < numberOfBuckets) {
             report(
-                "its region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) +
-                " buckets does not hold " + std::to_string(numberOfBuckets) + " buckets");
+                "a region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) +
+                " buckets cannot hold " + std::to_string(numberOfBuckets) + " buckets");
             return false;
         }
         const uint64_t size = end * NumericImageFormat::getBucketSize(datatypeID);

@@ -48,7 +48,7 @@ void NumericDatatypeVerifier<ResourceID>::verifyTable(const ParallelHashTable<Po
         if (keyWord == Table::EMPTY)
             continue;
         if (keyWord == Table::BUSY)
-            reportBucket(datatypeID, index, "it is marked as being written");
+            reportBucket(datatypeID, index, "it is marked busy");
         else if (keyWord == Table::DELETED)
             ++deletedBuckets;
         else {
@@ -69,14 +69,14 @@ void NumericDatatypeVerifier<ResourceID>::verifyCounts(
     const ParallelHashTable<Policy>& table, uint8_t datatypeID, uint64_t liveBuckets, uint64_t deletedBuckets) const {
     if (deletedBuckets != table.getDeletedCount())
         reportTable(
-            datatypeID, "it has " + std::to_string(deletedBuckets) + " deleted buckets and counts " +
+            datatypeID, "it has " + std::to_string(deletedBuckets) + " deleted buckets but counts " +
                             std::to_string(table.getDeletedCount()));
     if (liveBuckets + deletedBuckets != table.getNumberOfUsedBuckets())
         reportTable(
             datatypeID, "it has " + std::to_string(liveBuckets + deletedBuckets) +
-                            " live and deleted buckets and counts " + std::to_string(table.getNumberOfUsedBuckets()));
+                            " live and deleted buckets but counts " + std::to_string(table.getNumberOfUsedBuckets()));
     if (liveBuckets + deletedBuckets >= table.getNumberOfBuckets())
-        reportTable(datatypeID, "no bucket is empty, so searches would not end");
+        reportTable(datatypeID, "no bucket is empty, so a search would never end");
 }
 
 template<typename ResourceID>
@@ -107,7 +107,7 @@ void NumericDatatypeVerifier<ResourceID>::verifyEntry(uint8_t datatypeID, size_t
         reportBucket(datatypeID, index, "resource " + std::to_string(entry.m_resourceID) + " " + problem);
     };
     if (entry.m_resourceID == 0 || entry.m_resourceID >= m_contents.m_nextResourceID) {
-        reportEntry("was never given out");
+        reportEntry("was never assigned");
         return;
     }
     const uint8_t arrayDatatypeID =
@@ -115,9 +115,9 @@ void NumericDatatypeVerifier<ResourceID>::verifyEntry(uint8_t datatypeID, size_t
     if (arrayDatatypeID != datatypeID)
         reportEntry("has datatype ID " + std::to_string(arrayDatatypeID) + " in the array of datatype IDs");
     else if (m_contents.m_resourceData[entry.m_resourceID] != entry.m_data)
-        reportEntry("has another value in the array of data words");
+        reportEntry("has a different value in the array of data words");
     if (m_isInBucket[entry.m_resourceID])
-        reportEntry("is in another bucket too");
+        reportEntry("is also in another bucket");
     m_isInBucket[entry.m_resourceID] = true;
 }
 
@@ -134,7 +134,7 @@ void NumericDatatypeVerifier<ResourceID>::verifyProbing(
         if (keyWord == Table::EMPTY) {
             reportBucket(
                 datatypeID, index,
-                "its value is not found, since bucket " + std::to_string(probe) + " before it is empty");
+                "its value cannot be found, because bucket " + std::to_string(probe) + " before it is empty");
             return;
         }
         if (keyWord < Table::DELETED && hasKey(bucket, keyWord, key)) {
@@ -163,7 +163,7 @@ void NumericDatatypeVerifier<ResourceID>::verifyResources() const {
             if (RECORD.readResourceID(record) != resourceID)
                 reportResource(
                     resourceID, datatypeID,
-                    "its record is that of resource " + std::to_string(RECORD.readResourceID(record)));
+                    "its record belongs to resource " + std::to_string(RECORD.readResourceID(record)));
             if (!XSDDecimal::areNormalisedFields(value.getUnscaledValue(), value.getFractionDigits()))
                 reportResource(
                     resourceID, datatypeID, "its decimal is not normalised, or has more than 19 fraction digits");
@@ -176,7 +176,7 @@ void NumericDatatypeVerifier<ResourceID>::verifyResources() const {
                     "its value " + std::to_string(value) + " is not in the range of the datatype");
         }
         if (!m_isInBucket[resourceID])
-            reportResource(resourceID, datatypeID, "no bucket has it, so its value is not found");
+            reportResource(resourceID, datatypeID, "no bucket has it, so its value cannot be found");
     }
 }
 

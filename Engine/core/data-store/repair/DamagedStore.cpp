@@ -46,7 +46,7 @@ DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
     m_maxResourceID(0),
     m_numberOfResources(0) {
     if (m_length < FRAME_LENGTH + sizeof(StoreFormat::Counters)) {
-        m_problems.push_back("header: the file ends in the middle of it; it is no store, or was truncated");
+        m_problems.push_back("header: the file ends inside the header: it is truncated or not a Kavix store");
         return;
     }
     std::memcpy(&m_header, m_data, sizeof(m_header));
@@ -64,21 +64,21 @@ bool DamagedStore::findSections() {
     const bool isMagic = std::memcmp(m_header.m_magic, StoreFormat::MAGIC, sizeof(m_header.m_magic)) == 0;
     // With a right checksum these are not damage: the store is of another kind, and what is known here does not apply.
     if (isMagic && m_header.m_byteOrderMark == __builtin_bswap32(StoreFormat::BYTE_ORDER_MARK)) {
-        m_problems.push_back("header: it was written on a machine with another byte order");
+        m_problems.push_back("header: written on a machine with a different byte order");
         return false;
     }
     if (isMagic && getChecksum(m_data, FRAME_LENGTH - sizeof(m_headerChecksum)) == m_headerChecksum &&
         m_header.m_formatVersion != StoreFormat::FORMAT_VERSION) {
         m_problems.push_back(
-            "header: its format version is " + std::to_string(m_header.m_formatVersion) +
-            ", and this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION));
+            "header: format version " + std::to_string(m_header.m_formatVersion) +
+            " is not supported (this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION) + ")");
         return false;
     }
     if (tryFindByTable() || tryFindByCounters())
         return true;
     m_problems.push_back(
-        isMagic ? "header: neither the table of sections nor the counters tell where the sections are"
-                : "header: the file is no store of this system");
+        isMagic ? "header: the sections cannot be found: both the section table and the counters are wrong"
+                : "header: not a Kavix store");
     return false;
 }
 
@@ -116,7 +116,7 @@ bool DamagedStore::tryFindByCounters() {
     setSections(
         {sizeof(counters), counters.m_nextResourceID, counters.m_nextResourceID * sizeof(uint64_t), poolLength,
          imageLength});
-    m_problems.push_back("header: the table of sections is wrong; the sections were found by the counters");
+    m_problems.push_back("header: the section table is wrong; the sections were found using the counters");
     return true;
 }
 
@@ -190,26 +190,26 @@ uint64_t DamagedStore::countRecords(ResourceIDWidth width) const {
 void DamagedStore::checkHeader() {
     const auto report = [this](std::string&& problem) { m_problems.push_back("header: " + problem); };
     if (std::memcmp(m_header.m_magic, StoreFormat::MAGIC, sizeof(m_header.m_magic)) != 0)
-        report("the file does not begin as stores do");
+        report("wrong magic number");
     if (m_header.m_byteOrderMark != StoreFormat::BYTE_ORDER_MARK)
-        report("its mark of the byte order is wrong");
+        report("wrong byte-order mark");
     if (m_header.m_formatVersion != StoreFormat::FORMAT_VERSION)
         report(
-            "its format version is " + std::to_string(m_header.m_formatVersion) + " instead of " +
+            "format version " + std::to_string(m_header.m_formatVersion) + " instead of " +
             std::to_string(StoreFormat::FORMAT_VERSION));
     if (m_header.m_resourceIDWidth != 32 && m_header.m_resourceIDWidth != 64)
         report(
-            "resource IDs of " + std::to_string(m_header.m_resourceIDWidth) + " bits are not known; it seems to have " +
-            std::to_string(static_cast<unsigned>(m_resourceIDWidth)));
+            "unsupported resource ID width of " + std::to_string(m_header.m_resourceIDWidth) +
+            " bits; it appears to be " + std::to_string(static_cast<unsigned>(m_resourceIDWidth)));
     if (m_header.m_numberOfSections != NUMBER_OF_SECTIONS)
         report(
             "it has " + std::to_string(m_header.m_numberOfSections) + " sections instead of " +
             std::to_string(NUMBER_OF_SECTIONS));
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index)
         if (StoreFormat::getName(m_table[index]) != SECTION_NAMES[index])
-            report("the name of section '" + SECTION_NAMES[index] + "' is wrong");
+            report("wrong name of section '" + SECTION_NAMES[index] + "'");
     if (!m_isHeaderSound)
-        report("its checksum is wrong; the file was damaged");
+        report("wrong checksum: the file is damaged");
 }
 
 void DamagedStore::checkSections() {
@@ -218,26 +218,26 @@ void DamagedStore::checkSections() {
         end += m_lengths[index];
         if (m_sections[index].m_length != m_lengths[index])
             m_problems.push_back(
-                SECTION_NAMES[index] + ": the file ends in the middle of it or before; it was truncated");
+                SECTION_NAMES[index] + ": the file ends before the end of the section: it is truncated");
         else if (!m_sections[index].m_isSound)
-            m_problems.push_back(SECTION_NAMES[index] + ": its checksum is wrong; the file was damaged");
+            m_problems.push_back(SECTION_NAMES[index] + ": wrong checksum: the file is damaged");
     }
     if (end < m_length)
-        m_problems.push_back("header: the file goes on behind its last section");
+        m_problems.push_back("header: there is data after the last section");
     const auto reportCounter = [this](std::string&& problem) {
         m_problems.push_back(std::string(StoreFormat::COUNTERS) + ": " + problem);
     };
     if (m_counters.m_nextResourceID != m_lengths[DATATYPE_IDS])
         reportCounter(
             "the next resource ID, " + std::to_string(m_counters.m_nextResourceID) +
-            ", does not agree with the arrays, which have " + std::to_string(m_lengths[DATATYPE_IDS]) + " entries");
+            ", does not match the arrays, which have " + std::to_string(m_lengths[DATATYPE_IDS]) + " entries");
     if (m_counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
         m_counters.m_dataPoolEnd - DataPool::FIRST_OFFSET != m_lengths[DATA_POOL])
         reportCounter(
             "the end of the data pool, " + std::to_string(m_counters.m_dataPoolEnd) +
-            ", does not agree with the pool, which has " + std::to_string(m_lengths[DATA_POOL]) + " bytes");
+            ", does not match the pool, which has " + std::to_string(m_lengths[DATA_POOL]) + " bytes");
     if (m_counters.m_maxResourceID != m_maxResourceID)
-        reportCounter("its bound of resource IDs, " + std::to_string(m_counters.m_maxResourceID) + ", is not possible");
+        reportCounter("invalid maximum resource ID " + std::to_string(m_counters.m_maxResourceID));
 }
 
 std::vector<uint8_t> DamagedStore::makeSoundBeginning() const {

@@ -148,7 +148,7 @@ std::string StoreRepair::decode(uint64_t resourceID, const Claim& claim, Resourc
         if (record == nullptr)
             return "its record at offset " + std::to_string(claim.m_data) + " is outside the data pool";
         if (m_record.readResourceID(record) != resourceID)
-            return "its record is that of resource " + std::to_string(m_record.readResourceID(record));
+            return "its record belongs to resource " + std::to_string(m_record.readResourceID(record));
         const XSDDecimal decimal = m_record.readValue(record);
         if (!XSDDecimal::areNormalisedFields(decimal.getUnscaledValue(), decimal.getFractionDigits()))
             return "its decimal is not normalised, or has more than 19 fraction digits";
@@ -156,7 +156,7 @@ std::string StoreRepair::decode(uint64_t resourceID, const Claim& claim, Resourc
         return "";
     }
     if (!isIntegerDatatype(claim.m_datatypeID))
-        return "the datatype is not known";
+        return "unknown datatype";
     const int64_t integer = static_cast<int64_t>(claim.m_data);
     if (!getIntegerDatatypeInfo(claim.m_datatypeID).contains(integer))
         return "its value " + std::to_string(integer) + " is not in the range of the datatype";
@@ -193,7 +193,7 @@ std::string StoreRepair::decide(uint64_t resourceID, ResourceValue& value) const
         if (!m_isTakingUnconfirmed)
             return "its record is in the damaged data pool and cannot be confirmed";
         if (!(chosen == tables) || !m_isReachable[resourceID])
-            return "its record in the damaged data pool does not fit the tables";
+            return "its record in the damaged data pool does not match the tables";
     }
     return reason;
 }

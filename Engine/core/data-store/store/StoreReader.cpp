@@ -14,7 +14,8 @@ StoreReader::StoreReader(InputStream& input) :
     explainPrematureEnd(
         [this] { readHeader(); },
         [] {
-            Errors::throwInvalidStore("header", "the file ends in the middle of it; it is no store, or was truncated");
+            Errors::throwInvalidStore(
+                "header", "the file ends inside the header: it is truncated or not a Kavix store");
         });
 }
 
@@ -27,30 +28,32 @@ void StoreReader::readHeader() {
     };
     read(&m_header, sizeof(m_header));
     if (std::memcmp(m_header.m_magic, StoreFormat::MAGIC, sizeof(m_header.m_magic)) != 0)
-        Errors::throwInvalidStore("header", "the file is no store of this system");
+        Errors::throwInvalidStore("header", "not a Kavix store");
     if (m_header.m_byteOrderMark != StoreFormat::BYTE_ORDER_MARK)
-        Errors::throwInvalidStore("header", "it was written on a machine with another byte order");
+        Errors::throwInvalidStore("header", "written on a machine with a different byte order");
     if (m_header.m_formatVersion != StoreFormat::FORMAT_VERSION)
         Errors::throwInvalidStore(
-            "header", "its format version is " + std::to_string(m_header.m_formatVersion) +
-                          ", and this program reads version " + std::to_string(StoreFormat::FORMAT_VERSION) +
-                          "; use the program that wrote it, or a newer one");
+            "header", "format version " + std::to_string(m_header.m_formatVersion) +
+                          " is not supported (this program reads version " +
+                          std::to_string(StoreFormat::FORMAT_VERSION) +
+                          "); use the program that wrote the store, or a newer one");
     if (m_header.m_resourceIDWidth != 32 && m_header.m_resourceIDWidth != 64)
         Errors::throwInvalidStore(
-            "header", "resource IDs of " + std::to_string(m_header.m_resourceIDWidth) + " bits are not known");
+            "header", "unsupported resource ID width of " + std::to_string(m_header.m_resourceIDWidth) + " bits");
     if (m_header.m_numberOfSections > StoreFormat::MAX_NUMBER_OF_SECTIONS)
-        Errors::throwInvalidStore("header", std::to_string(m_header.m_numberOfSections) + " sections are too many");
+        Errors::throwInvalidStore(
+            "header", "invalid number of sections, " + std::to_string(m_header.m_numberOfSections));
     m_sections.resize(m_header.m_numberOfSections);
     read(m_sections.data(), m_sections.size() * sizeof(StoreFormat::Section));
     const uint64_t expectedChecksum = checksum.getValue();
     uint64_t storedChecksum;
     read(&storedChecksum, sizeof(storedChecksum));
     if (storedChecksum != expectedChecksum)
-        Errors::throwInvalidStore("header", "its checksum is wrong; the file was damaged");
+        Errors::throwInvalidStore("header", "wrong checksum: the file is damaged");
     m_end = m_position;
     for (const StoreFormat::Section& section : m_sections) {
         if (section.m_offset != m_end || section.m_length > UINT64_MAX - m_end)
-            Errors::throwInvalidStore(getName(section), "its position in the file is wrong");
+            Errors::throwInvalidStore(getName(section), "wrong offset in the section table");
         m_end += section.m_length;
     }
 }
@@ -61,8 +64,8 @@ bool StoreReader::isPrematureEnd(const KavixException& exception) noexcept {
 
 void StoreReader::throwSectionTooShort(const std::string& name, uint64_t remainingBytes) {
     Errors::throwInvalidStore(
-        std::string(name), remainingBytes == 0 ? "its content does not fit its length"
-                                               : "the file ends in the middle of it; it was truncated");
+        std::string(name), remainingBytes == 0 ? "the content does not match the length of the section"
+                                               : "the file ends inside the section: it is truncated");
 }
 
 std::string StoreReader::getName(const StoreFormat::Section& section) {
@@ -95,9 +98,9 @@ void StoreReader::readSection(const std::string& name, void* data, uint64_t leng
 void StoreReader::checkSection(
     const std::string& name, const StoreFormat::Section& section, const ChecksumInputStream& sectionInput) {
     if (sectionInput.getRemainingBytes() != 0)
-        Errors::throwInvalidStore(std::string(name), "its content does not fit its length");
+        Errors::throwInvalidStore(std::string(name), "the content does not match the length of the section");
     if (sectionInput.getChecksum() != section.m_checksum)
-        Errors::throwInvalidStore(std::string(name), "its checksum is wrong; the file was damaged");
+        Errors::throwInvalidStore(std::string(name), "wrong checksum: the file is damaged");
     m_position = section.m_offset + section.m_length;
 }
 
@@ -108,7 +111,7 @@ void StoreReader::seek(uint64_t offset) {
     }
     explainPrematureEnd(
         [&] { m_input.skip(offset - m_position); },
-        [] { Errors::throwInvalidStore("header", "the file is shorter than its sections; it was truncated"); });
+        [] { Errors::throwInvalidStore("header", "the file is shorter than its sections: it is truncated"); });
     m_position = offset;
 }
 
@@ -116,7 +119,7 @@ void StoreReader::checkEnd() {
     seek(m_end);
     uint8_t byte;
     if (m_input.read(&byte, 1) != 0)
-        Errors::throwInvalidStore("header", "the file goes on behind its last section");
+        Errors::throwInvalidStore("header", "there is data after the last section");
 }
 
 }

@@ -94,8 +94,8 @@ void throwResourceIDOutOfRange(uint64_t resourceID, uint64_t minimum, uint64_t m
 void throwInvalidPrefixName(std::string&& name) {
     throwKavixException(
         ErrorSites::INVALID_PREFIX_NAME, "'", std::move(name),
-        "' is no Turtle prefix name: it must start with a letter, go on with letters, digits, '_', '-' and '.', and "
-        "not end with '.'.");
+        "' is not a valid Turtle prefix: it must start with a letter, continue with letters, digits, '_', '-' and '.', "
+        "and not end with '.'.");
 }
 
 void throwUnknownProperty(std::string&& component, std::string&& property) {
@@ -106,14 +106,14 @@ void throwUnknownProperty(std::string&& component, std::string&& property) {
 
 void throwInvalidStore(std::string&& section, std::string&& reason) {
     throwKavixException(
-        ErrorSites::INVALID_STORE, "The store cannot be opened: in section '", std::move(section), "', ",
-        std::move(reason), ".");
+        ErrorSites::INVALID_STORE, "The store cannot be opened: section '", std::move(section),
+        "': ", std::move(reason), ".");
 }
 
 void throwContradictingRecord(uint64_t resourceID, std::string&& reason) {
     throwKavixException(
         ErrorSites::CONTRADICTING_RECORD, "The record of resource ", resourceID,
-        " contradicts another one: ", std::move(reason), ".");
+        " contradicts another record: ", std::move(reason), ".");
 }
 
 // ---- Operations at the wrong time.
@@ -121,7 +121,7 @@ void throwContradictingRecord(uint64_t resourceID, std::string&& reason) {
 void throwDictionaryNotEmpty() {
     throwKavixException(
         ErrorSites::DICTIONARY_NOT_EMPTY,
-        "Only an empty dictionary can be restored, and this one has given out resource IDs.");
+        "Only an empty dictionary can be restored, but this one has already assigned resource IDs.");
 }
 
 void throwCannotRewindSection() {
@@ -149,7 +149,7 @@ void throwTransactionRuns() {
 void throwTransactionHasEnded() {
     throwKavixException(
         ErrorSites::TRANSACTION_HAS_ENDED,
-        "The transaction has been committed or rolled back already; begin another one to write.");
+        "The transaction has already been committed or rolled back; begin another one to write.");
 }
 
 // ---- Capacity and memory.
@@ -215,15 +215,15 @@ void throwCannotReserveAddressSpace(int errorNumber, uint64_t numberOfBytes) {
 void throwStoreNeedsAddressSpace(int errorNumber, uint64_t maxResourceID) {
     throwSystemCallException(
         ErrorSites::STORE_NEEDS_ADDRESS_SPACE, "mmap", errorNumber,
-        "The store cannot be opened: its bound of resource IDs, ", maxResourceID,
-        ", takes more address space than the system grants. Raise the limit of the process (ulimit -v), or repair the "
-        "store, which then gets a lower bound.");
+        "The store cannot be opened: its maximum resource ID, ", maxResourceID,
+        ", needs more address space than the system allows. Raise the limit of the process (ulimit -v), or repair the "
+        "store, which then gets a lower maximum.");
 }
 
 void throwCannotWatchThreadEnd(const char* systemCall, int errorNumber) {
     throwSystemCallException(
         ErrorSites::CANNOT_WATCH_THREAD_END, systemCall, errorNumber,
-        "An error occurred while preparing to take the slot of a thread back when the thread ends.");
+        "An error occurred while registering a thread-exit handler.");
 }
 
 void throwCannotOpenInputFile(int errorNumber, std::string&& fileName) {
@@ -235,7 +235,7 @@ void throwCannotOpenInputFile(int errorNumber, std::string&& fileName) {
 void throwCannotReadFile(int errorNumber, std::string&& fileName) {
     throwSystemCallException(
         ErrorSites::CANNOT_READ_FILE, "read", errorNumber, "An error occurred while reading file '",
-        std::move(fileName), "'. Check that it is a file that can be read, and its device.");
+        std::move(fileName), "'. Check that it is a regular file and that its device works.");
 }
 
 void throwCannotRewindFile(int errorNumber, std::string&& fileName) {
@@ -253,25 +253,26 @@ void throwCannotOpenOutputFile(int errorNumber, std::string&& fileName) {
 void throwCannotWriteFile(int errorNumber, std::string&& fileName) {
     throwSystemCallException(
         ErrorSites::CANNOT_WRITE_FILE, "write", errorNumber, "An error occurred while writing file '",
-        std::move(fileName), "', which is now incomplete. Check the space on its device, then write it again.");
+        std::move(fileName), "', which is now incomplete. Check the free space on the device, then write it again.");
 }
 
 void throwCannotCloseFile(int errorNumber, std::string&& fileName) {
     throwSystemCallException(
         ErrorSites::CANNOT_CLOSE_FILE, "close", errorNumber, "An error occurred while closing file '",
-        std::move(fileName), "', which may be incomplete. Check the space on its device, then write it again.");
+        std::move(fileName), "', which may be incomplete. Check the free space on the device, then write it again.");
 }
 
 void throwCannotSynchroniseFile(int errorNumber, std::string&& fileName) {
     throwSystemCallException(
-        ErrorSites::CANNOT_SYNCHRONISE_FILE, "fsync", errorNumber, "The device did not take all of file '",
-        std::move(fileName), "', which may be incomplete. Check the device and its space, then write it again.");
+        ErrorSites::CANNOT_SYNCHRONISE_FILE, "fsync", errorNumber, "Not all of file '", std::move(fileName),
+        "' could be written to the device; it may be incomplete. Check the device and its free space, then write it "
+        "again.");
 }
 
 void throwCannotLockFile(int errorNumber, std::string&& fileName) {
     throwSystemCallException(
         ErrorSites::CANNOT_LOCK_FILE, "flock", errorNumber, "File '", std::move(fileName),
-        "' is being written by another process. Wait until that one has finished.");
+        "' is being written by another process. Wait until it has finished.");
 }
 
 void throwCannotRenameFile(int errorNumber, std::string&& oldFileName, std::string&& newFileName) {
