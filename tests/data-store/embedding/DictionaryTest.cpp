@@ -1,5 +1,6 @@
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/dictionary/ComponentInfo.h"
+#include "core/data-store/dictionary/DataPool.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"

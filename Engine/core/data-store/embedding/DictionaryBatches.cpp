@@ -1,4 +1,4 @@
-#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/DictionaryState.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
@@ -15,7 +15,7 @@ namespace kavix {
 /// Calls operation(family, first, sizeOfRun) for one run of elements after the other: as many as there are of one
 /// family, but no more than fit a batch. The family is null where none has the datatypes.
 template<typename GetDatatypeID, typename Operation>
-void Dictionary::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const {
+void DictionaryState::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const {
     for (size_t first = 0, end; first < size; first = end) {
         const Family* const family = m_familiesByID[getDatatypeIDOf(first)];
         const size_t limit = first + std::min(size - first, DictionaryDatatypeBatches::MAX_BATCH_SIZE);
@@ -29,7 +29,7 @@ void Dictionary::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operatio
 /// Calls operation(batches, first, run) for one run of valid values after the other. Throws what is wrong with the
 /// first value that is not, once the operation has returned for all before it.
 template<typename Operation>
-void Dictionary::forEachValidRun(std::span<const ResourceValue> values, Operation operation) const {
+void DictionaryState::forEachValidRun(std::span<const ResourceValue> values, Operation operation) const {
     forEachRun(
         values.size(), [values](size_t index) { return values[index].datatypeID; },
         [values, operation](const Family* family, size_t first, size_t sizeOfRun) {
@@ -46,7 +46,7 @@ void Dictionary::forEachValidRun(std::span<const ResourceValue> values, Operatio
         });
 }
 
-void Dictionary::doResolve(
+void DictionaryState::doResolve(
     DictionaryUsageContext* context, std::span<const ResourceValue> values, uint64_t* resourceIDs) {
     forEachValidRun(values, [=](DictionaryDatatypeBatches& batches, size_t first, std::span<const ResourceValue> run) {
         batches.resolveResources(context, run, resourceIDs + first);
@@ -55,7 +55,7 @@ void Dictionary::doResolve(
 
 void Dictionary::tryResolve(
     std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot) const {
-    forEachValidRun(
+    m_state->forEachValidRun(
         values, [visibility = snapshot.toVisibility(), resourceIDs](
                     const DictionaryDatatypeBatches& batches, size_t first, std::span<const ResourceValue> run) {
             batches.tryResolveResources(visibility, run, resourceIDs + first);
@@ -65,7 +65,7 @@ void Dictionary::tryResolve(
 /// Calls operation(batches, run, resolutions of the run), which returns a number of failures, for one run of literals
 /// after the other whose datatypes are known; the others fail. Returns how many failed.
 template<typename Operation>
-size_t Dictionary::resolveRuns(
+size_t DictionaryState::resolveRuns(
     std::span<const Literal> literals, Resolution* resolutions, Operation operation) const noexcept {
     size_t numberOfFailures = 0;
     forEachRun(
@@ -89,7 +89,7 @@ size_t Dictionary::resolveRuns(
     return numberOfFailures;
 }
 
-size_t Dictionary::doResolve(
+size_t DictionaryState::doResolve(
     DictionaryUsageContext* context, std::span<const Literal> literals, Resolution* resolutions) noexcept {
     return resolveRuns(
         literals, resolutions,
@@ -100,7 +100,7 @@ size_t Dictionary::doResolve(
 
 size_t Dictionary::tryResolve(
     std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot) const noexcept {
-    return resolveRuns(
+    return m_state->resolveRuns(
         literals, resolutions,
         [visibility = snapshot.toVisibility()](
             const DictionaryDatatypeBatches& batches, std::span<const Literal> run, Resolution* resolutionsOfRun) {
@@ -115,14 +115,14 @@ void Dictionary::getValues(std::span<const uint64_t> resourceIDs, ResourceValue*
         const std::span<const uint64_t> batch =
             resourceIDs.first(std::min(resourceIDs.size(), DictionaryDatatypeBatches::MAX_BATCH_SIZE));
         for (size_t step = 0; step < batch.size() + DISTANCE; ++step) {
-            if (step < batch.size() && batch[step] < m_resourceDatatypeIDs.getEnd())
-                fetchAhead(&m_resourceDatatypeIDs[batch[step]]);
+            if (step < batch.size() && batch[step] < m_state->m_resourceDatatypeIDs.getEnd())
+                fetchAhead(&m_state->m_resourceDatatypeIDs[batch[step]]);
             if (const size_t index = step - DISTANCE; index < batch.size()) // wraps at first
-                datatypeIDs[index] = tryGetResourceDatatypeID(batch[index]);
+                datatypeIDs[index] = m_state->tryGetResourceDatatypeID(batch[index]);
         }
-        forEachRun(
+        m_state->forEachRun(
             batch.size(), [&datatypeIDs](size_t index) { return datatypeIDs[index]; },
-            [&](const Family* family, size_t first, size_t sizeOfRun) {
+            [&](const DictionaryState::Family* family, size_t first, size_t sizeOfRun) {
                 if (family != nullptr)
                     family->m_batches.getResources(
                         batch.subspan(first, sizeOfRun), datatypeIDs + first, values + first);

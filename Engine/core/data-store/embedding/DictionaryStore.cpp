@@ -1,7 +1,7 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
-#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/DictionaryState.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/data-store/store/StoreFormat.h"
 #include "core/data-store/store/StoreReader.h"
@@ -39,14 +39,14 @@ std::unique_ptr<Dictionary> makeEmptyDictionary(const Dictionary::Options& optio
 }
 
 void Dictionary::saveStore(OutputStream& output) const {
-    const Snapshot counters = getCounters();
+    const Snapshot counters = m_state->getCounters();
     const std::array<uint64_t, 256> counts = countResourcesByDatatypeID();
-    StoreFormat::Counters counterSection{counters.resourceIDEnd, m_maxResourceID, counters.dataPoolEnd, 0};
+    StoreFormat::Counters counterSection{counters.resourceIDEnd, m_state->m_maxResourceID, counters.dataPoolEnd, 0};
     for (const uint64_t count : counts)
         counterSection.m_numberOfResources += count;
     // The first IDs may not have been given out, and then their entries are not there either.
-    const uint64_t usableEntries =
-        std::min<uint64_t>({counters.resourceIDEnd, m_resourceData.getEnd(), m_resourceDatatypeIDs.getEnd()});
+    const uint64_t usableEntries = std::min<uint64_t>(
+        {counters.resourceIDEnd, m_state->m_resourceData.getEnd(), m_state->m_resourceDatatypeIDs.getEnd()});
     const auto writeArray = [usableEntries, &counters](OutputStream& destination, const auto& array) {
         using Item = std::remove_cvref_t<decltype(array[0])>;
         destination.write(array.getData(), usableEntries * sizeof(Item));
@@ -55,20 +55,22 @@ void Dictionary::saveStore(OutputStream& output) const {
             destination.write(zero, sizeof(zero));
     };
 
-    StoreWriter writer(m_resourceIDWidth);
+    StoreWriter writer(m_state->m_resourceIDWidth);
     writer.addSection(StoreFormat::COUNTERS, [&counterSection](OutputStream& destination) {
         destination.write(&counterSection, sizeof(counterSection));
     });
-    writer.addSection(
-        StoreFormat::DATATYPE_IDS, [&](OutputStream& destination) { writeArray(destination, m_resourceDatatypeIDs); });
-    writer.addSection(
-        StoreFormat::RESOURCE_DATA, [&](OutputStream& destination) { writeArray(destination, m_resourceData); });
+    writer.addSection(StoreFormat::DATATYPE_IDS, [&](OutputStream& destination) {
+        writeArray(destination, m_state->m_resourceDatatypeIDs);
+    });
+    writer.addSection(StoreFormat::RESOURCE_DATA, [&](OutputStream& destination) {
+        writeArray(destination, m_state->m_resourceData);
+    });
     writer.addSection(StoreFormat::DATA_POOL, [this, &counters](OutputStream& destination) {
         if (counters.dataPoolEnd != DataPool::FIRST_OFFSET)
             destination.write(
-                m_dataPool.getBase() + DataPool::FIRST_OFFSET, counters.dataPoolEnd - DataPool::FIRST_OFFSET);
+                m_state->m_dataPool.getBase() + DataPool::FIRST_OFFSET, counters.dataPoolEnd - DataPool::FIRST_OFFSET);
     });
-    for (const Family& family : m_families)
+    for (const DictionaryState::Family& family : m_state->m_families)
         writer.addSection(getDictionarySectionName(family.m_factory), [&family](OutputStream& destination) {
             family.m_dictionary->save(destination);
         });
@@ -89,11 +91,12 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     if (counters.m_maxResourceID < MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
         Errors::throwInvalidStore(
             StoreFormat::COUNTERS, "invalid maximum resource ID " + std::to_string(counters.m_maxResourceID));
-    if (counters.m_nextResourceID < FIRST_RESOURCE_ID || counters.m_nextResourceID > counters.m_maxResourceID)
+    if (counters.m_nextResourceID < DictionaryState::FIRST_RESOURCE_ID ||
+        counters.m_nextResourceID > counters.m_maxResourceID)
         Errors::throwInvalidStore(
             StoreFormat::COUNTERS, "invalid next resource ID " + std::to_string(counters.m_nextResourceID));
     if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
-        counters.m_dataPoolEnd > getMaximumDataPoolSize(counters.m_maxResourceID))
+        counters.m_dataPoolEnd > DictionaryState::getMaximumDataPoolSize(counters.m_maxResourceID))
         Errors::throwInvalidStore(
             StoreFormat::COUNTERS, "invalid end of the data pool, " + std::to_string(counters.m_dataPoolEnd));
 
@@ -103,7 +106,7 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     dictionaryOptions.maxResourceID = counters.m_maxResourceID;
     dictionaryOptions.useHugePages = options.useHugePages;
     std::unique_ptr<Dictionary> dictionary = makeEmptyDictionary(dictionaryOptions);
-    dictionary->loadSections(reader, counters);
+    dictionary->m_state->loadSections(reader, counters);
     if (options.checkEveryValue) {
         dictionary->verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });
         const std::array<uint64_t, 256> counts = dictionary->countResourcesByDatatypeID();
@@ -116,14 +119,14 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     return dictionary;
 }
 
-void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& counters) {
+void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Counters& counters) {
     constexpr size_t NUMBER_OF_SHARED_SECTIONS = 4;
     if (reader.getNumberOfSections() != NUMBER_OF_SHARED_SECTIONS + m_families.size())
         Errors::throwInvalidStore(
             "header", "it has " + std::to_string(reader.getNumberOfSections()) + " sections instead of " +
                           std::to_string(NUMBER_OF_SHARED_SECTIONS + m_families.size()));
     // The empty tables give their memory back as the image replaces them.
-    const uint64_t bytesOfEmptyTables = getUsedBytes();
+    const uint64_t bytesOfEmptyTables = m_memoryManager.getChargedBytes();
     const uint64_t numberOfIDs = counters.m_nextResourceID;
     // Lengths are compared before memory is committed, so a wrong count costs nothing.
     reader.checkLength(StoreFormat::DATATYPE_IDS, numberOfIDs);
@@ -156,19 +159,19 @@ void Dictionary::loadSections(StoreReader& reader, const StoreFormat::Counters& 
 }
 
 void Dictionary::verify(const ProblemReport& report) const {
-    const StoreContents contents = getContents();
+    const StoreContents contents = m_state->getContents();
     const uint64_t end = contents.m_nextResourceID;
     // Relaxed: nobody writes meanwhile.
-    if (end != 0 && m_resourceDatatypeIDs[0].load(std::memory_order_relaxed) != D_NONE)
+    if (end != 0 && m_state->m_resourceDatatypeIDs[0].load(std::memory_order_relaxed) != D_NONE)
         report("resource ID 0, which is reserved, has a datatype");
-    for (uint64_t resourceID = FIRST_RESOURCE_ID; resourceID < end; ++resourceID) {
-        const uint8_t datatypeID = m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed);
-        if (datatypeID != D_NONE && m_familiesByID[datatypeID] == nullptr)
+    for (uint64_t resourceID = DictionaryState::FIRST_RESOURCE_ID; resourceID < end; ++resourceID) {
+        const uint8_t datatypeID = m_state->m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed);
+        if (datatypeID != D_NONE && m_state->m_familiesByID[datatypeID] == nullptr)
             report(
                 "resource " + std::to_string(resourceID) + " has the unknown datatype ID " +
                 std::to_string(datatypeID));
     }
-    for (const Family& family : m_families)
+    for (const DictionaryState::Family& family : m_state->m_families)
         family.m_inspector.verify(*family.m_dictionary, contents, report);
 }
 

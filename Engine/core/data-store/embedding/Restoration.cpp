@@ -2,7 +2,8 @@
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
-#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/DictionaryState.h"
+#include "core/data-store/embedding/UsageContexts.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
@@ -16,14 +17,14 @@ class Restoration::EndOfTransaction : private Unmovable {
 
 public:
 
-    explicit EndOfTransaction(Dictionary& dictionary) noexcept :
+    explicit EndOfTransaction(DictionaryState& dictionary) noexcept :
         m_dictionary(dictionary) { }
 
     ~EndOfTransaction() { m_dictionary.endTransaction(); }
 
 private:
 
-    Dictionary& m_dictionary;
+    DictionaryState& m_dictionary;
 };
 
 /// An ID whose datatype says that a thread is restoring it, so that no other thread writes its array entries; without a
@@ -33,7 +34,7 @@ class Restoration::ClaimedID : private Unmovable {
 public:
 
     /// @throws KavixException  the ID is restored or claimed already
-    ClaimedID(Dictionary& dictionary, uint64_t resourceID) :
+    ClaimedID(DictionaryState& dictionary, uint64_t resourceID) :
         m_datatypeID(dictionary.m_resourceDatatypeIDs[resourceID]) {
         uint8_t expected = D_NONE;
         // Acquire. Pairs with the release in the destructor: we see what a thread that gave the ID up did.
@@ -56,10 +57,11 @@ private:
 };
 
 Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByDatatypeID) :
-    m_dictionary(dictionary),
+    m_dictionary(*dictionary.m_state),
+    m_contexts(std::make_unique<UsageContexts>()),
     m_isRunning(false),
-    m_endOfResourceIDs(Dictionary::FIRST_RESOURCE_ID) {
-    if (m_dictionary.beginTransaction() != Dictionary::FIRST_RESOURCE_ID) {
+    m_endOfResourceIDs(DictionaryState::FIRST_RESOURCE_ID) {
+    if (m_dictionary.beginTransaction() != DictionaryState::FIRST_RESOURCE_ID) {
         m_dictionary.endTransaction();
         Errors::throwDictionaryNotEmpty();
     }
@@ -68,14 +70,14 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
     for (uint64_t& count : countsByDatatypeID)
         count = std::min(count, m_dictionary.m_maxResourceID);
     try {
-        for (const Dictionary::Family& family : m_dictionary.m_families)
+        for (const DictionaryState::Family& family : m_dictionary.m_families)
             family.m_dictionary->restoreEmpty(countsByDatatypeID);
     }
     catch (...) {
         // A table that could not be sized has no buckets. If not even the smallest ones can be had, that error goes
         // out.
         const EndOfTransaction end(m_dictionary);
-        for (const Dictionary::Family& family : m_dictionary.m_families)
+        for (const DictionaryState::Family& family : m_dictionary.m_families)
             family.m_dictionary->initialize(m_dictionary.m_maxResourceID, 0);
         throw;
     }
@@ -99,14 +101,15 @@ void Restoration::restore(uint64_t resourceID, std::string_view lexicalForm, uin
 void Restoration::restore(uint64_t resourceID, const ResourceValue& value) {
     if (!m_isRunning)
         Errors::throwTransactionHasEnded();
-    if (resourceID < Dictionary::FIRST_RESOURCE_ID || resourceID >= m_dictionary.m_maxResourceID)
-        Errors::throwResourceIDOutOfRange(resourceID, Dictionary::FIRST_RESOURCE_ID, m_dictionary.m_maxResourceID - 1);
-    const Dictionary::Family& family = m_dictionary.getFamily(value.datatypeID);
+    if (resourceID < DictionaryState::FIRST_RESOURCE_ID || resourceID >= m_dictionary.m_maxResourceID)
+        Errors::throwResourceIDOutOfRange(
+            resourceID, DictionaryState::FIRST_RESOURCE_ID, m_dictionary.m_maxResourceID - 1);
+    const DictionaryState::Family& family = m_dictionary.getFamily(value.datatypeID);
     family.m_inspector.checkBinaryValue(value);
     ThreadSlots::ensureSlot();
     m_dictionary.m_resourceDatatypeIDs.ensureEndAtLeast(resourceID + 1);
     const ClaimedID claimedID(m_dictionary, resourceID);
-    family.m_dictionary->restoreResource(&m_contexts[s_currentThreadContextIndex], resourceID, value);
+    family.m_dictionary->restoreResource(&m_contexts->getOwn(), resourceID, value);
     const uint64_t foundResourceID =
         family.m_dictionary->tryResolveResource(Dictionary::EVERYTHING.toVisibility(), value);
     if (foundResourceID != resourceID)

@@ -1,19 +1,19 @@
 #pragma once
 
-#include "core/data-store/dictionary/DictionaryUsageContext.h"
 #include "core/data-store/dictionary/ResourceValue.h"
-#include "core/platform/collections/ThreadContext.h"
 #include "core/platform/system/Unmovable.h"
 
-#include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <vector>
 
 namespace kavix {
 
 class Dictionary;
+class DictionaryState;
+struct UsageContexts;
 
 /// Rebuilds a dictionary from a record of earlier resolutions: each value gets the resource ID that it had.
 /// It acts like a transaction: nobody else writes meanwhile, and unless it is finished everything is taken back.
@@ -49,10 +49,10 @@ private:
     class EndOfTransaction;
     class ClaimedID;
 
-    Dictionary& m_dictionary;
+    DictionaryState& m_dictionary;
+    const std::unique_ptr<UsageContexts> m_contexts; // before the transaction begins: allocating them may fail
     bool m_isRunning;
-    std::atomic<uint64_t> m_endOfResourceIDs; // behind the highest ID restored
-    std::array<DictionaryUsageContext, NUMBER_OF_THREAD_SLOTS> m_contexts; // each used by the thread that has the slot
+    std::atomic<uint64_t> m_endOfResourceIDs; // one past the highest ID restored
 };
 
 }

@@ -1,6 +1,7 @@
 #include "core/data-store/embedding/Transaction.h"
 
-#include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/DictionaryState.h"
+#include "core/data-store/embedding/UsageContexts.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
@@ -10,8 +11,9 @@
 namespace kavix {
 
 Transaction::Transaction(Dictionary& dictionary) :
-    m_dictionary(dictionary),
-    m_firstResourceID(dictionary.beginTransaction()),
+    m_dictionary(*dictionary.m_state),
+    m_contexts(std::make_unique<UsageContexts>()),
+    m_firstResourceID(m_dictionary.beginTransaction()),
     m_isRunning(true) { }
 
 Transaction::~Transaction() {
@@ -23,7 +25,7 @@ DictionaryUsageContext& Transaction::getOwnContext() {
     if (!m_isRunning) [[unlikely]]
         Errors::throwTransactionHasEnded();
     ThreadSlots::ensureSlot();
-    return m_contexts[s_currentThreadContextIndex];
+    return m_contexts->getOwn();
 }
 
 uint64_t Transaction::resolve(std::string_view lexicalForm, uint8_t datatypeID) {

@@ -1,19 +1,20 @@
 #pragma once
 
-#include "core/data-store/dictionary/DictionaryUsageContext.h"
 #include "core/data-store/dictionary/Literal.h"
 #include "core/data-store/dictionary/ResourceValue.h"
-#include "core/platform/collections/ThreadContext.h"
 #include "core/platform/system/Unmovable.h"
 
-#include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string_view>
 
 namespace kavix {
 
 class Dictionary;
+class DictionaryState;
+struct DictionaryUsageContext;
+struct UsageContexts;
 
 /// A writing transaction: what it enters becomes visible to new snapshots all at once with commit(), or is taken back.
 /// One at a time for each dictionary; any number of threads may enter values through it, each with a usage context of
@@ -30,6 +31,7 @@ public:
 
     /// Begins a transaction.
     /// @throws KavixException  another transaction runs, or the dictionary is being restored or compacted
+    /// @throws std::bad_alloc  there is no memory for the usage contexts (16 KiB, which the budget does not count)
     explicit Transaction(Dictionary& dictionary);
 
     /// Rolls back unless committed. The thread must have a thread slot or be able to get one, as the one that began the
@@ -76,10 +78,10 @@ private:
 
     DictionaryUsageContext& getOwnContext();
 
-    Dictionary& m_dictionary;
+    DictionaryState& m_dictionary;
+    const std::unique_ptr<UsageContexts> m_contexts; // before the transaction begins: allocating them may fail
     const uint64_t m_firstResourceID;
     bool m_isRunning;
-    std::array<DictionaryUsageContext, NUMBER_OF_THREAD_SLOTS> m_contexts; // each used by the thread that has the slot
 };
 
 }

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "core/data-store/dictionary/ResourceValue.h"
+#include "core/data-store/inspection/ProblemReport.h"
+#include "core/data-store/inspection/TableStatistics.h"
 #include "core/platform/system/Unmovable.h"
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <span>
-#include <string>
 #include <vector>
 
 namespace kavix {
@@ -15,9 +15,6 @@ namespace kavix {
 class DictionaryDatatype;
 class DictionaryDatatypeFactory;
 class InputStream;
-
-/// Takes the description of one problem, a clause without a full stop. It may throw to end the search.
-using ProblemReport = std::function<void(std::string&& problem)>;
 
 /// What an image may ask for.
 struct ImageLimits {
@@ -34,18 +31,6 @@ struct StoreContents {
     const std::atomic<uint8_t>* m_resourceDatatypeIDs;
     const uint8_t* m_dataPoolBase;
     uint64_t m_dataPoolEnd;
-};
-
-/// The state of one table. A probe length is the number of buckets that finding a value takes: at least 1.
-struct TableStatistics {
-    uint8_t m_datatypeID;
-    uint64_t m_numberOfBuckets;
-    uint64_t m_liveBuckets;
-    uint64_t m_deletedBuckets;
-    uint64_t m_reservedBuckets;
-    uint64_t m_committedBytes;
-    uint64_t m_totalProbeLength; // over all live buckets
-    uint64_t m_maxProbeLength;
 };
 
 /// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its

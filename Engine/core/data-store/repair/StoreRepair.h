@@ -3,7 +3,7 @@
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
-#include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/data-store/inspection/ProblemReport.h"
 #include "core/data-store/repair/DamagedStore.h"
 #include "core/platform/system/Unmovable.h"
 

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace kavix {
+
+/// Takes the description of one problem, a clause without a full stop. It may throw to end the search.
+using ProblemReport = std::function<void(std::string&& problem)>;
+
+}
