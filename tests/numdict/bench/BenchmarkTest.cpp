@@ -2,8 +2,8 @@
 
 #include "numdict/JSONKeys.h"
 #include "numdict/ProgramRunner.h"
-#include "numdict/bench/PlainReading.h"
 #include "numdict/console/Failures.h"
+#include "numdict/input/PlainReading.h"
 #include "numdict/literals/LiteralGenerator.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
 #include "numdict/console/Sizes.h"
-#include "numdict/console/ProgressDisplay.h"
 
 #include <gtest/gtest.h>
 
@@ -66,10 +65,4 @@ TEST(Sizes, PeopleGetRoundFigures) {
     EXPECT_EQ(formatDuration(59.9), "59.9 s");
     EXPECT_EQ(formatDuration(185), "3 min 5 s");
     EXPECT_EQ(formatDuration(7500), "2 h 5 min");
-}
-
-TEST(ProgressDisplay, TheTimeLeftIsToldWhereTheTotalIsKnown) {
-    EXPECT_EQ(formatProgress(1 << 20, 4 << 20, 1000, 10), "1.0 MiB, 25.0%, 1,000 literals, 100/s, 30.0 s left");
-    EXPECT_EQ(formatProgress(1 << 20, 0, 1000, 10), "1.0 MiB, 1,000 literals, 100/s");
-    EXPECT_EQ(formatProgress(0, 100, 0, 0), "0 bytes, 0.0%, 0 literals");
 }

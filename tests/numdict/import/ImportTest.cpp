@@ -341,7 +341,8 @@ TEST(RejectedExamples, TheSmallestTenAreKeptWhateverTheOrder) {
     RejectedExamples first;
     RejectedExamples second;
     for (uint64_t line = 40; line > 0; --line)
-        (line % 3 == 0 ? first : second).add(RejectedExample{line % 2, line, "", 0, Rejection::MALFORMED, ""});
+        (line % 3 == 0 ? first : second)
+            .add(RejectedExample{line % 2, line, "", D_XSD_INT, LexicalFormStatus::MALFORMED, ""});
     first.add(std::move(second));
     const std::vector<RejectedExample> examples = first.takeAll();
     ASSERT_EQ(examples.size(), 10u);

@@ -2,15 +2,15 @@
 
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/embedding/Transaction.h"
-#include "numdict/bench/PlainReading.h"
 #include "numdict/console/Failures.h"
 #include "numdict/console/WorkerThreads.h"
 #include "numdict/import/Import.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/LineReader.h"
+#include "numdict/input/PlainReading.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/TurtleReader.h"
-#include "numdict/literals/NumericNames.h"
+#include "numdict/literals/Datatypes.h"
 #include "numdict/stores/StoreFile.h"
 
 #include <fmt/format.h>
@@ -21,6 +21,7 @@
 #include <chrono>
 #include <memory>
 #include <span>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -43,16 +44,15 @@ public:
 
     bool receive(const Statement& statement, const StatementContext&) override {
         ++m_statements;
-        if (statement.m_object->type != SERD_LITERAL || statement.m_datatypeIRI.empty())
+        if (!statement.hasTypedLiteral())
             return true;
-        const size_t datatype = findNumericDatatype(statement.m_datatypeIRI);
-        if (datatype == NO_NUMERIC_DATATYPE)
+        const uint8_t datatypeID = findNumericDatatype(statement.m_datatypeIRI);
+        if (datatypeID == D_NONE)
             return true;
         ++m_literals;
+        const std::string_view lexicalForm = statement.getLexicalForm();
         ResourceValue value;
-        if (tryParseNumericValue(
-                NUMERIC_NAMES[datatype].m_datatypeID, reinterpret_cast<const char*>(statement.m_object->buf),
-                statement.m_object->n_bytes, value) != LexicalFormStatus::VALID)
+        if (tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value) != LexicalFormStatus::VALID)
             return true;
         ++m_accepted;
         if (m_keptValues == m_maximumNumberOfValues)

@@ -4,6 +4,7 @@
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/console/WorkerThreads.h"
 #include "numdict/stores/MemoryBudget.h"
 
 #include <fmt/format.h>

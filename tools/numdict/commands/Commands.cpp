@@ -3,8 +3,8 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/Limits.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/stores/Limits.h"
 
 #include <fmt/format.h>
 

@@ -2,11 +2,11 @@
 #include "core/platform/stream/ReplacingFile.h"
 #include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/OutputFile.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
 #include "numdict/input/LineList.h"
 #include "numdict/literals/LiteralDescription.h"
+#include "numdict/stores/OutputFile.h"
 #include "numdict/stores/ResourceRecord.h"
 
 #include <fmt/format.h>

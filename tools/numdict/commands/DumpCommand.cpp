@@ -1,7 +1,8 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/OutputFile.h"
+#include "numdict/console/StandardOutput.h"
+#include "numdict/stores/OutputFile.h"
 #include "numdict/stores/ResourceRecord.h"
 
 #include <fmt/format.h>

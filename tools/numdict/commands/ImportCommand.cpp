@@ -4,6 +4,7 @@
 #include "numdict/console/Failures.h"
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/console/WorkerThreads.h"
 #include "numdict/import/Import.h"
 #include "numdict/import/ReportPrinter.h"
 #include "numdict/input/InputFiles.h"
@@ -118,7 +119,7 @@ int runImportCommand(const ImportCommand& command) {
         Import import(*dictionary, std::move(options), progress);
         std::optional<ProgressDisplay> display;
         if (!command.m_isQuiet)
-            display.emplace(progress);
+            display.emplace([&progress](double seconds) { return progress.describe(seconds); });
         report = import.run();
     }
     std::exception_ptr failure;

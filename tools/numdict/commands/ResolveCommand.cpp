@@ -1,11 +1,10 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/OutputFile.h"
 #include "numdict/console/StandardOutput.h"
 #include "numdict/input/LineList.h"
 #include "numdict/literals/LiteralDescription.h"
-#include "numdict/literals/NumericNames.h"
+#include "numdict/stores/OutputFile.h"
 #include "numdict/stores/ResourceRecord.h"
 
 #include <nlohmann/json.hpp>

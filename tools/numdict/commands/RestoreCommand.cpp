@@ -6,7 +6,7 @@
 #include "numdict/console/Failures.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/StandardOutput.h"
-#include "numdict/input/InputFiles.h"
+#include "numdict/console/WorkerThreads.h"
 #include "numdict/stores/MemoryBudget.h"
 #include "numdict/stores/RecordReader.h"
 

@@ -1,7 +1,7 @@
 #include "numdict/commands/StoreCommands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/OutputFile.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/stores/OutputFile.h"
 #include "numdict/stores/StoreStatistics.h"
 
 namespace kavix::numdict {

@@ -4,11 +4,11 @@
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/system/HugePages.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/Limits.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/LineReader.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/TurtleReader.h"
+#include "numdict/stores/Limits.h"
 
 #include <fmt/format.h>
 
@@ -223,9 +223,9 @@ ImportReport Import::run() {
     if (m_rejectedStatements)
         m_rejectedStatements->finish();
     const std::array<uint64_t, 256> distinctValues = m_dictionary.countResourcesByDatatypeID();
-    for (size_t index = 0; index < counts.m_datatypes.size(); ++index) {
-        counts.m_datatypes[index].m_distinctValues = distinctValues[NUMERIC_NAMES[index].m_datatypeID];
-        report.m_total.add(counts.m_datatypes[index]);
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        counts.m_datatypes[datatypeID].m_distinctValues = distinctValues[datatypeID];
+        report.m_total.add(counts.m_datatypes[datatypeID]);
     }
     report.m_datatypes = counts.m_datatypes;
     report.m_files = std::move(counts.m_files);

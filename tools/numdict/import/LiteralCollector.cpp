@@ -76,7 +76,7 @@ void LiteralCollector::takeBackCounts(size_t numberOfValues) {
     while (index != numberOfValues && m_dictionary.tryResolve(m_values[index]) != 0)
         ++index;
     for (; index != numberOfValues; ++index) {
-        DatatypeCounts& counts = m_counts.m_datatypes[getNumericIndex(m_values[index].datatypeID)];
+        DatatypeCounts& counts = m_counts.m_datatypes[m_values[index].datatypeID];
         --counts.m_accepted;
         counts.m_nonCanonical -= m_areNonCanonical[index];
     }
@@ -94,25 +94,23 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
     if (m_shouldStop.load(std::memory_order_relaxed))
         return false;
     ++m_counts.m_files[m_fileIndex].m_statements;
-    if (statement.m_object->type != SERD_LITERAL || statement.m_datatypeIRI.empty())
+    if (!statement.hasTypedLiteral())
         return true;
-    const size_t datatype = findNumericDatatype(statement.m_datatypeIRI);
-    if (datatype == NO_NUMERIC_DATATYPE)
+    const uint8_t datatypeID = findNumericDatatype(statement.m_datatypeIRI);
+    if (datatypeID == D_NONE)
         return true;
-    DatatypeCounts& counts = m_counts.m_datatypes[datatype];
+    DatatypeCounts& counts = m_counts.m_datatypes[datatypeID];
     ++counts.m_literals;
     if (++m_unpublishedLiterals == PUBLISHING_INTERVAL) {
         m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
         m_unpublishedLiterals = 0;
     }
-    const std::string_view writtenForm(
-        reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+    const std::string_view writtenForm = statement.getLexicalForm();
     const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm) : writtenForm;
-    const uint8_t datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
     ResourceValue& value = m_values[m_numberOfValues];
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)
-        return reject(statement, context, datatype, toRejection(status), lexicalForm);
+        return reject(statement, context, datatypeID, status, lexicalForm);
     const bool isCanonical = lexicalForm.size() == writtenForm.size() &&
                              isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
     ++counts.m_accepted;
@@ -124,18 +122,16 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
 }
 
 bool LiteralCollector::reject(
-    const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection,
+    const Statement& statement, const StatementContext& context, uint8_t datatypeID, LexicalFormStatus reason,
     std::string_view lexicalForm) {
     if (m_options.m_isStrict)
         enterValues(); // what comes before may reach a limit, and then this literal is not reached
-    ++m_counts.m_datatypes[datatype].m_rejected[static_cast<size_t>(rejection)];
+    ++m_counts.m_datatypes[datatypeID].m_rejected[reason];
     const uint64_t line = context.getLine();
-    if (m_counts.m_examples.wants(datatype, rejection, m_fileIndex, line)) {
-        const std::string_view writtenForm(
-            reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+    if (m_counts.m_examples.wants(datatypeID, reason, m_fileIndex, line)) {
         m_counts.m_examples.add(RejectedExample{
-            m_fileIndex, line, makeTurtleString(writtenForm) + "^^" + getNumericName(datatype), datatype, rejection,
-            getRejectionMessage(NUMERIC_NAMES[datatype].m_datatypeID, lexicalForm)});
+            m_fileIndex, line, makeTurtleString(statement.getLexicalForm()) + "^^" + getDatatypeName(datatypeID),
+            datatypeID, reason, getRejectionMessage(datatypeID, lexicalForm)});
     }
     if (m_rejectedStatements != nullptr) {
         if (!m_statementWriter)

@@ -70,7 +70,7 @@ private:
     void handOverRejectedStatements();
 
     bool reject(
-        const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection,
+        const Statement& statement, const StatementContext& context, uint8_t datatypeID, LexicalFormStatus reason,
         std::string_view lexicalForm);
 
     const Dictionary& m_dictionary;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
-
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -12,13 +10,17 @@ namespace kavix::numdict {
 
 /// The bytes of a file or of standard input ("-"). gzip is recognised by its first two bytes and unpacked, with any
 /// number of members; zero padding behind the last member is ignored. Used by one thread at a time.
-class ByteSource : private Unmovable {
+class ByteSource {
 
 public:
 
     /// @param fileBytesRead  grows by what is read from the file, before unpacking; any thread may watch it
     /// @throws InputFailure  the file cannot be opened
     ByteSource(const std::string& path, std::atomic<uint64_t>& fileBytesRead);
+
+    ByteSource(const ByteSource&) = delete;
+
+    ByteSource& operator=(const ByteSource&) = delete;
 
     ~ByteSource();
 

@@ -8,13 +8,8 @@
 #include <filesystem>
 #include <optional>
 #include <system_error>
-#include <thread>
 
 namespace kavix::numdict {
-
-unsigned getNumberOfProcessors() noexcept {
-    return std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
-}
 
 std::vector<InputFile> makeInputFiles(
     const std::string& command, const std::vector<std::string>& paths, const std::string& formatName) {

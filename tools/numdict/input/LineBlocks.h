@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
 #include "numdict/console/Failures.h"
 #include "numdict/input/ByteSource.h"
 
@@ -25,7 +24,7 @@ struct LineBlock {
 /// A file in a line format, cut into blocks at line ends, each with its first line number. Any number of threads take
 /// blocks in turns, which works alike for files, pipes and gzip: the cutting, and the unpacking, is done by
 /// whoever is free. A byte order mark at the start is overwritten with spaces, so that columns stay right.
-class LineBlocks : private Unmovable {
+class LineBlocks {
 
 public:
 
@@ -36,6 +35,10 @@ public:
 
     /// The file is opened by the first next().
     LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, size_t blockSize = DEFAULT_BLOCK_SIZE);
+
+    LineBlocks(const LineBlocks&) = delete;
+
+    LineBlocks& operator=(const LineBlocks&) = delete;
 
     /// Fetches the next block, or returns false at the end. Thread-safe.
     /// @throws InputFailure  the file cannot be read on; thrown once, with the line, after the last good block

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
 #include "numdict/input/LineBlocks.h"
 #include "numdict/input/RDFFormat.h"
 #include "numdict/input/SerdHandles.h"
@@ -28,12 +27,16 @@ struct LineBlockResult {
 /// where a NUL stands, until a statement is passed that provably fills its line; then the NUL moves behind the next
 /// line. Where anything is unusual it stays. So the parser never sees more than the line that getLine() tells; and a
 /// line that it finds fault with is read again, alone, to learn what a line by itself has.
-class LineReader final : private StatementContext, private Unmovable {
+class LineReader final : private StatementContext {
 
 public:
 
     /// @param blankPrefix  put before the labels of blank nodes, which mean something in their own file only
     LineReader(RDFFormat format, const std::string& baseIRI, std::string blankPrefix, StatementSink& sink);
+
+    LineReader(const LineReader&) = delete;
+
+    LineReader& operator=(const LineReader&) = delete;
 
     ~LineReader();
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <serd/serd.h>
-
 #include <cstdint>
 #include <optional>
 #include <string_view>

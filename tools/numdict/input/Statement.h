@@ -39,7 +39,15 @@ struct Statement {
     const SerdNode* m_object;
     const SerdNode* m_datatype;
     const SerdNode* m_language;
-    std::string_view m_datatypeIRI; // expanded; empty where there is no datatype
+    std::string_view m_datatypeIRI; // expanded; empty if there is no datatype
+
+    /// Whether the object is a literal with a datatype.
+    bool hasTypedLiteral() const noexcept { return m_object->type == SERD_LITERAL && !m_datatypeIRI.empty(); }
+
+    /// The lexical form of the object, which is a literal.
+    std::string_view getLexicalForm() const noexcept {
+        return std::string_view(reinterpret_cast<const char*>(m_object->buf), m_object->n_bytes);
+    }
 };
 
 /// Takes the statements of a file in their order.

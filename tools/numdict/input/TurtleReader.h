@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/RDFFormat.h"
 #include "numdict/input/SerdHandles.h"
@@ -22,13 +21,17 @@ namespace kavix::numdict {
 ///
 /// The parser tells no positions of statements. It is fed byte by byte, from a buffer of ours, so at any moment we know
 /// how far it has read: always one byte beyond what it has understood.
-class TurtleReader final : private StatementContext, private Unmovable {
+class TurtleReader final : private StatementContext {
 
 public:
 
     TurtleReader(
         ByteSource& source, RDFFormat format, const std::string& baseIRI, const std::string& blankPrefix,
         StatementSink& sink);
+
+    TurtleReader(const TurtleReader&) = delete;
+
+    TurtleReader& operator=(const TurtleReader&) = delete;
 
     ~TurtleReader();
 

@@ -1,6 +1,6 @@
 #include "numdict/literals/TurtleLiteral.h"
 
-#include "core/data-store/dictionary/DatatypeIRIs.h"
+#include "numdict/literals/Datatypes.h"
 
 #include <array>
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 4> PREFIXES{{
     {"xsd:", XSD_NAMESPACE},
-    {"rdf:", "http://www.w3.org/1999/02/22-rdf-syntax-ns#"},
+    {"rdf:", RDF_NAMESPACE},
     {"rdfs:", "http://www.w3.org/2000/01/rdf-schema#"},
     {"owl:", "http://www.w3.org/2002/07/owl#"},
 }};
@@ -231,7 +231,7 @@ private:
                    (isLetter(m_text[m_next + 1]) || isDigit(m_text[m_next + 1])))
                 for (++m_next; isLetter(peek()) || isDigit(peek());)
                     ++m_next;
-            m_literal.m_datatypeIRI = "http://www.w3.org/1999/02/22-rdf-syntax-ns#langString";
+            m_literal.m_datatypeIRI = std::string(RDF_NAMESPACE) + "langString";
         }
         else
             m_literal.m_datatypeIRI = std::string(XSD_NAMESPACE) + "string";

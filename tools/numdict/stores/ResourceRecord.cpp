@@ -1,9 +1,8 @@
 #include "numdict/stores/ResourceRecord.h"
 
-#include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "numdict/literals/Datatypes.h"
 #include "numdict/literals/LiteralDescription.h"
-#include "numdict/literals/NumericNames.h"
 #include "numdict/literals/TurtleLiteral.h"
 
 #include <fmt/format.h>
@@ -84,13 +83,13 @@ std::variant<ResourceRecord, std::string> makeRecord(
     if (const auto* error = std::get_if<TurtleLiteralError>(&parsed))
         return fmt::format("'{}' is no Turtle literal: {}", literal, error->m_message);
     const TurtleLiteral& turtle = std::get<TurtleLiteral>(parsed);
-    const size_t index = findNumericDatatype(turtle.m_datatypeIRI);
-    if (index == NO_NUMERIC_DATATYPE || tryParseNumericValue(
-                                            NUMERIC_NAMES[index].m_datatypeID, turtle.m_lexicalForm.data(),
-                                            turtle.m_lexicalForm.size(), record.m_value) != LexicalFormStatus::VALID)
+    const uint8_t datatypeID = findNumericDatatype(turtle.m_datatypeIRI);
+    if (datatypeID == D_NONE ||
+        tryParseNumericValue(datatypeID, turtle.m_lexicalForm.data(), turtle.m_lexicalForm.size(), record.m_value) !=
+            LexicalFormStatus::VALID)
         return describeLiteral(literal).m_message;
-    if (datatype != getNumericName(index))
-        return fmt::format("the literal {} is of datatype {}, not '{}'", literal, getNumericName(index), datatype);
+    if (const std::string name = getDatatypeName(datatypeID); name != datatype)
+        return fmt::format("the literal {} is of datatype {}, not '{}'", literal, name, datatype);
     return record;
 }
 
@@ -166,17 +165,16 @@ void RecordWriter::appendCells(
 }
 
 void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value, std::string& text) const {
-    const size_t index = getNumericIndex(value.datatypeID);
     const fmt::format_int id(resourceID);
     const std::string_view idText(id.data(), id.size());
     switch (m_format) {
     case RecordFormat::TEXT:
-        appendCells(idText, getNumericName(index), formatTurtleLiteral(value), text);
+        appendCells(idText, getDatatypeName(value.datatypeID), formatTurtleLiteral(value), text);
         break;
     case RecordFormat::CSV:
         text += idText;
         text += ',';
-        text += getNumericName(index);
+        text += getDatatypeName(value.datatypeID);
         text += ',';
         if (const std::string literal = formatTurtleLiteral(value); literal.starts_with('"'))
             appendQuoted(literal, "\"\"", text);
@@ -187,7 +185,7 @@ void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value,
         text += "{\"id\":";
         text += idText;
         text += ",\"datatype\":\"";
-        text += getNumericName(index);
+        text += getDatatypeName(value.datatypeID);
         text += "\",\"literal\":";
         appendQuoted(formatTurtleLiteral(value), "\\\"", text);
         text += '}';
@@ -197,11 +195,12 @@ void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value,
         const size_t length = writeNumericLexicalForm(value.datatypeID, value.data, lexicalForm);
         text += "<urn:kavix:resource:";
         text += idText;
-        text += "> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> \"";
+        text += "> <";
+        text += RDF_NAMESPACE;
+        text += "value> \"";
         text.append(lexicalForm, length);
         text += "\"^^<";
-        text += XSD_NAMESPACE;
-        text += NUMERIC_NAMES[index].m_localName;
+        text += getDatatypeIRI(value.datatypeID);
         text += "> .";
         break;
     }

@@ -5,7 +5,9 @@
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
+#include "numdict/console/ByteProgress.h"
 #include "numdict/console/Failures.h"
+#include "numdict/stores/CountingStreams.h"
 #include "numdict/stores/MemoryBudget.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "core/data-store/embedding/Dictionary.h"
-#include "numdict/console/ByteProgress.h"
 
 #include <cstdint>
 #include <memory>

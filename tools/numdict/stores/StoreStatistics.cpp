@@ -106,7 +106,7 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
                                     ? DecimalRecord<unsigned int>::SIZE
                                     : DecimalRecord<unsigned long>::SIZE;
     for (const TableStatistics& table : dictionary.getTableStatistics()) {
-        DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(table.m_datatypeID)];
+        DatatypeStatistics& datatype = statistics.m_datatypes[table.m_datatypeID];
         datatype.m_table = table;
         const uint64_t bytesPerResource =
             sizeof(uint64_t) + sizeof(uint8_t) + (table.m_datatypeID == D_XSD_DECIMAL ? recordSize : 0);
@@ -122,7 +122,7 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
         const bool isDecimal = datatypeID == D_XSD_DECIMAL;
         const XSDDecimal number =
             isDecimal ? value.getBinaryValue<XSDDecimal>() : XSDDecimal(value.getBinaryValue<int64_t>());
-        DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(datatypeID)];
+        DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
         if (!datatype.m_minimum || number < *datatype.m_minimum)
             datatype.m_minimum = number;
         if (!datatype.m_maximum || number > *datatype.m_maximum)
@@ -146,8 +146,8 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
          "minimum", "maximum"});
     TableStatistics total{};
     const auto count = [isForPeople](uint64_t value) { return formatCountFor(isForPeople, value); };
-    for (size_t index = 0; index < statistics.m_datatypes.size(); ++index) {
-        const DatatypeStatistics& datatype = statistics.m_datatypes[index];
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        const DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
         const TableStatistics& buckets = datatype.m_table;
         total.m_liveBuckets += buckets.m_liveBuckets;
         total.m_deletedBuckets += buckets.m_deletedBuckets;
@@ -156,7 +156,7 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
         total.m_totalProbeLength += buckets.m_totalProbeLength;
         total.m_maxProbeLength = std::max(total.m_maxProbeLength, buckets.m_maxProbeLength);
         table.addRow(
-            {getNumericName(index), count(buckets.m_liveBuckets), count(buckets.m_deletedBuckets),
+            {getDatatypeName(datatypeID), count(buckets.m_liveBuckets), count(buckets.m_deletedBuckets),
              count(buckets.m_reservedBuckets), count(buckets.m_numberOfBuckets),
              fmt::format("{:.3f}", datatype.getLoad()), formatBytesFor(isForPeople, buckets.m_committedBytes),
              fmt::format("{:.2f}", datatype.getMeanProbeLength()), count(buckets.m_maxProbeLength),
@@ -195,9 +195,9 @@ std::string formatStatisticsAsJSON(
     object["store"] = path;
     object["idWidth"] = static_cast<unsigned>(dictionary.getResourceIDWidth());
     object["values"] = statistics.m_values;
-    for (size_t index = 0; index < statistics.m_datatypes.size(); ++index) {
-        const DatatypeStatistics& datatype = statistics.m_datatypes[index];
-        nlohmann::ordered_json& item = object["datatypes"][getNumericName(index)];
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        const DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
+        nlohmann::ordered_json& item = object["datatypes"][getDatatypeName(datatypeID)];
         item["live"] = datatype.m_table.m_liveBuckets;
         item["deleted"] = datatype.m_table.m_deletedBuckets;
         item["reserved"] = datatype.m_table.m_reservedBuckets;

@@ -3,7 +3,7 @@
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/numbers/XSDDecimal.h"
-#include "numdict/literals/NumericNames.h"
+#include "numdict/literals/Datatypes.h"
 
 #include <array>
 #include <cstdint>
@@ -27,7 +27,7 @@ struct DatatypeStatistics {
 };
 
 struct StoreStatistics {
-    std::array<DatatypeStatistics, NUMBER_OF_NUMERIC_DATATYPES> m_datatypes{}; // as NUMERIC_NAMES
+    ByDatatype<DatatypeStatistics> m_datatypes;
     std::array<uint64_t, XSDDecimal::MAX_FRACTION_DIGITS + 1> m_fractionDigits{}; // of decimals: how many have as many
     uint64_t m_values = 0;
     uint64_t m_sharedNumbers = 0; // numbers that are values of more than one datatype

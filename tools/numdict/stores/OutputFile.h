@@ -9,9 +9,6 @@
 
 namespace kavix::numdict {
 
-/// Whether standard output is read by somebody who sees it.
-bool isStandardOutputTerminal();
-
 /// Where a command writes its result: standard output, or a file that appears whole or not at all.
 class OutputFile : private Unmovable {
 

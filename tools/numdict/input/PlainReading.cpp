@@ -1,4 +1,4 @@
-#include "numdict/bench/PlainReading.h"
+#include "numdict/input/PlainReading.h"
 
 #include "numdict/console/WorkerThreads.h"
 #include "numdict/input/ByteSource.h"

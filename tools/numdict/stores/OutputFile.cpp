@@ -1,14 +1,8 @@
-#include "numdict/console/OutputFile.h"
+#include "numdict/stores/OutputFile.h"
 
 #include "numdict/console/StandardOutput.h"
 
-#include <unistd.h>
-
 namespace kavix::numdict {
-
-bool isStandardOutputTerminal() {
-    return ::isatty(STDOUT_FILENO) == 1;
-}
 
 OutputFile::OutputFile(const std::string& path) {
     if (path != "-")
