@@ -33,7 +33,7 @@ BenchmarkReport runOnFiles(std::vector<InputFile> files, uint64_t memoryBytes = 
     options.m_files = std::move(files);
     options.m_numbersOfThreads = {1, 3};
     options.m_repetitions = 2;
-    options.m_memoryBytes = memoryBytes;
+    options.m_dictionaryOptions.memoryBudgetBytes = memoryBytes / 2;
     return runBenchmark(options, [](const std::string&) {});
 }
 
@@ -172,7 +172,7 @@ TEST(Benchmark, ExitCodesTellWhatHappened) {
         {"strange memory", "bench --memory lots " + good, 2, "512M"},
         {"too little memory for an empty dictionary", "bench --memory 10K " + good + quick, 3, "--memory"},
         {"too little memory for the values",
-         "bench --memory 450K " + directory.write("many.nt", makeStatements(1, 5000)) + quick, 3, "a half of --memory"},
+         "bench --memory 450K " + directory.write("many.nt", makeStatements(1, 5000)) + quick, 3, "half of --memory"},
         {"a full disk", "bench" + quick + good + " > /dev/full", 4, "standard output"},
     };
     for (const ExpectedEnd& row : rows)

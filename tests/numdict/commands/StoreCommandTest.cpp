@@ -27,7 +27,7 @@ TEST(StoreCommands, ExitCodesTellWhatHappened) {
         {"resolve nothing", "resolve " + store, 2, "--file"},
         {"resolve without store", "resolve", 2, "STORE"},
         {"resolve in no store", "resolve " + missing + " 5", 2, "there is no store"},
-        {"resolve in a directory", "resolve /tmp 5", 2, "is no file"},
+        {"resolve in a directory", "resolve /tmp 5", 2, "is not a regular file"},
         {"resolve in a damaged store", "resolve " + damaged + " 5", 4, "cannot be opened"},
         {"resolve with too little memory", "resolve --memory 10K " + store + " 5", 3, "--memory"},
         {"resolve with strange memory", "resolve --memory lots " + store + " 5", 2, "512M"},
@@ -63,7 +63,7 @@ TEST(StoreCommands, ExitCodesTellWhatHappened) {
         {"check well", "check " + store, 0, ""},
         {"check a damaged store", "check " + damaged, 1, ""},
         {"check no store", "check " + records, 1, ""},
-        {"check an empty file", "check /dev/null", 2, "is no file"},
+        {"check an empty file", "check /dev/null", 2, "is not a regular file"},
         {"check a missing one", "check " + missing, 2, "there is no store"},
         {"repair without target", "check --repair " + store, 2, "-o"},
         {"target without repair", "check -o " + missing + " " + store, 2, "--repair"},
@@ -98,17 +98,17 @@ TEST(StoreCommands, ResolveAnswersEachLiteralWithALine) {
     EXPECT_EQ(
         result.m_output, "1\txsd:integer\t5\n"
                          "4\txsd:decimal\t-0.25\n"
-                         "-\txsd:int\t\"6\"^^xsd:int\tnot in the store\n"
+                         "-\txsd:int\t\"6\"^^xsd:int\tnot found\n"
                          "-\txsd:byte\t\"300\"^^xsd:byte\tValue '300' is not in the range of datatype xsd:byte.\n"
                          "6\txsd:int\t\"5\"^^xsd:int\n"
                          "3\txsd:decimal\t6.5\n"
-                         "-\t-\tnothing\tColumn 1: this is no Turtle literal: write a number, or a text in quotes such "
+                         "-\t-\tnothing\tColumn 1: not a Turtle literal: write a number, or a text in quotes such "
                          "as \"5\"^^xsd:int.\n");
     EXPECT_EQ(
         runProgram("resolve --json " + store + " 5 9 --file - < /dev/null").m_output,
         "{\"id\":1,\"datatype\":\"xsd:integer\",\"literal\":\"5\"}\n"
-        "{\"id\":null,\"datatype\":\"xsd:integer\",\"literal\":\"9\",\"reason\":\"absent\",\"message\":\"not in the "
-        "store\"}\n");
+        "{\"id\":null,\"datatype\":\"xsd:integer\",\"literal\":\"9\",\"reason\":\"absent\",\"message\":\"not "
+        "found\"}\n");
 }
 
 TEST(StoreCommands, GetAnswersEachIDWithALine) {
@@ -118,14 +118,14 @@ TEST(StoreCommands, GetAnswersEachIDWithALine) {
     EXPECT_EQ(
         runProgram("get " + store + " 6 77 x --file - < " + file).m_output,
         "6\txsd:int\t\"5\"^^xsd:int\n"
-        "77\t-\t-\tnot in the store\n"
-        "x\t-\t-\tthis is no resource ID, which is a number\n"
+        "77\t-\t-\tnot found\n"
+        "x\t-\t-\tnot a resource ID, which is a number\n"
         "8\txsd:negativeInteger\t\"-1\"^^xsd:negativeInteger\n"
         "7\txsd:unsignedByte\t\"255\"^^xsd:unsignedByte\n");
     EXPECT_EQ(
         runProgram("get --json " + store + " 3 77").m_output,
         "{\"id\":3,\"datatype\":\"xsd:decimal\",\"literal\":\"6.5\"}\n"
-        "{\"id\":77,\"datatype\":null,\"literal\":null,\"reason\":\"absent\",\"message\":\"not in the store\"}\n");
+        "{\"id\":77,\"datatype\":null,\"literal\":null,\"reason\":\"absent\",\"message\":\"not found\"}\n");
 }
 
 TEST(StoreCommands, DumpWritesEveryFormat) {
@@ -203,16 +203,16 @@ TEST(StoreCommands, AMalformedRecordIsShownWithItsLineAndNothingIsWritten) {
         const char* records;
         const char* errors;
     } rows[] = {
-        {"no ID", "1\txsd:int\t\"1\"^^xsd:int\nx\txsd:int\t\"2\"^^xsd:int\n", "records:2: 'x' is no resource ID"},
-        {"no literal", "1\txsd:int\thello\n", "records:1: 'hello' is no Turtle literal"},
+        {"no ID", "1\txsd:int\t\"1\"^^xsd:int\nx\txsd:int\t\"2\"^^xsd:int\n", "records:2: 'x' is not a resource ID"},
+        {"not a literal", "1\txsd:int\thello\n", "records:1: 'hello' is not a Turtle literal"},
         {"out of range", "\n\n1\txsd:byte\t\"300\"^^xsd:byte\n",
          "records:3: Value '300' is not in the range of datatype xsd:byte."},
         {"another datatype", "1\txsd:long\t\"1\"^^xsd:int\n",
          "records:1: the literal \"1\"^^xsd:int is of datatype xsd:int, not 'xsd:long'"},
         {"no numeric datatype", "1\txsd:string\t\"1\"\n", "records:1: xsd:string is not one of the numeric datatypes"},
-        {"wrong quotes", "1,xsd:int,\"\"1\"\"^^xsd:int\n", "records:1: this is no line of three fields"},
-        {"a field too much", "1,xsd:integer,5,6\n", "records:1: this is no line of three fields"},
-        {"no JSON", "{\"id\":1\n", "records:1: this is no JSON object"},
+        {"wrong quotes", "1,xsd:int,\"\"1\"\"^^xsd:int\n", "records:1: expected three comma-separated fields"},
+        {"a field too much", "1,xsd:integer,5,6\n", "records:1: expected three comma-separated fields"},
+        {"no JSON", "{\"id\":1\n", "records:1: not a JSON object"},
         {"a negative ID", "{\"id\":-1,\"datatype\":\"xsd:integer\",\"literal\":\"5\"}\n",
          "records:1: the object needs"},
         {"N-Triples", "<a> <b> 5 .\n", "records:1: N-Triples cannot be restored"},

@@ -283,9 +283,9 @@ TEST(LineReader, EachLineCountsByItself) {
         {"unclosed text", "<x:s> <x:p> \"6 .\n" + good, "2 5^^int\n1:17 the line ends in the middle of a statement\n"},
         {"a statement over two lines", "<x:s> <x:p>\n\"6\"^^<x:int> .\n" + good,
          "3 5^^int\n1:12 the line ends in the middle of a statement\n"},
-        {"no statement", "hello\n" + good, "2 5^^int\n1:1 this is no statement\n"},
+        {"no statement", "hello\n" + good, "2 5^^int\n1:1 not a statement\n"},
         {"a NUL byte", good + std::string("<x:s> <x:p> \0 .\n", 16) + good,
-         "1 5^^int\n3 5^^int\n2:13 a NUL byte: this is no text\n"},
+         "1 5^^int\n3 5^^int\n2:13 NUL byte: not a text file\n"},
         {"a relative IRI", "<s> <x:p> \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:3 missing IRI scheme\n"},
         {"invalid UTF-8", makeLine("\xff") + good, "2 5^^int\n1:15 invalid UTF-8 start 0xFF\n"},
         {"Turtle: prefixed name", "x:s <x:p> \"6\"^^<x:int> .\n" + good,
@@ -502,7 +502,7 @@ TEST(LineReader, ItStopsAtTheFirstErrorIfAsked) {
     } rows[] = {
         {"in the middle", "<x:s> <x:p> 5 .\n", "1 1^^int\n2:13 expected: ':', '<', or '_'\n"},
         {"unfinished", "<x:s> <x:p>\n", "1 1^^int\n2:12 the line ends in the middle of a statement\n"},
-        {"behind a statement", "<x:s> <x:p> \"2\"^^<x:int> . .\n", "1 1^^int\n2 2^^int\n2:1 this is no statement\n"},
+        {"behind a statement", "<x:s> <x:p> \"2\"^^<x:int> . .\n", "1 1^^int\n2 2^^int\n2:1 not a statement\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -560,7 +560,7 @@ TEST(TurtleReader, LiteralsHaveTheirLinesAndDatatypes) {
         {"an unknown prefix of a datatype", prefixes + "x:s x:p \"6\"^^y:int .\n",
          "3:19 the prefix of the datatype 'y:int' is not declared\n"},
         {"a NUL byte", prefixes + "x:s x:p 5 .\n" + std::string("\0 x:s x:p 6 .\n", 14),
-         "3 5^^integer\n4:1 a NUL byte: this is no text\n"},
+         "3 5^^integer\n4:1 NUL byte: not a text file\n"},
         {"nested too deeply",
          prefixes +
              [] {

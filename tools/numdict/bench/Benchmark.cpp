@@ -11,7 +11,7 @@
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/TurtleReader.h"
 #include "numdict/literals/Datatypes.h"
-#include "numdict/stores/StoreFile.h"
+#include "numdict/stores/Resources.h"
 
 #include <fmt/format.h>
 
@@ -231,11 +231,7 @@ private:
     }
 
     std::unique_ptr<Dictionary> makeDictionary() const {
-        Dictionary::Options options;
-        options.memoryBudgetBytes = m_options.m_memoryBytes / 2;
-        options.resourceIDWidth = m_options.m_resourceIDWidth;
-        options.useHugePages = m_options.m_useHugePages;
-        return std::make_unique<Dictionary>(options);
+        return std::make_unique<Dictionary>(m_options.m_dictionaryOptions);
     }
 
     void import(bool isFirst) {
@@ -334,8 +330,8 @@ BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::functio
     BenchmarkReport report;
     report.m_numberOfProcessors = getNumberOfProcessors();
     report.m_repetitions = options.m_repetitions;
-    report.m_useHugePages = options.m_useHugePages;
-    ValueKeeper keeper(options.m_memoryBytes / 2 / sizeof(ResourceValue));
+    report.m_useHugePages = options.m_dictionaryOptions.useHugePages;
+    ValueKeeper keeper(options.m_dictionaryOptions.memoryBudgetBytes / sizeof(ResourceValue));
     std::vector<InputFile> files;
     for (const InputFile& input : options.m_files) {
         tell("reading " + input.m_path);

@@ -13,13 +13,10 @@
 namespace kavix::numdict {
 
 struct BenchmarkOptions {
-    std::vector<InputFile> m_files; // no standard input: they are read again and again
+    std::vector<InputFile> m_files; // no standard input: they are read several times
     std::vector<unsigned> m_numbersOfThreads;
     unsigned m_repetitions = 5;
-    uint64_t m_memoryBytes =
-        uint64_t(1) << 30; // a half for a dictionary, a half for values that are kept to be entered
-    ResourceIDWidth m_resourceIDWidth = ResourceIDWidth::BITS_32;
-    bool m_useHugePages = true;
+    Dictionary::Options m_dictionaryOptions; // as much memory again is used for the values that are kept
 };
 
 /// The times that repetitions of one thing took.

@@ -1,9 +1,9 @@
 #include "numdict/bench/Benchmark.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/TextTable.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <string_view>
@@ -151,21 +151,21 @@ std::string formatSpread(const BenchmarkReport& report) {
                       100 * largest, where);
 }
 
-nlohmann::ordered_json toJSON(const Timing& timing) {
-    nlohmann::ordered_json object;
+JSON toJSON(const Timing& timing) {
+    JSON object;
     object["seconds"] = timing.m_seconds;
     object["median"] = timing.getMedian();
     return object;
 }
 
-nlohmann::ordered_json toJSON(const Timing& timing, const char* rateName, uint64_t count) {
-    nlohmann::ordered_json object = toJSON(timing);
+JSON toJSON(const Timing& timing, const char* rateName, uint64_t count) {
+    JSON object = toJSON(timing);
     object[rateName] = timing.getPerSecond(count);
     return object;
 }
 
-nlohmann::ordered_json toJSON(const ThreadBenchmark& results, const BenchmarkReport& report) {
-    nlohmann::ordered_json object;
+JSON toJSON(const ThreadBenchmark& results, const BenchmarkReport& report) {
+    JSON object;
     object["threads"] = results.m_numberOfThreads;
     object["reading"] = toJSON(results.m_reading, "bytesPerSecond", report.m_bytes);
     object["import"] = toJSON(results.m_import, "bytesPerSecond", report.m_bytes);
@@ -179,11 +179,9 @@ nlohmann::ordered_json toJSON(const ThreadBenchmark& results, const BenchmarkRep
     object["memory"]["used"] = results.m_usedBytes;
     object["memory"]["perDistinctValue"] =
         report.m_distinctValues == 0
-            ? nlohmann::ordered_json()
-            : nlohmann::ordered_json(
-                  static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
-    object["memory"]["onHugePages"] =
-        results.m_hugePageBytes ? nlohmann::ordered_json(*results.m_hugePageBytes) : nlohmann::ordered_json();
+            ? JSON()
+            : JSON(static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
+    object["memory"]["onHugePages"] = numdict::toJSON(results.m_hugePageBytes);
     return object;
 }
 
@@ -198,14 +196,14 @@ std::string formatBenchmark(const BenchmarkReport& report) {
 }
 
 std::string formatBenchmarkAsJSON(const BenchmarkReport& report) {
-    nlohmann::ordered_json object;
-    object["files"] = nlohmann::ordered_json::array();
+    JSON object;
+    object["files"] = JSON::array();
     for (const BenchmarkFile& file : report.m_files) {
-        nlohmann::ordered_json item;
+        JSON item;
         item["path"] = file.m_path;
         item["statements"] = file.m_statements;
         item["bytes"] = file.m_bytes;
-        item["error"] = file.m_error.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(file.m_error);
+        item["error"] = toJSONOrNull(file.m_error);
         item["leftOut"] = file.m_isLeftOut;
         object["files"].push_back(std::move(item));
     }
@@ -218,11 +216,10 @@ std::string formatBenchmarkAsJSON(const BenchmarkReport& report) {
     object["accepted"] = report.m_accepted;
     object["distinctValues"] = report.m_distinctValues;
     object["keptValues"] = report.m_keptValues;
-    object["runs"] = nlohmann::ordered_json::array();
+    object["runs"] = JSON::array();
     for (const ThreadBenchmark& results : report.m_threads)
         object["runs"].push_back(toJSON(results, report));
-    // Paths may be no UTF-8.
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSON(object);
 }
 
 }

@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "numdict/console/Trim.h"
 #include "numdict/literals/TurtleText.h"
 
 #include <span>
@@ -18,12 +19,8 @@ constexpr size_t REJECTED_TEXT_SIZE = 64 * 1024;
 
 constexpr uint64_t PUBLISHING_INTERVAL = 4096;
 
-std::string_view trim(std::string_view text) {
-    constexpr std::string_view WHITE_SPACE(" \t\r\n");
-    const size_t start = text.find_first_not_of(WHITE_SPACE);
-    return start == std::string_view::npos ? std::string_view()
-                                           : text.substr(start, text.find_last_not_of(WHITE_SPACE) + 1 - start);
-}
+/// The white space that --trim ignores.
+constexpr std::string_view WHITE_SPACE(" \t\r\n");
 
 }
 
@@ -106,7 +103,7 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
         m_unpublishedLiterals = 0;
     }
     const std::string_view writtenForm = statement.getLexicalForm();
-    const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm) : writtenForm;
+    const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm, WHITE_SPACE) : writtenForm;
     ResourceValue& value = m_values[m_numberOfValues];
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)

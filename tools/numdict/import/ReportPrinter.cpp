@@ -1,10 +1,10 @@
 #include "numdict/import/ReportPrinter.h"
 
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/TextTable.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace kavix::numdict {
 
@@ -98,8 +98,8 @@ std::string formatStore(const StoreOutcome& store) {
         formatCount(store.m_newValues), formatSize(store.m_bytes));
 }
 
-nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
-    nlohmann::ordered_json object;
+JSON toJSON(const DatatypeCounts& counts) {
+    JSON object;
     object["literals"] = counts.m_literals;
     object["accepted"] = counts.m_accepted;
     for (const LexicalFormStatus reason : REJECTION_REASONS)
@@ -109,16 +109,12 @@ nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
     return object;
 }
 
-nlohmann::ordered_json toJSON(const std::optional<uint64_t>& number) {
-    return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json();
-}
-
-nlohmann::ordered_json toJSON(const std::optional<FileError>& error) {
+JSON toJSON(const std::optional<FileError>& error) {
     if (!error)
         return nullptr;
-    nlohmann::ordered_json object;
-    object["line"] = error->m_line == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(error->m_line);
-    object["column"] = error->m_column == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(error->m_column);
+    JSON object;
+    object["line"] = error->m_line == 0 ? JSON() : JSON(error->m_line);
+    object["column"] = error->m_column == 0 ? JSON() : JSON(error->m_column);
     object["message"] = error->m_message;
     return object;
 }
@@ -151,23 +147,23 @@ std::string formatReport(const ImportReport& report) {
 }
 
 std::string formatReportAsJSON(const ImportReport& report) {
-    nlohmann::ordered_json object;
-    object["files"] = nlohmann::ordered_json::array();
+    JSON object;
+    object["files"] = JSON::array();
     for (size_t index = 0; index < report.m_files.size(); ++index) {
-        nlohmann::ordered_json file;
+        JSON file;
         file["path"] = report.m_paths[index];
         file["statements"] = report.m_files[index].m_statements;
         file["bytes"] = report.m_files[index].m_bytes;
         file["error"] = toJSON(report.m_files[index].m_error);
         object["files"].push_back(std::move(file));
     }
-    object["datatypes"] = nlohmann::ordered_json::object();
+    object["datatypes"] = JSON::object();
     for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
         object["datatypes"][getDatatypeName(datatypeID)] = toJSON(report.m_datatypes[datatypeID]);
     object["total"] = toJSON(report.m_total);
-    object["rejectedExamples"] = nlohmann::ordered_json::array();
+    object["rejectedExamples"] = JSON::array();
     for (const RejectedExample& example : report.m_rejectedExamples) {
-        nlohmann::ordered_json item;
+        JSON item;
         item["file"] = report.m_paths[example.m_fileIndex];
         item["line"] = example.m_line;
         item["literal"] = example.m_literal;
@@ -180,7 +176,7 @@ std::string formatReportAsJSON(const ImportReport& report) {
     object["literalsPerSecond"] = report.getLiteralsPerSecond();
     object["memory"]["budget"] = report.m_memoryBudgetBytes;
     object["memory"]["used"] = report.m_memoryUsedBytes;
-    object["memory"]["onHugePages"] = toJSON(report.m_hugePageBytes);
+    object["memory"]["onHugePages"] = numdict::toJSON(report.m_hugePageBytes);
     if (report.m_store) {
         object["store"]["path"] = report.m_store->m_path;
         object["store"]["isNew"] = report.m_store->m_isNew;
@@ -189,8 +185,7 @@ std::string formatReportAsJSON(const ImportReport& report) {
         object["store"]["newValues"] = report.m_store->m_newValues;
         object["store"]["bytes"] = report.m_store->m_bytes;
     }
-    // Paths may be no UTF-8.
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSON(object);
 }
 
 }

@@ -12,7 +12,7 @@ namespace {
 /// it is freed. It is renewed after this many bytes, which costs nothing beside reading them.
 constexpr size_t BYTES_PER_READER = 64 * 1024;
 
-constexpr char NUL_MESSAGE[] = "a NUL byte: this is no text";
+constexpr char NUL_MESSAGE[] = "NUL byte: not a text file";
 
 bool isPrefixedName(const SerdNode* node) {
     return node != nullptr && node->type == SERD_CURIE;
@@ -238,7 +238,7 @@ bool LineReader::readLineAlone() {
     if (!m_hasError && (status == SERD_SUCCESS || m_isStopped))
         return true;
     if (!m_hasError)
-        m_error = SyntaxError{m_line, 1, "this is no statement"};
+        m_error = SyntaxError{m_line, 1, "not a statement"};
     size_t contentLength = length;
     while (contentLength != 0 && isBlank(m_lineStart[contentLength - 1]))
         --contentLength;

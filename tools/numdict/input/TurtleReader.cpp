@@ -70,7 +70,7 @@ std::optional<SyntaxError> TurtleReader::read() {
     if (m_isStopped)
         return std::nullopt;
     if (!m_hasError && (status > SERD_FAILURE || !m_isAtEnd))
-        fail("this is no statement");
+        fail("not a statement");
     if (m_hasError)
         return m_error;
     return std::nullopt;
@@ -87,7 +87,7 @@ size_t TurtleReader::onRead(void* buffer, size_t, size_t, void* handle) {
     }
     byte = static_cast<unsigned char>(reader.m_buffer[reader.m_next++]);
     if (byte == 0) {
-        reader.fail("a NUL byte: this is no text");
+        reader.fail("NUL byte: not a text file");
         return 0;
     }
     if (static_cast<const char*>(__builtin_frame_address(0)) < reader.m_stackLimit) {

@@ -79,7 +79,7 @@ public:
             parseBare();
         skipWhiteSpace();
         if (!m_error && !isAtEnd())
-            fail("unexpected text behind the literal");
+            fail("unexpected text after the literal");
         if (m_error)
             return *m_error;
         return m_literal;
@@ -145,7 +145,7 @@ private:
         }
         if (digits == 0) {
             m_next = start;
-            fail("this is no Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int");
+            fail("not a Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int");
             return;
         }
         setLiteral(start, datatype);
@@ -199,7 +199,7 @@ private:
                 ++m_next;
             }
             if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF))
-                return fail("there is no such Unicode character");
+                return fail("no such Unicode character");
             appendUTF8(codePoint, text);
             return true;
         }

@@ -14,7 +14,7 @@ struct TurtleLiteral {
     std::string m_datatypeIRI; // xsd:string and rdf:langString where nothing is written
 };
 
-/// Why a text is no Turtle literal.
+/// Why a text is not a Turtle literal.
 struct TurtleLiteralError {
     size_t m_column; // in bytes, from 1
     std::string m_message;

@@ -9,14 +9,16 @@ OutputFile::OutputFile(const std::string& path) {
         m_file.emplace(path);
 }
 
-void OutputFile::write(std::string_view text) {
+void OutputFile::writeBuffer() {
     if (m_file)
-        m_file->getStream().write(text.data(), text.size());
+        m_file->getStream().write(m_buffer.data(), m_buffer.size());
     else
-        writeStandardOutput(text);
+        writeStandardOutput(m_buffer);
+    m_buffer.clear();
 }
 
 void OutputFile::finish() {
+    writeBuffer();
     if (m_file)
         m_file->commit();
     else

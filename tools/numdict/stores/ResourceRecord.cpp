@@ -1,6 +1,7 @@
 #include "numdict/stores/ResourceRecord.h"
 
 #include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "numdict/console/Trim.h"
 #include "numdict/literals/Datatypes.h"
 #include "numdict/literals/LiteralDescription.h"
 #include "numdict/literals/TurtleLiteral.h"
@@ -15,8 +16,6 @@
 namespace kavix::numdict {
 
 namespace {
-
-constexpr std::string_view BLANKS(" \t\r");
 
 /// The longest name of a numeric datatype.
 constexpr size_t DATATYPE_WIDTH = sizeof("xsd:nonNegativeInteger") - 1;
@@ -33,17 +32,11 @@ void appendQuoted(std::string_view text, std::string_view escapedQuote, std::str
 
 /// Cuts the first word off a text.
 std::string_view takeWord(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
-    const size_t end = std::min(text.find_first_of(BLANKS), text.size());
+    text.remove_prefix(std::min(text.find_first_not_of(LINE_BLANKS), text.size()));
+    const size_t end = std::min(text.find_first_of(LINE_BLANKS), text.size());
     const std::string_view word = text.substr(0, end);
     text.remove_prefix(end);
     return word;
-}
-
-std::string_view trim(std::string_view text) {
-    const size_t begin = text.find_first_not_of(BLANKS);
-    return begin == std::string_view::npos ? std::string_view()
-                                           : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
 }
 
 /// Cuts a field of CSV off a line; returns false if its quotes are wrong.
@@ -77,11 +70,11 @@ std::variant<ResourceRecord, std::string> makeRecord(
     ResourceRecord record;
     const std::optional<uint64_t> parsedID = tryParseResourceID(resourceID);
     if (!parsedID)
-        return fmt::format("'{}' is no resource ID", resourceID);
+        return fmt::format("'{}' is not a resource ID", resourceID);
     record.m_resourceID = *parsedID;
     const auto parsed = parseTurtleLiteral(literal);
     if (const auto* error = std::get_if<TurtleLiteralError>(&parsed))
-        return fmt::format("'{}' is no Turtle literal: {}", literal, error->m_message);
+        return fmt::format("'{}' is not a Turtle literal: {}", literal, error->m_message);
     const TurtleLiteral& turtle = std::get<TurtleLiteral>(parsed);
     const uint8_t datatypeID = findNumericDatatype(turtle.m_datatypeIRI);
     if (datatypeID == D_NONE ||
@@ -96,7 +89,7 @@ std::variant<ResourceRecord, std::string> makeRecord(
 std::variant<ResourceRecord, std::string> parseJSONRecord(std::string_view line) {
     const nlohmann::json object = nlohmann::json::parse(line, nullptr, false);
     if (!object.is_object())
-        return "this is no JSON object";
+        return "not a JSON object";
     const auto id = object.find("id");
     const auto datatype = object.find("datatype");
     const auto literal = object.find("literal");
@@ -113,7 +106,7 @@ std::variant<ResourceRecord, std::string> parseCSVRecord(std::string_view line) 
     if (line.ends_with('\r'))
         line.remove_suffix(1);
     if (!takeField(line, resourceID) || !takeField(line, datatype) || !takeField(line, literal) || !line.empty())
-        return "this is no line of three fields separated by commas: ID, datatype, literal";
+        return "expected three comma-separated fields: ID, datatype, literal";
     return makeRecord(resourceID, datatype, literal);
 }
 
@@ -219,7 +212,7 @@ void RecordWriter::appendMissing(
 }
 
 std::variant<ResourceRecord, std::string> parseRecord(std::string_view line) {
-    const std::string_view trimmed = trim(line);
+    const std::string_view trimmed = trim(line, LINE_BLANKS);
     if (trimmed.starts_with('{'))
         return parseJSONRecord(trimmed);
     const size_t endOfID = trimmed.find_first_not_of("0123456789");
@@ -230,7 +223,7 @@ std::variant<ResourceRecord, std::string> parseRecord(std::string_view line) {
     std::string_view rest = trimmed;
     const std::string_view resourceID = takeWord(rest);
     const std::string_view datatype = takeWord(rest);
-    return makeRecord(resourceID, datatype, trim(rest));
+    return makeRecord(resourceID, datatype, trim(rest, LINE_BLANKS));
 }
 
 }

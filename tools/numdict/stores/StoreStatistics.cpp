@@ -4,12 +4,12 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/platform/system/HugePages.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/TextTable.h"
-#include "numdict/stores/StoreFile.h"
+#include "numdict/stores/Resources.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <memory>
@@ -38,12 +38,12 @@ std::string formatNumber(const std::optional<XSDDecimal>& number) {
     return number ? number->toString(false) : std::string("-");
 }
 
-nlohmann::ordered_json toJSON(const std::optional<XSDDecimal>& number) {
-    return number ? nlohmann::ordered_json(number->toString(false)) : nlohmann::ordered_json();
+JSON toJSON(const std::optional<XSDDecimal>& number) {
+    return number ? JSON(number->toString(false)) : JSON();
 }
 
-nlohmann::ordered_json toJSON(const ComponentInfo& component) {
-    nlohmann::ordered_json object;
+JSON toJSON(const ComponentInfo& component) {
+    JSON object;
     object["name"] = component.getName();
     for (const ComponentInfo::Property& property : component.getProperties())
         std::visit([&](auto value) { object["properties"][property.m_name] = value; }, property.m_value);
@@ -113,16 +113,11 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
         datatype.m_bytes = table.m_committedBytes + table.m_liveBuckets * bytesPerResource;
     }
     std::vector<int64_t> integralValues;
-    const uint64_t end = getEndOfResourceIDs(dictionary);
-    for (uint64_t resourceID = 1; resourceID < end; ++resourceID) {
-        const uint8_t datatypeID = dictionary.tryGetResourceDatatypeID(resourceID);
-        if (datatypeID == D_NONE)
-            continue;
-        const ResourceValue value = dictionary.getValue(resourceID);
-        const bool isDecimal = datatypeID == D_XSD_DECIMAL;
+    forEachResource(dictionary, [&](uint64_t, const ResourceValue& value) {
+        const bool isDecimal = value.datatypeID == D_XSD_DECIMAL;
         const XSDDecimal number =
             isDecimal ? value.getBinaryValue<XSDDecimal>() : XSDDecimal(value.getBinaryValue<int64_t>());
-        DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
+        DatatypeStatistics& datatype = statistics.m_datatypes[value.datatypeID];
         if (!datatype.m_minimum || number < *datatype.m_minimum)
             datatype.m_minimum = number;
         if (!datatype.m_maximum || number > *datatype.m_maximum)
@@ -132,7 +127,7 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
         if (number.isInteger())
             integralValues.push_back(number.getUnscaledValue());
         ++statistics.m_values;
-    }
+    });
     statistics.m_sharedNumbers = countRepeated(integralValues);
     statistics.m_usedBytes = dictionary.getUsedBytes();
     statistics.m_hugePageBytes = tryGetHugePageBytes();
@@ -191,13 +186,13 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
 
 std::string formatStatisticsAsJSON(
     const StoreStatistics& statistics, const Dictionary& dictionary, const std::string& path) {
-    nlohmann::ordered_json object;
+    JSON object;
     object["store"] = path;
     object["idWidth"] = static_cast<unsigned>(dictionary.getResourceIDWidth());
     object["values"] = statistics.m_values;
     for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
         const DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
-        nlohmann::ordered_json& item = object["datatypes"][getDatatypeName(datatypeID)];
+        JSON& item = object["datatypes"][getDatatypeName(datatypeID)];
         item["live"] = datatype.m_table.m_liveBuckets;
         item["deleted"] = datatype.m_table.m_deletedBuckets;
         item["reserved"] = datatype.m_table.m_reservedBuckets;
@@ -214,10 +209,9 @@ std::string formatStatisticsAsJSON(
     object["sharedNumbers"] = statistics.m_sharedNumbers;
     object["memory"]["budget"] = dictionary.getMemoryBudgetBytes();
     object["memory"]["used"] = statistics.m_usedBytes;
-    object["memory"]["onHugePages"] =
-        statistics.m_hugePageBytes ? nlohmann::ordered_json(*statistics.m_hugePageBytes) : nlohmann::ordered_json();
+    object["memory"]["onHugePages"] = numdict::toJSON(statistics.m_hugePageBytes);
     object["components"] = toJSON(*dictionary.getComponentInfo());
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSON(object);
 }
 
 }
