@@ -19,8 +19,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <memory>
-#include <span>
 #include <string_view>
 #include <thread>
 #include <utility>

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>

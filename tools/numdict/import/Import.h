@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -66,6 +65,9 @@ private:
 
     Work takeWork();
 
+    /// Returns what all workers found together.
+    ImportCounts runWorkers(Transaction& transaction);
+
     void runWorker(Transaction& transaction, ImportCounts& counts);
 
     void readTurtleFile(size_t fileIndex, LiteralCollector& collector, ImportCounts& counts);
@@ -73,6 +75,12 @@ private:
     void readLineBlocks(OpenLineFile& lineFile, LiteralCollector& collector, ImportCounts& counts, LineBlock& block);
 
     void stopAll(std::exception_ptr reason);
+
+    /// What to do about the limit that stopped the workers, if one did.
+    /// @throws  the failure that stopped them, if it was another one
+    std::optional<std::string> getLimitMessage() const;
+
+    ImportReport makeReport(ImportCounts&& counts) const;
 
     Dictionary& m_dictionary;
     const ImportOptions m_options;

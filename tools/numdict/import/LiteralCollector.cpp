@@ -8,7 +8,6 @@
 #include "numdict/literals/TurtleText.h"
 
 #include <span>
-#include <string>
 #include <utility>
 
 namespace kavix::numdict {

@@ -6,6 +6,12 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
 namespace kavix::numdict {
 
 namespace {

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <atomic>
+#include <cstddef>
 #include <filesystem>
 #include <system_error>
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace kavix::numdict {
@@ -270,10 +271,8 @@ LineBlockResult LineReader::read(LineBlock& block, bool stopAtError) {
             if (stopAtError)
                 break;
         }
-        if (m_isStopped) {
-            result.m_isStopped = true;
+        if (m_isStopped)
             break;
-        }
     }
     return result;
 }

@@ -17,7 +17,6 @@ namespace kavix::numdict {
 struct LineBlockResult {
     uint64_t m_damagedLines = 0;
     std::optional<SyntaxError> m_firstError;
-    bool m_isStopped = false; // the sink wanted no more
 };
 
 /// Reads blocks of N-Triples or N-Quads, each line by itself. So the line number is exact, what a damaged line does not

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstddef>
 #include <variant>
 
 namespace kavix::numdict {

@@ -2,7 +2,6 @@
 
 #include "core/platform/system/Unmovable.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 

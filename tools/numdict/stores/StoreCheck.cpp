@@ -9,7 +9,9 @@
 #include "numdict/stores/Resources.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>

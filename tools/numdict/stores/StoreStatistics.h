@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "numdict/literals/Datatypes.h"
