@@ -1,3 +1,5 @@
+// Of all rooms together: a killed import leaves the old store or the new one.
+
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "numdict/StoreSamples.h"

@@ -1,3 +1,5 @@
+// Of ImportCommand: importing into stores, which is most of what can go wrong with one.
+
 #include "core/platform/stream/ReplacingFile.h"
 #include "numdict/StoreSamples.h"
 

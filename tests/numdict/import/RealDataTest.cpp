@@ -1,3 +1,5 @@
+// Of Import with its readers: real data has the counts that other programs found.
+
 #include "numdict/RealData.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "numdict/import/Import.h"
