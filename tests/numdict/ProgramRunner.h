@@ -76,7 +76,7 @@ struct ExpectedEnd {
     const char* m_name;
     std::string m_arguments;
     int m_exitCode;
-    const char* m_errors; // standard error has this text; where that is empty and the exit code 0 or 1, it is empty too
+    const char* m_errors; // standard error has this text; if that is empty and the exit code 0 or 1, it is empty too
 };
 
 /// @param command  goes before the arguments

@@ -75,7 +75,7 @@ TEST(Benchmark, FilesThatCannotBeReadToTheirEndAreLeftOutWithTheirValues) {
     TemporaryDirectory directory;
     const InputFile good{directory.write("good.nt", makeStatements(1, 1500)), RDFFormat::N_TRIPLES};
     const InputFile skipping{
-        directory.write("skipping.nt", "no statement\n" + makeStatements(2, 10)), RDFFormat::N_TRIPLES};
+        directory.write("skipping.nt", "not a statement\n" + makeStatements(2, 10)), RDFFormat::N_TRIPLES};
     const InputFile broken{directory.write("broken.ttl", "<s> <p> 1 . <s> <p> 2 . oops"), RDFFormat::TURTLE};
     const BenchmarkReport report = runOnFiles({good, broken, skipping});
     EXPECT_EQ(report.m_keptValues, 1510u);

@@ -47,8 +47,8 @@ TEST(BenchCommand, TheTableAndTheJSONSayTheSame) {
     EXPECT_EQ(text.m_errors, "");
     for (const char* part :
          {"1 file, ", "2,500 statements; 2,500 numeric literals, 2,500 of them accepted", "import/reading\n  1 ",
-          "\n  2 ", "With 2 threads the import takes ", "look up singly", "bytes a distinct value",
-          "Figures are medians of 3 runs after one to warm up", "of the median apart", "huge pages were asked for"})
+          "\n  2 ", "With 2 threads the import takes ", "look up, one at a time", "bytes per distinct value",
+          "Figures are medians of 3 runs after one to warm up", "of the median apart", "huge pages were requested"})
         EXPECT_NE(text.m_output.find(part), std::string::npos) << part << "\n" << text.m_output;
     const json report = json::parse(
         runProgram("bench --quiet --json --no-huge-pages --id-width 64 --threads 2 --repetitions 3 " + file).m_output);

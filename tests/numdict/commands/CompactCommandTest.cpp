@@ -23,7 +23,7 @@ TEST(CompactCommand, ExitCodesTellWhatHappened) {
     folder.expectEnds(rows);
 }
 
-TEST(CompactCommand, CompactingKeepsWhatItShallUnderDenseIDs) {
+TEST(CompactCommand, WhatIsKeptGetsDenseIDs) {
     for (const std::string width : {"32", "64"}) {
         TemporaryDirectory directory;
         const std::string store = makeSampleStore(directory, width);
@@ -59,7 +59,7 @@ TEST(CompactCommand, CompactingKeepsWhatItShallUnderDenseIDs) {
     }
 }
 
-TEST(CompactCommand, CompactingSaysWhichLinesNameNothing) {
+TEST(CompactCommand, LinesThatNameNothingAreShown) {
     TemporaryDirectory directory;
     const std::string store = makeSampleStore(directory);
     const ProgramResult missing = runProgram(

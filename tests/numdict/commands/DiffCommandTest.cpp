@@ -20,7 +20,7 @@ TEST(DiffCommand, ExitCodesTellWhatHappened) {
     folder.expectEnds(rows);
 }
 
-TEST(DiffCommand, DiffShowsWhatIsInOneOnlyAndWhatHasAnotherID) {
+TEST(DiffCommand, ValuesInOneStoreOnlyAndOtherIDsAreShown) {
     TemporaryDirectory directory;
     const std::string first = directory.getPath("first.store");
     const std::string second = directory.getPath("second.store");

@@ -21,7 +21,7 @@ TEST(DumpCommand, ExitCodesTellWhatHappened) {
     folder.expectEnds(rows);
 }
 
-TEST(DumpCommand, DumpWritesEveryFormat) {
+TEST(DumpCommand, EveryFormatIsWritten) {
     TemporaryDirectory directory;
     const std::string store =
         importTurtle(directory, "s", "<s> <p> 5 , 0.5 , \"7\"^^<http://www.w3.org/2001/XMLSchema#int> .");

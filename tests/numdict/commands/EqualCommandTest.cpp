@@ -8,7 +8,7 @@ TEST(EqualCommand, ExitCodesTellWhatHappened) {
     const ExpectedEnd rows[] = {
         {"equal well", "equal 5", 0, ""},
         {"equal of a bad literal", "equal '\"300\"^^xsd:byte'", 1, "not in the range"},
-        {"equal of no literal", "equal hello", 2, "not a literal"},
+        {"equal of what is not a literal", "equal hello", 2, "not a literal"},
     };
     for (const ExpectedEnd& row : rows)
         expectEnd(row);

@@ -51,7 +51,7 @@ TEST(ImportCommand, TheJSONReportHasExactlyItsKeys) {
     const ProgramResult result =
         runProgram("import --json --threads 1 --resolve 5 --get 1 -- " + DATA + "mixed.nt " + DATA + "damaged.ttl");
     EXPECT_EQ(result.m_exitCode, 1);
-    const json report = json::parse(result.m_output); // throws if anything stands beside the object
+    const json report = json::parse(result.m_output); // throws if there is anything but the object
     const std::set<std::string> counts{"literals",       "accepted",     "malformed",     "outOfRange",
                                        "beyondCapacity", "nonCanonical", "distinctValues"};
     EXPECT_EQ(

@@ -63,7 +63,8 @@ TEST(RestoreCommand, AMalformedRecordIsShownWithItsLineAndNothingIsWritten) {
         const char* records;
         const char* errors;
     } rows[] = {
-        {"no ID", "1\txsd:int\t\"1\"^^xsd:int\nx\txsd:int\t\"2\"^^xsd:int\n", "records:2: 'x' is not a resource ID"},
+        {"not an ID", "1\txsd:int\t\"1\"^^xsd:int\nx\txsd:int\t\"2\"^^xsd:int\n",
+         "records:2: 'x' is not a resource ID"},
         {"not a literal", "1\txsd:int\thello\n", "records:1: 'hello' is not a Turtle literal"},
         {"out of range", "\n\n1\txsd:byte\t\"300\"^^xsd:byte\n",
          "records:3: Value '300' is not in the range of datatype xsd:byte."},
@@ -72,7 +73,7 @@ TEST(RestoreCommand, AMalformedRecordIsShownWithItsLineAndNothingIsWritten) {
         {"no numeric datatype", "1\txsd:string\t\"1\"\n", "records:1: xsd:string is not one of the numeric datatypes"},
         {"wrong quotes", "1,xsd:int,\"\"1\"\"^^xsd:int\n", "records:1: expected three comma-separated fields"},
         {"a field too much", "1,xsd:integer,5,6\n", "records:1: expected three comma-separated fields"},
-        {"no JSON", "{\"id\":1\n", "records:1: not a JSON object"},
+        {"not JSON", "{\"id\":1\n", "records:1: not a JSON object"},
         {"a negative ID", "{\"id\":-1,\"datatype\":\"xsd:integer\",\"literal\":\"5\"}\n",
          "records:1: the object needs"},
         {"N-Triples", "<a> <b> 5 .\n", "records:1: N-Triples cannot be restored"},

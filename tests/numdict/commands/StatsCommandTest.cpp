@@ -84,7 +84,7 @@ TEST(StatsCommand, HugePagesAreReportedAndCanBeTurnedOff) {
         SCOPED_TRACE(arguments);
         const json with = json::parse(runProgram(arguments).m_output)["memory"]["onHugePages"];
         const json without = json::parse(runProgram(arguments + " --no-huge-pages").m_output)["memory"]["onHugePages"];
-        EXPECT_EQ(with.is_null(), without.is_null()); // the system tells, or does not
+        EXPECT_EQ(with.is_null(), without.is_null()); // the system reports it, or does not
         if (!without.is_null()) {
             EXPECT_EQ(without, 0);
             EXPECT_TRUE(!areGranted || with > 0) << with;

@@ -109,7 +109,7 @@ TEST(StoreCrash, AKilledImportLeavesTheOldStoreOrTheNewOne) {
     }
     EXPECT_GE(numberOfKills, NUMBER_OF_MOMENTS);
     EXPECT_TRUE(counts.contains(8));
-    // Whatever is left of them all, the next import succeeds.
+    // In spite of all that they left, the next import succeeds.
     ASSERT_FALSE(importUntil(store, input, [](Clock::time_point) { return false; }));
     EXPECT_EQ(countValues(store), newValues);
     EXPECT_FALSE(std::filesystem::exists(store + ".unfinished"));

@@ -108,7 +108,7 @@ const Damage DAMAGES[] = {
      "counters: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},
     {"counters", [](SampleStore& sample) { return damageSection(sample, "counters", 8); },
      "counters: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},
-    {"something behind", [](SampleStore& sample) { return sample.toBytes() + "x"; },
+    {"something after the end", [](SampleStore& sample) { return sample.toBytes() + "x"; },
      "header: the file goes on behind its last section", 0, SAMPLE_STORE_DUMP, ""},
     {"datatype IDs", [](SampleStore& sample) { return damageSection(sample, "datatypes", 2); },
      "datatypes: its checksum is wrong", 0, SAMPLE_STORE_DUMP, ""},

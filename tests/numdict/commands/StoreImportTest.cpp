@@ -42,7 +42,7 @@ TEST(StoreImport, ASecondImportExtendsTheStoreAndKeepsTheIDs) {
     }
 }
 
-TEST(StoreImport, WhereNothingIsStoredTheFileStaysAsItWasByteForByte) {
+TEST(StoreImport, IfNothingIsStoredTheFileStaysTheSameByteForByte) {
     TemporaryDirectory directory;
     const std::string store = makeSampleStore(directory);
     const std::string before = readFile(store);

@@ -1,4 +1,4 @@
-// Saving through the program where the system refuses something: what the user is told, and what is left.
+// Saving through the program if the system refuses something: what the user sees, and what is left.
 
 #include "numdict/StoreSamples.h"
 
@@ -72,7 +72,7 @@ protected:
         return files;
     }
 
-    /// The command fails, says so in these words, and leaves the folder as it was.
+    /// The command fails, says so in these words, and leaves the folder unchanged.
     void expectFailure(
         const ProgramResult& result, const std::string& message,
         const std::map<std::string, std::string>& before) const {
@@ -147,7 +147,7 @@ TEST_F(StoreSave, ADeviceOrAFolderThatRefusesTheFileIsNamed) {
     }
 }
 
-TEST_F(StoreSave, WhereOnlyTheFolderCannotBeSynchronisedTheNewStoreIsInPlace) {
+TEST_F(StoreSave, IfOnlyTheFolderCannotBeSynchronisedTheNewStoreIsInPlace) {
     const std::string store = m_directory.getPath("sample32.store");
     const ProgramResult result =
         runWithFault("import --quiet --threads 1 more.ttl --store sample32.store", "fsync", 2, EIO);
@@ -159,7 +159,7 @@ TEST_F(StoreSave, WhereOnlyTheFolderCannotBeSynchronisedTheNewStoreIsInPlace) {
     EXPECT_FALSE(std::filesystem::exists(store + ".unfinished"));
 }
 
-TEST_F(StoreSave, RejectedStatementsThatCannotBeWrittenLeaveTheStoreAsItWas) {
+TEST_F(StoreSave, RejectedStatementsThatCannotBeWrittenLeaveTheStoreUnchanged) {
     const std::map<std::string, std::string> before = readFolder();
     const struct {
         const char* call;

@@ -60,7 +60,7 @@ TEST(Sizes, PeopleGetRoundFigures) {
     EXPECT_EQ(formatShare(1, 8), "12.5%");
     EXPECT_EQ(formatShare(0, 0), "-");
     EXPECT_EQ(formatHugePages(4 << 20), "4.0 MiB on huge pages");
-    EXPECT_EQ(formatHugePages(std::nullopt), "the system does not tell what is on huge pages");
+    EXPECT_EQ(formatHugePages(std::nullopt), "the system does not report huge pages");
     EXPECT_EQ(formatDuration(0.421), "0.42 s");
     EXPECT_EQ(formatDuration(59.9), "59.9 s");
     EXPECT_EQ(formatDuration(185), "3 min 5 s");

@@ -10,7 +10,7 @@
 using namespace kavix;
 using namespace kavix::numdict;
 
-TEST(RejectedExamples, TheSmallestTenAreKeptWhateverTheOrder) {
+TEST(RejectedExamples, TheSmallestTenAreKeptInAnyOrder) {
     RejectedExamples first;
     RejectedExamples second;
     for (uint64_t line = 40; line > 0; --line)

@@ -42,7 +42,7 @@ json importFiles(
     return report;
 }
 
-/// Statements with many faults: each tenth is malformed, and each hundredth line is no statement.
+/// Statements with many faults: each tenth is malformed, and each hundredth line is not a statement.
 std::string makeFaultyLines(uint64_t seed, int numberOfLines) {
     LiteralGenerator generator(seed);
     std::string content;
@@ -269,7 +269,7 @@ TEST(Import, AReachedLimitLeavesWhatEnteringOneAtATimeLeaves) {
         uint64_t nonCanonical = 0;
         Dictionary model({.memoryBudgetBytes = budget});
         Transaction transaction(model);
-        // By itself a value that is there may need room and fail too. In a batch it does not, so the import goes on to
+        // A single value that is there may need room and fail too. In a batch it does not, so the import continues to
         // the first value that is absent.
         for (bool isFull = false; entered != literals.size(); ++entered) {
             const auto& [form, datatypeIRI] = literals[entered];

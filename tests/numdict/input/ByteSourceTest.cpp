@@ -12,8 +12,8 @@
 
 using namespace kavix::numdict;
 
-TEST(ByteSource, GzipIsUnpackedByContentWithAnyNumberOfMembers) {
-    const std::string packedTwice = gzip("one\n") + gzip("") + gzip("two\n");
+TEST(ByteSource, GzipIsDecompressedByContentWithAnyNumberOfMembers) {
+    const std::string compressedTwice = gzip("one\n") + gzip("") + gzip("two\n");
     const struct {
         const char* name;
         std::string content;
@@ -25,13 +25,13 @@ TEST(ByteSource, GzipIsUnpackedByContentWithAnyNumberOfMembers) {
         {"plain", "a plain file\n", "a plain file\n", ""},
         {"only half of the magic", "\x1f", "\x1f", ""},
         {"one member", gzip("one\ntwo\n"), "one\ntwo\n", ""},
-        {"three members", packedTwice, "one\ntwo\n", ""},
-        {"zero padding", packedTwice + std::string(600, '\0'), "one\ntwo\n", ""},
+        {"three members", compressedTwice, "one\ntwo\n", ""},
+        {"zero padding", compressedTwice + std::string(600, '\0'), "one\ntwo\n", ""},
         {"cut off in the header", gzip("one\n").substr(0, 6), "", "cut off"},
         {"cut off in the checksum", gzip("one\n").substr(0, gzip("one\n").size() - 3), "one\n", "cut off"},
         {"second member cut off", gzip("one\n") + gzip("two\n").substr(0, 5), "one\n", "cut off"},
         {"damaged checksum", gzip("one\n").substr(0, gzip("one\n").size() - 8) + std::string(8, 'x'), "", "damaged"},
-        {"rubbish behind", gzip("one\n") + "rubbish", "one\n", "damaged"},
+        {"garbage after it", gzip("one\n") + "garbage", "one\n", "damaged"},
     };
     TemporaryDirectory directory;
     for (const auto& row : rows) {

@@ -13,7 +13,7 @@
 
 using namespace kavix::numdict;
 
-TEST(LineBlocks, LinesStayWholeAndNumberedWhateverTheBlockSize) {
+TEST(LineBlocks, LinesStayWholeAndNumberedForEveryBlockSize) {
     std::string content = "\n# comment\n";
     std::string expected;
     for (int number = 3; number <= 60; ++number) {
@@ -23,7 +23,7 @@ TEST(LineBlocks, LinesStayWholeAndNumberedWhateverTheBlockSize) {
     }
     TemporaryDirectory directory;
     const std::string paths[] = {
-        directory.write("plain.nt", content), directory.write("packed.nt", gzip(content)),
+        directory.write("plain.nt", content), directory.write("compressed.nt", gzip(content)),
         directory.write("unended.nt", content.substr(0, content.size() - 1))};
     for (const std::string& path : paths)
         for (const size_t blockSize : std::initializer_list<size_t>{1, 2, 16, 64, 100, 4096, 1 << 20}) {
@@ -51,9 +51,9 @@ TEST(LineBlocks, WhatWasWholeBeforeAFailureIsDelivered) {
         state = state * 1664525 + 1013904223;
         content += makeLine(std::to_string(state));
     }
-    const std::string packed = gzip(content);
+    const std::string compressed = gzip(content);
     TemporaryDirectory directory;
-    const std::string path = directory.write("cut.nt.gz", packed.substr(0, packed.size() / 2));
+    const std::string path = directory.write("cut.nt.gz", compressed.substr(0, compressed.size() / 2));
     std::string failure;
     const std::string readable = readAll(path, failure);
     const auto numberOfLines = static_cast<uint64_t>(std::count(readable.begin(), readable.end(), '\n'));

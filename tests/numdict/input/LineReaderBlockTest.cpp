@@ -161,9 +161,9 @@ const std::string UNUSUAL_LINES[] = {
 
 }
 
-// The parser reads on from one usual line to the next. All others must be read as if each were a file by itself: also
-// among usual lines, also if a statement seems to continue in the next line, and if the rest of a line, left over, would
-// complete a statement of it.
+// The parser continues from one usual line to the next. All others must be read as if each were a file by itself: also
+// among usual lines, also if a statement seems to continue in the next line, and if what is left of a line would
+// complete a statement there.
 TEST(LineReader, WhatIsUnusualReadsAsInABlockOfItsOwn) {
     for (const RDFFormat format : {RDFFormat::N_TRIPLES, RDFFormat::N_QUADS})
         for (const std::string& first : UNUSUAL_LINES)

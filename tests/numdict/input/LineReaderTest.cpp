@@ -42,7 +42,7 @@ TEST(LineReader, EachLineCountsByItself) {
          "1 5^^int\n3 6^^int\n"},
         {"no final newline", good + unended, "1 5^^int\n2 5^^int\n"},
         {"byte order mark", "\xEF\xBB\xBF" + good, "1 5^^int\n"},
-        {"comment behind a statement", unended + " # six\n" + good, "1 5^^int\n2 5^^int\n"},
+        {"comment after a statement", unended + " # six\n" + good, "1 5^^int\n2 5^^int\n"},
         {"escapes", makeLine("\\u0035\\t"), "1 5\t^^int\n"},
         {"blank nodes", "_:a <x:p> _:b.\n_:a <x:p> \"5\"^^<x:int>.\n", "2 5^^int\n"},
         {"unfinished at the end", good + "<x:s> <x:p> \"6\"^^<x:int>",
@@ -52,7 +52,7 @@ TEST(LineReader, EachLineCountsByItself) {
         {"unclosed text", "<x:s> <x:p> \"6 .\n" + good, "2 5^^int\n1:17 the line ends in the middle of a statement\n"},
         {"a statement over two lines", "<x:s> <x:p>\n\"6\"^^<x:int> .\n" + good,
          "3 5^^int\n1:12 the line ends in the middle of a statement\n"},
-        {"no statement", "hello\n" + good, "2 5^^int\n1:1 not a statement\n"},
+        {"not a statement", "hello\n" + good, "2 5^^int\n1:1 not a statement\n"},
         {"a NUL byte", good + std::string("<x:s> <x:p> \0 .\n", 16) + good,
          "1 5^^int\n3 5^^int\n2:13 NUL byte: not a text file\n"},
         {"a relative IRI", "<s> <x:p> \"6\"^^<x:int> .\n" + good, "2 5^^int\n1:3 missing IRI scheme\n"},
@@ -97,7 +97,7 @@ TEST(LineReader, AGraphBelongsInNQuadsOnly) {
         "3 7^^int\n1:1 four terms in a line: this is N-Quads, not N-Triples (--format nq)\n");
 }
 
-TEST(LineReader, ItGoesOnAfterManyErrorsAndManyBytes) {
+TEST(LineReader, ItContinuesAfterManyErrorsAndManyBytes) {
     std::string content;
     for (int index = 0; index < 5000; ++index)
         content += makeLine("5") + "<x:s> <x:p> broken\n";
@@ -136,7 +136,7 @@ TEST(LineReader, ItStopsAtTheFirstErrorIfAsked) {
     } rows[] = {
         {"in the middle", "<x:s> <x:p> 5 .\n", "1 1^^int\n2:13 expected: ':', '<', or '_'\n"},
         {"unfinished", "<x:s> <x:p>\n", "1 1^^int\n2:12 the line ends in the middle of a statement\n"},
-        {"behind a statement", "<x:s> <x:p> \"2\"^^<x:int> . .\n", "1 1^^int\n2 2^^int\n2:1 not a statement\n"},
+        {"after a statement", "<x:s> <x:p> \"2\"^^<x:int> . .\n", "1 1^^int\n2 2^^int\n2:1 not a statement\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

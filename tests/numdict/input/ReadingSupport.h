@@ -19,15 +19,15 @@ inline std::string gzip(const std::string& text) {
     z_stream stream{};
     constexpr int GZIP_ONLY = 16;
     deflateInit2(&stream, 6, Z_DEFLATED, MAX_WBITS + GZIP_ONLY, 8, Z_DEFAULT_STRATEGY);
-    std::string packed(deflateBound(&stream, text.size()) + 64, '\0');
+    std::string compressed(deflateBound(&stream, text.size()) + 64, '\0');
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
     stream.avail_in = static_cast<uInt>(text.size());
-    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-    stream.avail_out = static_cast<uInt>(packed.size());
+    stream.next_out = reinterpret_cast<Bytef*>(compressed.data());
+    stream.avail_out = static_cast<uInt>(compressed.size());
     deflate(&stream, Z_FINISH);
-    packed.resize(stream.total_out);
+    compressed.resize(stream.total_out);
     deflateEnd(&stream);
-    return packed;
+    return compressed;
 }
 
 /// Everything that a byte source delivers, in small pieces, and how it ended.

@@ -86,7 +86,7 @@ TEST(TurtleReader, AnErrorEndsTheFileAtItsPlace) {
         {"ends in a statement", PREFIXES + "x:s x:p 5 , 6\n",
          "3 5^^integer\n3 6^^integer\n4:1 the file ends in the middle of a statement\n"},
         {"ends in a text", PREFIXES + "x:s x:p \"5", "3:11 the file ends in the middle of a statement\n"},
-        {"no statement", PREFIXES + "hello\n", "4:1 the file ends in the middle of a statement\n"},
+        {"not a statement", PREFIXES + "hello\n", "4:1 the file ends in the middle of a statement\n"},
         {"an unknown prefix", PREFIXES + "x:s x:p 5 .\nx:s y:p 6 .\n",
          "3 5^^integer\n4:10 the prefix 'y:' is not declared\n"},
         {"an unknown prefix of a datatype", PREFIXES + "x:s x:p \"6\"^^y:int .\n",
@@ -119,7 +119,7 @@ TEST(TurtleReader, LinesAreRightAcrossBuffers) {
     ASSERT_GT(content.size(), 3u * 256 * 1024);
     TemporaryDirectory directory;
     for (const std::string& path :
-         {directory.write("plain.ttl", content), directory.write("packed.ttl", gzip(content))}) {
+         {directory.write("plain.ttl", content), directory.write("compressed.ttl", gzip(content))}) {
         RecordingSink sink;
         EXPECT_TRUE(readTurtle(path, RDFFormat::TURTLE, sink) == expected);
     }
@@ -143,9 +143,9 @@ TEST(TurtleReader, ATruncatedGzipFileFailsWithItsLine) {
         state = state * 1664525 + 1013904223;
         content += "x:s x:p " + std::to_string(state) + " .\n";
     }
-    const std::string packed = gzip(content);
+    const std::string compressed = gzip(content);
     TemporaryDirectory directory;
-    const std::string path = directory.write("cut.ttl.gz", packed.substr(0, packed.size() / 2));
+    const std::string path = directory.write("cut.ttl.gz", compressed.substr(0, compressed.size() / 2));
     std::string failure;
     const std::string readable = readAll(path, failure);
     RecordingSink sink;

@@ -153,7 +153,7 @@ double measureBatches(unsigned numberOfThreads, const std::vector<Batch>& batche
     });
 }
 
-/// Looks at what a dictionary is charged each millisecond, from a thread of its own, and keeps the largest.
+/// Samples what a dictionary is charged each millisecond, from a thread of its own, and keeps the maximum.
 class PeakObserver : private Unmovable {
 
 public:
@@ -197,7 +197,7 @@ public:
         m_report(report),
         m_results(results) { }
 
-    /// Does everything once; the first time, which warms up, no times are kept, but the memory is looked at.
+    /// Does everything once; the first time, which warms up, no times are kept, but the memory is sampled.
     void runOnce(bool isFirst) {
         add(m_results.m_reading, isFirst, measure([this] { readPlainly(m_files, m_results.m_numberOfThreads); }));
         import(isFirst);
@@ -268,7 +268,7 @@ private:
         const uint64_t numberOfValues = countResources(*dictionary);
         if (m_report.m_keptValues == m_report.m_accepted && numberOfValues != m_report.m_distinctValues)
             throw SystemFailure(fmt::format(
-                "bench: {} values were entered where the import entered {}; did a file change?", numberOfValues,
+                "bench: {} values were inserted, but the import entered {}; did a file change?", numberOfValues,
                 m_report.m_distinctValues));
         return dictionary;
     }
@@ -285,7 +285,7 @@ private:
             });
         if (missing.load(std::memory_order_relaxed) != 0)
             throw SystemFailure(fmt::format(
-                "bench: {} values that were entered were not found", missing.load(std::memory_order_relaxed)));
+                "bench: {} values that were inserted were not found", missing.load(std::memory_order_relaxed)));
         add(timing, isFirst, seconds);
     }
 
@@ -326,7 +326,7 @@ int BenchmarkReport::getExitCode() const noexcept {
     return isDamaged || m_accepted != m_literals ? EXIT_DAMAGED_INPUT : EXIT_ALL_WELL;
 }
 
-BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::function<void(std::string)>& tell) {
+BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::function<void(std::string)>& reportStep) {
     BenchmarkReport report;
     report.m_numberOfProcessors = getNumberOfProcessors();
     report.m_repetitions = options.m_repetitions;
@@ -334,7 +334,7 @@ BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::functio
     ValueKeeper keeper(options.m_dictionaryOptions.memoryBudgetBytes / sizeof(ResourceValue));
     std::vector<InputFile> files;
     for (const InputFile& input : options.m_files) {
-        tell("reading " + input.m_path);
+        reportStep("reading " + input.m_path);
         BenchmarkFile& file = report.m_files.emplace_back();
         file.m_path = input.m_path;
         readFile(input, keeper, file);
@@ -355,7 +355,7 @@ BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::functio
         ThreadRun run(options, files, keeper.getBatches(), report, results);
         for (unsigned repetition = 0; repetition <= options.m_repetitions; ++repetition) {
             const std::string threads = numberOfThreads == 1 ? "1 thread" : fmt::format("{} threads", numberOfThreads);
-            tell(
+            reportStep(
                 repetition == 0 ? threads + ", warming up"
                                 : fmt::format("{}, run {} of {}", threads, repetition, options.m_repetitions));
             run.runOnce(repetition == 0);

@@ -209,7 +209,7 @@ void CommandLine::addCheck() {
     CLI::App& check = addWithOptions(
         "check", "Find everything that is wrong with a store, and repair it", CHECK_HELP, m_check.m_options,
         [this] { return runCheckCommand(m_check); });
-    check.add_option("STORE", m_check.m_storePath, "A store, in whatever state")->required();
+    check.add_option("STORE", m_check.m_storePath, "A store, intact or damaged")->required();
     addHugePages(check, m_check.m_options);
     check.add_flag("--all", m_check.m_isListingAll, "List all problems");
     check.add_flag("--repair", m_check.m_isRepairing, "Save what can be saved to a new store");

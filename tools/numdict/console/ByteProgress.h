@@ -15,8 +15,8 @@ class ByteProgress {
 public:
 
     /// @param what            "opening numbers.store"
-    /// @param totalBytes      0 where it is not known
-    /// @param afterwards      what goes on once all bytes have come, such as "checking"
+    /// @param totalBytes      0 if it is unknown
+    /// @param afterwards      what happens after the last byte, such as "checking"
     ByteProgress(std::string what, uint64_t totalBytes, std::string afterwards, bool isQuiet);
 
     ByteProgress(const ByteProgress&) = delete;

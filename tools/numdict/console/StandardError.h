@@ -4,7 +4,7 @@
 
 namespace kavix::numdict {
 
-/// Writes to standard error. If it is closed, nothing can be said there; the exit code still tells how a command ended.
+/// Writes to standard error. If it is closed, nothing is written; the exit code still shows how a command ended.
 void writeStandardError(std::string_view text) noexcept;
 
 /// Writes "numdict: ", the message and a line end to standard error.

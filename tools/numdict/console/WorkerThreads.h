@@ -8,8 +8,8 @@
 
 namespace kavix::numdict {
 
-/// The most threads that a command can be given: a dictionary serves 256, and the first thread of the program may be one
-/// more than the workers.
+/// The most threads that a command can be given: a dictionary serves 256, and the first thread of the program may be
+/// one more than the workers.
 inline constexpr unsigned MAXIMUM_NUMBER_OF_THREADS = 255;
 
 /// How many threads the machine runs at once, 1 to MAXIMUM_NUMBER_OF_THREADS.

@@ -66,7 +66,7 @@ void Import::orderFiles() {
         const uint64_t size = isRegular ? std::filesystem::file_size(file.m_path, error) : 0;
         areSizesKnown = areSizesKnown && isRegular && !error;
         totalSize += size;
-        sizes.push_back(isRegular ? size : UINT64_MAX); // nobody knows how much a pipe will bring
+        sizes.push_back(isRegular ? size : UINT64_MAX); // it is unknown how much a pipe will bring
     }
     m_progress.m_totalFileBytes = areSizesKnown ? totalSize : 0;
     std::iota(m_fileOrder.begin(), m_fileOrder.end(), size_t(0));

@@ -30,11 +30,11 @@ struct ImportOptions {
     std::vector<InputFile> m_files;
     unsigned m_numberOfThreads = 1;
     LiteralCollector::Options m_collectorOptions;
-    std::string m_rejectedPath; // empty where the rejected statements are not wanted
+    std::string m_rejectedPath; // empty if the rejected statements are not wanted
     size_t m_blockSize = LineBlocks::DEFAULT_BLOCK_SIZE;
 };
 
-/// Reads files into a dictionary with several threads. Each worker takes a file that nobody has, the largest first;
+/// Reads files into a dictionary with several threads. Each worker takes a file that no other has, the largest first;
 /// when there are none left it helps with the files in a line format that are still being read, block by block. The
 /// report does not depend on the number of threads, unless the import was stopped early. Everything is entered in one
 /// transaction, which is committed also when a limit was reached, and rolled back after other failures.

@@ -55,7 +55,7 @@ bool RejectedExamples::wants(
 
 void RejectedExamples::add(RejectedExample&& example) {
     std::vector<RejectedExample>& list = m_lists[example.m_datatypeID][example.m_reason];
-    // Behind those of the same line: the literals of a line are met in order, by one worker.
+    // After those of the same line: the literals of a line are met in order, by one worker.
     const auto position = std::upper_bound(
         list.begin(), list.end(), example, [](const RejectedExample& first, const RejectedExample& second) {
             return comesBefore(first.m_fileIndex, first.m_line, second);

@@ -24,7 +24,7 @@ struct DatatypeCounts {
     uint64_t getRejected() const noexcept;
 };
 
-/// What is wrong with a file; line and column are 0 where there are none.
+/// What is wrong with a file; line and column are 0 if there are none.
 struct FileError {
     uint64_t m_line = 0;
     uint64_t m_column = 0;
@@ -33,7 +33,7 @@ struct FileError {
 
 struct FileCounts {
     uint64_t m_statements = 0;
-    uint64_t m_bytes = 0; // unpacked
+    uint64_t m_bytes = 0; // uncompressed
     uint64_t m_damagedLines = 0; // line formats only
     std::optional<FileError> m_error; // the first one
 
@@ -52,7 +52,8 @@ struct RejectedExample {
     std::string m_message;
 };
 
-/// The first ten rejected literals of each datatype and reason, in the order of files and lines, whoever met them.
+/// The first ten rejected literals of each datatype and reason, in the order of files and lines, which does not depend
+/// on the workers.
 class RejectedExamples {
 
 public:
@@ -90,7 +91,7 @@ struct ImportCounts {
 struct StoreOutcome {
     std::string m_path;
     bool m_isNew = false;
-    bool m_isWritten = false; // false: it is as it was
+    bool m_isWritten = false; // false: it is unchanged
     uint64_t m_values = 0; // which it would have, if it was not written
     uint64_t m_newValues = 0;
     uint64_t m_bytes = 0; // 0 if it was not written
@@ -106,7 +107,7 @@ struct ImportReport {
     double m_seconds = 0;
     uint64_t m_memoryBudgetBytes = 0;
     uint64_t m_memoryUsedBytes = 0;
-    std::optional<uint64_t> m_hugePageBytes; // of the dictionary's memory; absent where the system does not tell
+    std::optional<uint64_t> m_hugePageBytes; // of the dictionary's memory; absent if the system does not report it
     std::optional<std::string> m_limitMessage; // why the import stopped early, if a limit was reached
     bool m_isStoppedByStrict = false;
     std::optional<StoreOutcome> m_store;

@@ -51,7 +51,7 @@ void LiteralCollector::startFile(size_t fileIndex) {
 void LiteralCollector::flush() {
     m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
     m_unpublishedLiterals = 0;
-    handOverRejectedStatements(); // first: these are there, whatever becomes of the values
+    handOverRejectedStatements(); // first: these are kept even if the values cannot be entered
     enterValues();
 }
 
@@ -86,7 +86,7 @@ void LiteralCollector::handOverRejectedStatements() {
 }
 
 bool LiteralCollector::receive(const Statement& statement, const StatementContext& context) {
-    // Relaxed: whoever sets it has said why elsewhere; a few statements more do no harm.
+    // Relaxed: the reason is recorded elsewhere; a few more statements do no harm.
     if (m_shouldStop.load(std::memory_order_relaxed))
         return false;
     ++m_counts.m_files[m_fileIndex].m_statements;

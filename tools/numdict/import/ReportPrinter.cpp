@@ -98,7 +98,7 @@ std::string formatStore(const StoreOutcome& store) {
     if (!store.m_isWritten)
         return fmt::format(
             "\n{} was not written{}; it would have {} values, {} of them new\n", store.m_path,
-            store.m_isNew ? "" : " and is as it was", formatCount(store.m_values), formatCount(store.m_newValues));
+            store.m_isNew ? "" : " and is unchanged", formatCount(store.m_values), formatCount(store.m_newValues));
     return fmt::format(
         "\n{} has {} values, {} of them new, and {}\n", store.m_path, formatCount(store.m_values),
         formatCount(store.m_newValues), formatSize(store.m_bytes));

@@ -15,8 +15,8 @@
 
 namespace kavix::numdict {
 
-/// Whole lines of a file. The buffer has room for one byte more than length, which whoever reads the block may
-/// overwrite, as all others. Blocks are reused: a worker keeps one.
+/// Whole lines of a file. The buffer has room for one byte more than length, which the reader of the block may
+/// overwrite, like all others. Blocks are reused: a worker keeps one.
 struct LineBlock {
     std::vector<char> m_bytes;
     size_t m_length = 0;
@@ -35,8 +35,8 @@ struct LineBlock {
 };
 
 /// A file in a line format, cut into blocks at line ends, each with its first line number. Any number of threads take
-/// blocks in turns, which works alike for files, pipes and gzip: the cutting, and the unpacking, is done by
-/// whoever is free. A byte order mark at the start is overwritten with spaces, so that columns stay right.
+/// blocks in turns, which works the same for files, pipes and gzip: cutting and decompressing is done by the
+/// next idle worker. A byte order mark at the start is overwritten with spaces, so that columns stay right.
 class LineBlocks {
 
 public:

@@ -74,7 +74,7 @@ std::string formatFractionDigits(const StoreStatistics& statistics, bool isForPe
     std::string text = isForPeople ? "\nFraction digits of decimals\n" : "\nfraction digits\tvalues\n";
     for (size_t digits = 0; digits < end; ++digits)
         if (isForPeople) {
-            // A bar for whatever is there at all.
+            // Every count that is not zero has a bar.
             const auto length =
                 static_cast<size_t>(divide(counts[digits], largest) * BAR_LENGTH + (counts[digits] == 0 ? 0 : 0.999));
             text += fmt::format(
