@@ -58,6 +58,26 @@ std::string makeFaultyLines(uint64_t seed, int numberOfLines) {
     return content;
 }
 
+/// Longs and decimals, one in eleven not canonical, with their datatype IRIs; in the content a rejected literal follows
+/// every fifth.
+std::vector<std::pair<std::string, std::string>> makeLiterals(std::string& content) {
+    std::vector<std::pair<std::string, std::string>> literals;
+    for (int number = 0; number < 60000; ++number) {
+        const bool isDecimal = number % 3 == 0;
+        std::string form = std::to_string(number / 2) + (isDecimal ? ".25" : "");
+        if (number % 7 == 0)
+            form += isDecimal ? "0" : "";
+        if (number % 11 == 0)
+            form = "+" + form;
+        literals.emplace_back(
+            form, isDecimal ? "http://www.w3.org/2001/XMLSchema#decimal" : "http://www.w3.org/2001/XMLSchema#long");
+        content += "<x:s> <x:p> \"" + form + "\"^^<" + literals.back().second + "> .\n";
+        if (number % 5 == 0)
+            content += "<x:s> <x:p> \"rejected\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
+    }
+    return literals;
+}
+
 }
 
 TEST(Import, EveryLiteralIsCountedWhereItBelongs) {
@@ -248,20 +268,7 @@ TEST(Import, AReachedLimitStopsAllAndIsReported) {
 TEST(Import, AReachedLimitLeavesWhatEnteringOneAtATimeLeaves) {
     TemporaryDirectory directory;
     std::string content;
-    std::vector<std::pair<std::string, std::string>> literals;
-    for (int number = 0; number < 60000; ++number) {
-        const bool isDecimal = number % 3 == 0;
-        std::string form = std::to_string(number / 2) + (isDecimal ? ".25" : "");
-        if (number % 7 == 0)
-            form += isDecimal ? "0" : "";
-        if (number % 11 == 0)
-            form = "+" + form;
-        literals.emplace_back(
-            form, isDecimal ? "http://www.w3.org/2001/XMLSchema#decimal" : "http://www.w3.org/2001/XMLSchema#long");
-        content += "<x:s> <x:p> \"" + form + "\"^^<" + literals.back().second + "> .\n";
-        if (number % 5 == 0)
-            content += "<x:s> <x:p> \"rejected\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
-    }
+    const std::vector<std::pair<std::string, std::string>> literals = makeLiterals(content);
     const std::string path = directory.write("many.nt", content);
     for (const uint64_t budget : {uint64_t(600) << 10, uint64_t(1) << 20, uint64_t(64) << 20}) {
         SCOPED_TRACE(budget);

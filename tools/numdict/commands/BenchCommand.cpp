@@ -29,20 +29,11 @@ std::vector<unsigned> getDefaultNumbersOfThreads() {
     return numbers;
 }
 
-std::vector<unsigned> getNumbersOfThreads(const BenchCommand& command) {
-    if (command.m_numbersOfThreads.empty())
-        return getDefaultNumbersOfThreads();
-    for (const unsigned number : command.m_numbersOfThreads)
-        if (number == 0 || number > MAXIMUM_NUMBER_OF_THREADS)
-            throw UsageError(fmt::format(
-                "bench: --threads can be 1 to {}, or several of them such as 1,2,4", MAXIMUM_NUMBER_OF_THREADS));
-    return command.m_numbersOfThreads;
-}
-
 BenchmarkOptions makeBenchmarkOptions(const BenchCommand& command) {
     BenchmarkOptions options;
     options.m_files = makeInputFiles("bench", command.m_paths, command.m_format);
-    options.m_numbersOfThreads = getNumbersOfThreads(command);
+    options.m_numbersOfThreads =
+        command.m_numbersOfThreads.empty() ? getDefaultNumbersOfThreads() : command.m_numbersOfThreads;
     options.m_repetitions = command.m_repetitions;
     options.m_dictionaryOptions = makeDictionaryOptions(
         getMemoryBudget("bench", command.m_options.m_memory) / 2, command.m_options, command.m_resourceIDWidth);
@@ -54,8 +45,6 @@ BenchmarkOptions makeBenchmarkOptions(const BenchCommand& command) {
 int runBenchCommand(const BenchCommand& command) {
     if (std::find(command.m_paths.begin(), command.m_paths.end(), "-") != command.m_paths.end())
         throw UsageError("bench: standard input can be read only once; specify files, which are read several times");
-    if (command.m_repetitions == 0)
-        throw UsageError("bench: --repetitions must be at least 1");
     const BenchmarkOptions options = makeBenchmarkOptions(command);
 
     std::mutex mutex;

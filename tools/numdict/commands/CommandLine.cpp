@@ -2,10 +2,12 @@
 
 #include "numdict/commands/HelpTexts.h"
 #include "numdict/commands/SharedOptions.h"
-#include "numdict/console/Failures.h"
 #include "numdict/console/WorkerThreads.h"
 
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <utility>
 
 namespace kavix::numdict {
 
@@ -29,10 +31,9 @@ CommandLine::CommandLine(CLI::App& program) :
 }
 
 int CommandLine::run() const {
-    for (const auto& [subcommand, command] : m_commands)
-        if (subcommand->parsed())
-            return command();
-    throw UsageError("specify a command; 'numdict --help' lists them");
+    const auto given =
+        std::find_if(m_commands.begin(), m_commands.end(), [](const auto& command) { return command.first->parsed(); });
+    return given->second();
 }
 
 CLI::App& CommandLine::add(const char* name, const char* description, const char* help, std::function<int()> command) {

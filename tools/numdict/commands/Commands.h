@@ -9,9 +9,10 @@
 
 namespace kavix::numdict {
 
-// The commands, as the program has understood them. Each returns the exit code; failures are exceptions, which
-// runGuarded() turns into messages and codes. A store that cannot be opened is a StoreFailure, except for check, whose
-// task is to report it.
+// The commands, as CommandLine has parsed them: required values are there, numbers are in their ranges, and options
+// that exclude each other are not both there. Each returns the exit code; failures are exceptions, which runGuarded()
+// turns into messages and codes. A store that cannot be opened is a StoreFailure, except for check, whose task is to
+// report it.
 
 struct ImportCommand {
     std::vector<std::string> m_paths;

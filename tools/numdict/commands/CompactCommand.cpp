@@ -135,8 +135,6 @@ void printResult(
 int runCompactCommand(const CompactCommand& command) {
     const bool isKeeping = !command.m_keepPath.empty();
     const bool isDropping = !command.m_dropPath.empty();
-    if (isKeeping && isDropping)
-        throw UsageError("compact: specify what to keep or what to drop, not both");
     checkStoreExists("compact", command.m_storePath);
     // Locked before the store is read, so that no changes of others in between are lost.
     ReplacingFile file(command.m_outputPath.empty() ? command.m_storePath : command.m_outputPath);

@@ -26,16 +26,10 @@ namespace kavix::numdict {
 
 namespace {
 
-unsigned getNumberOfThreads(const ImportCommand& command) {
-    if (command.m_numberOfThreads > MAXIMUM_NUMBER_OF_THREADS)
-        throw UsageError(fmt::format("import: --threads can be 1 to {}", MAXIMUM_NUMBER_OF_THREADS));
-    return command.m_numberOfThreads != 0 ? command.m_numberOfThreads : getNumberOfProcessors();
-}
-
 ImportOptions makeImportOptions(const ImportCommand& command) {
     ImportOptions options;
     options.m_files = makeInputFiles("import", command.m_paths, command.m_format);
-    options.m_numberOfThreads = getNumberOfThreads(command);
+    options.m_numberOfThreads = command.m_numberOfThreads != 0 ? command.m_numberOfThreads : getNumberOfProcessors();
     options.m_collectorOptions.m_isStrict = command.m_isStrict;
     options.m_collectorOptions.m_isTrimming = command.m_isTrimming;
     options.m_rejectedPath = command.m_rejectedPath;
@@ -133,8 +127,6 @@ void printWhyStopped(const ImportReport& report) {
 }
 
 int runImportCommand(const ImportCommand& command) {
-    if (command.m_paths.empty())
-        throw UsageError("import: specify at least one file, or - for standard input");
     ImportOptions options = makeImportOptions(command);
     const bool hasStore = !command.m_storePath.empty();
     checkStorePath(command);
