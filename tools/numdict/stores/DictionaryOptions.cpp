@@ -1,4 +1,4 @@
-#include "numdict/stores/MemoryBudget.h"
+#include "numdict/stores/DictionaryOptions.h"
 
 #include "numdict/console/Failures.h"
 #include "numdict/console/Sizes.h"
@@ -26,9 +26,18 @@ uint64_t getMemoryBudget(const std::string& command, const std::string& text) {
     }
     const std::optional<uint64_t> budget = tryParseSize(text);
     if (!budget)
-        throw UsageError(
-            fmt::format("{}: --memory '{}' is no size; write 512M, 2G, 2GiB or a number of bytes", command, text));
+        throw UsageError(fmt::format(
+            "{}: --memory '{}' is not a valid size; write 512M, 2G, 2GiB or a number of bytes", command, text));
     return *budget;
+}
+
+Dictionary::Options makeDictionaryOptions(
+    uint64_t memoryBudgetBytes, const DictionaryOptions& options, unsigned resourceIDWidth) {
+    Dictionary::Options result;
+    result.memoryBudgetBytes = memoryBudgetBytes;
+    result.resourceIDWidth = resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
+    result.useHugePages = !options.m_isWithoutHugePages;
+    return result;
 }
 
 }

@@ -1,4 +1,4 @@
-#include "numdict/bench/PlainReading.h"
+#include "numdict/input/PlainReading.h"
 
 #include "numdict/console/WorkerThreads.h"
 #include "numdict/input/ByteSource.h"
@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -19,7 +20,7 @@ namespace kavix::numdict {
 
 namespace {
 
-/// The parser keeps the terms of what it has read until it is freed; behind this many bytes that costs more than it
+/// The parser keeps the terms of what it has read until it is freed; after this many bytes that costs more than it
 /// saves.
 constexpr size_t PIECE_SIZE = 64 * 1024;
 
@@ -49,10 +50,10 @@ SerdReaderPointer makeReader(SerdSyntax syntax, uint64_t& statements) {
 bool readText(char* text, char* end, uint64_t& statements) {
     uint64_t statementsOfText = 0;
     const SerdReaderPointer reader = makeReader(SERD_NQUADS, statementsOfText);
-    const char behind = *end;
+    const char byteAtEnd = *end;
     *end = '\0';
     const bool isGood = serd_reader_read_string(reader.get(), reinterpret_cast<const uint8_t*>(text)) == SERD_SUCCESS;
-    *end = behind;
+    *end = byteAtEnd;
     if (isGood)
         statements += statementsOfText;
     return isGood;
@@ -129,7 +130,7 @@ uint64_t readPlainly(const std::vector<InputFile>& files, unsigned numberOfThrea
         return getSize(files[first]) > getSize(files[second]);
     });
     std::atomic<uint64_t> fileBytesRead{0};
-    std::vector<std::unique_ptr<LineBlocks>> lineFiles(files.size()); // in the same order; opened by who comes first
+    std::vector<std::unique_ptr<LineBlocks>> lineFiles(files.size()); // in the same order; opened by the first reader
     for (size_t index = 0; index < files.size(); ++index)
         if (isLineFormat(files[order[index]].m_format))
             lineFiles[index] = std::make_unique<LineBlocks>(files[order[index]].m_path, fileBytesRead);

@@ -1,28 +1,24 @@
-#include "numdict/console/OutputFile.h"
+#include "numdict/stores/OutputFile.h"
 
 #include "numdict/console/StandardOutput.h"
 
-#include <unistd.h>
-
 namespace kavix::numdict {
-
-bool isStandardOutputTerminal() {
-    return ::isatty(STDOUT_FILENO) == 1;
-}
 
 OutputFile::OutputFile(const std::string& path) {
     if (path != "-")
         m_file.emplace(path);
 }
 
-void OutputFile::write(std::string_view text) {
+void OutputFile::writeBuffer() {
     if (m_file)
-        m_file->getStream().write(text.data(), text.size());
+        m_file->getStream().write(m_buffer.data(), m_buffer.size());
     else
-        writeStandardOutput(text);
+        writeStandardOutput(m_buffer);
+    m_buffer.clear();
 }
 
 void OutputFile::finish() {
+    writeBuffer();
     if (m_file)
         m_file->commit();
     else

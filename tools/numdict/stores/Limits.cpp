@@ -1,4 +1,4 @@
-#include "numdict/console/Limits.h"
+#include "numdict/stores/Limits.h"
 
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
