@@ -17,14 +17,14 @@ namespace kavix::test {
 
 namespace {
 
-template<typename Kit>
+template<typename Fixture>
 class NumericDatatypeBatchFault : public ::testing::Test {
 
 protected:
 
     /// What must hold after every failure: sound tables, and every charged byte is somebody's.
-    static void checkInvariants(typename Kit::Store& store) {
-        checkTables<typename Kit::ResourceID>(saveToImage(*store.m_dictionary));
+    static void checkInvariants(typename Fixture::Store& store) {
+        checkTables<typename Fixture::ResourceID>(saveToImage(*store.m_dictionary));
         EXPECT_EQ(
             store.m_memoryManager.getChargedBytes(),
             store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +
@@ -33,28 +33,28 @@ protected:
     }
 };
 
-TYPED_TEST_SUITE(NumericDatatypeBatchFault, AllBatchKits, BatchKitNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchFault, AllBatchFixtures, BatchFixtureNames);
 
-template<typename Kit>
-std::vector<typename Kit::Value> makeWorkload() {
-    std::vector<typename Kit::Value> values;
+template<typename Fixture>
+std::vector<typename Fixture::Value> makeWorkload() {
+    std::vector<typename Fixture::Value> values;
     for (uint64_t i = 0; i < 6000; ++i)
-        values.push_back(Kit::makeValue(i * 7 % 6000));
+        values.push_back(Fixture::makeValue(i * 7 % 6000));
     return values;
 }
 
 TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
-    using Kit = TypeParam;
-    const auto values = makeWorkload<Kit>();
-    typename Kit::Store model;
-    const std::vector<uint64_t> expected = Kit::resolveSingly(model.initialize(), nullptr, values);
+    using Fixture = TypeParam;
+    const auto values = makeWorkload<Fixture>();
+    typename Fixture::Store model;
+    const std::vector<uint64_t> expected = Fixture::resolveSingly(model.initialize(), nullptr, values);
     for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
         for (const bool usesContext : {true, false})
             for (uint64_t n = 1;; ++n) {
                 SCOPED_TRACE(
                     (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
                     (usesContext ? " with a context" : ""));
-                typename Kit::Store store;
+                typename Fixture::Store store;
                 store.initialize();
                 DictionaryUsageContext context;
                 DictionaryUsageContext* const usedContext = usesContext ? &context : nullptr;
@@ -63,7 +63,7 @@ TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) 
                 {
                     const SystemCallFault fault(systemCall, n, ENOMEM);
                     try {
-                        Kit::resolveAll(store, usedContext, values, resourceIDs.data());
+                        Fixture::resolveAll(store, usedContext, values, resourceIDs.data());
                     }
                     catch (const SystemCallException& exception) {
                         wasHit = true;
@@ -72,7 +72,7 @@ TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) 
                     ASSERT_EQ(fault.wasHit(), wasHit); // no failure is swallowed
                 }
                 this->checkInvariants(store);
-                const std::vector<uint64_t> found = Kit::tryResolveAll(store, values);
+                const std::vector<uint64_t> found = Fixture::tryResolveAll(store, values);
                 size_t entered = 0;
                 while (entered < values.size() && found[entered] != 0)
                     ++entered;
@@ -86,19 +86,19 @@ TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) 
                     break;
                 }
                 ASSERT_LT(entered, values.size());
-                Kit::resolveAll(store, usedContext, values, resourceIDs.data()); // the same batch succeeds now
-                ASSERT_EQ(resourceIDs, Kit::tryResolveAll(store, values));
+                Fixture::resolveAll(store, usedContext, values, resourceIDs.data()); // the same batch succeeds now
+                ASSERT_EQ(resourceIDs, Fixture::tryResolveAll(store, values));
                 for (size_t i = 0; i < values.size(); ++i)
-                    Kit::expectPublished(store, resourceIDs[i], values[i]);
+                    Fixture::expectPublished(store, resourceIDs[i], values[i]);
                 this->checkInvariants(store);
             }
 }
 
 TYPED_TEST(NumericDatatypeBatchFault, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
-    using Kit = TypeParam;
-    const auto values = makeWorkload<Kit>();
+    using Fixture = TypeParam;
+    const auto values = makeWorkload<Fixture>();
     for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT}) {
-        typename Kit::Store store;
+        typename Fixture::Store store;
         store.initialize();
         const uint64_t refusals = 40;
         std::atomic<uint64_t> failures{0};
@@ -109,19 +109,20 @@ TYPED_TEST(NumericDatatypeBatchFault, ThreadsGoOnWhenTheSystemRefusesMemoryForAW
                 std::vector<uint64_t> resourceIDs(values.size());
                 for (bool isDone = false; !isDone;) {
                     try {
-                        Kit::resolveAll(store, threadIndex % 2 == 0 ? &context : nullptr, values, resourceIDs.data());
+                        Fixture::resolveAll(
+                            store, threadIndex % 2 == 0 ? &context : nullptr, values, resourceIDs.data());
                         isDone = true;
                     }
                     catch (const SystemCallException&) {
                         failures.fetch_add(1);
                     }
                 }
-                EXPECT_EQ(resourceIDs, Kit::tryResolveAll(store, values));
+                EXPECT_EQ(resourceIDs, Fixture::tryResolveAll(store, values));
             });
         }
         EXPECT_EQ(failures.load(), refusals); // each failed call is one error of one thread
         std::vector<bool> isUsed(store.m_nextResourceID.load(), false);
-        for (const uint64_t resourceID : Kit::tryResolveAll(store, values)) {
+        for (const uint64_t resourceID : Fixture::tryResolveAll(store, values)) {
             ASSERT_NE(resourceID, 0u);
             ASSERT_FALSE(isUsed[resourceID]);
             isUsed[resourceID] = true;
