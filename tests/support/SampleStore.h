@@ -11,8 +11,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Stores for tests: one that is put together by hand, field by field, and what tests do with any store.
@@ -93,7 +96,7 @@ inline void expectEqual(const Dictionary& first, const Dictionary& second) {
 /// A store made by hand, of either width:
 ///
 ///   ID  1      2              3     4      5        6
-///       0.5    xsd:integer    lost  int 7  -12.25   xsd:int 8, entered and taken back
+///       0.5    xsd:integer    lost  int 7  -12.25   xsd:int 8, entered and rolled back
 ///              -2
 ///
 /// The next ID is 7; IDs stay below 4096. The deleted xsd:int keeps its bucket and its data word.
@@ -105,8 +108,7 @@ struct SampleStore {
     explicit SampleStore(ResourceIDWidth width) :
         m_width(width),
         m_recordSize(width == ResourceIDWidth::BITS_32 ? 13 : 17) {
-        m_image.m_maxResourceID = MAX_RESOURCE_ID;
-        m_image.m_maxResourceIDForBlocks = MAX_RESOURCE_ID - 1024;
+        setMaxResourceID(MAX_RESOURCE_ID);
         addDecimal(1, 5, 1);
         addInteger(D_XSD_INTEGER, 2, -2);
         addInteger(D_XSD_INT, 4, 7);
@@ -171,6 +173,12 @@ struct SampleStore {
     template<typename Number>
     void patchRecord(size_t index, size_t offset, Number number) {
         std::memcpy(m_pool.data() + index * m_recordSize + offset, &number, sizeof(number));
+    }
+
+    /// Sets the bound of IDs, and what depends on it.
+    void setMaxResourceID(uint64_t maxResourceID) {
+        m_maxResourceID = m_image.m_maxResourceID = maxResourceID;
+        m_image.m_maxResourceIDForBlocks = maxResourceID - 1024;
     }
 
     size_t getUnscaledValueOffset() const { return m_recordSize - 9; }

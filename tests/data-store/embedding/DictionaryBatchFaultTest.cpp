@@ -2,10 +2,9 @@
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
-#include "support/AllocationInjection.h"
+#include "support/FaultInjection.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
-#include "support/SystemCallInjection.h"
 
 #include <gtest/gtest.h>
 
@@ -51,7 +50,7 @@ TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     {
-        const AllocationFault fault(1);
+        const Fault fault(Call::ALLOCATION, 1);
         transaction.resolve(values, resourceIDs.data());
         dictionary.tryResolve(values, resourceIDs.data());
         EXPECT_EQ(transaction.resolve(literals, resolutions.data()), 0u);
@@ -70,17 +69,13 @@ TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlon
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     const std::vector<Outcome> expected = resolveSingly(transaction, texts);
-    bool wasHit = true;
-    for (uint64_t n = 1; wasHit; ++n) {
-        SCOPED_TRACE("allocation " + std::to_string(n));
-        ASSERT_LT(n, 1000u);
+    failEach(Call::ALLOCATION, [&](FaultPoint& point) {
         std::vector<Resolution> resolutions(literals.size());
         size_t numberOfErrors;
         {
-            const AllocationFault fault(n);
-            numberOfErrors = n % 2 == 0 ? transaction.resolve(literals, resolutions.data())
-                                        : dictionary.tryResolve(literals, resolutions.data());
-            wasHit = fault.wasHit();
+            const Fault fault(point);
+            numberOfErrors = point.getNumber() % 2 == 0 ? transaction.resolve(literals, resolutions.data())
+                                                        : dictionary.tryResolve(literals, resolutions.data());
         }
         EXPECT_EQ(numberOfErrors, 12u);
         size_t numberOfOthers = 0;
@@ -97,28 +92,25 @@ TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlon
             catch (const std::bad_alloc&) {
                 ++numberOfOthers;
             }
-        EXPECT_EQ(numberOfOthers, wasHit ? 1u : 0u);
-    }
+        EXPECT_EQ(numberOfOthers, point.wasHit() ? 1u : 0u);
+    });
 }
 
 TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
     const std::vector<ResourceValue> values = makeValues(20000);
     const std::vector<LiteralText> texts = makeTexts(20000);
     const std::vector<Literal> literals = getLiterals(texts);
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+    for (const Call call : {Call::MMAP, Call::MPROTECT})
         for (const bool isOfLiterals : {false, true}) {
-            bool wasHit = true;
-            for (uint64_t n = 1; wasHit; ++n) {
-                SCOPED_TRACE(
-                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
-                    (isOfLiterals ? ", literals" : ", values"));
+            SCOPED_TRACE(isOfLiterals ? "literals" : "values");
+            const uint64_t failures = failEach(call, [&](FaultPoint& point) {
                 Dictionary dictionary(makeOptions());
                 Transaction transaction(dictionary);
                 std::vector<uint64_t> resourceIDs(values.size(), 0);
                 std::vector<Resolution> resolutions(values.size());
                 size_t numberOfErrors = 0;
                 {
-                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    const Fault fault(point);
                     try {
                         if (isOfLiterals)
                             numberOfErrors = transaction.resolve(literals, resolutions.data());
@@ -129,9 +121,8 @@ TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
                         numberOfErrors = 1;
                         EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
                     }
-                    wasHit = fault.wasHit();
                 }
-                ASSERT_EQ(numberOfErrors, wasHit ? 1u : 0u); // no failure is swallowed, and it is one literal's
+                ASSERT_EQ(numberOfErrors, point.wasHit() ? 1u : 0u); // no failure is swallowed, and it is one literal's
                 std::vector<uint64_t> found(values.size());
                 dictionary.tryResolve(values, found.data());
                 size_t entered = 0;
@@ -155,15 +146,13 @@ TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
                                 << i;
                         }
                     }
-                if (!wasHit) {
-                    EXPECT_GT(n, 4u); // the work really needed the call
-                }
                 transaction.resolve(values, resourceIDs.data()); // succeeds now
                 dictionary.tryResolve(values, found.data());
                 ASSERT_EQ(found, resourceIDs);
                 transaction.commit();
                 expectSound(dictionary);
-            }
+            });
+            EXPECT_GE(failures, 4u); // the work really needed the call
         }
 }
 

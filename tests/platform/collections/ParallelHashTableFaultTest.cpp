@@ -1,7 +1,6 @@
 #include "core/platform/errors/SystemCallException.h"
 #include "platform/collections/TableFixtures.h"
-#include "support/ExpectError.h"
-#include "support/SystemCallInjection.h"
+#include "support/FaultInjection.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -15,9 +14,10 @@
 namespace kavix {
 
 using test::AllTableFixtures;
-using test::SystemCall;
-using test::SystemCallFault;
-using test::SystemCallHook;
+using test::Call;
+using test::CallHook;
+using test::Fault;
+using test::FaultPoint;
 using test::TableFixtureNames;
 
 template<typename Fixture>
@@ -26,13 +26,11 @@ class ParallelHashTableTest : public test::TableTest<Fixture> { };
 TYPED_TEST_SUITE(ParallelHashTableTest, AllTableFixtures, TableFixtureNames);
 
 TYPED_TEST(ParallelHashTableTest, EveryCallThatGrowthMakesMayFailAndTheNextInsertionSucceeds) {
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT}) {
-        uint64_t n = 1;
-        for (bool wasHit = true; wasHit; ++n) {
-            SCOPED_TRACE(n);
+    for (const Call call : {Call::MMAP, Call::MPROTECT}) {
+        const uint64_t calls = test::failEach(call, [&](FaultPoint& point) {
             TypeParam fixture;
             uint64_t failures = 0;
-            const SystemCallFault fault(systemCall, n, ENOMEM);
+            const Fault fault(point);
             for (uint64_t id = 1; id <= 3000; ++id) {
                 const auto key = fixture.getKeyWithHash(id * 0x123456789abcdef);
                 const size_t numberOfBuckets = fixture.m_table.getNumberOfBuckets();
@@ -46,18 +44,17 @@ TYPED_TEST(ParallelHashTableTest, EveryCallThatGrowthMakesMayFailAndTheNextInser
                     EXPECT_EQ(fixture.m_numberOfLiveBuckets, id - 1);
                     EXPECT_EQ(fixture.find(key), 0u);
                     ASSERT_EQ(fixture.insert(key, id).m_resourceID, id);
-                    if (TypeParam::BUCKET_SIZE == 16) { // of decimals, the call may have been one for a record
+                    if (TypeParam::BUCKET_SIZE == 16) { // else the call may have been one for a record
                         EXPECT_EQ(fixture.m_table.getNumberOfBuckets(), 2 * numberOfBuckets);
                     }
                 }
             }
-            wasHit = fault.wasHit();
             EXPECT_LE(failures, 1u);
             fixture.expectConsistent();
             for (uint64_t id = 1; id <= 3000; ++id)
                 ASSERT_EQ(fixture.find(fixture.getKeyWithHash(id * 0x123456789abcdef)), id);
-        }
-        EXPECT_GE(n, 4u); // three doublings, at least a call each (those of records come on top)
+        });
+        EXPECT_GE(calls, 3u); // three doublings, at least a call each (those of records come on top)
     }
 }
 
@@ -74,7 +71,7 @@ TYPED_TEST(ParallelHashTableTest, AThreadThatEntersWhileTheLeaderAllocatesWaitsA
         std::thread reader;
         {
             const test::Watchdog watchdog("a lookup during an allocation");
-            const SystemCallHook hook(SystemCall::MPROTECT, [&] {
+            const CallHook hook({Call::MPROTECT}, [&] {
                 std::atomic<bool> isStarted{false};
                 reader = std::thread([&fixture, &idFound, &isStarted] {
                     ThreadSlots::ensureSlot();
@@ -88,7 +85,7 @@ TYPED_TEST(ParallelHashTableTest, AThreadThatEntersWhileTheLeaderAllocatesWaitsA
                 EXPECT_EQ(fixture.m_table.getNumberOfBuckets(), 1024u);
             });
             if (allocationFails) {
-                const SystemCallFault fault(SystemCall::MPROTECT, 1, ENOMEM);
+                const Fault fault(Call::MPROTECT, 1);
                 EXPECT_THROW(fixture.m_table.findOrInsert(newKey, createEntry), SystemCallException);
             }
             else
@@ -107,7 +104,7 @@ TYPED_TEST(ParallelHashTableTest, OthersJoinTheResizeOfALeaderAndOneRetriesWhere
     for (uint64_t failingCall = 1; failingCall <= 3; ++failingCall) {
         SCOPED_TRACE(failingCall);
         TypeParam fixture;
-        const SystemCallFault fault(SystemCall::MPROTECT, failingCall, ENOMEM);
+        const Fault fault(Call::MPROTECT, failingCall);
         std::atomic<uint64_t> failures{0};
         constexpr uint64_t KEYS_PER_THREAD = 1500;
         test::runThreads(4, [&](size_t threadIndex) {
@@ -122,7 +119,7 @@ TYPED_TEST(ParallelHashTableTest, OthersJoinTheResizeOfALeaderAndOneRetriesWhere
                 }
             }
         });
-        EXPECT_EQ(failures, fault.wasHit() ? 1u : 0u); // whoever made the call, and nobody else
+        EXPECT_EQ(failures, fault.wasHit() ? 1u : 0u); // the thread that made the call, and no other
         EXPECT_TRUE(fault.wasHit());
         fixture.expectConsistent();
         EXPECT_EQ(fixture.m_numberOfLiveBuckets, 4 * KEYS_PER_THREAD);

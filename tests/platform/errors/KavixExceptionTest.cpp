@@ -178,11 +178,11 @@ TEST(KavixException, AFailureToPrintIsNotTakenForACause) {
     const KavixException exception("Outer", 1, causes, "Outer failure.");
 
     constexpr size_t NUMBER_OF_WRITES = 9; // four details, a heading, four details
-    for (size_t writesBeforeFailure = 0; writesBeforeFailure != NUMBER_OF_WRITES; ++writesBeforeFailure) {
-        test::FailingOutputStream output(writesBeforeFailure);
-        EXPECT_THROW(exception.printArguments(output), std::runtime_error) << writesBeforeFailure;
+    for (size_t n = 1; n <= NUMBER_OF_WRITES; ++n) {
+        test::FailingOutputStream output(n);
+        EXPECT_THROW(exception.printArguments(output), std::runtime_error) << n;
     }
-    test::FailingOutputStream output(NUMBER_OF_WRITES);
+    test::FailingOutputStream output(NUMBER_OF_WRITES + 1);
     EXPECT_NO_THROW(exception.printArguments(output));
 }
 

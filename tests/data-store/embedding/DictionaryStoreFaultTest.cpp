@@ -4,25 +4,19 @@
 
 #include "core/data-store/embedding/Restoration.h"
 #include "core/data-store/embedding/Transaction.h"
-#include "core/data-store/repair/DamagedStore.h"
-#include "core/data-store/repair/StoreRepair.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
-#include "support/AllocationInjection.h"
 #include "support/ExpectError.h"
-#include "support/FileCallInjection.h"
+#include "support/FaultInjection.h"
 #include "support/KilledProcess.h"
 #include "support/SampleStore.h"
-#include "support/SystemCallInjection.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
-#include <functional>
 #include <memory>
 #include <new>
 #include <string>
@@ -31,10 +25,10 @@
 namespace kavix {
 
 using test::BOTH_WIDTHS;
-using test::FileCall;
-using test::FileCallFault;
-using test::SystemCall;
-using test::SystemCallFault;
+using test::Call;
+using test::failEach;
+using test::Fault;
+using test::FaultPoint;
 using test::TemporaryFolder;
 
 namespace {
@@ -66,17 +60,9 @@ std::unique_ptr<Dictionary> openFile(const std::string& fileName, bool checkEver
     return Dictionary::openStore(input, options);
 }
 
-/// Calls attempt(n) for n = 1, 2, ... until it returns false: no call was left to fail. Returns how many failed.
-uint64_t failEach(const std::function<bool(uint64_t n)>& attempt) {
-    uint64_t n = 1;
-    while (attempt(n) && n < 10'000 && !::testing::Test::HasFatalFailure())
-        ++n;
-    return n - 1;
 }
 
-}
-
-TEST(StoreFault, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
+TEST(DictionaryStore, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     const std::unique_ptr<Dictionary> oldDictionary = makeDictionary(ResourceIDWidth::BITS_32, 10);
@@ -90,19 +76,19 @@ TEST(StoreFault, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
     };
 
     EXPECT_GE(
-        failEach([&](uint64_t n) {
-            const test::ShortTransfers shortTransfers(50'000);
-            const SystemCallFault fault(SystemCall::WRITE, n, ENOSPC);
-            if (n < 4) {
-                EXPECT_THROW(saveToFile(*newDictionary, fileName), SystemCallException);
-                expectStore(oldResources);
-            }
-            return fault.wasHit();
-        }),
+        failEach(
+            Call::WRITE, ENOSPC,
+            [&](FaultPoint& point) {
+                const test::ShortTransfers shortTransfers(50'000);
+                const Fault fault(point);
+                if (point.getNumber() < 4) {
+                    EXPECT_THROW(saveToFile(*newDictionary, fileName), SystemCallException);
+                    expectStore(oldResources);
+                }
+            }),
         3u);
-    for (const FileCall fileCall :
-         {FileCall::OPEN, FileCall::FLOCK, FileCall::FTRUNCATE, FileCall::FSYNC, FileCall::RENAME}) {
-        const FileCallFault fault(fileCall, 1, EIO);
+    for (const Call call : {Call::OPEN, Call::FLOCK, Call::FTRUNCATE, Call::FSYNC, Call::RENAME}) {
+        const Fault fault(call, 1, EIO);
         EXPECT_THROW(saveToFile(*newDictionary, fileName), SystemCallException);
         EXPECT_TRUE(fault.wasHit());
         expectStore(oldResources);
@@ -111,7 +97,7 @@ TEST(StoreFault, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
     expectStore(newResources);
 }
 
-TEST(StoreFault, AKilledProcessLeavesAStoreThatOpens) {
+TEST(DictionaryStore, AKilledProcessLeavesAStoreThatOpens) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     const std::unique_ptr<Dictionary> oldDictionary = makeDictionary(ResourceIDWidth::BITS_64, 10);
@@ -133,31 +119,30 @@ TEST(StoreFault, AKilledProcessLeavesAStoreThatOpens) {
     EXPECT_TRUE(isNewInPlace);
 }
 
-TEST(StoreFault, OpeningReportsWhateverFailsAndReturnsEverything) {
+TEST(DictionaryStore, OpeningReportsWhateverFailsAndReturnsEverything) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     saveToFile(*makeDictionary(ResourceIDWidth::BITS_32, 3000), fileName);
-    for (const SystemCall systemCall : {SystemCall::READ, SystemCall::MMAP, SystemCall::MPROTECT}) {
-        SCOPED_TRACE("call " + std::to_string(static_cast<unsigned>(systemCall)));
+    for (const Call call : {Call::READ, Call::MMAP, Call::MPROTECT})
         EXPECT_GE(
-            failEach([&](uint64_t n) {
-                const SystemCallFault fault(systemCall, n, ENOMEM);
-                try {
-                    const std::unique_ptr<Dictionary> dictionary = openFile(fileName, n % 2 == 0);
-                    // The system's refusal to map a page is no failure where a page is given back.
-                    EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
-                }
-                catch (const SystemCallException& exception) {
-                    EXPECT_TRUE(fault.wasHit());
-                    EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
-                }
-                return fault.wasHit();
-            }),
+            failEach(
+                call,
+                [&](FaultPoint& point) {
+                    const Fault fault(point);
+                    try {
+                        const std::unique_ptr<Dictionary> dictionary = openFile(fileName, point.getNumber() % 2 == 0);
+                        // The system's refusal to map a page is no failure where a page is given back.
+                        EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
+                    }
+                    catch (const SystemCallException& exception) {
+                        EXPECT_TRUE(fault.wasHit());
+                        EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
+                    }
+                }),
             6u);
-    }
     // None fails under a sanitizer, which keeps its own operators.
-    failEach([&](uint64_t n) {
-        const test::AllocationFault fault(n);
+    failEach(Call::ALLOCATION, [&](FaultPoint& point) {
+        const Fault fault(point);
         try {
             openFile(fileName);
             EXPECT_FALSE(fault.wasHit());
@@ -165,20 +150,18 @@ TEST(StoreFault, OpeningReportsWhateverFailsAndReturnsEverything) {
         catch (const std::bad_alloc&) {
             EXPECT_TRUE(fault.wasHit());
         }
-        return fault.wasHit();
     });
     EXPECT_EQ(test::findProblems(*openFile(fileName)), std::vector<std::string>());
 }
 
 // As many calls as the constructor makes: the arrays, the data pool, and a table for each datatype.
-TEST(StoreFault, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
+TEST(DictionaryStore, ABoundBeyondTheAddressSpaceIsNamed) {
     test::SampleStore sample(ResourceIDWidth::BITS_64);
-    sample.m_maxResourceID = sample.m_image.m_maxResourceID = Dictionary::MAX_RESOURCE_ID_64;
-    sample.m_image.m_maxResourceIDForBlocks = Dictionary::MAX_RESOURCE_ID_64 - 1024;
+    sample.setMaxResourceID(Dictionary::MAX_RESOURCE_ID_64);
     const std::string bytes = sample.toBytes();
     for (const uint64_t n : {1, 2, 3, 4, 17}) {
         SCOPED_TRACE("call " + std::to_string(n));
-        const SystemCallFault fault(SystemCall::MMAP, n, ENOMEM);
+        const Fault fault(Call::MMAP, n);
         test::expectSystemCallError(
             "Engine/core/data-store/dictionary/DictionaryStore", 50, "mmap", ENOMEM,
             "The store cannot be opened: its bound of resource IDs, 1099511627776, takes more address space than the "
@@ -187,21 +170,9 @@ TEST(StoreFault, ABoundBeyondTheAddressSpaceIsNamedAndLoweredByRepair) {
             [&bytes] { test::openStore(bytes); });
         EXPECT_TRUE(fault.wasHit());
     }
-    const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    const StoreRepair repair(store);
-    const SystemCallFault fault(SystemCall::MMAP, 1, ENOMEM);
-    const std::unique_ptr<Dictionary> repaired =
-        repair.rebuild(uint64_t(1) << 30, false, [](std::string&& loss) { ADD_FAILURE() << loss; });
-    EXPECT_TRUE(fault.wasHit());
-    uint64_t counters[2];
-    std::memcpy(
-        counters, test::StoreImage::fromBytes(test::saveStore(*repaired))["counters"].m_bytes.data(), sizeof(counters));
-    EXPECT_EQ(counters[1], Dictionary::MIN_MAX_RESOURCE_ID);
-    EXPECT_EQ(
-        test::listResources(*repaired, 7), (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
 }
 
-TEST(StoreFault, ReadsMayBeShort) {
+TEST(DictionaryStore, ReadsMayBeShort) {
     const TemporaryFolder folder;
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_64, 300);
     for (const size_t maximumBytes : {1u, 7u, 4096u}) {
@@ -214,7 +185,7 @@ TEST(StoreFault, ReadsMayBeShort) {
     }
 }
 
-TEST(StoreFault, ACompactionThatFailsLeavesTheStoreAsItWas) {
+TEST(DictionaryStore, ACompactionThatFailsLeavesTheStoreAsItWas) {
     const auto isKept = [](uint64_t resourceID) { return resourceID % 3 == 1; };
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::string original = test::saveStore(*makeDictionary(width, 3000));
@@ -226,22 +197,20 @@ TEST(StoreFault, ACompactionThatFailsLeavesTheStoreAsItWas) {
             dictionary.compact(isKept);
             test::expectEqual(dictionary, *expected);
         };
-        for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT}) {
+        for (const Call call : {Call::MMAP, Call::MPROTECT}) {
             uint64_t thrown = 0;
-            failEach([&](uint64_t n) {
-                SCOPED_TRACE("call " + std::to_string(n));
+            failEach(call, [&](FaultPoint& point) {
                 const std::unique_ptr<Dictionary> dictionary = test::openStore(original);
                 const uint64_t usedBytes = dictionary->getUsedBytes();
-                bool hasThrown = false, wasHit;
+                bool hasThrown = false;
                 {
-                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    const Fault fault(point);
                     try {
                         dictionary->compact(isKept);
                     }
                     catch (const SystemCallException&) {
                         hasThrown = true;
                     }
-                    wasHit = fault.wasHit();
                 }
                 thrown += hasThrown;
                 if (hasThrown)
@@ -260,16 +229,15 @@ TEST(StoreFault, ACompactionThatFailsLeavesTheStoreAsItWas) {
                         dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL],
                         expected->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
                 }
-                return wasHit;
             });
             EXPECT_GE(thrown, 2u) << "the entries and the new pool";
         }
-        failEach([&](uint64_t n) {
+        failEach(Call::ALLOCATION, [&](FaultPoint& point) {
             const std::unique_ptr<Dictionary> dictionary = test::openStore(original);
             const uint64_t usedBytes = dictionary->getUsedBytes();
             bool hasThrown = false;
             {
-                const test::AllocationFault fault(n);
+                const Fault fault(point);
                 try {
                     dictionary->compact(isKept);
                 }
@@ -277,40 +245,41 @@ TEST(StoreFault, ACompactionThatFailsLeavesTheStoreAsItWas) {
                     hasThrown = true;
                 }
             }
+            ASSERT_EQ(point.wasHit(), hasThrown);
             if (hasThrown)
                 expectAsBefore(*dictionary, usedBytes);
-            return hasThrown;
         });
     }
 }
 
-TEST(StoreFault, ARestorationThatCannotBeginLeavesAnEmptyDictionary) {
+TEST(DictionaryStore, ARestorationThatCannotBeginLeavesAnEmptyDictionary) {
     std::vector<uint64_t> counts(256, 5000);
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+    for (const Call call : {Call::MMAP, Call::MPROTECT})
         EXPECT_EQ(
-            failEach([&](uint64_t n) {
-                SCOPED_TRACE("call " + std::to_string(n));
-                const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32, 0);
-                const std::string original = test::saveStore(*dictionary);
-                const uint64_t usedBytes = dictionary->getUsedBytes();
-                std::unique_ptr<Restoration> restoration;
-                bool hasThrown = false;
-                {
-                    const SystemCallFault fault(systemCall, n, ENOMEM);
-                    try {
-                        restoration = std::make_unique<Restoration>(*dictionary, counts);
+            failEach(
+                call,
+                [&](FaultPoint& point) {
+                    const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32, 0);
+                    const std::string original = test::saveStore(*dictionary);
+                    const uint64_t usedBytes = dictionary->getUsedBytes();
+                    std::unique_ptr<Restoration> restoration;
+                    bool hasThrown = false;
+                    {
+                        const Fault fault(point);
+                        try {
+                            restoration = std::make_unique<Restoration>(*dictionary, counts);
+                        }
+                        catch (const SystemCallException&) {
+                            hasThrown = true;
+                        }
                     }
-                    catch (const SystemCallException&) {
-                        hasThrown = true;
+                    if (hasThrown) {
+                        EXPECT_EQ(dictionary->getUsedBytes(), usedBytes);
+                        EXPECT_EQ(test::saveStore(*dictionary), original);
+                        EXPECT_EQ(dictionary->resolve("5", D_XSD_INT), 1u);
                     }
-                }
-                if (hasThrown) {
-                    EXPECT_EQ(dictionary->getUsedBytes(), usedBytes);
-                    EXPECT_EQ(test::saveStore(*dictionary), original);
-                    EXPECT_EQ(dictionary->resolve("5", D_XSD_INT), 1u);
-                }
-                return hasThrown;
-            }),
+                    ASSERT_EQ(point.wasHit(), hasThrown);
+                }),
             14u)
             << "a call for each table";
 }
