@@ -1,7 +1,8 @@
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/embedding/DictionaryFamilies.h"
+#include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "support/ExpectError.h"
 
@@ -31,21 +32,15 @@ void expectInvalid(const ResourceValue& value, const std::string& reason) {
     EXPECT_EQ(inspector.countValidBinaryValues({}), 0u);
 }
 
-class DictionaryDatatypeInspectorTest : public ::testing::Test {
-protected:
-    DictionaryDatatypeInspectorTest() { registerBuiltInDatatypeFamilies(); }
-};
-
-TEST_F(DictionaryDatatypeInspectorTest, TheNumericDatatypesHaveOneInspectorAndNoOthersHave) {
-    const DictionaryDatatypeInspector* const inspector = DictionaryDatatypeInspector::tryGetInspector(D_XSD_DECIMAL);
-    ASSERT_NE(inspector, nullptr);
+TEST(DictionaryDatatypeInspector, TheNumericDatatypesHaveOneInspectorAndNoOthersHave) {
+    const DictionaryDatatypeInspector* const inspector = &s_NumericDatatypeInspector;
     for (unsigned datatypeID = 0; datatypeID < 256; ++datatypeID)
         EXPECT_EQ(
             DictionaryDatatypeInspector::tryGetInspector(static_cast<uint8_t>(datatypeID)),
             datatypeID >= 22 && datatypeID <= 35 ? inspector : nullptr);
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype) {
+TEST(DictionaryDatatypeInspector, IntegersMustBeInTheRangeOfTheirDatatype) {
     for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos) {
         ResourceValue value;
         for (const int64_t bound : {info.minimum, info.maximum}) {
@@ -65,7 +60,7 @@ TEST_F(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype)
     }
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
+TEST(DictionaryDatatypeInspector, DecimalsMustBeNormalised) {
     const struct {
         int64_t unscaledValue;
         uint8_t fractionDigits;
@@ -85,7 +80,7 @@ TEST_F(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
     }
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
+TEST(DictionaryDatatypeInspector, SizesMustBeThoseOfTheDatatype) {
     for (const uint64_t size : {0u, 1u, 4u, 7u, 8u, 9u, 15u, 16u, 17u}) {
         ResourceValue value;
         value.setBinaryForm(D_XSD_INT, size);
@@ -97,7 +92,7 @@ TEST_F(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
     }
 }
 
-TEST_F(DictionaryDatatypeInspectorTest, AValueMustHaveData) {
+TEST(DictionaryDatatypeInspector, AValueMustHaveData) {
     for (const uint64_t size : {0u, 8u}) {
         ResourceValue value;
         value.datatypeID = D_XSD_INT;
