@@ -3,7 +3,9 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/errors/KavixException.h"
-#include "support/MemoryStreams.h"
+#include "core/platform/stream/MemoryInputStream.h"
+#include "core/platform/stream/MemoryOutputStream.h"
+#include "support/Bytes.h"
 #include "support/NumericImage.h"
 #include "support/ResourceIDWidths.h"
 #include "support/StoreImage.h"
@@ -25,7 +27,7 @@ namespace kavix::test {
 inline std::string saveStore(const Dictionary& dictionary) {
     MemoryOutputStream output;
     dictionary.saveStore(output);
-    return output.getBytes();
+    return output.takeContent();
 }
 
 inline std::unique_ptr<Dictionary> openStore(
@@ -150,7 +152,7 @@ struct SampleStore {
 
     void addDecimal(uint64_t resourceID, int64_t unscaledValue, uint8_t fractionDigits) {
         const uint64_t offset = 64 + m_pool.size();
-        MemoryOutputStream record;
+        ByteWriter record;
         if (isNarrow())
             record.put(static_cast<uint32_t>(resourceID));
         else
@@ -186,7 +188,7 @@ struct SampleStore {
     StoreImage toImage() const {
         StoreImage store;
         store.m_resourceIDWidth = isNarrow() ? 32 : 64;
-        MemoryOutputStream counters, datatypeIDs, data;
+        ByteWriter counters, datatypeIDs, data;
         counters.put(m_nextResourceID)
             .put(m_maxResourceID)
             .put(m_poolEnd.value_or(64 + m_pool.size()))

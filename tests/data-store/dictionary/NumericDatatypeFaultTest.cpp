@@ -1,9 +1,9 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/platform/errors/SystemCallException.h"
+#include "core/platform/stream/MemoryInputStream.h"
 #include "support/FailingOutputStream.h"
 #include "support/FaultInjection.h"
-#include "support/MemoryStreams.h"
 #include "support/NumericImage.h"
 #include "support/NumericStore.h"
 #include "support/Threads.h"
@@ -188,7 +188,7 @@ TYPED_TEST(NumericDatatypeFaultTest, ALoadThatFailsAnywhereCanBeRepeated) {
         store.resolve(value);
     const std::string bytes = saveToBytes(*store.m_dictionary);
     for (size_t length = 0; length < bytes.size(); length += 4999) {
-        MemoryInputStream input(bytes.substr(0, length));
+        MemoryInputStream input(bytes.data(), length);
         EXPECT_ANY_THROW(store.m_dictionary->load(input));
     }
     loadFromBytes(*store.m_dictionary, bytes);

@@ -505,7 +505,7 @@ TEST(StoreContent, AnImageIsComparedWithTheBudgetAsAWhole) {
     const std::string image = SampleStore(ResourceIDWidth::BITS_32).m_image.toBytes();
     const DictionaryDatatypeInspector& inspector = *DictionaryDatatypeInspector::tryGetInspector(D_XSD_INT);
     const auto check = [&](uint64_t freeBytes) {
-        test::MemoryInputStream input(image);
+        MemoryInputStream input(image);
         inspector.checkImage(
             input, ImageLimits{image.size(), 4096, freeBytes}, [](std::string&& problem) { ADD_FAILURE() << problem; });
     };

@@ -212,7 +212,7 @@ TEST(Store, WhatIsSavedIsTheStoreWrittenByHand) {
         ASSERT_EQ(image.m_sections.size(), 5u);
 
         SampleStore expected(width);
-        test::MemoryOutputStream counters, datatypes, data;
+        test::ByteWriter counters, datatypes, data;
         counters.put(uint64_t(3)).put(uint64_t(4096)).put(uint64_t(64 + expected.m_recordSize)).put(uint64_t(2));
         datatypes.put(D_NONE).put(D_XSD_DECIMAL).put(D_XSD_INTEGER);
         data.put(uint64_t(0)).put(uint64_t(64)).put(int64_t(-2));
@@ -350,7 +350,7 @@ TEST(Store, AnotherWidthIsRefusedOnRequest) {
         const std::string bytes = SampleStore(width).toBytes();
         Dictionary::OpenOptions options;
         options.resourceIDWidth = width;
-        test::MemoryInputStream input(bytes);
+        MemoryInputStream input(bytes);
         EXPECT_NO_THROW(Dictionary::openStore(input, options));
         input.rewind();
         options.resourceIDWidth = otherWidth;

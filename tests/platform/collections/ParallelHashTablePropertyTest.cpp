@@ -1,5 +1,6 @@
+#include "core/platform/stream/MemoryInputStream.h"
 #include "platform/collections/TableFixtures.h"
-#include "support/MemoryStreams.h"
+#include "support/Bytes.h"
 #include "support/Scale.h"
 
 #include <gtest/gtest.h>
@@ -134,9 +135,8 @@ TYPED_TEST(ParallelHashTableTest, BehavesLikeAMapUnderRandomOperations) {
                 model.shrinkToFit();
             }
             else {
-                test::MemoryOutputStream output;
-                fixture.m_table.save(output);
-                test::MemoryInputStream input(output.getBytes());
+                const std::string image = test::saveToBytes(fixture.m_table);
+                MemoryInputStream input(image);
                 fixture.m_table.load(input);
             }
 

@@ -1,9 +1,11 @@
-#include "core/platform/errors/SystemCallException.h"
 #include "core/platform/system/MemoryRegion.h"
+
+#include "core/platform/errors/SystemCallException.h"
+#include "core/platform/stream/MemoryInputStream.h"
 #include "core/platform/system/VMPageSize.h"
+#include "support/Bytes.h"
 #include "support/ExpectError.h"
 #include "support/FaultInjection.h"
-#include "support/MemoryStreams.h"
 
 #include <gtest/gtest.h>
 
@@ -80,9 +82,7 @@ TEST(MemoryRegion, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
         MemoryRegion<uint64_t> region(memoryManager);
         region.initialize(3 * page);
         region.ensureEndAtLeast(1000);
-        test::MemoryOutputStream output;
-        region.save(output);
-        image = output.getBytes();
+        image = test::saveToBytes(region);
     }
     for (const Call call : {Call::MMAP, Call::MPROTECT}) {
         const uint64_t failures = test::failEach(call, [&](FaultPoint& point) {
@@ -95,7 +95,7 @@ TEST(MemoryRegion, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
                 [&] { region.truncate(page); }, // a refused decommit is no error
                 [&] { region.ensureEndAtLeast(2 * page); },
                 [&] {
-                    test::MemoryInputStream input(image);
+                    MemoryInputStream input(image);
                     region.load(input);
                 },
                 [&] { region.ensureEndAtLeast(3 * page); },

@@ -1,6 +1,8 @@
 #include "core/platform/system/MemoryRegion.h"
+
+#include "core/platform/stream/MemoryInputStream.h"
 #include "core/platform/system/VMPageSize.h"
-#include "support/MemoryStreams.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -115,10 +117,8 @@ std::vector<size_t> live(bool useHugePages, size_t capacity, std::string& bytes)
     region.swapContents(other);
     region.ensureEndAtLeast(capacity);
     look();
-    test::MemoryOutputStream output;
-    region.save(output);
-    bytes = output.getBytes();
-    test::MemoryInputStream input(bytes);
+    bytes = test::saveToBytes(region);
+    MemoryInputStream input(bytes);
     other.load(input);
     look();
     EXPECT_EQ(std::memcmp(other.getData(), region.getData(), region.getEnd() * 8), 0);
