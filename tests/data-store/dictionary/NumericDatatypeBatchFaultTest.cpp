@@ -18,7 +18,7 @@ namespace kavix::test {
 namespace {
 
 template<typename Fixture>
-class NumericDatatypeBatchFault : public ::testing::Test {
+class NumericDatatypeBatchTest : public ::testing::Test {
 
 protected:
 
@@ -33,7 +33,7 @@ protected:
     }
 };
 
-TYPED_TEST_SUITE(NumericDatatypeBatchFault, AllBatchFixtures, BatchFixtureNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
 template<typename Fixture>
 std::vector<typename Fixture::Value> makeWorkload() {
@@ -43,7 +43,7 @@ std::vector<typename Fixture::Value> makeWorkload() {
     return values;
 }
 
-TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
+TYPED_TEST(NumericDatatypeBatchTest, TheNthSystemCallFailsInTheMiddleOfABatch) {
     using Fixture = TypeParam;
     const auto values = makeWorkload<Fixture>();
     typename Fixture::Store model;
@@ -93,7 +93,7 @@ TYPED_TEST(NumericDatatypeBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) 
         }
 }
 
-TYPED_TEST(NumericDatatypeBatchFault, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
+TYPED_TEST(NumericDatatypeBatchTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
     using Fixture = TypeParam;
     const auto values = makeWorkload<Fixture>();
     for (const Call call : {Call::MMAP, Call::MPROTECT}) {

@@ -16,11 +16,11 @@ namespace kavix::test {
 namespace {
 
 template<typename Fixture>
-class NumericDatatypeBatchProperty : public ::testing::Test { };
+class NumericDatatypeBatchTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypeBatchProperty, AllBatchFixtures, BatchFixtureNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
-TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAMapDoes) {
+TYPED_TEST(NumericDatatypeBatchTest, AnyMixtureOfBatchesAndSinglesDoesWhatAMapDoes) {
     using Fixture = TypeParam;
     for (const unsigned seed : {1u, 2u, 3u, 4u, 5u, 6u}) {
         SCOPED_TRACE("seed " + std::to_string(seed));
@@ -82,7 +82,7 @@ TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAM
     }
 }
 
-TYPED_TEST(NumericDatatypeBatchProperty, HowAListIsCutIntoBatchesDoesNotMatter) {
+TYPED_TEST(NumericDatatypeBatchTest, HowAListIsCutIntoBatchesDoesNotMatter) {
     using Fixture = TypeParam;
     std::mt19937_64 random(11);
     std::vector<typename Fixture::Value> values;

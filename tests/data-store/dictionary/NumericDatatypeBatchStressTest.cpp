@@ -17,9 +17,9 @@ namespace kavix::test {
 namespace {
 
 template<typename Fixture>
-class NumericDatatypeBatchStress : public ::testing::Test { };
+class NumericDatatypeBatchTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypeBatchStress, AllBatchFixtures, BatchFixtureNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
 /// Checks exactly: one ID for each value, nobody got another, IDs are unique, the value comes back, the counts add up.
 template<typename Fixture>
@@ -46,7 +46,7 @@ void checkAnswers(
     ASSERT_EQ(table.m_usedCount - table.sumFreeReservations() - table.m_deletedCount, entered);
 }
 
-TYPED_TEST(NumericDatatypeBatchStress, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
+TYPED_TEST(NumericDatatypeBatchTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
     using Fixture = TypeParam;
     const size_t numberOfValues = 48000 / STRESS_DIVISOR;
     std::vector<typename Fixture::Value> values;
@@ -106,7 +106,7 @@ TYPED_TEST(NumericDatatypeBatchStress, BatchesAndSinglesGiveEveryValueOneIDThrou
     }
 }
 
-TYPED_TEST(NumericDatatypeBatchStress, TheSameBatchesInAllThreads) {
+TYPED_TEST(NumericDatatypeBatchTest, TheSameBatchesInAllThreads) {
     // Everybody enters the same values in the same or the reverse order: each bucket is contended for.
     using Fixture = TypeParam;
     const size_t numberOfValues = 20000 / STRESS_DIVISOR;

@@ -16,9 +16,9 @@ namespace kavix::test {
 namespace {
 
 template<typename Fixture>
-class NumericDatatypeBatch : public ::testing::Test { };
+class NumericDatatypeBatchTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypeBatch, AllBatchFixtures, BatchFixtureNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
 /// The numbers 0 to n - 1 such that many come again, near and far.
 std::vector<uint64_t> makeNumbersWithDuplicates(size_t n) {
@@ -28,7 +28,7 @@ std::vector<uint64_t> makeNumbersWithDuplicates(size_t n) {
     return numbers;
 }
 
-TYPED_TEST(NumericDatatypeBatch, GivesTheIDsAndResourcesOfOneAtATime) {
+TYPED_TEST(NumericDatatypeBatchTest, GivesTheIDsAndResourcesOfOneAtATime) {
     using Fixture = TypeParam;
     for (const size_t n : {0u, 1u, 2u, 47u, 48u, 49u, 1023u, 1024u, 1025u, 5000u})
         for (const bool usesContext : {false, true}) {
@@ -57,7 +57,7 @@ TYPED_TEST(NumericDatatypeBatch, GivesTheIDsAndResourcesOfOneAtATime) {
         }
 }
 
-TYPED_TEST(NumericDatatypeBatch, LeavesTheSameImageAsOneAtATime) {
+TYPED_TEST(NumericDatatypeBatchTest, LeavesTheSameImageAsOneAtATime) {
     using Fixture = TypeParam;
     for (const size_t n : {1u, 100u, 101u, 700u, 701u, 1024u, 1500u, 5000u}) {
         SCOPED_TRACE(n);
@@ -74,7 +74,7 @@ TYPED_TEST(NumericDatatypeBatch, LeavesTheSameImageAsOneAtATime) {
     }
 }
 
-TYPED_TEST(NumericDatatypeBatch, FindsWhatIsThereAndReportsWhatIsNot) {
+TYPED_TEST(NumericDatatypeBatchTest, FindsWhatIsThereAndReportsWhatIsNot) {
     using Fixture = TypeParam;
     typename Fixture::Store store;
     store.initialize();
@@ -92,7 +92,7 @@ TYPED_TEST(NumericDatatypeBatch, FindsWhatIsThereAndReportsWhatIsNot) {
     EXPECT_EQ(saveToBytes(*store.m_dictionary) == image, true); // looking up enters nothing
 }
 
-TYPED_TEST(NumericDatatypeBatch, OnlyWhatIsBelowBothBoundsIsVisible) {
+TYPED_TEST(NumericDatatypeBatchTest, OnlyWhatIsBelowBothBoundsIsVisible) {
     using Fixture = TypeParam;
     typename Fixture::Store store;
     store.initialize();
@@ -132,7 +132,7 @@ TYPED_TEST(NumericDatatypeBatch, OnlyWhatIsBelowBothBoundsIsVisible) {
     }
 }
 
-TYPED_TEST(NumericDatatypeBatch, FollowsProbeChainsOverLinesAndTheEndOfTheTable) {
+TYPED_TEST(NumericDatatypeBatchTest, FollowsProbeChainsOverLinesAndTheEndOfTheTable) {
     using Fixture = TypeParam;
     for (const uint64_t start : {0u, 3u, 5u, 500u, 990u, 1008u, 1016u, 1020u, 1022u, 1023u}) {
         SCOPED_TRACE(start);
@@ -154,7 +154,7 @@ TYPED_TEST(NumericDatatypeBatch, FollowsProbeChainsOverLinesAndTheEndOfTheTable)
     }
 }
 
-TYPED_TEST(NumericDatatypeBatch, PassesOverDeletedBuckets) {
+TYPED_TEST(NumericDatatypeBatchTest, PassesOverDeletedBuckets) {
     using Fixture = TypeParam;
     std::vector<typename Fixture::Value> values;
     for (uint64_t i = 0; i < 40; ++i)
@@ -179,7 +179,7 @@ TYPED_TEST(NumericDatatypeBatch, PassesOverDeletedBuckets) {
     checkTables<typename Fixture::ResourceID>(saveToImage(*batched.m_dictionary));
 }
 
-TYPED_TEST(NumericDatatypeBatch, MayOutgrowTheTableInItsMiddle) {
+TYPED_TEST(NumericDatatypeBatchTest, MayOutgrowTheTableInItsMiddle) {
     using Fixture = TypeParam;
     // Before the resize every second entry is where its search ended; after it, 1024 buckets beyond. The second half of
     // the batch repeats the first, whose buckets were found empty in the old array.
@@ -205,7 +205,7 @@ TYPED_TEST(NumericDatatypeBatch, MayOutgrowTheTableInItsMiddle) {
     }
 }
 
-TYPED_TEST(NumericDatatypeBatch, MayHaveTheTableRebuiltAtItsSizeInItsMiddle) {
+TYPED_TEST(NumericDatatypeBatchTest, MayHaveTheTableRebuiltAtItsSizeInItsMiddle) {
     using Fixture = TypeParam;
     typename Fixture::Store single;
     typename Fixture::Store batched;
@@ -227,7 +227,7 @@ TYPED_TEST(NumericDatatypeBatch, MayHaveTheTableRebuiltAtItsSizeInItsMiddle) {
     EXPECT_EQ(saveToBytes(*batched.m_dictionary) == saveToBytes(*single.m_dictionary), true);
 }
 
-TYPED_TEST(NumericDatatypeBatch, StopsWhereTheIDsEnd) {
+TYPED_TEST(NumericDatatypeBatchTest, StopsWhereTheIDsEnd) {
     using Fixture = TypeParam;
     for (const bool usesContext : {false, true})
         for (const uint64_t maxResourceID : {2u, 48u, 500u, 1024u, 1500u, 2048u, 2100u, 3073u, 4500u}) {
@@ -266,7 +266,7 @@ TYPED_TEST(NumericDatatypeBatch, StopsWhereTheIDsEnd) {
         }
 }
 
-TYPED_TEST(NumericDatatypeBatch, StopsWhereTheBudgetEndsAndSucceedsWithMore) {
+TYPED_TEST(NumericDatatypeBatchTest, StopsWhereTheBudgetEndsAndSucceedsWithMore) {
     using Fixture = TypeParam;
     // Within one batch, so that both ask for the same reservations.
     const auto values = Fixture::makeValues(makeNumbersWithDuplicates(1024));

@@ -25,7 +25,7 @@ namespace kavix::test {
 namespace {
 
 template<typename ResourceID>
-class NumericDatatypeFaultTest : public ::testing::Test {
+class NumericDatatypeTest : public ::testing::Test {
 protected:
     using Store = NumericStore<ResourceID>;
 
@@ -47,7 +47,7 @@ protected:
     }
 };
 
-TYPED_TEST_SUITE(NumericDatatypeFaultTest, ResourceIDTypes);
+TYPED_TEST_SUITE(NumericDatatypeTest, ResourceIDTypes);
 
 // Values that cause every kind of growth: resizes, both arrays, chunks and single records of the pool.
 std::vector<ResourceValue> makeWorkload() {
@@ -59,7 +59,7 @@ std::vector<ResourceValue> makeWorkload() {
     return values;
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
+TYPED_TEST(NumericDatatypeTest, TheNthSystemCallFailsDuringResolves) {
     const std::vector<ResourceValue> values = makeWorkload();
     for (const Call call : {Call::MMAP, Call::MPROTECT})
         for (const bool usesContext : {true, false}) {
@@ -102,7 +102,7 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
         }
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringRestores) {
+TYPED_TEST(NumericDatatypeTest, TheNthSystemCallFailsDuringRestores) {
     const std::vector<ResourceValue> values = makeWorkload();
     for (const Call call : {Call::MMAP, Call::MPROTECT})
         failEach(call, [&](FaultPoint& point) {
@@ -133,7 +133,7 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringRestores) {
         });
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAndLoading) {
+TYPED_TEST(NumericDatatypeTest, TheNthSystemCallFailsDuringInitializationAndLoading) {
     typename TestFixture::Store source;
     source.initialize();
     for (const ResourceValue& value : makeWorkload())
@@ -181,7 +181,7 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAn
         }
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, ALoadThatFailsAnywhereCanBeRepeated) {
+TYPED_TEST(NumericDatatypeTest, ALoadThatFailsAnywhereCanBeRepeated) {
     typename TestFixture::Store store;
     store.initialize();
     for (const ResourceValue& value : makeWorkload())
@@ -196,7 +196,7 @@ TYPED_TEST(NumericDatatypeFaultTest, ALoadThatFailsAnywhereCanBeRepeated) {
     this->checkInvariants(store);
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
+TYPED_TEST(NumericDatatypeTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
     typename TestFixture::Store store;
     store.initialize();
     const std::vector<ResourceValue> values = makeWorkload();
@@ -228,7 +228,7 @@ TYPED_TEST(NumericDatatypeFaultTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWh
     this->checkInvariants(store);
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, AFailedSaveChangesNothing) {
+TYPED_TEST(NumericDatatypeTest, AFailedSaveChangesNothing) {
     typename TestFixture::Store store;
     store.initialize();
     store.resolve("5", D_XSD_INT);

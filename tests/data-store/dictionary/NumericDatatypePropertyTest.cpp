@@ -321,11 +321,11 @@ private:
 };
 
 template<typename ResourceID>
-class NumericDatatypePropertyTest : public ::testing::Test { };
+class NumericDatatypeTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypePropertyTest, ResourceIDTypes);
+TYPED_TEST_SUITE(NumericDatatypeTest, ResourceIDTypes);
 
-TYPED_TEST(NumericDatatypePropertyTest, RandomOperationsAgreeWithAModelOfMaps) {
+TYPED_TEST(NumericDatatypeTest, RandomOperationsAgreeWithAModelOfMaps) {
     std::vector<uint64_t> seeds = {1, 2, 3, 20260117};
     if (const char* const seed = std::getenv("KAVIX_SEED"))
         seeds = {std::strtoull(seed, nullptr, 10)};

@@ -100,11 +100,11 @@ void checkAnswers(const NumericStore<ResourceID>& store, const Answers& answers,
 }
 
 template<typename ResourceID>
-class NumericDatatypeStressTest : public ::testing::Test { };
+class NumericDatatypeTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypeStressTest, ResourceIDTypes);
+TYPED_TEST_SUITE(NumericDatatypeTest, ResourceIDTypes);
 
-TYPED_TEST(NumericDatatypeStressTest, EveryValueHasOneIDThroughManyResizes) {
+TYPED_TEST(NumericDatatypeTest, EveryValueHasOneIDThroughManyResizes) {
     for (const size_t wanted : {1u, 2u, 8u, 32u, 256u}) {
         const size_t numberOfThreads = std::min(wanted, getNumberOfFreeSlots());
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
@@ -143,7 +143,7 @@ TYPED_TEST(NumericDatatypeStressTest, EveryValueHasOneIDThroughManyResizes) {
     }
 }
 
-TYPED_TEST(NumericDatatypeStressTest, WhoeverSeesADatatypeSeesTheResource) {
+TYPED_TEST(NumericDatatypeTest, WhoeverSeesADatatypeSeesTheResource) {
     // Readers walk over the arrays behind the writers and read whatever has a datatype; others look values up.
     NumericStore<TypeParam> store;
     store.initialize();
@@ -198,7 +198,7 @@ TYPED_TEST(NumericDatatypeStressTest, WhoeverSeesADatatypeSeesTheResource) {
     });
 }
 
-TYPED_TEST(NumericDatatypeStressTest, ABudgetThatRunsOutInTheMiddleStopsEverybodyAndBreaksNothing) {
+TYPED_TEST(NumericDatatypeTest, ABudgetThatRunsOutInTheMiddleStopsEverybodyAndBreaksNothing) {
     for (const size_t numberOfThreads : {1u, 8u, 32u}) {
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
         NumericStore<TypeParam> store(2 << 20);
@@ -269,7 +269,7 @@ TYPED_TEST(NumericDatatypeStressTest, ABudgetThatRunsOutInTheMiddleStopsEverybod
     }
 }
 
-TYPED_TEST(NumericDatatypeStressTest, ThreadsThatReachTheBoundOfIDsGetEveryIDOnce) {
+TYPED_TEST(NumericDatatypeTest, ThreadsThatReachTheBoundOfIDsGetEveryIDOnce) {
     NumericStore<TypeParam> store;
     constexpr uint64_t BOUND = 5000;
     store.initialize(BOUND);
@@ -299,7 +299,7 @@ TYPED_TEST(NumericDatatypeStressTest, ThreadsThatReachTheBoundOfIDsGetEveryIDOnc
     checkTables<TypeParam>(saveToImage(*store.m_dictionary));
 }
 
-TYPED_TEST(NumericDatatypeStressTest, RestoringFromSeveralThreadsEntersEveryValueOnce) {
+TYPED_TEST(NumericDatatypeTest, RestoringFromSeveralThreadsEntersEveryValueOnce) {
     NumericStore<TypeParam> store;
     store.initialize();
     const uint64_t numberOfValues = 20000 / STRESS_DIVISOR;

@@ -40,7 +40,7 @@ std::vector<ResourceValue> makeValues(size_t n) {
     return values;
 }
 
-TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
+TEST(DictionaryBatch, WhatSucceedsAllocatesNothing) {
     const std::vector<ResourceValue> values = makeValues(3000);
     const std::vector<LiteralText> texts = makeTexts(4000);
     const std::vector<Literal> literals = getLiterals(texts);
@@ -61,7 +61,7 @@ TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
     EXPECT_EQ(resolutions[2999].resourceID, resourceIDs[2999]);
 }
 
-TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
+TEST(DictionaryBatch, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
     std::vector<LiteralText> texts = makeTexts(30);
     for (size_t i = 0; i < 12; ++i)
         texts[i * 2] = makeInvalidLiteral(i);
@@ -96,7 +96,7 @@ TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlon
     });
 }
 
-TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
+TEST(DictionaryBatch, TheNthSystemCallFailsInTheMiddleOfABatch) {
     const std::vector<ResourceValue> values = makeValues(20000);
     const std::vector<LiteralText> texts = makeTexts(20000);
     const std::vector<Literal> literals = getLiterals(texts);

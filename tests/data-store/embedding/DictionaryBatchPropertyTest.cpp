@@ -18,9 +18,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryBatchPropertyTest : public ResourceIDWidthTest { };
+class DictionaryBatchTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchPropertyTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 /// Numbers of one stretch of a batch: of any datatype, of one, or of two; few or many.
 std::vector<uint64_t> makeNumbers(std::mt19937_64& random, size_t n) {
@@ -41,7 +41,7 @@ std::vector<uint64_t> makeNumbers(std::mt19937_64& random, size_t n) {
 }
 
 /// A dictionary of which everything is asked in batches, beside one of which everything is asked one at a time.
-TEST_P(DictionaryBatchPropertyTest, RandomBatchesDoWhatOneAtATimeDoes) {
+TEST_P(DictionaryBatchTest, RandomBatchesDoWhatOneAtATimeDoes) {
     for (const uint64_t seed : {1, 2, 3, 4, 5, 6}) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937_64 random(seed);
@@ -138,7 +138,7 @@ TEST_P(DictionaryBatchPropertyTest, RandomBatchesDoWhatOneAtATimeDoes) {
     }
 }
 
-TEST_P(DictionaryBatchPropertyTest, HowAListIsCutIntoBatchesDoesNotMatter) {
+TEST_P(DictionaryBatchTest, HowAListIsCutIntoBatchesDoesNotMatter) {
     std::mt19937_64 random(11);
     std::vector<ResourceValue> values;
     for (int i = 0; i < 8000; ++i)

@@ -21,9 +21,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryBatchStressTest : public ResourceIDWidthTest { };
+class DictionaryBatchTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchStressTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 /// What all threads were told of a list of values, and whether that agrees.
 class Answers {
@@ -52,7 +52,7 @@ private:
     std::vector<std::atomic<uint64_t>> m_answers;
 };
 
-TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
+TEST_P(DictionaryBatchTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
     const size_t numberOfValues = 60000 / STRESS_DIVISOR;
     // Mostly wide datatypes, whose tables grow; each value once.
     const uint8_t datatypeIDs[] = {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_LONG, D_XSD_DECIMAL, D_XSD_INT};
@@ -149,7 +149,7 @@ TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughMan
     }
 }
 
-TEST_P(DictionaryBatchStressTest, TheSameMixedBatchesInAllThreads) {
+TEST_P(DictionaryBatchTest, TheSameMixedBatchesInAllThreads) {
     // Everybody enters the same values, from the front or from the back: each bucket is contended for.
     const size_t numberOfValues = 28000 / STRESS_DIVISOR;
     std::vector<ResourceValue> values;

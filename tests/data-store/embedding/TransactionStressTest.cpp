@@ -19,9 +19,9 @@ namespace kavix::test {
 
 namespace {
 
-class TransactionStressTest : public ResourceIDWidthTest {
+class TransactionTest : public ResourceIDWidthTest {
 protected:
-    TransactionStressTest() :
+    TransactionTest() :
         m_dictionary(makeOptions(1 << 24, true)) { }
 
     static std::string makeForm(uint64_t number, uint8_t datatypeID) {
@@ -31,9 +31,9 @@ protected:
     Dictionary m_dictionary;
 };
 
-INSTANTIATE_TEST_SUITE_P(Widths, TransactionStressTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
+INSTANTIATE_TEST_SUITE_P(Widths, TransactionTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
-TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNotAtAll) {
+TEST_P(TransactionTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNotAtAll) {
     // Transaction n enters the numbers n * SIZE to (n + 1) * SIZE - 1 from three threads; every third rolls back.
     // Readers take snapshots all the while and must see all numbers of a transaction or none.
     constexpr uint64_t SIZE = 60;
@@ -101,7 +101,7 @@ TEST_P(TransactionStressTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNot
     });
 }
 
-TEST_P(TransactionStressTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransaction) {
+TEST_P(TransactionTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransaction) {
     const uint64_t numberOfValues = 4000 / STRESS_DIVISOR;
     std::atomic<uint64_t> refused{0};
     std::atomic<uint64_t> entered{0};
@@ -153,7 +153,7 @@ TEST_P(TransactionStressTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransact
         ASSERT_NE(m_dictionary.tryGetResourceDatatypeID(resourceID), D_NONE);
 }
 
-TEST_P(TransactionStressTest, OfManyThreadsThatBeginATransactionOneAtATimeSucceeds) {
+TEST_P(TransactionTest, OfManyThreadsThatBeginATransactionOneAtATimeSucceeds) {
     const uint64_t attempts = 400 / STRESS_DIVISOR;
     std::atomic<int> running{0};
     std::atomic<uint64_t> succeeded{0};

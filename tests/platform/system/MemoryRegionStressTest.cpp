@@ -15,7 +15,7 @@
 
 namespace kavix {
 
-TEST(MemoryRegionStress, EightThreadsGrowOneRegionAndTheChargeIsExact) {
+TEST(MemoryRegion, EightThreadsGrowOneRegionAndTheChargeIsExact) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(uint64_t);
@@ -42,7 +42,7 @@ TEST(MemoryRegionStress, EightThreadsGrowOneRegionAndTheChargeIsExact) {
     }
 }
 
-TEST(MemoryRegionStress, AReaderUsesEverythingBelowTheEndThatItSees) {
+TEST(MemoryRegion, AReaderUsesEverythingBelowTheEndThatItSees) {
     const size_t page = getVMPageSize();
     const size_t numberOfPages = 2000 / test::STRESS_DIVISOR;
     MemoryManager memoryManager(numberOfPages * page);
@@ -62,7 +62,7 @@ TEST(MemoryRegionStress, AReaderUsesEverythingBelowTheEndThatItSees) {
     });
 }
 
-TEST(MemoryRegionStress, RegionsThatShareAShortBudgetChargeWhatTheyCommit) {
+TEST(MemoryRegion, RegionsThatShareAShortBudgetChargeWhatTheyCommit) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(100 * page + page / 2);

@@ -41,21 +41,14 @@ bool isZero(const MemoryRegion<T>& region) {
 }
 
 template<typename T>
-class MemoryRegionOf : public testing::Test { };
+class MemoryRegionTest : public testing::Test { };
 
 using ItemTypes = testing::Types<uint8_t, std::atomic<uint8_t>, unsigned long, Item16, Item24>;
-TYPED_TEST_SUITE(MemoryRegionOf, ItemTypes);
+TYPED_TEST_SUITE(MemoryRegionTest, ItemTypes);
 
 }
 
-TEST(VMPageSize, IsAPowerOfTwo) {
-    const size_t pageSize = getVMPageSize();
-    EXPECT_GE(pageSize, 4096u);
-    EXPECT_EQ(pageSize & (pageSize - 1), 0u);
-    EXPECT_EQ(getVMPageSize(), pageSize);
-}
-
-TYPED_TEST(MemoryRegionOf, StartsEmptyAndChargesNothingForAReservation) {
+TYPED_TEST(MemoryRegionTest, StartsEmptyAndChargesNothingForAReservation) {
     MemoryManager memoryManager(0);
     MemoryRegion<TypeParam> region(memoryManager);
     EXPECT_EQ(region.getData(), nullptr);
@@ -73,7 +66,7 @@ TYPED_TEST(MemoryRegionOf, StartsEmptyAndChargesNothingForAReservation) {
     expectState(region, memoryManager, 0, 0);
 }
 
-TYPED_TEST(MemoryRegionOf, GrowsExactlyToThePageBoundary) {
+TYPED_TEST(MemoryRegionTest, GrowsExactlyToThePageBoundary) {
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 10 * perPage + 3;
@@ -94,7 +87,7 @@ TYPED_TEST(MemoryRegionOf, GrowsExactlyToThePageBoundary) {
     }
 }
 
-TYPED_TEST(MemoryRegionOf, NeverMovesAndKeepsItsContentWhileItGrows) {
+TYPED_TEST(MemoryRegionTest, NeverMovesAndKeepsItsContentWhileItGrows) {
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<TypeParam> region(memoryManager);
     const size_t maximum = 40000;
@@ -118,7 +111,7 @@ TYPED_TEST(MemoryRegionOf, NeverMovesAndKeepsItsContentWhileItGrows) {
     EXPECT_EQ(memoryManager.getChargedBytes(), region.getCommittedBytes());
 }
 
-TYPED_TEST(MemoryRegionOf, TruncationGivesPagesBackAndZeroesTheRestOfTheLastPageKept) {
+TYPED_TEST(MemoryRegionTest, TruncationGivesPagesBackAndZeroesTheRestOfTheLastPageKept) {
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 4 * perPage + perPage / 2;

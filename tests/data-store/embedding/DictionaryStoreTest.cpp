@@ -8,12 +8,12 @@
 #include "core/platform/system/VMPageSize.h"
 #include "support/ExpectError.h"
 #include "support/SampleStore.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -41,7 +41,7 @@ Dictionary::Options makeOptions(ResourceIDWidth width) {
 
 }
 
-TEST(Store, OpeningGivesBackWhatWasSaved) {
+TEST(DictionaryStore, OpeningGivesBackWhatWasSaved) {
     struct Row {
         const char* name;
         std::function<void(Dictionary&)> fill;
@@ -103,7 +103,7 @@ TEST(Store, OpeningGivesBackWhatWasSaved) {
         }
 }
 
-TEST(Store, AnOpenedStoreGoesOnWithTheNextID) {
+TEST(DictionaryStore, AnOpenedStoreGoesOnWithTheNextID) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary saved(makeOptions(width));
         saved.resolve("1", D_XSD_INT);
@@ -127,7 +127,7 @@ TEST(Store, AnOpenedStoreGoesOnWithTheNextID) {
     }
 }
 
-TEST(Store, TheBoundOfIDsHoldsInAnOpenedStore) {
+TEST(DictionaryStore, TheBoundOfIDsHoldsInAnOpenedStore) {
     Dictionary::Options options;
     options.maxResourceID = Dictionary::MIN_MAX_RESOURCE_ID;
     Dictionary saved(options);
@@ -138,7 +138,7 @@ TEST(Store, TheBoundOfIDsHoldsInAnOpenedStore) {
     test::expectEqual(*opened, *openStore(saveStore(*opened)));
 }
 
-TEST(Store, TheBudgetThatHeldADictionaryHoldsItAgain) {
+TEST(DictionaryStore, TheBudgetThatHeldADictionaryHoldsItAgain) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary saved(makeOptions(width));
         Transaction transaction(saved);
@@ -156,8 +156,9 @@ TEST(Store, TheBudgetThatHeldADictionaryHoldsItAgain) {
     }
 }
 
-TEST(Store, AStoreOutlivesItsFile) {
-    const std::string fileName = std::filesystem::temp_directory_path() / ("kavix-store-" + std::to_string(::getpid()));
+TEST(DictionaryStore, AStoreOutlivesItsFile) {
+    const test::TemporaryFolder folder;
+    const std::string fileName = folder / "store";
     Dictionary saved(makeOptions(ResourceIDWidth::BITS_64));
     {
         Transaction transaction(saved);
@@ -174,10 +175,9 @@ TEST(Store, AStoreOutlivesItsFile) {
         options.checkEveryValue = checkEveryValue;
         test::expectEqual(saved, *Dictionary::openStore(input, options));
     }
-    std::filesystem::remove(fileName);
 }
 
-TEST(Store, AStoreWrittenByHandOpens) {
+TEST(DictionaryStore, AStoreWrittenByHandOpens) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::string bytes = SampleStore(width).toBytes();
         const std::unique_ptr<Dictionary> dictionary = openStore(bytes);
@@ -194,7 +194,7 @@ TEST(Store, AStoreWrittenByHandOpens) {
     }
 }
 
-TEST(Store, WhatIsSavedIsTheStoreWrittenByHand) {
+TEST(DictionaryStore, WhatIsSavedIsTheStoreWrittenByHand) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary::Options options;
         options.resourceIDWidth = width;
@@ -226,7 +226,7 @@ TEST(Store, WhatIsSavedIsTheStoreWrittenByHand) {
     }
 }
 
-TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
+TEST(DictionaryStore, AWrongHeaderIsRefusedWithItsReason) {
     struct Row {
         const char* name;
         std::function<void(StoreImage&)> damage;
@@ -322,7 +322,7 @@ TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
     }
 }
 
-TEST(Store, FilesThatAreNoStoresAreRefused) {
+TEST(DictionaryStore, FilesThatAreNoStoresAreRefused) {
     struct Row {
         const char* name;
         std::string bytes;
@@ -343,7 +343,7 @@ TEST(Store, FilesThatAreNoStoresAreRefused) {
     }
 }
 
-TEST(Store, AnotherWidthIsRefusedOnRequest) {
+TEST(DictionaryStore, AnotherWidthIsRefusedOnRequest) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const ResourceIDWidth otherWidth =
             width == ResourceIDWidth::BITS_32 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
@@ -363,14 +363,14 @@ TEST(Store, AnotherWidthIsRefusedOnRequest) {
     }
 }
 
-TEST(Store, OtherVersionsOfTheLibraryAndOtherPageSizesAreRead) {
+TEST(DictionaryStore, OtherVersionsOfTheLibraryAndOtherPageSizesAreRead) {
     StoreImage image = SampleStore(ResourceIDWidth::BITS_64).toImage();
     image.m_libraryVersion = 0xffffff;
     image.m_pageSize = 65536;
     EXPECT_NO_THROW(openStore(image.toBytes()));
 }
 
-TEST(Store, SectionsMayStandInAnyOrder) {
+TEST(DictionaryStore, SectionsMayStandInAnyOrder) {
     StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
     std::reverse(image.m_sections.begin(), image.m_sections.end());
     test::expectEqual(*openStore(image.toBytes()), *openStore(SampleStore(ResourceIDWidth::BITS_32).toBytes()));

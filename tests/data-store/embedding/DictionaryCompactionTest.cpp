@@ -62,7 +62,7 @@ std::vector<std::string> listLiterals(const Dictionary& dictionary, const std::f
 
 }
 
-TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
+TEST(DictionaryCompaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
     struct Row {
         const char* name;
         std::function<bool(uint64_t)> isKept;
@@ -128,7 +128,7 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
         }
 }
 
-TEST(Compaction, DroppedValuesAreNewValues) {
+TEST(DictionaryCompaction, DroppedValuesAreNewValues) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
         dictionary->compact(
@@ -147,7 +147,7 @@ TEST(Compaction, DroppedValuesAreNewValues) {
     }
 }
 
-TEST(Compaction, CompactingTwiceChangesNothing) {
+TEST(DictionaryCompaction, CompactingTwiceChangesNothing) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32);
     const auto keepAll = [](uint64_t) { return true; };
     dictionary->compact(keepAll);
@@ -156,13 +156,13 @@ TEST(Compaction, CompactingTwiceChangesNothing) {
     EXPECT_EQ(test::saveStore(*dictionary), bytes);
 }
 
-TEST(Compaction, AnEmptyDictionaryStaysEmpty) {
+TEST(DictionaryCompaction, AnEmptyDictionaryStaysEmpty) {
     Dictionary dictionary{Dictionary::Options()};
     EXPECT_EQ(dictionary.compact([](uint64_t) { return true; }), std::vector<uint64_t>(1));
     EXPECT_EQ(dictionary.resolve("1", D_XSD_INT), 1u);
 }
 
-TEST(Compaction, WhatThePredicateThrowsEndsTheCompaction) {
+TEST(DictionaryCompaction, WhatThePredicateThrowsEndsTheCompaction) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_64);
     const std::string bytes = test::saveStore(*dictionary);
     const uint64_t usedBytes = dictionary->getUsedBytes();
@@ -176,7 +176,7 @@ TEST(Compaction, WhatThePredicateThrowsEndsTheCompaction) {
     EXPECT_NE(dictionary->resolve("12345", D_XSD_INT), 0u) << "the gate is open again";
 }
 
-TEST(Compaction, IsRefusedWhileATransactionRuns) {
+TEST(DictionaryCompaction, IsRefusedWhileATransactionRuns) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32);
     Transaction transaction(*dictionary);
     transaction.resolve("77777", D_XSD_INT);
@@ -190,7 +190,7 @@ TEST(Compaction, IsRefusedWhileATransactionRuns) {
     EXPECT_NO_THROW(dictionary->compact([](uint64_t) { return true; }));
 }
 
-TEST(Compaction, WithoutBudgetTheDictionaryIsAsItWas) {
+TEST(DictionaryCompaction, WithoutBudgetTheDictionaryIsAsItWas) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
         const std::string bytes = test::saveStore(*dictionary);

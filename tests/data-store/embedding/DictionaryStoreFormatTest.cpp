@@ -1,4 +1,5 @@
-// tools/inspect_store.py shares no code with the library, so it tells whether a store is what docs/store-file.md says.
+// The format of stores, as tools/inspect_store.py reads it: the program shares no code with the library, so it shows
+// whether a store is what docs/store-file.md says.
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/Prefixes.h"
@@ -9,6 +10,7 @@
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/FileOutputStream.h"
 #include "core/platform/system/VMPageSize.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +18,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <regex>
@@ -39,52 +39,36 @@ struct Outcome {
     std::string m_errors;
 };
 
-class InspectStore : public ::testing::Test {
+class DictionaryStoreFormatTest : public ::testing::Test {
 
 protected:
 
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kavix-inspect-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-    }
-
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    std::string getFileName(const std::string& name) const { return m_folder + "/" + name; }
-
-    static std::string readFile(const std::string& fileName) {
-        std::ifstream file(fileName, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
-
-    std::string writeFile(const std::string& name, const std::string& content) const {
-        std::ofstream(getFileName(name), std::ios::binary) << content;
-        return getFileName(name);
+    std::string write(const std::string& name, const std::string& content) const {
+        writeFile(m_folder / name, content);
+        return m_folder / name;
     }
 
     std::string save(const Dictionary& dictionary) const {
-        FileOutputStream file(getFileName("store"));
+        FileOutputStream file(m_folder / "store");
         dictionary.saveStore(file);
         file.close();
-        return getFileName("store");
+        return m_folder / "store";
     }
 
     /// Runs Python: without site packages, and without its leaving compiled files in the source tree.
     Outcome runPython(const std::string& arguments) const {
         const std::string command =
-            "python3 -B -S " + arguments + " >'" + getFileName("output") + "' 2>'" + getFileName("errors") + "'";
+            "python3 -B -S " + arguments + " >'" + (m_folder / "output") + "' 2>'" + (m_folder / "errors") + "'";
         const int status = std::system(command.c_str());
         return Outcome{
-            WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(getFileName("output")),
-            readFile(getFileName("errors"))};
+            WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(m_folder / "output"), readFile(m_folder / "errors")};
     }
 
     Outcome inspect(const std::string& arguments) const {
         return runPython("'" + std::string(TOOLS) + "/inspect_store.py' " + arguments);
     }
 
-    std::string m_folder;
+    const TemporaryFolder m_folder;
 };
 
 /// What the inspector should print of a dictionary.
@@ -152,7 +136,7 @@ size_t getOffset(const std::string& store, size_t index) {
 
 }
 
-TEST_F(InspectStore, PrintsWhatTheDictionarySays) {
+TEST_F(DictionaryStoreFormatTest, PrintsWhatTheDictionarySays) {
     for (const ResourceIDWidth width : {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64}) {
         SCOPED_TRACE(static_cast<unsigned>(width));
         Dictionary dictionary({.memoryBudgetBytes = 64 << 20, .resourceIDWidth = width});
@@ -170,7 +154,7 @@ TEST_F(InspectStore, PrintsWhatTheDictionarySays) {
     }
 }
 
-TEST_F(InspectStore, PrintsNothingOfAnEmptyStore) {
+TEST_F(DictionaryStoreFormatTest, PrintsNothingOfAnEmptyStore) {
     const Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
 
     const Outcome outcome = inspect(save(dictionary));
@@ -180,7 +164,7 @@ TEST_F(InspectStore, PrintsNothingOfAnEmptyStore) {
     EXPECT_EQ(outcome.m_output, "");
 }
 
-TEST_F(InspectStore, ListsTheFrame) {
+TEST_F(DictionaryStoreFormatTest, ListsTheFrame) {
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20, .maxResourceID = 5000});
     dictionary.resolve("0.5", D_XSD_DECIMAL);
     dictionary.resolve("-2", D_XSD_INTEGER);
@@ -197,7 +181,7 @@ TEST_F(InspectStore, ListsTheFrame) {
         EXPECT_NE(outcome.m_output.find(line), std::string::npos) << line << "is not in\n" << outcome.m_output;
 }
 
-TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
+TEST_F(DictionaryStoreFormatTest, ItsChecksumIsTheLibrarysForEveryLength) {
     // Both sides of every length at which XXH3 goes another way: 0, 3, 8, 16, 32, 64, 96, 128, 240, stripes, blocks of
     // 1024.
     std::string data;
@@ -213,7 +197,7 @@ TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
         }
         data.push_back(static_cast<char>(length * length * 31 + length * 7 + (length >> 5)));
     }
-    const std::string fileName = writeFile("data", data);
+    const std::string fileName = write("data", data);
 
     const Outcome outcome = runPython(
         "-c '"
@@ -229,7 +213,7 @@ TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
     EXPECT_EQ(outcome.m_output, expected);
 }
 
-TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
+TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
     dictionary.resolve("0.5", D_XSD_DECIMAL);
     dictionary.resolve("-2", D_XSD_INTEGER);
@@ -298,7 +282,7 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
     for (const Row& row : rows) {
         std::string store = sound;
         row.change(store);
-        const std::string fileName = writeFile(row.name, store);
+        const std::string fileName = write(row.name, store);
         arguments += std::string(" '") + row.options + "' '" + fileName + "'";
         expected += "1 " + fileName + ": " + row.expected + ".\n";
     }
@@ -322,16 +306,16 @@ TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
     EXPECT_EQ(outcome.m_output, expected);
 }
 
-TEST_F(InspectStore, TellsMissingFilesFromWrongUsage) {
-    const Outcome missing = inspect(getFileName("nothing"));
+TEST_F(DictionaryStoreFormatTest, TellsMissingFilesFromWrongUsage) {
+    const Outcome missing = inspect(m_folder / "nothing");
     EXPECT_EQ(missing.m_exitStatus, 1);
-    EXPECT_EQ(missing.m_errors, getFileName("nothing") + ": No such file or directory.\n");
+    EXPECT_EQ(missing.m_errors, (m_folder / "nothing") + ": No such file or directory.\n");
 
     EXPECT_EQ(inspect("").m_exitStatus, 2);
     EXPECT_EQ(inspect("--unknown file").m_exitStatus, 2);
 }
 
-TEST_F(InspectStore, TheExampleInTheDocumentIsARealStore) {
+TEST_F(DictionaryStoreFormatTest, TheExampleInTheDocumentIsARealStore) {
     if (getVMPageSize() != 4096)
         GTEST_SKIP() << "The example was written on a machine with pages of 4096 bytes.";
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
