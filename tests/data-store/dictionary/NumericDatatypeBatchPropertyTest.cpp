@@ -3,11 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <random>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -79,28 +77,6 @@ TYPED_TEST(NumericDatatypeBatchTest, AnyMixtureOfBatchesAndSinglesDoesWhatAMapDo
         const ImageTable& table = image[Fixture::DATATYPE_ID];
         EXPECT_EQ(table.m_usedCount - table.sumFreeReservations() - table.m_deletedCount, model.size());
         EXPECT_GT(table.m_numberOfBuckets, 2048u);
-    }
-}
-
-TYPED_TEST(NumericDatatypeBatchTest, HowAListIsCutIntoBatchesDoesNotMatter) {
-    using Fixture = TypeParam;
-    std::mt19937_64 random(11);
-    std::vector<typename Fixture::Value> values;
-    for (int i = 0; i < 8000; ++i)
-        values.push_back(Fixture::makeValue(random() % 6000));
-    typename Fixture::Store single;
-    const std::vector<uint64_t> expected = Fixture::resolveSingly(single.initialize(), nullptr, values);
-    for (const size_t size : {1u, 2u, 3u, 47u, 48u, 49u, 100u, 1023u, 1024u, 1025u, 2048u, 8000u}) {
-        SCOPED_TRACE(size);
-        typename Fixture::Store store;
-        store.initialize();
-        std::vector<uint64_t> resourceIDs(values.size());
-        for (size_t first = 0; first < values.size(); first += size)
-            Fixture::resolveAll(
-                store, nullptr, std::span(values).subspan(first, std::min(size, values.size() - first)),
-                resourceIDs.data() + first);
-        EXPECT_EQ(resourceIDs, expected);
-        Fixture::expectSameResources(single, store);
     }
 }
 

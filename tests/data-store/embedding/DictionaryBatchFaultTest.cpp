@@ -3,8 +3,10 @@
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "support/FaultInjection.h"
+#include "support/MixedBatches.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
+#include "support/ResourceIDWidths.h"
 
 #include <gtest/gtest.h>
 
@@ -19,30 +21,11 @@ namespace kavix::test {
 
 namespace {
 
-Dictionary::Options makeOptions() {
-    Dictionary::Options options;
-    options.maxResourceID = 1 << 20;
-    options.useHugePages = false;
-    return options;
-}
-
-std::vector<LiteralText> makeTexts(size_t n) {
-    std::vector<LiteralText> texts;
-    for (size_t i = 0; i < n; ++i)
-        texts.push_back(makeMixedLiteral(i));
-    return texts;
-}
-
-std::vector<ResourceValue> makeValues(size_t n) {
-    std::vector<ResourceValue> values;
-    for (size_t i = 0; i < n; ++i)
-        values.push_back(makeMixedValue(i));
-    return values;
-}
+constexpr Mixture CYCLE{"all datatypes in turn", [](size_t index) { return getMixedItem(index); }};
 
 TEST(DictionaryBatch, WhatSucceedsAllocatesNothing) {
-    const std::vector<ResourceValue> values = makeValues(3000);
-    const std::vector<LiteralText> texts = makeTexts(4000);
+    const std::vector<ResourceValue> values = makeValues(CYCLE, 3000);
+    const std::vector<LiteralText> texts = makeLiterals(CYCLE, 4000);
     const std::vector<Literal> literals = getLiterals(texts);
     std::vector<uint64_t> resourceIDs(values.size());
     std::vector<Resolution> resolutions(literals.size());
@@ -62,7 +45,7 @@ TEST(DictionaryBatch, WhatSucceedsAllocatesNothing) {
 }
 
 TEST(DictionaryBatch, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
-    std::vector<LiteralText> texts = makeTexts(30);
+    std::vector<LiteralText> texts = makeLiterals(CYCLE, 30);
     for (size_t i = 0; i < 12; ++i)
         texts[i * 2] = makeInvalidLiteral(i);
     const std::vector<Literal> literals = getLiterals(texts);
@@ -97,8 +80,8 @@ TEST(DictionaryBatch, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
 }
 
 TEST(DictionaryBatch, TheNthSystemCallFailsInTheMiddleOfABatch) {
-    const std::vector<ResourceValue> values = makeValues(20000);
-    const std::vector<LiteralText> texts = makeTexts(20000);
+    const std::vector<ResourceValue> values = makeValues(CYCLE, 20000);
+    const std::vector<LiteralText> texts = makeLiterals(CYCLE, 20000);
     const std::vector<Literal> literals = getLiterals(texts);
     for (const Call call : {Call::MMAP, Call::MPROTECT})
         for (const bool isOfLiterals : {false, true}) {
@@ -138,7 +121,7 @@ TEST(DictionaryBatch, TheNthSystemCallFailsInTheMiddleOfABatch) {
                         if (i < entered) {
                             ASSERT_EQ(resourceIDs[i], found[i]) << i;
                         }
-                        // Behind the failure, only what was before it as well.
+                        // After the failure, only what was before it as well.
                         else if (found[i] != 0) {
                             ASSERT_NE(
                                 std::find(found.begin(), found.begin() + static_cast<ptrdiff_t>(entered), found[i]),

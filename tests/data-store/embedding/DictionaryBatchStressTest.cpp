@@ -149,45 +149,6 @@ TEST_P(DictionaryBatchTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResiz
     }
 }
 
-TEST_P(DictionaryBatchTest, TheSameMixedBatchesInAllThreads) {
-    // Everybody enters the same values, from the front or from the back: each bucket is contended for.
-    const size_t numberOfValues = 28000 / STRESS_DIVISOR;
-    std::vector<ResourceValue> values;
-    std::vector<Literal> literals;
-    std::vector<LiteralText> texts;
-    for (size_t i = 0; i < numberOfValues; ++i) {
-        values.push_back(makeMixedValue(i));
-        texts.push_back(makeMixedLiteral(i));
-    }
-    literals = getLiterals(texts);
-    const std::vector<ResourceValue> reversed(values.rbegin(), values.rend());
-    const size_t numberOfThreads = std::min<size_t>(8, getNumberOfFreeSlots() - 1);
-    Dictionary dictionary(makeOptions(1 << 22));
-    Transaction transaction(dictionary);
-    std::vector<std::vector<uint64_t>> results(numberOfThreads, std::vector<uint64_t>(numberOfValues));
-    runThreads(numberOfThreads, [&](size_t threadIndex) {
-        std::vector<uint64_t>& result = results[threadIndex];
-        if (threadIndex % 3 == 0)
-            transaction.resolve(values, result.data());
-        else if (threadIndex % 3 == 1) {
-            transaction.resolve(reversed, result.data());
-            std::reverse(result.begin(), result.end());
-        }
-        else {
-            std::vector<Resolution> resolutions(numberOfValues);
-            EXPECT_EQ(transaction.resolve(literals, resolutions.data()), 0u);
-            for (size_t i = 0; i < numberOfValues; ++i)
-                result[i] = resolutions[i].resourceID;
-        }
-    });
-    transaction.commit();
-    for (const std::vector<uint64_t>& result : results)
-        ASSERT_EQ(result, results[0]);
-    for (size_t i = 0; i < numberOfValues; ++i)
-        ASSERT_TRUE(isSameValue(dictionary.getValue(results[0][i]), values[i])) << i;
-    expectSound(dictionary); // no value has two IDs
-}
-
 }
 
 }
