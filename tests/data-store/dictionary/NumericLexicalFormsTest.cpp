@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "data-store/dictionary/IntegerDatatypeRows.h"
 #include "support/ExpectError.h"
+#include "support/TestTable.h"
 
 #include <gtest/gtest.h>
 
@@ -92,33 +93,11 @@ TEST(NumericLexicalForms, MinusZeroIsZeroWhereTheRangeContainsZero) {
 }
 
 TEST(NumericLexicalForms, MalformedIntegersAreRefusedByEveryDatatype) {
-    const std::string forms[] = {
-        "",
-        " ",
-        " 5 ",
-        "5 ",
-        "+",
-        "-",
-        "+-5",
-        ".",
-        "5.",
-        ".5",
-        "1.5",
-        "1.0",
-        "1e5",
-        "INF",
-        "NaN",
-        "abc",
-        "1,000",
-        "\xD9\xA5",
-        "\0"s,
-        "5\0"s,
-        "1\0002"s,
-        "99999999999999999999x",
-        "-99999999999999999999.0"};
+    const test::TestTable malformedIntegers("data-store/dictionary/MalformedIntegers.tsv");
     for (const DatatypeRow& row : DATATYPES)
-        for (const std::string& form : forms) {
-            SCOPED_TRACE(row.m_name + " "s + form);
+        for (const test::TestRow& malformedInteger : malformedIntegers.getRows()) {
+            SCOPED_TRACE(row.m_name + " "s + malformedInteger.getPlace());
+            const std::string& form = malformedInteger.getText("form");
             EXPECT_EQ(classify(row.m_datatypeID, form), LexicalFormStatus::MALFORMED);
             if (form.find('\0') == std::string::npos) // what() ends at a NUL
                 test::expectError(
@@ -149,7 +128,7 @@ TEST(NumericLexicalForms, ErrorsQuoteTheFormAsItWasWritten) {
         [] { parseNumericValue(D_XSD_DECIMAL, "abc", 3); });
 }
 
-TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoBehindANul) {
+TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoAfterANul) {
     try {
         parse(D_XSD_INT, "1\0002"s);
         ADD_FAILURE() << "nothing was thrown";
@@ -216,7 +195,7 @@ TEST(NumericLexicalForms, DecimalsAreParsedAndClassified) {
     EXPECT_EQ(classify(D_XSD_DECIMAL, "0.00000000000000000001"), BEYOND);
 }
 
-TEST(NumericLexicalForms, AnUnsuccessfulAttemptLeavesTheValueAsItWas) {
+TEST(NumericLexicalForms, AnUnsuccessfulAttemptLeavesTheValueUnchanged) {
     for (const uint8_t datatypeID : {D_XSD_DECIMAL, D_XSD_BYTE})
         for (const std::string text : {"abc", "100000000000000000000"}) {
             ResourceValue value;
