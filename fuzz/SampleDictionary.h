@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-// The sound store that the fuzzers change.
+// The intact store that the fuzzers change.
 
 namespace kavix::fuzz {
 

@@ -36,7 +36,7 @@ struct BatchFixture {
             return static_cast<int64_t>(number * 64) - 1000; // in clusters
     }
 
-    /// The value whose search begins at a bucket, whatever the size of the table, if the hash is smaller.
+    /// The value whose search begins at a bucket, for every size of the table above the hash.
     static V makeValueWithHash(uint64_t hash) {
         if constexpr (IS_DECIMAL) {
             constexpr uint64_t INVERSE = getInverse(0x100000001b3);

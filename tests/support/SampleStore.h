@@ -2,6 +2,7 @@
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/MemoryInputStream.h"
 #include "core/platform/stream/MemoryOutputStream.h"
@@ -93,6 +94,21 @@ inline void expectEqual(const Dictionary& first, const Dictionary& second) {
     }
     EXPECT_EQ(findProblems(first), std::vector<std::string>());
     EXPECT_EQ(findProblems(second), std::vector<std::string>());
+}
+
+/// A dictionary with the first n integers, and with the halves after them.
+inline std::unique_ptr<Dictionary> makeFilledDictionary(ResourceIDWidth width, int numberOfValues) {
+    Dictionary::Options options;
+    options.resourceIDWidth = width;
+    options.maxResourceID = 1 << 20;
+    auto dictionary = std::make_unique<Dictionary>(options);
+    Transaction transaction(*dictionary);
+    for (int i = 0; i < numberOfValues; ++i) {
+        transaction.resolve(std::to_string(i), D_XSD_INTEGER);
+        transaction.resolve(std::to_string(i) + ".5", D_XSD_DECIMAL);
+    }
+    transaction.commit();
+    return dictionary;
 }
 
 /// A store made by hand, of either width:

@@ -8,8 +8,8 @@
 
 namespace kavix::test {
 
-/// Returns at most a given number of bytes a read, as pipes and sockets do; counts the reads. The bytes are somebody
-/// else's.
+/// Returns at most a given number of bytes a read, as pipes and sockets do; counts the reads. It does not own the
+/// bytes.
 class ShortReadInputStream : public InputStream {
 
 public:

@@ -22,7 +22,7 @@ class NumericDatatypeBatchTest : public ::testing::Test {
 
 protected:
 
-    /// What must hold after every failure: sound tables, and every charged byte is somebody's.
+    /// What must hold after every failure: consistent tables, and every charged byte accounted for.
     static void checkInvariants(typename Fixture::Store& store) {
         checkTables<typename Fixture::ResourceID>(saveToImage(*store.m_dictionary));
         EXPECT_EQ(
@@ -93,7 +93,7 @@ TYPED_TEST(NumericDatatypeBatchTest, TheNthSystemCallFailsInTheMiddleOfABatch) {
         }
 }
 
-TYPED_TEST(NumericDatatypeBatchTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
+TYPED_TEST(NumericDatatypeBatchTest, ThreadsContinueAfterTheSystemRefusedMemoryForAWhile) {
     using Fixture = TypeParam;
     const auto values = makeWorkload<Fixture>();
     for (const Call call : {Call::MMAP, Call::MPROTECT}) {

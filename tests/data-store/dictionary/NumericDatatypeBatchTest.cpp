@@ -114,7 +114,7 @@ TYPED_TEST(NumericDatatypeBatchTest, OnlyWhatIsBelowBothBoundsIsVisible) {
     }
 }
 
-TYPED_TEST(NumericDatatypeBatchTest, FollowsProbeChainsOverLinesAndTheEndOfTheTable) {
+TYPED_TEST(NumericDatatypeBatchTest, FollowsProbeChainsAcrossCacheLinesAndTheEndOfTheTable) {
     using Fixture = TypeParam;
     for (const uint64_t start : {0u, 3u, 5u, 500u, 990u, 1008u, 1016u, 1020u, 1022u, 1023u}) {
         SCOPED_TRACE(start);
@@ -161,7 +161,7 @@ TYPED_TEST(NumericDatatypeBatchTest, PassesOverDeletedBuckets) {
     checkTables<typename Fixture::ResourceID>(saveToImage(*batched.m_dictionary));
 }
 
-TYPED_TEST(NumericDatatypeBatchTest, MayOutgrowTheTableInItsMiddle) {
+TYPED_TEST(NumericDatatypeBatchTest, MayOutgrowTheTableInTheMiddle) {
     using Fixture = TypeParam;
     // Before the resize every second entry is where its search ended; after it, 1024 buckets beyond. The second half of
     // the batch repeats the first, whose buckets were found empty in the old array.
@@ -187,7 +187,7 @@ TYPED_TEST(NumericDatatypeBatchTest, MayOutgrowTheTableInItsMiddle) {
     }
 }
 
-TYPED_TEST(NumericDatatypeBatchTest, MayHaveTheTableRebuiltAtItsSizeInItsMiddle) {
+TYPED_TEST(NumericDatatypeBatchTest, MayRebuildTheTableAtItsSizeInTheMiddle) {
     using Fixture = TypeParam;
     typename Fixture::Store single;
     typename Fixture::Store batched;

@@ -29,7 +29,7 @@ class NumericDatatypeTest : public ::testing::Test {
 protected:
     using Store = NumericStore<ResourceID>;
 
-    /// What must hold after every failure: sound tables, and every charged byte is somebody's.
+    /// What must hold after every failure: consistent tables, and every charged byte accounted for.
     static void checkInvariants(Store& store) {
         checkTables<ResourceID>(saveToImage(*store.m_dictionary));
         EXPECT_EQ(
@@ -196,7 +196,7 @@ TYPED_TEST(NumericDatatypeTest, ALoadThatFailsAnywhereCanBeRepeated) {
     this->checkInvariants(store);
 }
 
-TYPED_TEST(NumericDatatypeTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
+TYPED_TEST(NumericDatatypeTest, ThreadsContinueAfterTheSystemRefusedMemoryForAWhile) {
     typename TestFixture::Store store;
     store.initialize();
     const std::vector<ResourceValue> values = makeWorkload();

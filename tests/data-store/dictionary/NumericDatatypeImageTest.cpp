@@ -138,7 +138,7 @@ TYPED_TEST(NumericDatatypeImageTest, KnownContentsAreSavedByteForByte) {
     EXPECT_EQ(saveToBytes(*this->m_store.m_dictionary), expected.toBytes());
 }
 
-TYPED_TEST(NumericDatatypeImageTest, ALoadedDictionaryGoesOnAsTheSavedOneDid) {
+TYPED_TEST(NumericDatatypeImageTest, ALoadedDictionaryContinuesLikeTheSavedOne) {
     this->m_store.initialize();
     DictionaryUsageContext context;
     for (int i = 0; i < 2500; ++i) {
@@ -191,7 +191,7 @@ TYPED_TEST(NumericDatatypeImageTest, AStreamMayDeliverByteByByte) {
     EXPECT_EQ(saveToBytes(*this->m_store.m_dictionary), bytes);
 }
 
-TYPED_TEST(NumericDatatypeImageTest, WrongHeadersAreRefusedWhereTheyStand) {
+TYPED_TEST(NumericDatatypeImageTest, WrongHeadersAreRefusedWhereTheyAre) {
     const std::string source = "Engine/core/data-store/dictionary/NumericDatatype";
     const std::string message = "Invalid input file: cannot load NumericDatatype.";
     const std::string good = makeKnownImage<TypeParam>().toBytes();
@@ -232,7 +232,7 @@ TYPED_TEST(NumericDatatypeImageTest, TheTablesBeforeAWrongHeaderAreReplaced) {
         "Invalid input file: cannot load ParallelHashTable.", [&] { this->m_store.m_dictionary->load(input); });
     EXPECT_EQ(this->m_store.tryResolve("3", D_XSD_INTEGER), 77u);
     EXPECT_EQ(this->m_store.tryResolve("100", D_XSD_INTEGER), 0u);
-    EXPECT_NE(this->m_store.tryResolve("100", D_XSD_POSITIVE_INTEGER), 0u); // the sixth table is as it was
+    EXPECT_NE(this->m_store.tryResolve("100", D_XSD_POSITIVE_INTEGER), 0u); // the sixth table is unchanged
 }
 
 TYPED_TEST(NumericDatatypeImageTest, AnImageCutAnywhereEndsPrematurely) {
@@ -279,7 +279,7 @@ TYPED_TEST(NumericDatatypeImageTest, ARegionMayReserveMoreThanItHolds) {
     EXPECT_EQ(saveToBytes(*this->m_store.m_dictionary), image.toBytes());
 }
 
-TYPED_TEST(NumericDatatypeImageTest, SizesThatCannotBeAreRefusedByMemoryAndAddressSpace) {
+TYPED_TEST(NumericDatatypeImageTest, ImpossibleSizesAreRefusedByMemoryAndAddressSpace) {
     NumericImage image = makeKnownImage<TypeParam>();
     std::string bytes = image.toBytes();
     const size_t maximumOffset = getTableOffset(0) + TABLE_FIELDS_SIZE - 16;

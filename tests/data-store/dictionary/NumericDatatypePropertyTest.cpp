@@ -305,7 +305,7 @@ private:
             ASSERT_EQ(used - table.m_deletedCount, liveByDatatype[datatypeID]);
             ASSERT_LE(used, m_model.m_everEntered[datatypeID]);
         }
-        // Every committed byte is somebody's.
+        // Every committed byte is accounted for.
         ASSERT_EQ(
             m_store.m_memoryManager.getChargedBytes(),
             m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +

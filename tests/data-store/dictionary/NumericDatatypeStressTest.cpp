@@ -33,7 +33,7 @@ ResourceValue makeValue(uint8_t datatypeID, uint64_t number) {
     return value;
 }
 
-/// The IDs of the numbers 0 to n - 1 in every datatype, as the threads got them; 0 where nobody asked yet.
+/// The IDs of the numbers 0 to n - 1 in every datatype, as the threads got them; 0 where no thread has asked yet.
 class Answers {
 
 public:
@@ -143,8 +143,8 @@ TYPED_TEST(NumericDatatypeTest, EveryValueHasOneIDThroughManyResizes) {
     }
 }
 
-TYPED_TEST(NumericDatatypeTest, WhoeverSeesADatatypeSeesTheResource) {
-    // Readers walk over the arrays behind the writers and read whatever has a datatype; others look values up.
+TYPED_TEST(NumericDatatypeTest, AThreadThatObservesADatatypeObservesTheResource) {
+    // Readers follow the writers over the arrays and read what has a datatype; others look values up.
     NumericStore<TypeParam> store;
     store.initialize();
     const uint64_t numberOfValues = 30000 / STRESS_DIVISOR;
@@ -184,11 +184,12 @@ TYPED_TEST(NumericDatatypeTest, WhoeverSeesADatatypeSeesTheResource) {
                 ++seen;
                 ResourceValue value;
                 store.m_dictionary->getResource(resourceID, datatypeID, value);
-                const bool isSound = datatypeID == D_XSD_DECIMAL
-                                         ? value.template getBinaryValue<XSDDecimal>().getFractionDigits() == 1 &&
-                                               value.template getBinaryValue<XSDDecimal>().getUnscaledValue() % 10 == 5
-                                         : value.template getBinaryValue<int64_t>() % 3 != 0;
-                if (!isSound)
+                const bool isConsistent =
+                    datatypeID == D_XSD_DECIMAL
+                        ? value.template getBinaryValue<XSDDecimal>().getFractionDigits() == 1 &&
+                              value.template getBinaryValue<XSDDecimal>().getUnscaledValue() % 10 == 5
+                        : value.template getBinaryValue<int64_t>() % 3 != 0;
+                if (!isConsistent)
                     ADD_FAILURE() << "resource " << resourceID << " was seen before its value";
             }
         }
@@ -198,7 +199,7 @@ TYPED_TEST(NumericDatatypeTest, WhoeverSeesADatatypeSeesTheResource) {
     });
 }
 
-TYPED_TEST(NumericDatatypeTest, ABudgetThatRunsOutInTheMiddleStopsEverybodyAndBreaksNothing) {
+TYPED_TEST(NumericDatatypeTest, ABudgetThatRunsOutInTheMiddleStopsAllThreadsAndBreaksNothing) {
     for (const size_t numberOfThreads : {1u, 8u, 32u}) {
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
         NumericStore<TypeParam> store(2 << 20);
@@ -250,7 +251,7 @@ TYPED_TEST(NumericDatatypeTest, ABudgetThatRunsOutInTheMiddleStopsEverybodyAndBr
                 numberOfFailures.fetch_add(1);
         };
         runThreads(numberOfThreads, [&](size_t threadIndex) { insert(threadIndex, true); });
-        EXPECT_EQ(numberOfFailures.load(), numberOfThreads); // nobody got through
+        EXPECT_EQ(numberOfFailures.load(), numberOfThreads); // no thread got through
         EXPECT_LE(store.m_memoryManager.getChargedBytes(), totalBytes);
         checkAnswers(store, answers, numberOfValues);
 

@@ -138,7 +138,7 @@ TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoAfterANul) {
     }
 }
 
-TEST(NumericLexicalForms, IntegersOutside64BitsAreToldApartByWhatTheDatatypeHolds) {
+TEST(NumericLexicalForms, IntegersOutside64BitsAreClassifiedByTheirDatatype) {
     const std::string hugeNumber = "1" + std::string(30, '0');
     const struct {
         uint8_t datatypeID;

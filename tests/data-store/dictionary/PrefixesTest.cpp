@@ -103,14 +103,14 @@ TEST(Prefixes, WhatFollowsTheGivenLengthDoesNotCompleteACharacter) {
          {"http://n/a%20"s, "http://n/\xC3\xA9"s, "http://n/\xE6\x97\xA5"s, "http://n/\xF0\x9F\x8D\x8E"s}) {
         SCOPED_TRACE(whole);
         const std::vector<char> bytes(
-            whole.begin(), whole.end() - 1); // no byte behind them: a sanitizer sees what reads on
+            whole.begin(), whole.end() - 1); // no byte after them: a sanitizer reports a read beyond
         const std::string_view cutOff(bytes.data(), bytes.size());
         EXPECT_EQ(encode(prefixes, whole), "n:" + whole.substr(9));
         EXPECT_EQ(encode(prefixes, cutOff), "<" + std::string(cutOff) + ">");
     }
 }
 
-TEST(Prefixes, TheLongestNamespaceWhoseLocalNameIsAllowedServes) {
+TEST(Prefixes, TheLongestNamespaceWhoseLocalNameIsAllowedIsUsed) {
     Prefixes prefixes;
     prefixes.addPrefix("b", "http://a/b");
     prefixes.addPrefix("scheme", "http:");
@@ -190,10 +190,10 @@ TEST(Prefixes, LocalNamesFollowTheTurtleGrammar) {
         {"backslash", "a\\-b", false},
         {"at sign", "a@b", false},
         {"before A", "a@", false},
-        {"behind Z", "a[", false},
+        {"after Z", "a[", false},
         {"before a", "a`", false},
-        {"behind z", "a{", false},
-        {"behind 9", "a;", false},
+        {"after z", "a{", false},
+        {"after 9", "a;", false},
         {"tilde", "a~b", false},
         {"apostrophe", "a'b", false},
         {"comma", "a,b", false},
@@ -207,7 +207,7 @@ TEST(Prefixes, LocalNamesFollowTheTurtleGrammar) {
     }
 }
 
-TEST(Prefixes, LocalNamesKnowTheRangesOfUnicode) {
+TEST(Prefixes, LocalNamesFollowTheRangesOfUnicode) {
     const Prefixes prefixes = makePrefixes();
     struct RangeRow {
         uint32_t first;
@@ -330,7 +330,7 @@ TEST(Prefixes, NamesFollowTheTurtleGrammar) {
         {"point in the middle", "a.b", true},
         {"points in the middle", "a..b", true},
         {"two-byte letter", "\xC3\xA9", true},
-        {"mark behind", "a\xC2\xB7", true},
+        {"mark after", "a\xC2\xB7", true},
         {"underscore first", "_a", false},
         {"digit first", "1a", false},
         {"hyphen first", "-a", false},
@@ -385,7 +385,7 @@ TEST(Prefixes, AddingANameAgainReplacesItsNamespace) {
     EXPECT_EQ(encode(prefixes, "http://a/x"), "<http://a/x>");
 }
 
-TEST(Prefixes, OfTwoNamesForANamespaceTheFirstServes) {
+TEST(Prefixes, OfTwoNamesForANamespaceTheFirstIsUsed) {
     Prefixes prefixes;
     prefixes.addPrefix("first", "http://a/");
     prefixes.addPrefix("second", "http://a/");

@@ -29,7 +29,7 @@ class DictionaryBatchTest : public ResourceIDWidthTest { };
 
 INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
-TEST_P(DictionaryBatchTest, GivesTheIDsOfOneAtATime) {
+TEST_P(DictionaryBatchTest, GivesTheIDsOfOneValueAtATime) {
     for (const Mixture& mixture : MIXTURES)
         for (const size_t n : SIZES) {
             SCOPED_TRACE(std::to_string(n) + " values: " + mixture.m_name);
@@ -61,11 +61,11 @@ TEST_P(DictionaryBatchTest, GivesTheIDsOfOneAtATime) {
             singleTransaction.commit();
             transaction.commit();
             expectSameContents(single, batched);
-            expectSound(batched);
+            expectConsistent(batched);
         }
 }
 
-TEST_P(DictionaryBatchTest, OfValuesOfWhichSomeArePresent) {
+TEST_P(DictionaryBatchTest, SomeValuesMayBePresent) {
     for (const Mixture& mixture : MIXTURES)
         for (const size_t step : {2, 3, 100}) {
             SCOPED_TRACE(std::string(mixture.m_name) + ", of which one is present in " + std::to_string(step));
@@ -89,7 +89,7 @@ TEST_P(DictionaryBatchTest, OfValuesOfWhichSomeArePresent) {
         }
 }
 
-TEST_P(DictionaryBatchTest, TheBytesOfAValueMayLieAnywhere) {
+TEST_P(DictionaryBatchTest, TheBytesOfAValueMayBeAnywhere) {
     std::vector<char> bytes(17 * 3000);
     std::vector<ResourceValue> values;
     for (size_t index = 0; index < 3000; ++index) {
@@ -195,7 +195,7 @@ TEST_P(DictionaryBatchTest, EndsWhereTheIDsRunOut) {
             singleTransaction.commit();
             transaction.commit();
             expectSameContents(single, batched);
-            expectSound(batched);
+            expectConsistent(batched);
         }
 }
 
@@ -227,13 +227,13 @@ TEST_P(DictionaryBatchTest, EndsWhereTheBudgetRunsOutAndContinuesWithMore) {
             singleTransaction.commit();
             transaction.commit();
             expectSameContents(single, batched);
-            expectSound(batched);
+            expectConsistent(batched);
         }
         EXPECT_GT(numberOfFailures, 3u);
     }
 }
 
-TEST_P(DictionaryBatchTest, PresentValuesNeedNoRoom) {
+TEST_P(DictionaryBatchTest, PresentValuesNeedNoMemory) {
     // As many integers as a table of 1024 buckets takes; from then on another reservation would double it.
     std::vector<ResourceValue> values;
     for (size_t index = 0; index < 700; ++index)
@@ -321,7 +321,7 @@ TEST_P(DictionaryBatchTest, ARollbackRemovesThem) {
     }
     for (size_t index = 0; index < values.size(); ++index)
         ASSERT_TRUE(isSameValue(dictionary.getValue(resourceIDs[index]), values[index])) << index;
-    expectSound(dictionary);
+    expectConsistent(dictionary);
 }
 
 }

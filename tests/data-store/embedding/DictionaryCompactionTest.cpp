@@ -1,4 +1,4 @@
-// Compaction: dense IDs in the old order for what is kept, memory back for the rest.
+// Compaction: dense IDs in the old order for what is kept, and the memory of the rest is released.
 
 #include "core/data-store/embedding/Dictionary.h"
 
@@ -26,7 +26,7 @@ constexpr int NUMBER_OF_EACH = 2000;
 
 const std::vector<std::string> NONE;
 
-/// Two thousand integers, decimals and integers of another datatype, some taken back, in blocks with lost IDs.
+/// Two thousand integers, decimals and integers of another datatype, some rolled back, in blocks with lost IDs.
 std::unique_ptr<Dictionary> makeDictionary(ResourceIDWidth width) {
     Dictionary::Options options;
     options.resourceIDWidth = width;
@@ -190,7 +190,7 @@ TEST(DictionaryCompaction, IsRefusedWhileATransactionRuns) {
     EXPECT_NO_THROW(dictionary->compact([](uint64_t) { return true; }));
 }
 
-TEST(DictionaryCompaction, WithoutBudgetTheDictionaryIsAsItWas) {
+TEST(DictionaryCompaction, WithoutBudgetTheDictionaryIsUnchanged) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
         const std::string bytes = test::saveStore(*dictionary);

@@ -47,7 +47,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Widths, DictionaryGetValuesTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
-TEST_P(DictionaryGetValuesTest, GivesTheValuesOfOneAtATime) {
+TEST_P(DictionaryGetValuesTest, GivesTheValuesOfOneIDAtATime) {
     const struct {
         const char* name;
         ResourceValue (*makeValue)(uint64_t number);
@@ -73,7 +73,7 @@ TEST_P(DictionaryGetValuesTest, GivesTheValuesOfOneAtATime) {
     }
 }
 
-TEST_P(DictionaryGetValuesTest, AnIDThatNobodyHasGivesAValueOfNoDatatype) {
+TEST_P(DictionaryGetValuesTest, AnUnknownIDGivesAValueOfNoDatatype) {
     Transaction transaction(m_dictionary);
     std::vector<uint64_t> known;
     for (uint64_t number = 0; number < 1500; ++number)

@@ -121,11 +121,11 @@ TEST_P(DictionaryLiteralBatchTest, EveryLiteralHasTheOutcomeOfOneAtATime) {
                 singleTransaction.commit();
                 transaction.commit();
                 expectSameContents(single, batched);
-                expectSound(batched);
+                expectConsistent(batched);
             }
 }
 
-TEST_P(DictionaryLiteralBatchTest, WhatIsWrongIsSaidOfEachLiteral) {
+TEST_P(DictionaryLiteralBatchTest, EachInvalidLiteralHasItsOwnError) {
     const std::vector<LiteralText> literals = {
         {"1e5", D_XSD_INT},
         {"5", D_XSD_INT},
@@ -160,7 +160,7 @@ TEST_P(DictionaryLiteralBatchTest, WhatIsWrongIsSaidOfEachLiteral) {
     EXPECT_EQ(outcomes[8].m_resourceID, 1u);
 }
 
-TEST_P(DictionaryLiteralBatchTest, AFormMayHaveNoCharactersAtAll) {
+TEST_P(DictionaryLiteralBatchTest, AFormMayBeEmpty) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
@@ -231,7 +231,7 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheE
             singleTransaction.commit();
             transaction.commit();
             expectSameContents(single, batched);
-            expectSound(batched);
+            expectConsistent(batched);
             if (numberOfErrors == 0)
                 break;
             ++numberOfShortBudgets;
@@ -240,7 +240,7 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheE
     }
 }
 
-TEST_P(DictionaryLiteralBatchTest, WhatALiteralOfTheBatchHasEnteredHasNoErrorAfterIt) {
+TEST_P(DictionaryLiteralBatchTest, ALiteralEnteredEarlierInTheBatchHasNoError) {
     // 700 integers fill a table of 1024 buckets and spend every reservation, so resolving one more finds no room, even
     // if it is present.
     std::vector<LiteralText> literals;
@@ -285,7 +285,7 @@ TEST_P(DictionaryLiteralBatchTest, AnEndedTransactionFailsEachOfThem) {
     EXPECT_EQ(transaction.resolve(std::span<const Literal>(), nullptr), 0u);
 }
 
-TEST_P(DictionaryLiteralBatchTest, WithoutAThreadSlotEachHasTheError) {
+TEST_P(DictionaryLiteralBatchTest, WithoutAThreadSlotEachLiteralHasTheError) {
     const std::vector<LiteralText> literals = {
         {"5", D_XSD_INT}, {"x", D_XSD_INT}, {"5", D_NONE}, {"5.5", D_XSD_DECIMAL}};
     Dictionary dictionary(makeOptions());

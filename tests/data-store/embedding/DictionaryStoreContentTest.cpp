@@ -89,7 +89,7 @@ std::vector<ContentRow> getWrongBuckets() {
                  "table of xsd:integer: it has 1 deleted buckets and counts 0",
                  "resource 2 of xsd:integer: no bucket has it, so its value is not found"};
          }},
-        {"offset behind the pool",
+        {"offset after the pool",
          [](SampleStore& store) -> std::vector<std::string> {
              const size_t index = store.m_image[D_XSD_DECIMAL].findWord(64);
              store.m_image[D_XSD_DECIMAL].m_buckets[index].m_word = 1ULL << 40;
@@ -97,7 +97,7 @@ std::vector<ContentRow> getWrongBuckets() {
                  at(D_XSD_DECIMAL, index) + "its record at offset 1099511627776 is outside the data pool",
                  "resource 1 of xsd:decimal: no bucket has it, so its value is not found"};
          }},
-        {"offset of which one byte is behind the pool",
+        {"offset of a record that ends one byte after the pool",
          [](SampleStore& store) -> std::vector<std::string> {
              const uint64_t offset = 64 + store.m_pool.size() - store.m_recordSize + 1;
              const size_t index = store.m_image[D_XSD_DECIMAL].findWord(64);
@@ -153,7 +153,7 @@ std::vector<ContentRow> getWrongBuckets() {
                  at(D_XSD_INT, first) + "resource 4 is in another bucket too",
                  "resource 2 of xsd:integer: no bucket has it, so its value is not found"};
          }},
-        {"resource taken back",
+        {"resource rolled back",
          [](SampleStore& store) -> std::vector<std::string> {
              const size_t index = store.m_image[D_XSD_INT].findWord(store.getDeletedWord(D_XSD_INT));
              store.m_image[D_XSD_INT].m_buckets[index].m_word = 6;
@@ -219,7 +219,7 @@ std::vector<ContentRow> getWrongResources() {
                  at(D_XSD_INT, store.m_image[D_XSD_INT].findWord(4)) +
                  "resource 4 has datatype ID 0 in the array of datatype IDs"};
          }},
-        {"a datatype that nobody has",
+        {"an unknown datatype",
          [](SampleStore& store) -> std::vector<std::string> {
              store.m_datatypeIDs[3] = 36;
              store.m_numberOfResources = 5;
@@ -310,7 +310,7 @@ void expectProblems(const std::vector<ContentRow>& rows) {
 
 }
 
-TEST(DictionaryStoreContent, ASoundDictionaryHasNoProblems) {
+TEST(DictionaryStoreContent, AnIntactDictionaryHasNoProblems) {
     for (const ResourceIDWidth width : BOTH_WIDTHS)
         EXPECT_EQ(test::findProblems(*openStore(SampleStore(width).toBytes(), false)), std::vector<std::string>());
 }

@@ -157,7 +157,7 @@ TEST(DictionaryStoreDamage, ATruncatedStoreIsRefusedWithAMessage) {
     }
 }
 
-/// With right checksums a change may go unnoticed where it changes nothing: then the dictionary is sound.
+/// With right checksums a change may go unnoticed where it changes nothing: then the dictionary is consistent.
 TEST(DictionaryStoreDamage, ChangesUnderRightChecksumsAreRefusedOrHarmless) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         std::mt19937_64 random(815 + static_cast<uint64_t>(width));

@@ -2,8 +2,6 @@
 
 #include "core/data-store/embedding/Dictionary.h"
 
-#include "core/data-store/embedding/Restoration.h"
-#include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
@@ -24,7 +22,6 @@
 
 namespace kavix {
 
-using test::BOTH_WIDTHS;
 using test::Call;
 using test::failEach;
 using test::Fault;
@@ -32,20 +29,6 @@ using test::FaultPoint;
 using test::TemporaryFolder;
 
 namespace {
-
-std::unique_ptr<Dictionary> makeDictionary(ResourceIDWidth width, int numberOfValues) {
-    Dictionary::Options options;
-    options.resourceIDWidth = width;
-    options.maxResourceID = 1 << 20;
-    auto dictionary = std::make_unique<Dictionary>(options);
-    Transaction transaction(*dictionary);
-    for (int i = 0; i < numberOfValues; ++i) {
-        transaction.resolve(std::to_string(i), D_XSD_INTEGER);
-        transaction.resolve(std::to_string(i) + ".5", D_XSD_DECIMAL);
-    }
-    transaction.commit();
-    return dictionary;
-}
 
 void saveToFile(const Dictionary& dictionary, const std::string& fileName) {
     ReplacingFile file(fileName);
@@ -62,11 +45,11 @@ std::unique_ptr<Dictionary> openFile(const std::string& fileName, bool checkEver
 
 }
 
-TEST(DictionaryStore, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
+TEST(DictionaryStore, WhereverSavingFailsTheStoreIsTheOldOneOrTheNewOne) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
-    const std::unique_ptr<Dictionary> oldDictionary = makeDictionary(ResourceIDWidth::BITS_32, 10);
-    const std::unique_ptr<Dictionary> newDictionary = makeDictionary(ResourceIDWidth::BITS_32, 100);
+    const std::unique_ptr<Dictionary> oldDictionary = test::makeFilledDictionary(ResourceIDWidth::BITS_32, 10);
+    const std::unique_ptr<Dictionary> newDictionary = test::makeFilledDictionary(ResourceIDWidth::BITS_32, 100);
     const uint64_t oldEnd = oldDictionary->takeSnapshot().first;
     const std::vector<std::string> oldResources = test::listResources(*oldDictionary, oldEnd);
     const std::vector<std::string> newResources = test::listResources(*newDictionary, oldEnd);
@@ -100,8 +83,8 @@ TEST(DictionaryStore, AStoreIsTheOldOneOrTheNewOneWhereverSavingFails) {
 TEST(DictionaryStore, AKilledProcessLeavesAStoreThatOpens) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
-    const std::unique_ptr<Dictionary> oldDictionary = makeDictionary(ResourceIDWidth::BITS_64, 10);
-    const std::unique_ptr<Dictionary> newDictionary = makeDictionary(ResourceIDWidth::BITS_64, 50);
+    const std::unique_ptr<Dictionary> oldDictionary = test::makeFilledDictionary(ResourceIDWidth::BITS_64, 10);
+    const std::unique_ptr<Dictionary> newDictionary = test::makeFilledDictionary(ResourceIDWidth::BITS_64, 50);
     saveToFile(*oldDictionary, fileName);
     bool isNewInPlace = false;
     for (int killedAt = 1;; ++killedAt) {
@@ -119,10 +102,10 @@ TEST(DictionaryStore, AKilledProcessLeavesAStoreThatOpens) {
     EXPECT_TRUE(isNewInPlace);
 }
 
-TEST(DictionaryStore, OpeningReportsWhateverFailsAndReturnsEverything) {
+TEST(DictionaryStore, OpeningReportsEveryFailureAndReleasesEverything) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
-    saveToFile(*makeDictionary(ResourceIDWidth::BITS_32, 3000), fileName);
+    saveToFile(*test::makeFilledDictionary(ResourceIDWidth::BITS_32, 3000), fileName);
     for (const Call call : {Call::READ, Call::MMAP, Call::MPROTECT})
         EXPECT_GE(
             failEach(
@@ -131,7 +114,7 @@ TEST(DictionaryStore, OpeningReportsWhateverFailsAndReturnsEverything) {
                     const Fault fault(point);
                     try {
                         const std::unique_ptr<Dictionary> dictionary = openFile(fileName, point.getNumber() % 2 == 0);
-                        // The system's refusal to map a page is no failure where a page is given back.
+                        // The system's refusal to map a page is not a failure where a page is released.
                         EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
                     }
                     catch (const SystemCallException& exception) {
@@ -174,7 +157,7 @@ TEST(DictionaryStore, ABoundBeyondTheAddressSpaceIsNamed) {
 
 TEST(DictionaryStore, ReadsMayBeShort) {
     const TemporaryFolder folder;
-    const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_64, 300);
+    const std::unique_ptr<Dictionary> dictionary = test::makeFilledDictionary(ResourceIDWidth::BITS_64, 300);
     for (const size_t maximumBytes : {1u, 7u, 4096u}) {
         const test::ShortTransfers shortTransfers(maximumBytes);
         if (maximumBytes == 1) {
@@ -183,105 +166,6 @@ TEST(DictionaryStore, ReadsMayBeShort) {
         }
         test::expectEqual(*openFile(folder / "store"), *dictionary);
     }
-}
-
-TEST(DictionaryStore, ACompactionThatFailsLeavesTheStoreAsItWas) {
-    const auto isKept = [](uint64_t resourceID) { return resourceID % 3 == 1; };
-    for (const ResourceIDWidth width : BOTH_WIDTHS) {
-        const std::string original = test::saveStore(*makeDictionary(width, 3000));
-        const std::unique_ptr<Dictionary> expected = test::openStore(original);
-        expected->compact(isKept);
-        const auto expectAsBefore = [&](Dictionary& dictionary, uint64_t usedBytes) {
-            ASSERT_EQ(test::saveStore(dictionary), original);
-            ASSERT_EQ(dictionary.getUsedBytes(), usedBytes);
-            dictionary.compact(isKept);
-            test::expectEqual(dictionary, *expected);
-        };
-        for (const Call call : {Call::MMAP, Call::MPROTECT}) {
-            uint64_t thrown = 0;
-            failEach(call, [&](FaultPoint& point) {
-                const std::unique_ptr<Dictionary> dictionary = test::openStore(original);
-                const uint64_t usedBytes = dictionary->getUsedBytes();
-                bool hasThrown = false;
-                {
-                    const Fault fault(point);
-                    try {
-                        dictionary->compact(isKept);
-                    }
-                    catch (const SystemCallException&) {
-                        hasThrown = true;
-                    }
-                }
-                thrown += hasThrown;
-                if (hasThrown)
-                    expectAsBefore(*dictionary, usedBytes);
-                else {
-                    test::expectEqual(*dictionary, *expected);
-                    // Pages that the system did not take back show nothing of what they held.
-                    for (int i = 0; i < 3000; ++i)
-                        dictionary->resolve(std::to_string(i), D_XSD_LONG);
-                    Transaction transaction(*dictionary);
-                    transaction.resolve("-1", D_XSD_LONG);
-                    transaction.commit();
-                    EXPECT_EQ(test::findProblems(*dictionary), std::vector<std::string>());
-                    EXPECT_EQ(dictionary->countResourcesByDatatypeID()[D_XSD_LONG], 3001u);
-                    EXPECT_EQ(
-                        dictionary->countResourcesByDatatypeID()[D_XSD_DECIMAL],
-                        expected->countResourcesByDatatypeID()[D_XSD_DECIMAL]);
-                }
-            });
-            EXPECT_GE(thrown, 2u) << "the entries and the new pool";
-        }
-        failEach(Call::ALLOCATION, [&](FaultPoint& point) {
-            const std::unique_ptr<Dictionary> dictionary = test::openStore(original);
-            const uint64_t usedBytes = dictionary->getUsedBytes();
-            bool hasThrown = false;
-            {
-                const Fault fault(point);
-                try {
-                    dictionary->compact(isKept);
-                }
-                catch (const std::bad_alloc&) {
-                    hasThrown = true;
-                }
-            }
-            ASSERT_EQ(point.wasHit(), hasThrown);
-            if (hasThrown)
-                expectAsBefore(*dictionary, usedBytes);
-        });
-    }
-}
-
-TEST(DictionaryStore, ARestorationThatCannotBeginLeavesAnEmptyDictionary) {
-    std::vector<uint64_t> counts(256, 5000);
-    for (const Call call : {Call::MMAP, Call::MPROTECT})
-        EXPECT_EQ(
-            failEach(
-                call,
-                [&](FaultPoint& point) {
-                    const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32, 0);
-                    const std::string original = test::saveStore(*dictionary);
-                    const uint64_t usedBytes = dictionary->getUsedBytes();
-                    std::unique_ptr<Restoration> restoration;
-                    bool hasThrown = false;
-                    {
-                        const Fault fault(point);
-                        try {
-                            restoration = std::make_unique<Restoration>(*dictionary, counts);
-                        }
-                        catch (const SystemCallException&) {
-                            hasThrown = true;
-                        }
-                    }
-                    if (hasThrown) {
-                        EXPECT_EQ(dictionary->getUsedBytes(), usedBytes);
-                        EXPECT_EQ(test::saveStore(*dictionary), original);
-                        EXPECT_EQ(dictionary->resolve("5", D_XSD_INT), 1u);
-                    }
-                    ASSERT_EQ(point.wasHit(), hasThrown);
-                }),
-            14u)
-            << "a call for each table";
 }
 
 }

@@ -88,7 +88,7 @@ std::string describe(const Dictionary& dictionary) {
 }
 
 /// Enters what every datatype takes of values at and around the bounds of the types, in single operations, in a
-/// transaction and in one that is taken back, so that there are IDs without a resource.
+/// transaction and in one that is rolled back, so that there are IDs without a resource.
 void fill(Dictionary& dictionary) {
     const char* const integers[] = {
         "-9223372036854775808", "-2147483649",        "-129", "-128", "-1", "0", "1", "127", "255", "256", "65535",
@@ -154,7 +154,7 @@ TEST_F(DictionaryStoreFormatTest, PrintsWhatTheDictionarySays) {
     }
 }
 
-TEST_F(DictionaryStoreFormatTest, PrintsNothingOfAnEmptyStore) {
+TEST_F(DictionaryStoreFormatTest, PrintsNothingForAnEmptyStore) {
     const Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
 
     const Outcome outcome = inspect(save(dictionary));
@@ -218,10 +218,10 @@ TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
     dictionary.resolve("0.5", D_XSD_DECIMAL);
     dictionary.resolve("-2", D_XSD_INTEGER);
     dictionary.resolve("7", D_XSD_BYTE);
-    const std::string sound = readFile(save(dictionary));
-    const size_t datatypeIDs = getOffset(sound, 1);
-    const size_t data = getOffset(sound, 2);
-    const size_t pool = getOffset(sound, 3);
+    const std::string intact = readFile(save(dictionary));
+    const size_t datatypeIDs = getOffset(intact, 1);
+    const size_t data = getOffset(intact, 2);
+    const size_t pool = getOffset(intact, 3);
     const uint64_t largestPoolEnd = (1ULL << 30) + 40ULL * Dictionary::MAX_RESOURCE_ID_32;
     const uint64_t beyondLargestPoolEnd = largestPoolEnd + 1;
     struct Row {
@@ -280,7 +280,7 @@ TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
     std::string arguments;
     std::string expected;
     for (const Row& row : rows) {
-        std::string store = sound;
+        std::string store = intact;
         row.change(store);
         const std::string fileName = write(row.name, store);
         arguments += std::string(" '") + row.options + "' '" + fileName + "'";
@@ -306,7 +306,7 @@ TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
     EXPECT_EQ(outcome.m_output, expected);
 }
 
-TEST_F(DictionaryStoreFormatTest, TellsMissingFilesFromWrongUsage) {
+TEST_F(DictionaryStoreFormatTest, DistinguishesMissingFilesFromUsageErrors) {
     const Outcome missing = inspect(m_folder / "nothing");
     EXPECT_EQ(missing.m_exitStatus, 1);
     EXPECT_EQ(missing.m_errors, (m_folder / "nothing") + ": No such file or directory.\n");

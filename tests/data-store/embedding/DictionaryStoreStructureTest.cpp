@@ -150,11 +150,11 @@ void expectRefusals(const std::vector<StructureRow>& rows) {
 
 }
 
-TEST(DictionaryStoreStructure, TablesThatCannotBeAreRefusedEvenInTrustedStores) {
+TEST(DictionaryStoreStructure, ImpossibleTablesAreRefusedEvenInTrustedStores) {
     expectRefusals(getImpossibleTables());
 }
 
-TEST(DictionaryStoreStructure, CountersThatCannotBeAreRefusedEvenInTrustedStores) {
+TEST(DictionaryStoreStructure, ImpossibleCountersAreRefusedEvenInTrustedStores) {
     expectRefusals(getImpossibleCounters());
 }
 

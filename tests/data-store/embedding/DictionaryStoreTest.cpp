@@ -41,7 +41,7 @@ Dictionary::Options makeOptions(ResourceIDWidth width) {
 
 }
 
-TEST(DictionaryStore, OpeningGivesBackWhatWasSaved) {
+TEST(DictionaryStore, OpeningRestoresWhatWasSaved) {
     struct Row {
         const char* name;
         std::function<void(Dictionary&)> fill;
@@ -103,7 +103,7 @@ TEST(DictionaryStore, OpeningGivesBackWhatWasSaved) {
         }
 }
 
-TEST(DictionaryStore, AnOpenedStoreGoesOnWithTheNextID) {
+TEST(DictionaryStore, AnOpenedStoreContinuesWithTheNextID) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary saved(makeOptions(width));
         saved.resolve("1", D_XSD_INT);
@@ -115,7 +115,7 @@ TEST(DictionaryStore, AnOpenedStoreGoesOnWithTheNextID) {
         const std::unique_ptr<Dictionary> opened = openStore(saveStore(saved));
         for (Dictionary* dictionary : {&saved, opened.get()}) {
             EXPECT_EQ(dictionary->resolve("1", D_XSD_INT), 1u);
-            EXPECT_EQ(dictionary->resolve("2", D_XSD_INT), 1026u) << "behind the block of the transaction";
+            EXPECT_EQ(dictionary->resolve("2", D_XSD_INT), 1026u) << "after the block of the transaction";
             EXPECT_EQ(dictionary->resolve("2.5", D_XSD_DECIMAL), 1027u);
             Transaction transaction(*dictionary);
             for (int i = 0; i < 3000; ++i)
@@ -188,7 +188,7 @@ TEST(DictionaryStore, AStoreWrittenByHandOpens) {
         EXPECT_EQ(
             test::listResources(*dictionary, 4096),
             (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
-        EXPECT_EQ(dictionary->tryResolve("8", D_XSD_INT), 0u) << "taken back";
+        EXPECT_EQ(dictionary->tryResolve("8", D_XSD_INT), 0u) << "rolled back";
         EXPECT_EQ(saveStore(*dictionary), bytes);
         EXPECT_EQ(dictionary->resolve("8", D_XSD_INT), 7u);
     }
@@ -310,7 +310,7 @@ TEST(DictionaryStore, AWrongHeaderIsRefusedWithItsReason) {
          "its checksum is wrong; the file was damaged"},
         {"checksum of the image", [](StoreImage& image) { image["dictionary-22"].m_checksum = 0; }, "dictionary-22",
          "its checksum is wrong; the file was damaged"},
-        {"a byte behind the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
+        {"a byte after the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
          "the file goes on behind its last section"},
     };
     for (const Row& row : rows) {
@@ -322,7 +322,7 @@ TEST(DictionaryStore, AWrongHeaderIsRefusedWithItsReason) {
     }
 }
 
-TEST(DictionaryStore, FilesThatAreNoStoresAreRefused) {
+TEST(DictionaryStore, FilesThatAreNotStoresAreRefused) {
     struct Row {
         const char* name;
         std::string bytes;
@@ -370,7 +370,7 @@ TEST(DictionaryStore, OtherVersionsOfTheLibraryAndOtherPageSizesAreRead) {
     EXPECT_NO_THROW(openStore(image.toBytes()));
 }
 
-TEST(DictionaryStore, SectionsMayStandInAnyOrder) {
+TEST(DictionaryStore, SectionsMayBeInAnyOrder) {
     StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
     std::reverse(image.m_sections.begin(), image.m_sections.end());
     test::expectEqual(*openStore(image.toBytes()), *openStore(SampleStore(ResourceIDWidth::BITS_32).toBytes()));

@@ -44,7 +44,7 @@ std::string getLexicalForm(uint64_t record) {
 
 TEST(Restoration, ManyThreadsGiveTheSameIDsAsOne) {
     for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const bool areCountsRight : {true, false}) { // with wrong counts the tables grow meanwhile
+        for (const bool areCountsRight : {true, false}) { // with wrong counts the tables grow during the restoration
             std::vector<uint64_t> counts(256);
             if (areCountsRight)
                 counts[D_XSD_INTEGER] = counts[D_XSD_DECIMAL] = NUMBER_OF_RECORDS / 2;

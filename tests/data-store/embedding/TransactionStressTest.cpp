@@ -33,7 +33,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Widths, TransactionTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
-TEST_P(TransactionTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNotAtAll) {
+TEST_P(TransactionTest, SnapshotsShowWholeCommittedTransactionsAndNothingOfOthers) {
     // Transaction n enters the numbers n * SIZE to (n + 1) * SIZE - 1 from three threads; every third rolls back.
     // Readers take snapshots all the while and must see all numbers of a transaction or none.
     constexpr uint64_t SIZE = 60;
@@ -58,7 +58,7 @@ TEST_P(TransactionTest, SnapshotsSeeCommittedTransactionsWholeAndOthersNotAtAll)
                             continue;
                         ++seen;
                         if (m_dictionary.getLexicalForm(resourceID) != makeForm(n * SIZE + i, datatypeID))
-                            ADD_FAILURE() << "a snapshot sees a value that is not there";
+                            ADD_FAILURE() << "a snapshot shows a value that is not there";
                     }
                     const bool rollsBack = n % 3 == 2;
                     if (seen != 0 && (seen != SIZE || rollsBack))
@@ -123,7 +123,7 @@ TEST_P(TransactionTest, SingleValuesTakeOneIDEachAndNeverFallIntoATransaction) {
                     Transaction transaction(m_dictionary);
                     begun.fetch_add(1);
                     letOthersRun();
-                    // Rolled back with nothing in it: a single value that fell into it would be lost.
+                    // Rolled back while empty: a single value that got into it would be lost.
                 }
                 continue;
             }

@@ -8,7 +8,7 @@ namespace kavix::test {
 
 namespace {
 
-// What may happen in each state, brought about afresh for each row.
+// What may happen in each state, set up for each row.
 TEST(WriterGate, EachStateAllowsWhatItsTableSays) {
     const struct {
         const char* name;
@@ -53,7 +53,7 @@ TEST(WriterGate, EachStateAllowsWhatItsTableSays) {
              gate.beginTransaction();
          },
          false, false, true},
-        {"somebody waits to close", [](WriterGate& gate) { gate.beginWaitingToClose(); }, false, true, false},
+        {"a thread waits to close", [](WriterGate& gate) { gate.beginWaitingToClose(); }, false, true, false},
         {"one of two still waits to close",
          [](WriterGate& gate) {
              gate.beginWaitingToClose();
@@ -61,7 +61,7 @@ TEST(WriterGate, EachStateAllowsWhatItsTableSays) {
              gate.endWaitingToClose();
          },
          false, true, false},
-        {"nobody waits any more",
+        {"no thread waits any more",
          [](WriterGate& gate) {
              gate.beginWaitingToClose();
              gate.endWaitingToClose();
@@ -95,7 +95,7 @@ TEST(WriterGate, AFailedAttemptLeavesNoTrace) {
     EXPECT_FALSE(gate.tryEnterSingle());
     EXPECT_FALSE(gate.tryClose());
     gate.open();
-    EXPECT_TRUE(gate.tryClose()); // nobody was counted
+    EXPECT_TRUE(gate.tryClose()); // no thread was counted
     gate.beginTransaction();
     EXPECT_FALSE(gate.tryEnterSingle());
     gate.open();

@@ -23,7 +23,7 @@ constexpr int64_t SMALLEST = std::numeric_limits<int64_t>::min();
 
 constexpr const char* FORMS = "data-store/numbers/IntegerTextForms.tsv";
 
-// Parses from a buffer of exactly the length of the text, so that a sanitizer sees a read outside it.
+// Parses from a buffer of exactly the length of the text, so that a sanitizer reports a read outside it.
 std::pair<bool, int64_t> parse(const std::string& text) {
     const auto copy = std::make_unique<char[]>(text.size());
     text.copy(copy.get(), text.size());
@@ -77,7 +77,7 @@ TEST(IntegerText, NothingIsReadFromNoText) {
     EXPECT_FALSE(parseIntegerSigned(nullptr, 0).first);
 }
 
-TEST(IntegerText, EveryByteAtEveryPositionOfEveryLengthIsJudged) {
+TEST(IntegerText, EveryByteAtEveryPositionOfEveryLengthIsClassified) {
     for (size_t length = 1; length <= 19; ++length) {
         std::string text(length, '1');
         for (size_t position = 0; position < length; ++position) {

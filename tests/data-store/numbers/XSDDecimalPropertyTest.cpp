@@ -155,7 +155,7 @@ TEST(XSDDecimal, ConversionsAreThoseOfTheStandardLibrary) {
     }
 }
 
-TEST(XSDDecimal, TheOrderIsThatOfTheDigitsWrittenUnderEachOther) {
+TEST(XSDDecimal, TheOrderIsThatOfTheAlignedDigits) {
     std::mt19937_64 random(SEED + 3);
     // Without the sign: the integer part in 19 digits, the fraction in 19; then texts are ordered as numbers are.
     const auto align = [](const XSDDecimal& value) {

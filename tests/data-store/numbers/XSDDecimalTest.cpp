@@ -29,7 +29,7 @@ constexpr int64_t LARGEST = std::numeric_limits<int64_t>::max();
 
 constexpr const char* FORMS = "data-store/numbers/XSDDecimalForms.tsv";
 
-// Parses from a buffer of exactly the length of the text, so that a sanitizer sees a read outside it.
+// Parses from a buffer of exactly the length of the text, so that a sanitizer reports a read outside it.
 LexicalFormStatus tryParse(const std::string& text, XSDDecimal& value) {
     const auto copy = std::make_unique<char[]>(text.size());
     text.copy(copy.get(), text.size());
@@ -56,7 +56,7 @@ TEST(XSDDecimal, FormsOfTheLexicalSpaceAreParsedAndNormalised) {
     }
 }
 
-TEST(XSDDecimal, NumbersBeyondTheCapacityAreRefusedAsSuch) {
+TEST(XSDDecimal, NumbersBeyondTheCapacityHaveTheirOwnError) {
     for (const TestRow& row : TestTable(FORMS).getRows("status", "beyond capacity")) {
         SCOPED_TRACE(row.getPlace());
         const std::string& form = row.getText("form");
@@ -93,7 +93,7 @@ TEST(XSDDecimal, NothingIsReadFromNoText) {
     EXPECT_EQ(XSDDecimal::tryParse(nullptr, 0, value), LexicalFormStatus::MALFORMED);
 }
 
-TEST(XSDDecimal, EveryByteAtEveryPositionIsJudged) {
+TEST(XSDDecimal, EveryByteAtEveryPositionIsClassified) {
     for (size_t length = 1; length <= 20; ++length)
         for (size_t pointPosition = 0; pointPosition <= length; ++pointPosition) { // the last one: no point
             std::string text(length, '1');
@@ -174,7 +174,7 @@ TEST(XSDDecimal, IntegersBecomeDecimalsWithoutFractionDigits) {
     EXPECT_EQ(XSDDecimal(), XSDDecimal(0L));
 }
 
-TEST(XSDDecimal, FieldsAreAtTheirPlacesAndPaddingIsZero) {
+TEST(XSDDecimal, FieldsHaveFixedOffsetsAndPaddingIsZero) {
     const auto bytes = std::bit_cast<std::array<uint8_t, sizeof(XSDDecimal)>>(parse("-0.0000000000000000001"));
     int64_t unscaledValue;
     std::memcpy(&unscaledValue, bytes.data(), sizeof(unscaledValue));
@@ -188,7 +188,7 @@ TEST(XSDDecimal, FieldsAreAtTheirPlacesAndPaddingIsZero) {
     EXPECT_EQ(first, second);
 }
 
-TEST(XSDDecimal, NormalisedFieldsAreTold) {
+TEST(XSDDecimal, NormalisedFieldsAreRecognised) {
     EXPECT_TRUE(XSDDecimal::areNormalisedFields(0, 0));
     EXPECT_TRUE(XSDDecimal::areNormalisedFields(10, 0));
     EXPECT_TRUE(XSDDecimal::areNormalisedFields(1, 1));
@@ -273,7 +273,7 @@ TEST(XSDDecimal, DecimalsAreOrderedAsNumbers) {
         }
 }
 
-TEST(XSDDecimal, EqualDecimalsHaveEqualHashesAndOthersSpread) {
+TEST(XSDDecimal, EqualDecimalsHaveEqualHashesAndOthersDiffer) {
     const std::hash<XSDDecimal> hash;
     EXPECT_EQ(hash(parse("2.50")), hash(parse("+002.5")));
     EXPECT_NE(hash(parse("2.5")), hash(parse("25")));

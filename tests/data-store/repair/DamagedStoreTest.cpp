@@ -18,7 +18,7 @@ void expectUnreadable(const std::string& bytes) {
     EXPECT_FALSE(store.getProblems().empty());
 }
 
-TEST(DamagedStore, ASoundStoreHasNoProblemsAndItsBeginningIsWhatItIs) {
+TEST(DamagedStore, AnIntactStoreHasNoProblemsAndItsBeginningIsUnchanged) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::string bytes = SampleStore(width).toBytes();
         const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
@@ -46,13 +46,13 @@ TEST(DamagedStore, TheCorrectedBeginningMakesADamagedStorePassItsChecksums) {
             std::string corrected(bytes);
             corrected.replace(0, beginning.size(), std::string(beginning.begin(), beginning.end()));
             if (position < 256 ||
-                position >= 264) { // the bound of resource IDs stands in the image too, which is not corrected
+                position >= 264) { // the maximum resource ID is also in the image, which is not corrected
                 expectEqual(*openStore(corrected), *openStore(SampleStore(width).toBytes()));
             }
         }
 }
 
-TEST(DamagedStore, AnotherVersionOrByteOrderIsNoDamage) {
+TEST(DamagedStore, AnotherVersionOrByteOrderIsNotRepaired) {
     StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
     image.m_formatVersion = 2;
     expectUnreadable(image.toBytes());

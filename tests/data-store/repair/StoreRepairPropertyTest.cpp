@@ -34,7 +34,7 @@ struct Outcome {
 };
 
 Outcome repair(const std::string& bytes) {
-    // A buffer of its own, so that a sanitizer sees every byte that is read beyond it.
+    // A buffer of its own, so that a sanitizer reports every byte that is read beyond it.
     const std::vector<uint8_t> buffer(bytes.begin(), bytes.end());
     const DamagedStore store(buffer.data(), buffer.size());
     Outcome outcome;
@@ -106,7 +106,7 @@ TEST(StoreRepair, NoTwoFlippedBytesLetAWrongValueThrough) {
     }
 }
 
-TEST(StoreRepair, ACutStoreGivesWhatIsInFrontOfTheCut) {
+TEST(StoreRepair, ACutStoreGivesWhatIsBeforeTheCut) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const SampleStore sample(width);
         const std::string bytes = sample.toBytes();
@@ -124,7 +124,7 @@ TEST(StoreRepair, ACutStoreGivesWhatIsInFrontOfTheCut) {
     }
 }
 
-TEST(StoreRepair, WhateverTheContentARightChecksumMakesNoCrashAndASoundDictionary) {
+TEST(StoreRepair, AnyContentWithRightChecksumsGivesAConsistentDictionary) {
     std::mt19937_64 random(7);
     for (const ResourceIDWidth width : BOTH_WIDTHS)
         for (int iteration = 0; iteration < 300; ++iteration) {

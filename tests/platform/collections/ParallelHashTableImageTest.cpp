@@ -113,7 +113,7 @@ TYPED_TEST(ParallelHashTableImageTest, IsTheHeaderTheCountsTheReservationsAndThe
 TYPED_TEST(ParallelHashTableImageTest, LoadsWhatIsWrittenByHand) {
     TypeParam fixture;
     const auto keyInPlace = fixture.getKeyWithHash(9);
-    const auto keyBehindDeleted = fixture.getKeyWithHash(9 + 2048);
+    const auto keyAfterDeleted = fixture.getKeyWithHash(9 + 2048);
     const auto keyWrapped = fixture.getKeyWithHash(2047);
     ImageFields fields;
     fields.numberOfBuckets = fields.maximumNumberOfItems = fields.end = 2048;
@@ -130,7 +130,7 @@ TYPED_TEST(ParallelHashTableImageTest, LoadsWhatIsWrittenByHand) {
     };
     setBucket(9, getBucketBytes<TypeParam>(fixture.createKeyWord(keyInPlace, 1), keyInPlace));
     setBucket(10, deletedBucket);
-    setBucket(11, getBucketBytes<TypeParam>(fixture.createKeyWord(keyBehindDeleted, 2), keyBehindDeleted));
+    setBucket(11, getBucketBytes<TypeParam>(fixture.createKeyWord(keyAfterDeleted, 2), keyAfterDeleted));
     setBucket(
         2047, getBucketBytes<TypeParam>(
                   fixture.createKeyWord(fixture.getKeyWithHash(4095), 3), fixture.getKeyWithHash(4095)));
@@ -148,7 +148,7 @@ TYPED_TEST(ParallelHashTableImageTest, LoadsWhatIsWrittenByHand) {
         EXPECT_EQ(fixture.m_table.getDeletedCount(), 1u);
         EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), 5u);
         EXPECT_EQ(fixture.find(keyInPlace), 1u);
-        EXPECT_EQ(fixture.find(keyBehindDeleted), 2u);
+        EXPECT_EQ(fixture.find(keyAfterDeleted), 2u);
         EXPECT_EQ(fixture.find(fixture.getKeyWithHash(4095)), 3u);
         EXPECT_EQ(fixture.find(keyWrapped), 4u);
         EXPECT_EQ(fixture.find(fixture.getKeyWithHash(10)), 0u);
@@ -156,7 +156,7 @@ TYPED_TEST(ParallelHashTableImageTest, LoadsWhatIsWrittenByHand) {
     }
 }
 
-TYPED_TEST(ParallelHashTableImageTest, ALoadedTableGoesOnExactlyAsTheSavedOne) {
+TYPED_TEST(ParallelHashTableImageTest, ALoadedTableContinuesExactlyLikeTheSavedOne) {
     TypeParam saved;
     for (uint64_t id = 1; id <= 1234; ++id) {
         const auto insertion = saved.insert(saved.getKeyWithHash(id * 0x9e3779b97f4a7c15), id);
@@ -270,7 +270,7 @@ TYPED_TEST(ParallelHashTableImageTest, MoreBucketsThanTheBudgetHoldsAreRefused) 
     EXPECT_EQ(fixture.m_memoryManager.getChargedBytes(), 0u);
 }
 
-TYPED_TEST(ParallelHashTableImageTest, ReservationsOfEverySlotComeBack) {
+TYPED_TEST(ParallelHashTableImageTest, ReservationsOfEverySlotAreLoaded) {
     TypeParam fixture;
     ImageFields fields;
     for (uint32_t slot = 0; slot < 256; ++slot) {

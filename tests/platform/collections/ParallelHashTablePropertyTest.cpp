@@ -67,7 +67,7 @@ struct Model {
         m_handedOut -= m_reservation;
         m_reservation = 0;
         size_t needed = 1024;
-        while (needed * 7 < m_handedOut * 10) // never equal: 7 * 2^k is no multiple of 10
+        while (needed * 7 < m_handedOut * 10) // never equal: 7 * 2^k is not a multiple of 10
             needed *= 2;
         m_numberOfBuckets = std::min(m_numberOfBuckets, needed);
     }

@@ -141,7 +141,7 @@ TYPED_TEST(ParallelHashTableSizeTest, TheBucketsOfTheDeletedAreSpentBeforeTheTab
     EXPECT_EQ(fixture.m_numberOfLiveBuckets, 0u);
 }
 
-TYPED_TEST(ParallelHashTableSizeTest, GrowthWithoutMemoryLeavesTheTableExactlyAsItWas) {
+TYPED_TEST(ParallelHashTableSizeTest, GrowthWithoutMemoryLeavesTheTableUnchanged) {
     const size_t bytes = 1024 * TypeParam::BUCKET_SIZE;
     TypeParam fixture(3 * bytes - 1); // one byte less than both arrays take
     insertSpread(fixture, 1, 700);
@@ -167,7 +167,7 @@ TYPED_TEST(ParallelHashTableSizeTest, GrowthWithoutMemoryLeavesTheTableExactlyAs
     expectExactlySpread(fixture, 1, 1400);
 }
 
-TYPED_TEST(ParallelHashTableSizeTest, AThreadThatHasAReservationGoesOnWhereOthersCannotGrow) {
+TYPED_TEST(ParallelHashTableSizeTest, AThreadThatHasAReservationContinuesWhereOthersCannotGrow) {
     const size_t bytes = 1024 * TypeParam::BUCKET_SIZE;
     TypeParam fixture(bytes);
     insertSpread(fixture, 1, 601);
@@ -359,7 +359,7 @@ TYPED_TEST(ParallelHashTableSizeTest, ReinsertingOverwritesTheEntryThatIsTheSame
     EXPECT_EQ(fixture.getKeyWordAt(7), 0u);
 }
 
-TYPED_TEST(ParallelHashTableSizeTest, DestructionGivesEverythingBack) {
+TYPED_TEST(ParallelHashTableSizeTest, DestructionReleasesEverything) {
     MemoryManager memoryManager(test::AMPLE_BUDGET);
     {
         TypeParam fixture;

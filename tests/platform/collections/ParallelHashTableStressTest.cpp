@@ -198,7 +198,7 @@ TYPED_TEST(ParallelHashTableTest, OwnersDeleteWhileTheTableGrowsAndIsRebuilt) {
     }
 }
 
-TYPED_TEST(ParallelHashTableTest, EntriesThatCannotBeCreatedDisturbNobody) {
+TYPED_TEST(ParallelHashTableTest, EntriesThatCannotBeCreatedDisturbNoOtherThread) {
     TypeParam fixture;
     const size_t numberOfKeys = 8000 / STRESS_DIVISOR;
     std::vector<uint64_t> ids(numberOfKeys);

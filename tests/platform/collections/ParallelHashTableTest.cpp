@@ -55,7 +55,7 @@ TYPED_TEST(ParallelHashTableTest, FindsWhatWasInsertedAndInsertsItOnce) {
     fixture.expectConsistent();
 }
 
-TYPED_TEST(ParallelHashTableTest, LeavesThePlaceAtWhichAProbeStartsToTheLowBitsOfTheHash) {
+TYPED_TEST(ParallelHashTableTest, AProbeStartsAtTheLowBitsOfTheHash) {
     TypeParam fixture;
     fixture.insert(fixture.getKeyWithHash(0xfedcba9876543000 | 0x2a7), 5);
     EXPECT_NE(fixture.getKeyWordAt(0x2a7), 0u);
@@ -92,7 +92,7 @@ TYPED_TEST(ParallelHashTableTest, PassesOverADeletedBucketAndDoesNotReuseIt) {
     EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), 2u);
     EXPECT_EQ(fixture.getKeyWordAt(8), TypeParam::Table::DELETED);
     fixture.insert(third, 3);
-    fixture.insert(first, 4); // entered anew
+    fixture.insert(first, 4); // entered again
     EXPECT_EQ(fixture.getKeyWordAt(8), TypeParam::Table::DELETED);
     EXPECT_EQ(fixture.find(first), 4u);
     EXPECT_EQ(fixture.find(second), 2u);
@@ -191,7 +191,7 @@ TYPED_TEST(ParallelHashTableTest, AnEntryThatCannotBeCreatedLeavesItsBucketEmpty
         };
     };
     EXPECT_THROW(fixture.m_table.findOrInsert(key, failWith(std::runtime_error("no record"))), std::runtime_error);
-    EXPECT_THROW(fixture.m_table.findOrInsert(key, failWith(42)), int); // whatever its type
+    EXPECT_THROW(fixture.m_table.findOrInsert(key, failWith(42)), int); // no matter what its type is
     EXPECT_EQ(fixture.getKeyWordAt(33), 0u);
     EXPECT_EQ(fixture.find(key), 0u);
     EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), 0u);
@@ -233,7 +233,7 @@ TYPED_TEST(ParallelHashTableTest, TheLoserOfARaceForAKeyGetsTheIDOfTheWinner) {
     EXPECT_EQ(fixture.m_numberOfLiveBuckets, 1u);
 }
 
-TYPED_TEST(ParallelHashTableTest, WhoWaitedForABucketRegardsVisibilityAsOthersDo) {
+TYPED_TEST(ParallelHashTableTest, AThreadThatWaitedForABucketRespectsVisibility) {
     TypeParam fixture;
     const auto key = fixture.getKeyWithHash(77);
     std::atomic<bool> isClaimed{false};

@@ -137,7 +137,7 @@ public:
         return Key{static_cast<int64_t>((hash - SECOND) * getInverse(MULTIPLIER)), SECOND};
     }
 
-    /// From any thread. Nobody reads a record before its number is published.
+    /// From any thread. A record is not read before its number is published.
     uint64_t createKeyWord(const Key& key, uint64_t resourceID) {
         const uint64_t number = m_nextRecordNumber.fetch_add(1, std::memory_order_relaxed);
         m_records.ensureEndAtLeast(number + 1);
@@ -187,7 +187,7 @@ public:
         return Policy::getKeyWord(m_table.getBuckets()[index]).load(std::memory_order_relaxed);
     }
 
-    /// Checks, on one thread, what holds of every table that nobody is inside of.
+    /// Checks, on one thread, what holds of every table while no thread is inside.
     void expectConsistent() {
         const size_t numberOfBuckets = m_table.getNumberOfBuckets();
         ASSERT_GE(numberOfBuckets, 1024u);

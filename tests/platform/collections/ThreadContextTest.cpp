@@ -29,8 +29,8 @@ uint32_t getEntryCount(const ThreadContext& context) {
 
 }
 
-TEST(ThreadContext, AHolderWithTwoWaitingHandsOverToOneAndThatOneToTheOther) {
-    // What an old leader that is still releasing, the owner, and the leader of the next resize can bring about.
+TEST(ThreadContext, AContextIsHandedOverToOneWaitingThreadAfterTheOther) {
+    // What an old leader that is still releasing, the owner, and the leader of the next resize can cause.
     ThreadContext context;
     std::atomic<int> numberInside{0};
     std::atomic<int> numberOfVisits{0};
@@ -55,7 +55,7 @@ TEST(ThreadContext, AHolderWithTwoWaitingHandsOverToOneAndThatOneToTheOther) {
     EXPECT_EQ(getEntryCount(context), 0u);
 }
 
-TEST(ThreadContext, OneOfManyHoldsItAtATime) {
+TEST(ThreadContext, OneThreadAtATimeHoldsIt) {
     ThreadContext context;
     uint64_t counter = 0; // guarded by the context
     constexpr size_t ROUNDS = 300;

@@ -14,7 +14,7 @@
 
 namespace kavix {
 
-TEST(ThreadSlots, AThreadKeepsTheSlotItGotAndGivesItBackWhenItEnds) {
+TEST(ThreadSlots, AThreadKeepsItsSlotAndReleasesItWhenItEnds) {
     const size_t takenBefore = ThreadSlots::getNumberOfTakenSlots();
     std::thread([&] {
         EXPECT_EQ(s_currentThreadContextIndex, NO_THREAD_SLOT);
@@ -45,7 +45,7 @@ TEST(ThreadSlots, LiveThreadsHaveSlotsOfTheirOwn) {
     EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore);
 }
 
-TEST(ThreadSlots, OneThreadTooManyIsRefusedAndTheOthersGoOn) {
+TEST(ThreadSlots, OneThreadTooManyIsRefusedAndTheOthersContinue) {
     const size_t takenBefore = ThreadSlots::getNumberOfTakenSlots();
     const size_t numberOfThreads = test::getNumberOfFreeSlots();
     std::atomic<bool> isOver{false};
@@ -135,7 +135,7 @@ TEST(ThreadSlots, AThreadLocalDestructorMayBeTheFirstUser) {
     EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore);
 }
 
-TEST(ThreadSlots, ASlotTakenAgainAfterItWasGivenBackIsGivenBackToo) {
+TEST(ThreadSlots, ASlotTakenAgainAfterItsReleaseIsReleasedToo) {
     // Keys are destroyed in the order of their creation: this one after that of the slots.
     test::runThreads(1, [](size_t) {});
     static size_t s_slotSeenLate;

@@ -101,7 +101,7 @@ TEST(KavixException, CanBeThrownDuringStaticInitialisation) {
                         "at most 1 items.0");
 }
 
-/// What the composing stream sees when it gets no memory for a piece.
+/// What happens to the composing stream when it gets no memory for a piece.
 struct PieceThatDoesNotFit { };
 
 std::ostream& operator<<(std::ostream& stream, const PieceThatDoesNotFit&) {
@@ -172,7 +172,7 @@ TEST(KavixException, PrintsCausesOfEveryClassIndented) {
                           "    message: an exception of an unknown class\n");
 }
 
-TEST(KavixException, AFailureToPrintIsNotTakenForACause) {
+TEST(KavixException, AFailureToPrintIsNotMistakenForACause) {
     const std::vector<std::exception_ptr> causes = {
         makeCause(KavixException("Inner", 2, KavixException::NO_CAUSES, "Inner failure."))};
     const KavixException exception("Outer", 1, causes, "Outer failure.");

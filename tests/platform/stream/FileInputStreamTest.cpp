@@ -140,7 +140,7 @@ TEST_F(FileInputStreamTest, InterruptedReadsAreRepeated) {
     EXPECT_GE(Interruptions::getNumberOfInterruptions(), 3);
 }
 
-TEST_F(FileInputStreamTest, GivesItsDescriptorBack) {
+TEST_F(FileInputStreamTest, ReleasesItsDescriptor) {
     writeFile(m_folder / "file", "abc");
     const size_t descriptorsBefore = countDescriptors();
     {

@@ -150,7 +150,7 @@ TEST_F(FileOutputStreamTest, FilesThatCannotBeOpenedAreNamed) {
     expectSystemCallException([&] { FileOutputStream output(folder); }, "open", EISDIR, folder);
 }
 
-TEST_F(FileOutputStreamTest, AFullDeviceIsReportedByWhateverReachesIt) {
+TEST_F(FileOutputStreamTest, AFullDeviceIsReportedByEveryOperationThatReachesIt) {
     const std::string device = "/dev/full";
     const std::string content = makeContent(BUFFER_SIZE);
     {
@@ -243,7 +243,7 @@ TEST_F(FileOutputStreamTest, AnInterruptedLargeWriteIsContinuedWhereItStopped) {
     });
 }
 
-TEST_F(FileOutputStreamTest, GivesItsDescriptorBack) {
+TEST_F(FileOutputStreamTest, ReleasesItsDescriptor) {
     const size_t descriptorsBefore = countDescriptors();
     {
         FileOutputStream closedByHand(m_folder / "file");

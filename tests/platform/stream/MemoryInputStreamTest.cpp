@@ -41,7 +41,7 @@ TEST(MemoryInputStream, StartsAgainAfterRewinding) {
     EXPECT_EQ(input.getRemainingBytes(), 6u);
 }
 
-TEST(MemoryInputStream, MayHaveNoBytesAtAll) {
+TEST(MemoryInputStream, MayBeEmpty) {
     MemoryInputStream input(nullptr, 0);
     char byte;
 

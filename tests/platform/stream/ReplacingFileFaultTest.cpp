@@ -164,8 +164,8 @@ TEST(ReplacingFile, EveryAllocationMayFailOnce) {
     EXPECT_EQ(readFile(fileName), NEW);
 }
 
-/// The previous writer renames its file between our opening it and our lock: we lock what is the target by now.
-TEST(ReplacingFile, AFileThatWasRenamedMeanwhileIsNotWritten) {
+/// The previous writer renames its file between our open and our lock: what we lock is the target by now.
+TEST(ReplacingFile, AFileRenamedBeforeItIsLockedIsNotWritten) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     writeFile(fileName + ".unfinished", OLD);

@@ -74,7 +74,7 @@ TEST(MemoryRegion, ARefusedReservationLeavesTheRegionEmpty) {
     EXPECT_EQ(region.getEnd(), page);
 }
 
-TEST(MemoryRegion, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
+TEST(MemoryRegion, EveryCallOfALifetimeMayFailAndTheRetrySucceeds) {
     const size_t page = getVMPageSize();
     std::string image;
     {
@@ -92,7 +92,7 @@ TEST(MemoryRegion, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
                 [&] { region.initialize(4 * page); },
                 [&] { region.ensureEndAtLeast(1); },
                 [&] { region.ensureEndAtLeast(4 * page); },
-                [&] { region.truncate(page); }, // a refused decommit is no error
+                [&] { region.truncate(page); }, // a refused decommit is not an error
                 [&] { region.ensureEndAtLeast(2 * page); },
                 [&] {
                     MemoryInputStream input(image);

@@ -25,7 +25,7 @@ constexpr size_t HUGE = size_t(1) << 21;
 
 }
 
-TEST(MemoryRegionHugePage, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
+TEST(MemoryRegionHugePage, EveryCallOfALifetimeMayFailAndLeavesTheRegionUnchanged) {
     const size_t page = getVMPageSize();
     for (const Call call : {Call::MMAP, Call::MPROTECT}) {
         const uint64_t failures = test::failEach(call, [&](FaultPoint& point) {
@@ -39,7 +39,7 @@ TEST(MemoryRegionHugePage, EveryCallOfALifeMayFailAndLeavesAllAsBefore) {
                 {[&] { region.ensureEndAtLeast(1); }, page},
                 {[&] { region.ensureEndAtLeast(HUGE + 1); }, HUGE + page},
                 {[&] { region.ensureEndAtLeast(3 * HUGE); }, 3 * HUGE},
-                {[&] { region.truncate(HUGE + 1); }, HUGE + page}, // a refused decommit is no error
+                {[&] { region.truncate(HUGE + 1); }, HUGE + page}, // a refused decommit is not an error
                 {[&] { region.ensureEndAtLeast(2 * HUGE + page); }, 2 * HUGE + page},
                 {[&] { region.truncate(page + 7); }, 2 * page},
                 {[&] { region.truncate(0); }, 0},

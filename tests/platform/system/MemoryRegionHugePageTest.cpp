@@ -76,7 +76,7 @@ size_t roundUp(size_t number, size_t unit) {
     return (number + unit - 1) / unit * unit;
 }
 
-/// The same life with and without huge pages: whatever can be seen of it.
+/// The same life with and without huge pages: everything observable about it.
 std::vector<size_t> live(bool useHugePages, size_t capacity, std::string& bytes) {
     std::vector<size_t> seen;
     MemoryManager memoryManager(AMPLE, useHugePages);
@@ -186,7 +186,7 @@ TEST(MemoryRegionHugePage, SmallRegionsAndRegionsWithoutHugePagesAreAccessibleAs
     }
 }
 
-TEST(MemoryRegionHugePage, TruncationGivesBackAllThatWasAccessibleBeyondWhatIsKept) {
+TEST(MemoryRegionHugePage, TruncationReleasesEverythingBeyondWhatIsKept) {
     const size_t page = getVMPageSize();
     const size_t reserved = 4 * HUGE;
     for (const size_t kept : {size_t(0), page, HUGE, HUGE + 3 * page, 2 * HUGE + page}) {
@@ -230,7 +230,7 @@ TEST(MemoryRegionHugePage, TheSystemIsAskedForHugePagesAlsoAfterTruncation) {
     expectAdvised();
 }
 
-TEST(MemoryRegionHugePage, ExchangedRegionsGoOnWithTheirOwnPages) {
+TEST(MemoryRegionHugePage, ExchangedRegionsKeepTheirOwnPages) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(AMPLE, true);
     MemoryRegion<uint8_t> large(memoryManager);

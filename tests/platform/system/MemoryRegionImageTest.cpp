@@ -119,7 +119,7 @@ TEST(MemoryRegionImage, AnImageCutAnywhereEndsTooEarly) {
         expectPrematureEnd(region, image.substr(0, length));
         EXPECT_EQ(memoryManager.getChargedBytes(), region.getCommittedBytes());
         MemoryInputStream input(image);
-        region.load(input); // the failure left nothing that stands in the way
+        region.load(input); // the failure left nothing in the way
         EXPECT_EQ(region[19], 19 * 0x0101010101010101ULL);
     }
 }
@@ -142,7 +142,7 @@ TEST(MemoryRegionImage, MoreItemsThanTheCapacityAreRefused) {
     }
 }
 
-TEST(MemoryRegionImage, SizesThatWrapAreARefusedReservation) {
+TEST(MemoryRegionImage, SizesThatWrapAreRefused) {
     for (const uint64_t maximum : {uint64_t(1) << 61, (uint64_t(1) << 61) + 1, std::numeric_limits<uint64_t>::max()}) {
         SCOPED_TRACE(maximum);
         MemoryManager memoryManager(AMPLE);

@@ -30,7 +30,7 @@ TEST(MemoryRegion, EightThreadsGrowOneRegionAndTheChargeIsExact) {
                 region.ensureEndAtLeast(index + 1);
                 ASSERT_GE(region.getEnd(), index + 1);
                 ASSERT_EQ(region[index], 0u);
-                region[index] = index; // usable at once, whoever grew the region
+                region[index] = index; // usable at once, no matter which thread grew the region
             }
         });
         ASSERT_EQ(region.getEnd(), numberOfPages * perPage);
@@ -42,7 +42,7 @@ TEST(MemoryRegion, EightThreadsGrowOneRegionAndTheChargeIsExact) {
     }
 }
 
-TEST(MemoryRegion, AReaderUsesEverythingBelowTheEndThatItSees) {
+TEST(MemoryRegion, AReaderUsesEverythingBelowTheEndThatItObserves) {
     const size_t page = getVMPageSize();
     const size_t numberOfPages = 2000 / test::STRESS_DIVISOR;
     MemoryManager memoryManager(numberOfPages * page);

@@ -111,7 +111,7 @@ TYPED_TEST(MemoryRegionTest, NeverMovesAndKeepsItsContentWhileItGrows) {
     EXPECT_EQ(memoryManager.getChargedBytes(), region.getCommittedBytes());
 }
 
-TYPED_TEST(MemoryRegionTest, TruncationGivesPagesBackAndZeroesTheRestOfTheLastPageKept) {
+TYPED_TEST(MemoryRegionTest, TruncationReleasesPagesAndZeroesTheRestOfTheLastPageKept) {
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 4 * perPage + perPage / 2;
@@ -274,7 +274,7 @@ TEST(MemoryRegion, ASizeThatCannotBeReservedLeavesTheRegionEmpty) {
     }
 }
 
-TEST(MemoryRegion, InitialisingAgainGivesTheOldContentBack) {
+TEST(MemoryRegion, InitialisingAgainReleasesTheOldContent) {
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<uint64_t> region(memoryManager);
     region.initialize(100000);
@@ -287,7 +287,7 @@ TEST(MemoryRegion, InitialisingAgainGivesTheOldContentBack) {
     EXPECT_EQ(region.getEnd(), 200u);
 }
 
-TEST(MemoryRegion, DestructionGivesEverythingBack) {
+TEST(MemoryRegion, DestructionReleasesEverything) {
     MemoryManager memoryManager(AMPLE);
     {
         MemoryRegion<uint64_t> region(memoryManager);
@@ -298,7 +298,7 @@ TEST(MemoryRegion, DestructionGivesEverythingBack) {
     EXPECT_EQ(memoryManager.getChargedBytes(), 0u);
 }
 
-TEST(MemoryRegion, SwappedRegionsHaveEachOthersContent) {
+TEST(MemoryRegion, SwappedRegionsHaveExchangedContents) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<uint64_t> first(memoryManager);
@@ -328,7 +328,7 @@ TEST(MemoryRegion, SwappedRegionsHaveEachOthersContent) {
     EXPECT_EQ(second[0], 1u);
 }
 
-TEST(MemoryRegion, ReachesAnItemThatLiesAcrossTwoPages) {
+TEST(MemoryRegion, ReachesAnItemThatSpansTwoPages) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<Item24> region(memoryManager);
