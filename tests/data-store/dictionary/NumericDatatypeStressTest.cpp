@@ -143,6 +143,28 @@ TYPED_TEST(NumericDatatypeTest, EveryValueHasOneIDThroughManyResizes) {
     }
 }
 
+/// Reads every resource that has a datatype, and so must have a value that makeValue() makes.
+template<typename ResourceID>
+uint64_t countPublishedResources(const NumericStore<ResourceID>& store) {
+    uint64_t count = 0;
+    const uint64_t end = std::min<uint64_t>(store.m_resourceDatatypeIDs.getEnd(), store.m_nextResourceID.load());
+    for (uint64_t resourceID = 1; resourceID < end; ++resourceID) {
+        const uint8_t datatypeID = store.getDatatypeID(resourceID);
+        if (datatypeID == D_NONE)
+            continue;
+        ++count;
+        ResourceValue value;
+        store.m_dictionary->getResource(resourceID, datatypeID, value);
+        const bool isConsistent = datatypeID == D_XSD_DECIMAL
+                                      ? value.getBinaryValue<XSDDecimal>().getFractionDigits() == 1 &&
+                                            value.getBinaryValue<XSDDecimal>().getUnscaledValue() % 10 == 5
+                                      : value.getBinaryValue<int64_t>() % 3 != 0;
+        if (!isConsistent)
+            ADD_FAILURE() << "resource " << resourceID << " had a datatype before its value";
+    }
+    return count;
+}
+
 TYPED_TEST(NumericDatatypeTest, AThreadThatObservesADatatypeObservesTheResource) {
     // Readers follow the writers over the arrays and read what has a datatype; others look values up.
     NumericStore<TypeParam> store;
@@ -175,28 +197,27 @@ TYPED_TEST(NumericDatatypeTest, AThreadThatObservesADatatypeObservesTheResource)
                 }
                 continue;
             }
-            const uint64_t end =
-                std::min<uint64_t>(store.m_resourceDatatypeIDs.getEnd(), store.m_nextResourceID.load());
-            for (uint64_t resourceID = 1; resourceID < end; ++resourceID) {
-                const uint8_t datatypeID = store.getDatatypeID(resourceID);
-                if (datatypeID == D_NONE)
-                    continue;
-                ++seen;
-                ResourceValue value;
-                store.m_dictionary->getResource(resourceID, datatypeID, value);
-                const bool isConsistent =
-                    datatypeID == D_XSD_DECIMAL
-                        ? value.template getBinaryValue<XSDDecimal>().getFractionDigits() == 1 &&
-                              value.template getBinaryValue<XSDDecimal>().getUnscaledValue() % 10 == 5
-                        : value.template getBinaryValue<int64_t>() % 3 != 0;
-                if (!isConsistent)
-                    ADD_FAILURE() << "resource " << resourceID << " was seen before its value";
-            }
+            seen = countPublishedResources(store);
         }
         if (threadIndex == 4) {
             EXPECT_EQ(seen, numberOfValues);
         }
     });
+}
+
+/// The error of a budget of so many bytes, with figures that agree.
+void expectBudgetError(const KavixException& exception, uint64_t totalBytes) {
+    unsigned long total = 0;
+    unsigned long free = 0;
+    unsigned long requested = 0;
+    const int matched = std::sscanf(
+        exception.what(),
+        "The Kavix instance has run out of memory.\n[Extended information: %lu bytes were reserved for the system, of "
+        "which %lu were free when an attempt to allocate %lu bytes was made.]",
+        &total, &free, &requested);
+    if (matched != 3 || total != totalBytes || free >= requested || free > total || requested % 4096 != 0 ||
+        exception.getLine() != 71 || exception.getSourceFile() != "Engine/core/platform/system/MemoryManager")
+        ADD_FAILURE() << exception.what();
 }
 
 TYPED_TEST(NumericDatatypeTest, ABudgetThatRunsOutInTheMiddleStopsAllThreadsAndBreaksNothing) {
@@ -224,18 +245,7 @@ TYPED_TEST(NumericDatatypeTest, ABudgetThatRunsOutInTheMiddleStopsAllThreadsAndB
                     if (!mayFail)
                         throw;
                     ++failures;
-                    unsigned long total = 0;
-                    unsigned long free = 0;
-                    unsigned long requested = 0;
-                    const int matched = std::sscanf(
-                        exception.what(),
-                        "The Kavix instance has run out of memory.\n[Extended information: %lu bytes were reserved for "
-                        "the system, of which %lu were free when an attempt to allocate %lu bytes was made.]",
-                        &total, &free, &requested);
-                    if (matched != 3 || total != totalBytes || free >= requested || free > total ||
-                        requested % 4096 != 0 || exception.getLine() != 71 ||
-                        exception.getSourceFile() != "Engine/core/platform/system/MemoryManager")
-                        ADD_FAILURE() << exception.what();
+                    expectBudgetError(exception, totalBytes);
                     // What was entered before is still found, by this very thread.
                     if (number >= 400)
                         for (uint64_t earlier = number - 400; earlier < number; ++earlier) {

@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/MemoryOutputStream.h"
+#include "support/TestTable.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -146,65 +147,12 @@ TEST(Prefixes, AnEmptyNameAndAnEmptyNamespaceAreNamesToo) {
 
 TEST(Prefixes, LocalNamesFollowTheTurtleGrammar) {
     const Prefixes prefixes = makePrefixes();
-    struct LocalNameRow {
-        const char* name;
-        std::string localName;
-        bool isAllowed;
-    };
-    const LocalNameRow rows[] = {
-        {"empty", "", true},
-        {"letter", "a", true},
-        {"letters", "Zz", true},
-        {"digit first", "0", true},
-        {"digits", "123", true},
-        {"underscore first", "_", true},
-        {"colon first", ":", true},
-        {"colon in the middle", "a:b", true},
-        {"colon last", "a:", true},
-        {"hyphen first", "-a", false},
-        {"hyphen in the middle", "a-b", true},
-        {"hyphen last", "a-", true},
-        {"point first", ".a", false},
-        {"point in the middle", "a.b", true},
-        {"points in the middle", "a..b", true},
-        {"point last", "a.", false},
-        {"points last", "a..", false},
-        {"point alone", ".", false},
-        {"percent first", "%20", true},
-        {"percent last", "a%fF", true},
-        {"percent after a point", "a.%aB", true},
-        {"percent twice", "%00%FF", true},
-        {"point after percent last", "%20.", false},
-        {"percent alone", "%", false},
-        {"percent cut off", "a%2", false},
-        {"percent without a digit", "%g0", false},
-        {"percent without a second digit", "%0g", false},
-        {"percent, sign", "%-1", false},
-        {"slash", "a/b", false},
-        {"number sign", "a#b", false},
-        {"question mark", "a?b", false},
-        {"space", "a b", false},
-        {"NUL", "a\0b"s, false},
-        {"NUL first", "\0"s, false},
-        {"delete", "a\x7F", false},
-        {"backslash", "a\\-b", false},
-        {"at sign", "a@b", false},
-        {"before A", "a@", false},
-        {"after Z", "a[", false},
-        {"before a", "a`", false},
-        {"after z", "a{", false},
-        {"after 9", "a;", false},
-        {"tilde", "a~b", false},
-        {"apostrophe", "a'b", false},
-        {"comma", "a,b", false},
-        {"two-byte letter first", "\xC3\xA9t\xC3\xA9", true},
-        {"three-byte letters", "\xE6\x97\xA5\xE6\x9C\xAC", true},
-        {"four-byte letter", "\xF0\x9F\x8D\x8E", true},
-    };
-    for (const LocalNameRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(isAbbreviated(prefixes, row.localName), row.isAllowed);
-    }
+    const test::TestTable localNames("data-store/dictionary/LocalNames.tsv");
+    for (const char* const allowed : {"yes", "no"})
+        for (const test::TestRow& row : localNames.getRows("allowed", allowed)) {
+            SCOPED_TRACE(row.getPlace());
+            EXPECT_EQ(isAbbreviated(prefixes, row.getText("local name")), std::string_view(allowed) == "yes");
+        }
 }
 
 TEST(Prefixes, LocalNamesFollowTheRangesOfUnicode) {

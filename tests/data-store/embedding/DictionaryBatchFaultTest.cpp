@@ -79,6 +79,27 @@ TEST(DictionaryBatch, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
     });
 }
 
+/// Each literal has its ID but the first that was not entered, which has the error.
+void expectOneError(const std::vector<Resolution>& resolutions, const std::vector<uint64_t>& found, size_t entered) {
+    for (size_t i = 0; i < found.size(); ++i) {
+        ASSERT_EQ(resolutions[i].resourceID, resolutions[i].error == nullptr ? found[i] : 0) << i;
+        ASSERT_EQ(resolutions[i].error != nullptr, i == entered) << i;
+    }
+}
+
+/// The values before the failure have their IDs; those after it are absent unless they are before it too.
+void expectPrefix(const std::vector<uint64_t>& resourceIDs, const std::vector<uint64_t>& found, size_t entered) {
+    const auto end = found.begin() + static_cast<ptrdiff_t>(entered);
+    for (size_t i = 0; i < found.size(); ++i) {
+        if (i < entered) {
+            ASSERT_EQ(resourceIDs[i], found[i]) << i;
+        }
+        else if (found[i] != 0) {
+            ASSERT_NE(std::find(found.begin(), end, found[i]), end) << i;
+        }
+    }
+}
+
 TEST(DictionaryBatch, TheNthSystemCallFailsInTheMiddleOfABatch) {
     const std::vector<ResourceValue> values = makeValues(CYCLE, 20000);
     const std::vector<LiteralText> texts = makeLiterals(CYCLE, 20000);
@@ -111,24 +132,7 @@ TEST(DictionaryBatch, TheNthSystemCallFailsInTheMiddleOfABatch) {
                 size_t entered = 0;
                 while (entered < found.size() && found[entered] != 0)
                     ++entered;
-                if (isOfLiterals)
-                    for (size_t i = 0; i < found.size(); ++i) {
-                        ASSERT_EQ(resolutions[i].resourceID, resolutions[i].error == nullptr ? found[i] : 0) << i;
-                        ASSERT_EQ(resolutions[i].error != nullptr, i == entered) << i;
-                    }
-                else
-                    for (size_t i = 0; i < found.size(); ++i) {
-                        if (i < entered) {
-                            ASSERT_EQ(resourceIDs[i], found[i]) << i;
-                        }
-                        // After the failure, only what was before it as well.
-                        else if (found[i] != 0) {
-                            ASSERT_NE(
-                                std::find(found.begin(), found.begin() + static_cast<ptrdiff_t>(entered), found[i]),
-                                found.begin() + static_cast<ptrdiff_t>(entered))
-                                << i;
-                        }
-                    }
+                isOfLiterals ? expectOneError(resolutions, found, entered) : expectPrefix(resourceIDs, found, entered);
                 transaction.resolve(values, resourceIDs.data()); // succeeds now
                 dictionary.tryResolve(values, found.data());
                 ASSERT_EQ(found, resourceIDs);

@@ -60,6 +60,26 @@ std::vector<std::string> listLiterals(const Dictionary& dictionary, const std::f
     return literals;
 }
 
+/// The kept ones of the old resources (literal, ID) got the IDs 1, 2, ... in their old order; the others none.
+void expectDenseIDs(
+    const Dictionary& dictionary, uint64_t oldNextResourceID,
+    const std::vector<std::pair<std::string, uint64_t>>& oldResources, const std::vector<uint64_t>& newResourceIDs,
+    const std::function<bool(uint64_t)>& isKept) {
+    ASSERT_EQ(newResourceIDs.size(), oldNextResourceID);
+    uint64_t expectedID = 1;
+    size_t index = 0;
+    for (uint64_t resourceID = 0; resourceID < oldNextResourceID; ++resourceID) {
+        const bool existed = index < oldResources.size() && oldResources[index].second == resourceID;
+        if (existed && isKept(resourceID)) {
+            ASSERT_EQ(newResourceIDs[resourceID], expectedID++);
+            ASSERT_EQ(dictionary.getTurtleLiteral(newResourceIDs[resourceID]), oldResources[index].first);
+        }
+        else
+            ASSERT_EQ(newResourceIDs[resourceID], 0u);
+        index += existed;
+    }
+}
+
 }
 
 TEST(DictionaryCompaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
@@ -95,19 +115,7 @@ TEST(DictionaryCompaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
                 return row.isKept(resourceID);
             });
 
-            ASSERT_EQ(newResourceIDs.size(), oldNextResourceID);
-            uint64_t expectedID = 1;
-            size_t index = 0;
-            for (uint64_t resourceID = 0; resourceID < oldNextResourceID; ++resourceID) {
-                const bool existed = index < oldResources.size() && oldResources[index].second == resourceID;
-                if (existed && row.isKept(resourceID)) {
-                    ASSERT_EQ(newResourceIDs[resourceID], expectedID++);
-                    ASSERT_EQ(dictionary->getTurtleLiteral(newResourceIDs[resourceID]), oldResources[index].first);
-                }
-                else
-                    ASSERT_EQ(newResourceIDs[resourceID], 0u);
-                index += existed;
-            }
+            expectDenseIDs(*dictionary, oldNextResourceID, oldResources, newResourceIDs, row.isKept);
             EXPECT_EQ(dictionary->takeSnapshot().first, keptLiterals.size() + 1);
             EXPECT_EQ(listLiterals(*dictionary, [](uint64_t) { return true; }), keptLiterals);
             EXPECT_EQ(test::listResources(*dictionary, oldNextResourceID + 4096).size(), keptLiterals.size())

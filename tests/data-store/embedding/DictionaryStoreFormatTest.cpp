@@ -213,73 +213,85 @@ TEST_F(DictionaryStoreFormatTest, ItsChecksumIsTheLibrarysForEveryLength) {
     EXPECT_EQ(outcome.m_output, expected);
 }
 
+constexpr uint64_t LARGEST_POOL_END = (1ULL << 30) + 40ULL * Dictionary::MAX_RESOURCE_ID_32;
+constexpr uint64_t BEYOND_LARGEST_POOL_END = LARGEST_POOL_END + 1;
+
+/// How a store of a decimal, an integer and a byte is changed, and why it is refused.
+struct Damage {
+    const char* name;
+    const char* options;
+    void (*change)(std::string& store);
+    const char* expected;
+};
+
+constexpr Damage DAMAGES[] = {
+    {"empty", "", [](std::string& store) { store.clear(); }, "the file is no store of this system"},
+    {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; },
+     "the file is no store of this system"},
+    {"cut header", "", [](std::string& store) { store.resize(39); }, "the file ends in the middle of its header"},
+    {"cut table", "", [](std::string& store) { store.resize(247); },
+     "the file ends in the middle of its table of sections"},
+    {"cut end", "", [](std::string& store) { store.pop_back(); }, "the file is shorter than its sections"},
+    {"one byte more", "", [](std::string& store) { store.push_back('\0'); },
+     "the file goes on behind its last section"},
+    {"newer", "", [](std::string& store) { store[8] = 2; },
+     "its format version is 2, and this program reads version 1"},
+    {"other byte order", "", [](std::string& store) { store[12] = 1; },
+     "it was written on a machine with another byte order"},
+    {"width", "", [](std::string& store) { store[20] = 16; }, "resource IDs of 16 bits are not known"},
+    {"sections", "", [](std::string& store) { store[32] = 65; }, "65 sections are too many"},
+    {"header bit", "", [](std::string& store) { store[16] = 7; }, "the checksum of its header is wrong"},
+    {"position", "--no-checksums", [](std::string& store) { ++store[96]; },
+     "the position of section 'datatypes' is wrong"},
+    {"last bit", "", [](std::string& store) { store.back() ^= 1; }, "the checksum of section 'dictionary-22' is wrong"},
+    {"last bit in the frame", "--frame", [](std::string& store) { store.back() ^= 1; },
+     "the checksum of section 'dictionary-22' is wrong"},
+    {"unknown datatype", "--no-checksums", [](std::string& store) { store[getOffset(store, 1) + 1] = 36; },
+     "resource 1 has the unknown datatype ID 36"},
+    {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; },
+     "it has 3 resources and counts 4"},
+    {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; },
+     "the next resource ID, 0, is not possible"},
+    {"pool end", "--no-checksums",
+     [](std::string& store) { std::memcpy(store.data() + 248 + 16, &LARGEST_POOL_END, sizeof(uint64_t)); },
+     "section 'pool' has 13 bytes instead of 172872433520"},
+    {"pool end beyond", "--no-checksums",
+     [](std::string& store) { std::memcpy(store.data() + 248 + 16, &BEYOND_LARGEST_POOL_END, sizeof(uint64_t)); },
+     "the end of the data pool, 172872433585, is not possible"},
+    {"resource 0", "--no-checksums", [](std::string& store) { store[getOffset(store, 1)] = 22; },
+     "resource ID 0, which means none, has a datatype"},
+    {"range", "--no-checksums", [](std::string& store) { store[getOffset(store, 2) + 3 * 8 + 1] = 1; },
+     "resource 3: its value 263 is not in the range of xsd:byte"},
+    {"record outside", "--no-checksums", [](std::string& store) { ++store[getOffset(store, 2) + 8]; },
+     "resource 1: its record at offset 65 is outside the data pool"},
+    {"record of another", "--no-checksums", [](std::string& store) { store[getOffset(store, 3)] = 2; },
+     "resource 1: its record is that of resource 2"},
+    {"not normalised", "--no-checksums", [](std::string& store) { store[getOffset(store, 3) + 4] = 10; },
+     "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
+};
+
+/// Inspects many files in one process: starting Python takes longer than the rest of the test.
+constexpr char INSPECT_ALL[] =
+    "import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
+    "arguments = sys.argv[2:]\n"
+    "for options, name in zip(arguments[::2], arguments[1::2]):\n"
+    "    sys.argv = [\"inspect_store.py\", *options.split(), name]\n"
+    "    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()) as "
+    "output:\n"
+    "        status = inspect_store.main()\n"
+    "    print(status, errors.getvalue(), end=\"\")\n"
+    "    if \"0.5\" in output.getvalue():\n"
+    "        print(\"resources were printed\")\n";
+
 TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
     dictionary.resolve("0.5", D_XSD_DECIMAL);
     dictionary.resolve("-2", D_XSD_INTEGER);
     dictionary.resolve("7", D_XSD_BYTE);
     const std::string intact = readFile(save(dictionary));
-    const size_t datatypeIDs = getOffset(intact, 1);
-    const size_t data = getOffset(intact, 2);
-    const size_t pool = getOffset(intact, 3);
-    const uint64_t largestPoolEnd = (1ULL << 30) + 40ULL * Dictionary::MAX_RESOURCE_ID_32;
-    const uint64_t beyondLargestPoolEnd = largestPoolEnd + 1;
-    struct Row {
-        const char* name;
-        const char* options;
-        std::function<void(std::string& store)> change;
-        const char* expected;
-    };
-    const Row rows[] = {
-        {"empty", "", [](std::string& store) { store.clear(); }, "the file is no store of this system"},
-        {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; },
-         "the file is no store of this system"},
-        {"cut header", "", [](std::string& store) { store.resize(39); }, "the file ends in the middle of its header"},
-        {"cut table", "", [](std::string& store) { store.resize(247); },
-         "the file ends in the middle of its table of sections"},
-        {"cut end", "", [](std::string& store) { store.pop_back(); }, "the file is shorter than its sections"},
-        {"one byte more", "", [](std::string& store) { store.push_back('\0'); },
-         "the file goes on behind its last section"},
-        {"newer", "", [](std::string& store) { store[8] = 2; },
-         "its format version is 2, and this program reads version 1"},
-        {"other byte order", "", [](std::string& store) { store[12] = 1; },
-         "it was written on a machine with another byte order"},
-        {"width", "", [](std::string& store) { store[20] = 16; }, "resource IDs of 16 bits are not known"},
-        {"sections", "", [](std::string& store) { store[32] = 65; }, "65 sections are too many"},
-        {"header bit", "", [](std::string& store) { store[16] = 7; }, "the checksum of its header is wrong"},
-        {"position", "--no-checksums", [](std::string& store) { ++store[96]; },
-         "the position of section 'datatypes' is wrong"},
-        {"last bit", "", [](std::string& store) { store.back() ^= 1; },
-         "the checksum of section 'dictionary-22' is wrong"},
-        {"last bit in the frame", "--frame", [](std::string& store) { store.back() ^= 1; },
-         "the checksum of section 'dictionary-22' is wrong"},
-        {"unknown datatype", "--no-checksums", [=](std::string& store) { store[datatypeIDs + 1] = 36; },
-         "resource 1 has the unknown datatype ID 36"},
-        {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; },
-         "it has 3 resources and counts 4"},
-        {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; },
-         "the next resource ID, 0, is not possible"},
-        {"pool end", "--no-checksums",
-         [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &largestPoolEnd, sizeof(uint64_t)); },
-         "section 'pool' has 13 bytes instead of 172872433520"},
-        {"pool end beyond", "--no-checksums",
-         [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &beyondLargestPoolEnd, sizeof(uint64_t)); },
-         "the end of the data pool, 172872433585, is not possible"},
-        {"resource 0", "--no-checksums", [=](std::string& store) { store[datatypeIDs] = 22; },
-         "resource ID 0, which means none, has a datatype"},
-        {"range", "--no-checksums", [=](std::string& store) { store[data + 3 * 8 + 1] = 1; },
-         "resource 3: its value 263 is not in the range of xsd:byte"},
-        {"record outside", "--no-checksums", [=](std::string& store) { ++store[data + 8]; },
-         "resource 1: its record at offset 65 is outside the data pool"},
-        {"record of another", "--no-checksums", [=](std::string& store) { store[pool] = 2; },
-         "resource 1: its record is that of resource 2"},
-        {"not normalised", "--no-checksums", [=](std::string& store) { store[pool + 4] = 10; },
-         "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
-    };
-    // All in one process: starting Python takes longer than the rest of the test.
     std::string arguments;
     std::string expected;
-    for (const Row& row : rows) {
+    for (const Damage& row : DAMAGES) {
         std::string store = intact;
         row.change(store);
         const std::string fileName = write(row.name, store);
@@ -287,20 +299,7 @@ TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
         expected += "1 " + fileName + ": " + row.expected + ".\n";
     }
 
-    const Outcome outcome = runPython(
-        "-c '"
-        "import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
-        "arguments = sys.argv[2:]\n"
-        "for options, name in zip(arguments[::2], arguments[1::2]):\n"
-        "    sys.argv = [\"inspect_store.py\", *options.split(), name]\n"
-        "    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()) as "
-        "output:\n"
-        "        status = inspect_store.main()\n"
-        "    print(status, errors.getvalue(), end=\"\")\n"
-        "    if \"0.5\" in output.getvalue():\n"
-        "        print(\"resources were printed\")\n"
-        "' '" +
-        std::string(TOOLS) + "'" + arguments);
+    const Outcome outcome = runPython(std::string("-c '") + INSPECT_ALL + "' '" + std::string(TOOLS) + "'" + arguments);
 
     EXPECT_EQ(outcome.m_errors, "");
     EXPECT_EQ(outcome.m_output, expected);

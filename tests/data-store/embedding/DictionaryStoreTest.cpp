@@ -39,53 +39,55 @@ Dictionary::Options makeOptions(ResourceIDWidth width) {
     return options;
 }
 
+void enter(Dictionary& dictionary, int first, int last, const char* suffix, uint8_t datatypeID) {
+    Transaction transaction(dictionary);
+    for (int i = first; i < last; ++i)
+        transaction.resolve(std::to_string(i) + suffix, datatypeID);
+    transaction.commit();
+}
+
+struct Content {
+    const char* name;
+    std::function<void(Dictionary&)> fill;
+};
+
+const Content CONTENTS[] = {
+    {"empty", [](Dictionary&) {}},
+    {"one integer by itself", [](Dictionary& dictionary) { dictionary.resolve("-9223372036854775808", D_XSD_LONG); }},
+    {"one decimal by itself",
+     [](Dictionary& dictionary) { dictionary.resolve("-0.9223372036854775808", D_XSD_DECIMAL); }},
+    {"only integers", [](Dictionary& dictionary) { enter(dictionary, -1500, 1500, "", D_XSD_INTEGER); }},
+    {"only decimals", [](Dictionary& dictionary) { enter(dictionary, 0, 3000, ".5", D_XSD_DECIMAL); }},
+    {"every datatype",
+     [](Dictionary& dictionary) {
+         Transaction transaction(dictionary);
+         for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
+             for (int magnitude = 1; magnitude < 20; ++magnitude)
+                 transaction.resolve(
+                     (datatypeID == D_XSD_NON_POSITIVE_INTEGER || datatypeID == D_XSD_NEGATIVE_INTEGER ? "-" : "") +
+                         std::to_string(magnitude),
+                     datatypeID);
+         transaction.commit();
+     }},
+    {"deleted values and lost IDs",
+     [](Dictionary& dictionary) {
+         enter(dictionary, 0, 100, ".25", D_XSD_DECIMAL);
+         {
+             Transaction transaction(dictionary);
+             for (int i = 0; i < 900; ++i) {
+                 transaction.resolve(std::to_string(i), D_XSD_INT);
+                 transaction.resolve(std::to_string(i) + ".25", D_XSD_DECIMAL);
+             }
+         } // rolled back
+         enter(dictionary, 50, 60, "", D_XSD_INT);
+     }},
+};
+
 }
 
 TEST(DictionaryStore, OpeningRestoresWhatWasSaved) {
-    struct Row {
-        const char* name;
-        std::function<void(Dictionary&)> fill;
-    };
-    const auto enter = [](Dictionary& dictionary, int first, int last, const char* suffix, uint8_t datatypeID) {
-        Transaction transaction(dictionary);
-        for (int i = first; i < last; ++i)
-            transaction.resolve(std::to_string(i) + suffix, datatypeID);
-        transaction.commit();
-    };
-    const Row rows[] = {
-        {"empty", [](Dictionary&) {}},
-        {"one integer by itself",
-         [](Dictionary& dictionary) { dictionary.resolve("-9223372036854775808", D_XSD_LONG); }},
-        {"one decimal by itself",
-         [](Dictionary& dictionary) { dictionary.resolve("-0.9223372036854775808", D_XSD_DECIMAL); }},
-        {"only integers", [&](Dictionary& dictionary) { enter(dictionary, -1500, 1500, "", D_XSD_INTEGER); }},
-        {"only decimals", [&](Dictionary& dictionary) { enter(dictionary, 0, 3000, ".5", D_XSD_DECIMAL); }},
-        {"every datatype",
-         [](Dictionary& dictionary) {
-             Transaction transaction(dictionary);
-             for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
-                 for (int magnitude = 1; magnitude < 20; ++magnitude)
-                     transaction.resolve(
-                         (datatypeID == D_XSD_NON_POSITIVE_INTEGER || datatypeID == D_XSD_NEGATIVE_INTEGER ? "-" : "") +
-                             std::to_string(magnitude),
-                         datatypeID);
-             transaction.commit();
-         }},
-        {"deleted values and lost IDs",
-         [&](Dictionary& dictionary) {
-             enter(dictionary, 0, 100, ".25", D_XSD_DECIMAL);
-             {
-                 Transaction transaction(dictionary);
-                 for (int i = 0; i < 900; ++i) {
-                     transaction.resolve(std::to_string(i), D_XSD_INT);
-                     transaction.resolve(std::to_string(i) + ".25", D_XSD_DECIMAL);
-                 }
-             } // rolled back
-             enter(dictionary, 50, 60, "", D_XSD_INT);
-         }},
-    };
     for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const Row& row : rows) {
+        for (const Content& row : CONTENTS) {
             SCOPED_TRACE(row.name + std::string(width == ResourceIDWidth::BITS_32 ? ", 32" : ", 64"));
             Dictionary saved(makeOptions(width));
             row.fill(saved);
@@ -226,94 +228,98 @@ TEST(DictionaryStore, WhatIsSavedIsTheStoreWrittenByHand) {
     }
 }
 
+namespace {
+
+struct WrongHeader {
+    const char* name;
+    std::function<void(StoreImage&)> damage;
+    std::string section;
+    std::string reason;
+};
+
+const WrongHeader WRONG_HEADERS[] = {
+    {"magic", [](StoreImage& image) { image.m_magic[0] = 'K'; }, "header", "the file is no store of this system"},
+    {"magic spoilt by a copy as text", [](StoreImage& image) { image.m_magic = std::string("\x8bKAVI\n\x1a\x01", 8); },
+     "header", "the file is no store of this system"},
+    {"other byte order",
+     [](StoreImage& image) {
+         image.m_byteOrderMark = 0x04030201;
+         image.m_formatVersion = 0x01000000;
+     },
+     "header", "it was written on a machine with another byte order"},
+    {"newer version", [](StoreImage& image) { image.m_formatVersion = 2; }, "header",
+     "its format version is 2, and this program reads version 1; use the program that wrote it, or a newer one"},
+    {"version 0", [](StoreImage& image) { image.m_formatVersion = 0; }, "header",
+     "its format version is 0, and this program reads version 1; use the program that wrote it, or a newer one"},
+    {"width 0", [](StoreImage& image) { image.m_resourceIDWidth = 0; }, "header",
+     "resource IDs of 0 bits are not known"},
+    {"width 33", [](StoreImage& image) { image.m_resourceIDWidth = 33; }, "header",
+     "resource IDs of 33 bits are not known"},
+    {"width 2^31", [](StoreImage& image) { image.m_resourceIDWidth = 1u << 31; }, "header",
+     "resource IDs of 2147483648 bits are not known"},
+    {"too many sections", [](StoreImage& image) { image.m_numberOfSections = 65; }, "header",
+     "65 sections are too many"},
+    {"2^64 - 1 sections", [](StoreImage& image) { image.m_numberOfSections = UINT64_MAX; }, "header",
+     "18446744073709551615 sections are too many"},
+    {"header checksum", [](StoreImage& image) { image.m_headerChecksum = 1; }, "header",
+     "its checksum is wrong; the file was damaged"},
+    {"no section", [](StoreImage& image) { image.m_sections.clear(); }, "counters", "the section is missing"},
+    {"a section is missing", [](StoreImage& image) { image.m_sections.pop_back(); }, "header",
+     "it has 4 sections instead of 5"},
+    {"a section too many",
+     [](StoreImage& image) {
+         image.m_sections.push_back({"more", "x"});
+     },
+     "header", "it has 6 sections instead of 5"},
+    {"a section is renamed", [](StoreImage& image) { image["pool"].m_name = "puddle"; }, "pool",
+     "the section is missing"},
+    {"a name in capitals", [](StoreImage& image) { image["counters"].m_name = "Counters"; }, "counters",
+     "the section is missing"},
+    {"a longer name", [](StoreImage& image) { image["data"].m_name = "data-and-more-16"; }, "data",
+     "the section is missing"},
+    {"dictionary of another family", [](StoreImage& image) { image["dictionary-22"].m_name = "dictionary-20"; },
+     "dictionary-22", "the section is missing"},
+    {"offset one too high", [](StoreImage& image) { image["data"].m_offset = 40 + 5 * 40 + 8 + 32 + 7 + 1; }, "data",
+     "its position in the file is wrong"},
+    {"offset 0", [](StoreImage& image) { image["counters"].m_offset = 0; }, "counters",
+     "its position in the file is wrong"},
+    {"length beyond 64 bits", [](StoreImage& image) { image["dictionary-22"].m_length = UINT64_MAX; }, "dictionary-22",
+     "its position in the file is wrong"},
+    {"counters too short", [](StoreImage& image) { image["counters"].m_bytes.pop_back(); }, "counters",
+     "it has 31 bytes instead of 32"},
+    {"counters too long", [](StoreImage& image) { image["counters"].m_bytes += 'x'; }, "counters",
+     "it has 33 bytes instead of 32"},
+    {"datatypes too short", [](StoreImage& image) { image["datatypes"].m_bytes.pop_back(); }, "datatypes",
+     "it has 6 bytes instead of 7"},
+    {"data too long", [](StoreImage& image) { image["data"].m_bytes += 'x'; }, "data", "it has 57 bytes instead of 56"},
+    {"pool too short", [](StoreImage& image) { image["pool"].m_bytes.pop_back(); }, "pool",
+     "it has 25 bytes instead of 26"},
+    {"the image is too long", [](StoreImage& image) { image["dictionary-22"].m_bytes += 'x'; }, "dictionary-22",
+     "the image is longer than its tables"},
+    {"the image ends in a table", [](StoreImage& image) { image["dictionary-22"].m_bytes.pop_back(); }, "dictionary-22",
+     "table of xsd:unsignedByte: its buckets take more bytes than the image has"},
+    {"the image ends in a header", [](StoreImage& image) { image["dictionary-22"].m_bytes.resize(50); },
+     "dictionary-22", "the image is shorter than its tables"},
+    {"the image is empty", [](StoreImage& image) { image["dictionary-22"].m_bytes.clear(); }, "dictionary-22",
+     "the image is shorter than its tables"},
+    {"checksum of counters", [](StoreImage& image) { image["counters"].m_checksum = 0; }, "counters",
+     "its checksum is wrong; the file was damaged"},
+    {"checksum of datatypes", [](StoreImage& image) { image["datatypes"].m_checksum = 0; }, "datatypes",
+     "its checksum is wrong; the file was damaged"},
+    {"checksum of data", [](StoreImage& image) { image["data"].m_checksum = 0; }, "data",
+     "its checksum is wrong; the file was damaged"},
+    {"checksum of the pool", [](StoreImage& image) { image["pool"].m_checksum = 0; }, "pool",
+     "its checksum is wrong; the file was damaged"},
+    {"checksum of the image", [](StoreImage& image) { image["dictionary-22"].m_checksum = 0; }, "dictionary-22",
+     "its checksum is wrong; the file was damaged"},
+    {"a byte after the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
+     "the file goes on behind its last section"},
+};
+
+}
+
 TEST(DictionaryStore, AWrongHeaderIsRefusedWithItsReason) {
-    struct Row {
-        const char* name;
-        std::function<void(StoreImage&)> damage;
-        std::string section;
-        std::string reason;
-    };
-    const Row rows[] = {
-        {"magic", [](StoreImage& image) { image.m_magic[0] = 'K'; }, "header", "the file is no store of this system"},
-        {"magic spoilt by a copy as text",
-         [](StoreImage& image) { image.m_magic = std::string("\x8bKAVI\n\x1a\x01", 8); }, "header",
-         "the file is no store of this system"},
-        {"other byte order",
-         [](StoreImage& image) {
-             image.m_byteOrderMark = 0x04030201;
-             image.m_formatVersion = 0x01000000;
-         },
-         "header", "it was written on a machine with another byte order"},
-        {"newer version", [](StoreImage& image) { image.m_formatVersion = 2; }, "header",
-         "its format version is 2, and this program reads version 1; use the program that wrote it, or a newer one"},
-        {"version 0", [](StoreImage& image) { image.m_formatVersion = 0; }, "header",
-         "its format version is 0, and this program reads version 1; use the program that wrote it, or a newer one"},
-        {"width 0", [](StoreImage& image) { image.m_resourceIDWidth = 0; }, "header",
-         "resource IDs of 0 bits are not known"},
-        {"width 33", [](StoreImage& image) { image.m_resourceIDWidth = 33; }, "header",
-         "resource IDs of 33 bits are not known"},
-        {"width 2^31", [](StoreImage& image) { image.m_resourceIDWidth = 1u << 31; }, "header",
-         "resource IDs of 2147483648 bits are not known"},
-        {"too many sections", [](StoreImage& image) { image.m_numberOfSections = 65; }, "header",
-         "65 sections are too many"},
-        {"2^64 - 1 sections", [](StoreImage& image) { image.m_numberOfSections = UINT64_MAX; }, "header",
-         "18446744073709551615 sections are too many"},
-        {"header checksum", [](StoreImage& image) { image.m_headerChecksum = 1; }, "header",
-         "its checksum is wrong; the file was damaged"},
-        {"no section", [](StoreImage& image) { image.m_sections.clear(); }, "counters", "the section is missing"},
-        {"a section is missing", [](StoreImage& image) { image.m_sections.pop_back(); }, "header",
-         "it has 4 sections instead of 5"},
-        {"a section too many",
-         [](StoreImage& image) {
-             image.m_sections.push_back({"more", "x"});
-         },
-         "header", "it has 6 sections instead of 5"},
-        {"a section is renamed", [](StoreImage& image) { image["pool"].m_name = "puddle"; }, "pool",
-         "the section is missing"},
-        {"a name in capitals", [](StoreImage& image) { image["counters"].m_name = "Counters"; }, "counters",
-         "the section is missing"},
-        {"a longer name", [](StoreImage& image) { image["data"].m_name = "data-and-more-16"; }, "data",
-         "the section is missing"},
-        {"dictionary of another family", [](StoreImage& image) { image["dictionary-22"].m_name = "dictionary-20"; },
-         "dictionary-22", "the section is missing"},
-        {"offset one too high", [](StoreImage& image) { image["data"].m_offset = 40 + 5 * 40 + 8 + 32 + 7 + 1; },
-         "data", "its position in the file is wrong"},
-        {"offset 0", [](StoreImage& image) { image["counters"].m_offset = 0; }, "counters",
-         "its position in the file is wrong"},
-        {"length beyond 64 bits", [](StoreImage& image) { image["dictionary-22"].m_length = UINT64_MAX; },
-         "dictionary-22", "its position in the file is wrong"},
-        {"counters too short", [](StoreImage& image) { image["counters"].m_bytes.pop_back(); }, "counters",
-         "it has 31 bytes instead of 32"},
-        {"counters too long", [](StoreImage& image) { image["counters"].m_bytes += 'x'; }, "counters",
-         "it has 33 bytes instead of 32"},
-        {"datatypes too short", [](StoreImage& image) { image["datatypes"].m_bytes.pop_back(); }, "datatypes",
-         "it has 6 bytes instead of 7"},
-        {"data too long", [](StoreImage& image) { image["data"].m_bytes += 'x'; }, "data",
-         "it has 57 bytes instead of 56"},
-        {"pool too short", [](StoreImage& image) { image["pool"].m_bytes.pop_back(); }, "pool",
-         "it has 25 bytes instead of 26"},
-        {"the image is too long", [](StoreImage& image) { image["dictionary-22"].m_bytes += 'x'; }, "dictionary-22",
-         "the image is longer than its tables"},
-        {"the image ends in a table", [](StoreImage& image) { image["dictionary-22"].m_bytes.pop_back(); },
-         "dictionary-22", "table of xsd:unsignedByte: its buckets take more bytes than the image has"},
-        {"the image ends in a header", [](StoreImage& image) { image["dictionary-22"].m_bytes.resize(50); },
-         "dictionary-22", "the image is shorter than its tables"},
-        {"the image is empty", [](StoreImage& image) { image["dictionary-22"].m_bytes.clear(); }, "dictionary-22",
-         "the image is shorter than its tables"},
-        {"checksum of counters", [](StoreImage& image) { image["counters"].m_checksum = 0; }, "counters",
-         "its checksum is wrong; the file was damaged"},
-        {"checksum of datatypes", [](StoreImage& image) { image["datatypes"].m_checksum = 0; }, "datatypes",
-         "its checksum is wrong; the file was damaged"},
-        {"checksum of data", [](StoreImage& image) { image["data"].m_checksum = 0; }, "data",
-         "its checksum is wrong; the file was damaged"},
-        {"checksum of the pool", [](StoreImage& image) { image["pool"].m_checksum = 0; }, "pool",
-         "its checksum is wrong; the file was damaged"},
-        {"checksum of the image", [](StoreImage& image) { image["dictionary-22"].m_checksum = 0; }, "dictionary-22",
-         "its checksum is wrong; the file was damaged"},
-        {"a byte after the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
-         "the file goes on behind its last section"},
-    };
-    for (const Row& row : rows) {
+    for (const WrongHeader& row : WRONG_HEADERS) {
         SCOPED_TRACE(row.name);
         StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
         row.damage(image);

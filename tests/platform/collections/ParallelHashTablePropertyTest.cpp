@@ -73,6 +73,27 @@ struct Model {
     }
 };
 
+template<typename Fixture>
+void expectCounts(Fixture& fixture, const Model<typename Fixture::KeyWord>& model) {
+    ASSERT_EQ(fixture.m_table.getNumberOfBuckets(), model.m_numberOfBuckets);
+    ASSERT_EQ(fixture.m_table.getResizeThreshold(), model.getThreshold());
+    ASSERT_EQ(fixture.m_table.getDeletedCount(), model.m_deleted);
+    ASSERT_EQ(fixture.m_table.getNumberOfUsedBuckets(), model.m_handedOut - model.m_reservation);
+    ASSERT_EQ(fixture.m_table.getNumberOfUsedBuckets(), model.m_entries.size() + model.m_deleted);
+    ASSERT_EQ(fixture.m_memoryManager.getChargedBytes(), fixture.m_table.getCommittedBytes());
+}
+
+template<typename Fixture>
+void expectContent(
+    Fixture& fixture, const Model<typename Fixture::KeyWord>& model, const std::vector<typename Fixture::Key>& keys) {
+    fixture.expectConsistent();
+    ASSERT_EQ(fixture.m_numberOfLiveBuckets, model.m_entries.size());
+    for (size_t keyIndex = 0; keyIndex < keys.size(); ++keyIndex) {
+        const auto entry = model.m_entries.find(keyIndex);
+        ASSERT_EQ(fixture.find(keys[keyIndex]), entry == model.m_entries.end() ? 0 : entry->second.m_resourceID);
+    }
+}
+
 uint64_t getSeed(uint64_t seed) {
     const char* const replay = std::getenv("KAVIX_TEST_SEED"); // one variable to replay a failure
     return replay != nullptr ? std::strtoull(replay, nullptr, 10) : seed;
@@ -140,24 +161,13 @@ TYPED_TEST(ParallelHashTableTest, BehavesLikeAMapUnderRandomOperations) {
                 fixture.m_table.load(input);
             }
 
-            ASSERT_EQ(fixture.m_table.getNumberOfBuckets(), model.m_numberOfBuckets);
-            ASSERT_EQ(fixture.m_table.getResizeThreshold(), model.getThreshold());
-            ASSERT_EQ(fixture.m_table.getDeletedCount(), model.m_deleted);
-            ASSERT_EQ(fixture.m_table.getNumberOfUsedBuckets(), model.m_handedOut - model.m_reservation);
-            ASSERT_EQ(fixture.m_table.getNumberOfUsedBuckets(), model.m_entries.size() + model.m_deleted);
-            ASSERT_EQ(fixture.m_memoryManager.getChargedBytes(), fixture.m_table.getCommittedBytes());
+            ASSERT_NO_FATAL_FAILURE(expectCounts(fixture, model));
             const uint64_t other = random() % keys.size();
             const auto otherEntry = model.m_entries.find(other);
             ASSERT_EQ(
                 fixture.find(keys[other]), otherEntry == model.m_entries.end() ? 0 : otherEntry->second.m_resourceID);
             if (step % 32 == 0 || choice >= 990) {
-                fixture.expectConsistent();
-                ASSERT_EQ(fixture.m_numberOfLiveBuckets, model.m_entries.size());
-                for (size_t keyIndex = 0; keyIndex < keys.size(); ++keyIndex) {
-                    const auto entry = model.m_entries.find(keyIndex);
-                    ASSERT_EQ(
-                        fixture.find(keys[keyIndex]), entry == model.m_entries.end() ? 0 : entry->second.m_resourceID);
-                }
+                expectContent(fixture, model, keys);
                 if (testing::Test::HasFailure())
                     return;
             }
