@@ -13,7 +13,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace kavix::fuzz {
 

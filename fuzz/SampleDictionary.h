@@ -5,7 +5,6 @@
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/stream/MemoryOutputStream.h"
 
-#include <cstdint>
 #include <string>
 
 // The intact store that the fuzzers change.

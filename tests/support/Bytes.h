@@ -2,7 +2,6 @@
 
 #include "core/platform/stream/MemoryOutputStream.h"
 
-#include <cstddef>
 #include <string>
 
 namespace kavix::test {

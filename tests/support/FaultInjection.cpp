@@ -5,8 +5,10 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <fcntl.h>
+#include <functional>
 #include <limits>
 #include <new>
+#include <string>
 #include <sys/mman.h>
 #include <sys/types.h>
 #include <utility>

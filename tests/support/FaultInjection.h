@@ -7,10 +7,9 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
-#include <string>
 
-// Failures of allocations and of the library's system calls. Only for the executable of the fault tests, which is linked
-// with --wrap for the calls. Counts the system calls of all threads, and the allocations of the thread that injects.
+// Failures of allocations and of the library's system calls. Only for the executable of the fault tests, which is
+// linked with --wrap for the calls. System calls of all threads count, and allocations of the thread that injects.
 // Under the address and thread sanitizers, whose own operators stay, no allocation fails.
 
 namespace kavix::test {
@@ -62,8 +61,8 @@ private:
     bool m_wasHit = false;
 };
 
-/// While it lives, the n-th call from now on fails with an error number, and the calls after it too if so wished. One at
-/// a time for each kind of call.
+/// While it lives, the n-th call from now on fails with an error number, and the calls after it too if so wished. One
+/// at a time for each kind of call.
 class Fault {
 
 public:

@@ -3,9 +3,12 @@
 #include <charconv>
 #include <cstddef>
 #include <fstream>
+#include <map>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace kavix::test {
 

@@ -35,8 +35,8 @@ private:
 ///   name<tab>form<tab>status      the columns; the first is "name", and names differ
 ///   minus zero<tab>-0<tab>valid   a row, with a field for each column
 ///
-/// In a field \t \n \0 \\ and \xD9 are bytes, and {0*30} is 30 times the character 0. A file that is missing, has no row
-/// or a wrong one is a std::runtime_error, and so fails the test.
+/// In a field \t \n \0 \\ and \xD9 are bytes, and {0*30} is 30 times the character 0. A file that is missing, has no
+/// row or a wrong one is a std::runtime_error, and so fails the test.
 class TestTable {
 
 public:

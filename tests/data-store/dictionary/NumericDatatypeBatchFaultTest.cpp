@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace kavix::test {

@@ -21,7 +21,8 @@ class NumericDatatypeBatchTest : public ::testing::Test { };
 
 TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
-/// Checks exactly: one ID for each value in all threads, IDs are unique, the value is found under its ID, the counts add up.
+/// Checks exactly: one ID for each value in all threads, IDs are unique, the value is found under its ID, the counts
+/// add up.
 template<typename Fixture>
 void checkAnswers(
     const typename Fixture::Store& store, const std::vector<typename Fixture::Value>& values,

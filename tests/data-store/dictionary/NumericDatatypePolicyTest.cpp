@@ -8,8 +8,6 @@
 
 #include <cstdint>
 #include <limits>
-#include <string>
-#include <vector>
 
 // What the tables of numbers take as a key's hash, and as the same key. The image format fixes both.
 

@@ -1,7 +1,6 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DictionaryCompactionState.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
-#include "support/ExpectError.h"
 #include "support/NumericImage.h"
 #include "support/NumericStore.h"
 
@@ -12,10 +11,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <map>
-#include <memory>
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kavix::test {

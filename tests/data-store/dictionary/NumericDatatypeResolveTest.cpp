@@ -7,9 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace kavix::test {
 

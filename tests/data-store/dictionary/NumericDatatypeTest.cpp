@@ -8,7 +8,7 @@
 
 #include <cstdint>
 #include <limits>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <vector>
 

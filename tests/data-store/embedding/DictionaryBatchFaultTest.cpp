@@ -1,4 +1,3 @@
-#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"

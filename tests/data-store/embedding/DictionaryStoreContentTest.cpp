@@ -1,5 +1,5 @@
-// Stores whose checksums and structure are right and whose content is not: what verify() finds, each kind of damage with
-// exactly its problems.
+// Stores whose checksums and structure are right and whose content is not: what verify() finds, each kind of damage
+// with exactly its problems.
 
 #include "core/data-store/embedding/Dictionary.h"
 
@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kavix {

@@ -11,9 +11,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace kavix {

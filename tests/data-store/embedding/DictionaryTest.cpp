@@ -8,7 +8,6 @@
 #include "core/platform/collections/ThreadSlots.h"
 #include "support/ExpectError.h"
 #include "support/ResourceIDWidths.h"
-#include "support/Scale.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +15,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>

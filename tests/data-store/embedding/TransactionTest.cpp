@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
 #include <thread>
 

@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
-#include <string>
 #include <thread>
 
 namespace kavix {

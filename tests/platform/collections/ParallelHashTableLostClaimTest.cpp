@@ -1,5 +1,5 @@
-// A thread finds a bucket empty and loses the claim race for it. The schedule is forced by a policy that runs a function
-// just before the claim: the only place where a search asks for the key word of a bucket to change it.
+// A thread finds a bucket empty and loses the claim race for it. The schedule is forced by a policy that runs a
+// function just before the claim: the only place where a search asks for the key word of a bucket to change it.
 
 #include "platform/collections/TableFixtures.h"
 #include "support/Threads.h"
@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <functional>
 #include <new>
-#include <string>
 #include <thread>
 #include <utility>
 

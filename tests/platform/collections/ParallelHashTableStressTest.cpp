@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <random>
 #include <set>
-#include <string>
+#include <thread>
 #include <vector>
 
 namespace kavix {

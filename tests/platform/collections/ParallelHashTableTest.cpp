@@ -8,7 +8,6 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 namespace kavix {

@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <new>
 #include <set>
 #include <string>

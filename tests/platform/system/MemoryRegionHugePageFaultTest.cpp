@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <string>
 #include <vector>
 
 namespace kavix {

@@ -10,13 +10,10 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace kavix {
