@@ -55,7 +55,7 @@ TEST(Restoration, EveryValueHasItsOldID) {
             (std::vector<std::string>{"1 2.25", "3 -7", "4 \"-7\"^^xsd:int", "5000 0.5"}));
         EXPECT_EQ(findProblems(dictionary), NONE);
         EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 5001u);
-        EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 5001u) << "behind the highest";
+        EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 5001u) << "after the highest";
         test::expectEqual(dictionary, *test::openStore(test::saveStore(dictionary)));
     }
 }
@@ -74,9 +74,9 @@ TEST(Restoration, IDsOutsideTheRangeAreRefused) {
     for (const uint64_t resourceID :
          {uint64_t(0), uint64_t(1 << 20), uint64_t(UINT32_MAX), (uint64_t(1) << 32) + 1, UINT64_MAX})
         test::expectError(
-            "Engine/core/data-store/embedding/Restoration", 60,
-            "Resource ID " + std::to_string(resourceID) +
-                " is out of range: the smallest is 1 and the largest is 1048575.",
+            "Engine/core/data-store/dictionary/Dictionary", 70,
+            "Option 'resource ID' cannot be " + std::to_string(resourceID) +
+                ": the smallest value is 1 and the largest is 1048575.",
             [&] { restoration.restore(resourceID, "1", D_XSD_INT); });
     restoration.restore((1 << 20) - 1, "1", D_XSD_INT);
     restoration.finish();
@@ -115,14 +115,14 @@ TEST(Restoration, InvalidValuesAreRefused) {
     EXPECT_THROW(restoration.restore(1, "1", D_NONE), KavixException);
     EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_BYTE, 128)), KavixException);
     EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_DECIMAL, 1)), KavixException)
-        << "8 bytes are no decimal";
+        << "8 bytes are not a decimal";
     EXPECT_THROW(restoration.restore(1, ResourceValue()), KavixException);
     restoration.restore(1, test::makeInteger(D_XSD_BYTE, 127));
     restoration.finish();
     EXPECT_EQ(test::listResources(dictionary, 100), std::vector<std::string>{"1 \"127\"^^xsd:byte"});
 }
 
-TEST(Restoration, UnlessFinishedEverythingIsTakenBack) {
+TEST(Restoration, UnlessFinishedEverythingIsRolledBack) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary dictionary(makeOptions(width));
         const uint64_t usedBytes = dictionary.getUsedBytes();

@@ -7,16 +7,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace kavix::test {
 
 namespace {
 
-class DictionaryValueBatchTest : public ResourceIDWidthTest {
+class DictionaryGetValuesTest : public ResourceIDWidthTest {
 protected:
-    DictionaryValueBatchTest() :
+    DictionaryGetValuesTest() :
         m_dictionary(makeOptions()) { }
 
     /// Gets values into what is left over from others, and compares each with what its ID alone gives.
@@ -45,9 +44,9 @@ protected:
     Dictionary m_dictionary;
 };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryValueBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryGetValuesTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
-TEST_P(DictionaryValueBatchTest, GivesTheValuesOfOneAtATime) {
+TEST_P(DictionaryGetValuesTest, GivesTheValuesOfOneIDAtATime) {
     const struct {
         const char* name;
         ResourceValue (*makeValue)(uint64_t number);
@@ -73,7 +72,7 @@ TEST_P(DictionaryValueBatchTest, GivesTheValuesOfOneAtATime) {
     }
 }
 
-TEST_P(DictionaryValueBatchTest, AnIDThatNobodyHasGivesAValueOfNoDatatype) {
+TEST_P(DictionaryGetValuesTest, AnUnknownIDGivesAValueOfNoDatatype) {
     Transaction transaction(m_dictionary);
     std::vector<uint64_t> known;
     for (uint64_t number = 0; number < 1500; ++number)

@@ -1,9 +1,9 @@
 // Skipping: the position moves as if the bytes had been read.
 
-#include "core/platform/stream/FileInputStream.h"
+#include "core/platform/stream/InputStream.h"
 
 #include "core/platform/errors/KavixException.h"
-#include "core/platform/stream/FileOutputStream.h"
+#include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/MemoryInputStream.h"
 #include "support/ExpectError.h"
 #include "support/TemporaryFolder.h"
@@ -12,12 +12,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <fcntl.h>
 #include <limits>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 
 namespace kavix {
 
@@ -75,14 +73,14 @@ void expectPrematureEnd(InputStream& input) {
 
 }
 
-TEST(Skip, MemoryStreamsSkip) {
+TEST(InputStreamSkip, MemoryStreamsSkip) {
     const std::string bytes = makeBytes();
     MemoryInputStream input(bytes);
     expectSkips(input, bytes);
     expectPrematureEnd(input);
 }
 
-TEST(Skip, FilesSkip) {
+TEST(InputStreamSkip, FilesSkip) {
     const test::TemporaryFolder folder;
     const std::string bytes = makeBytes();
     test::writeFile(folder / "file", bytes);
@@ -91,7 +89,7 @@ TEST(Skip, FilesSkip) {
     expectPrematureEnd(input);
 }
 
-TEST(Skip, PipesSkipByReading) {
+TEST(InputStreamSkip, PipesSkipByReading) {
     const test::TemporaryFolder folder;
     const std::string bytes = makeBytes();
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
@@ -104,23 +102,6 @@ TEST(Skip, PipesSkipByReading) {
     EXPECT_EQ(byte, bytes[200'001]);
     EXPECT_THROW(input.skip(SIZE), KavixException);
     writer.join();
-}
-
-TEST(AdoptingFileOutputStream, WritesAtThePresentPositionAndCloses) {
-    const test::TemporaryFolder folder;
-    const int fileDescriptor = ::open((folder / "file").c_str(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_GE(fileDescriptor, 0);
-    ASSERT_EQ(::write(fileDescriptor, "before ", 7), 7);
-    {
-        FileOutputStream output(folder / "file", fileDescriptor);
-        EXPECT_TRUE(output.isOpen());
-        EXPECT_EQ(output.getFileName(), folder / "file");
-        output.write("after", 5);
-        EXPECT_EQ(test::readFile(folder / "file"), "before ") << "in the buffer";
-        output.synchronise();
-        EXPECT_EQ(test::readFile(folder / "file"), "before after");
-    }
-    EXPECT_EQ(::fcntl(fileDescriptor, F_GETFD), -1) << "closed";
 }
 
 }

@@ -240,7 +240,7 @@ std::vector<uint64_t> getSeeds() {
 
 }
 
-TEST(StoreProperty, EverySequenceOfOperationsAgreesWithTheModel) {
+TEST(Dictionary, EverySequenceOfOperationsAgreesWithTheModel) {
     for (const ResourceIDWidth width : BOTH_WIDTHS)
         for (const uint64_t seed : getSeeds()) {
             SCOPED_TRACE("KAVIX_SEED=" + std::to_string(seed) + (width == ResourceIDWidth::BITS_32 ? ", 32" : ", 64"));

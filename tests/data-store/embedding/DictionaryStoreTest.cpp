@@ -8,12 +8,12 @@
 #include "core/platform/system/VMPageSize.h"
 #include "support/ExpectError.h"
 #include "support/SampleStore.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,53 +39,55 @@ Dictionary::Options makeOptions(ResourceIDWidth width) {
     return options;
 }
 
+void enter(Dictionary& dictionary, int first, int last, const char* suffix, uint8_t datatypeID) {
+    Transaction transaction(dictionary);
+    for (int i = first; i < last; ++i)
+        transaction.resolve(std::to_string(i) + suffix, datatypeID);
+    transaction.commit();
 }
 
-TEST(Store, OpeningGivesBackWhatWasSaved) {
-    struct Row {
-        const char* name;
-        std::function<void(Dictionary&)> fill;
-    };
-    const auto enter = [](Dictionary& dictionary, int first, int last, const char* suffix, uint8_t datatypeID) {
-        Transaction transaction(dictionary);
-        for (int i = first; i < last; ++i)
-            transaction.resolve(std::to_string(i) + suffix, datatypeID);
-        transaction.commit();
-    };
-    const Row rows[] = {
-        {"empty", [](Dictionary&) {}},
-        {"one integer by itself",
-         [](Dictionary& dictionary) { dictionary.resolve("-9223372036854775808", D_XSD_LONG); }},
-        {"one decimal by itself",
-         [](Dictionary& dictionary) { dictionary.resolve("-0.9223372036854775808", D_XSD_DECIMAL); }},
-        {"only integers", [&](Dictionary& dictionary) { enter(dictionary, -1500, 1500, "", D_XSD_INTEGER); }},
-        {"only decimals", [&](Dictionary& dictionary) { enter(dictionary, 0, 3000, ".5", D_XSD_DECIMAL); }},
-        {"every datatype",
-         [](Dictionary& dictionary) {
+struct Content {
+    const char* name;
+    std::function<void(Dictionary&)> fill;
+};
+
+const Content CONTENTS[] = {
+    {"empty", [](Dictionary&) {}},
+    {"one integer by itself", [](Dictionary& dictionary) { dictionary.resolve("-9223372036854775808", D_XSD_LONG); }},
+    {"one decimal by itself",
+     [](Dictionary& dictionary) { dictionary.resolve("-0.9223372036854775808", D_XSD_DECIMAL); }},
+    {"only integers", [](Dictionary& dictionary) { enter(dictionary, -1500, 1500, "", D_XSD_INTEGER); }},
+    {"only decimals", [](Dictionary& dictionary) { enter(dictionary, 0, 3000, ".5", D_XSD_DECIMAL); }},
+    {"every datatype",
+     [](Dictionary& dictionary) {
+         Transaction transaction(dictionary);
+         for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
+             for (int magnitude = 1; magnitude < 20; ++magnitude)
+                 transaction.resolve(
+                     (datatypeID == D_XSD_NON_POSITIVE_INTEGER || datatypeID == D_XSD_NEGATIVE_INTEGER ? "-" : "") +
+                         std::to_string(magnitude),
+                     datatypeID);
+         transaction.commit();
+     }},
+    {"deleted values and lost IDs",
+     [](Dictionary& dictionary) {
+         enter(dictionary, 0, 100, ".25", D_XSD_DECIMAL);
+         {
              Transaction transaction(dictionary);
-             for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID)
-                 for (int magnitude = 1; magnitude < 20; ++magnitude)
-                     transaction.resolve(
-                         (datatypeID == D_XSD_NON_POSITIVE_INTEGER || datatypeID == D_XSD_NEGATIVE_INTEGER ? "-" : "") +
-                             std::to_string(magnitude),
-                         datatypeID);
-             transaction.commit();
-         }},
-        {"deleted values and lost IDs",
-         [&](Dictionary& dictionary) {
-             enter(dictionary, 0, 100, ".25", D_XSD_DECIMAL);
-             {
-                 Transaction transaction(dictionary);
-                 for (int i = 0; i < 900; ++i) {
-                     transaction.resolve(std::to_string(i), D_XSD_INT);
-                     transaction.resolve(std::to_string(i) + ".25", D_XSD_DECIMAL);
-                 }
-             } // rolled back
-             enter(dictionary, 50, 60, "", D_XSD_INT);
-         }},
-    };
+             for (int i = 0; i < 900; ++i) {
+                 transaction.resolve(std::to_string(i), D_XSD_INT);
+                 transaction.resolve(std::to_string(i) + ".25", D_XSD_DECIMAL);
+             }
+         } // rolled back
+         enter(dictionary, 50, 60, "", D_XSD_INT);
+     }},
+};
+
+}
+
+TEST(DictionaryStore, OpeningRestoresWhatWasSaved) {
     for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const Row& row : rows) {
+        for (const Content& row : CONTENTS) {
             SCOPED_TRACE(row.name + std::string(width == ResourceIDWidth::BITS_32 ? ", 32" : ", 64"));
             Dictionary saved(makeOptions(width));
             row.fill(saved);
@@ -103,7 +105,7 @@ TEST(Store, OpeningGivesBackWhatWasSaved) {
         }
 }
 
-TEST(Store, AnOpenedStoreGoesOnWithTheNextID) {
+TEST(DictionaryStore, AnOpenedStoreContinuesWithTheNextID) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary saved(makeOptions(width));
         saved.resolve("1", D_XSD_INT);
@@ -115,7 +117,7 @@ TEST(Store, AnOpenedStoreGoesOnWithTheNextID) {
         const std::unique_ptr<Dictionary> opened = openStore(saveStore(saved));
         for (Dictionary* dictionary : {&saved, opened.get()}) {
             EXPECT_EQ(dictionary->resolve("1", D_XSD_INT), 1u);
-            EXPECT_EQ(dictionary->resolve("2", D_XSD_INT), 1026u) << "behind the block of the transaction";
+            EXPECT_EQ(dictionary->resolve("2", D_XSD_INT), 1026u) << "after the block of the transaction";
             EXPECT_EQ(dictionary->resolve("2.5", D_XSD_DECIMAL), 1027u);
             Transaction transaction(*dictionary);
             for (int i = 0; i < 3000; ++i)
@@ -127,7 +129,7 @@ TEST(Store, AnOpenedStoreGoesOnWithTheNextID) {
     }
 }
 
-TEST(Store, TheBoundOfIDsHoldsInAnOpenedStore) {
+TEST(DictionaryStore, TheBoundOfIDsHoldsInAnOpenedStore) {
     Dictionary::Options options;
     options.maxResourceID = Dictionary::MIN_MAX_RESOURCE_ID;
     Dictionary saved(options);
@@ -138,7 +140,7 @@ TEST(Store, TheBoundOfIDsHoldsInAnOpenedStore) {
     test::expectEqual(*opened, *openStore(saveStore(*opened)));
 }
 
-TEST(Store, TheBudgetThatHeldADictionaryHoldsItAgain) {
+TEST(DictionaryStore, TheBudgetThatHeldADictionaryHoldsItAgain) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary saved(makeOptions(width));
         Transaction transaction(saved);
@@ -156,8 +158,9 @@ TEST(Store, TheBudgetThatHeldADictionaryHoldsItAgain) {
     }
 }
 
-TEST(Store, AStoreOutlivesItsFile) {
-    const std::string fileName = std::filesystem::temp_directory_path() / ("kavix-store-" + std::to_string(::getpid()));
+TEST(DictionaryStore, AStoreOutlivesItsFile) {
+    const test::TemporaryFolder folder;
+    const std::string fileName = folder / "store";
     Dictionary saved(makeOptions(ResourceIDWidth::BITS_64));
     {
         Transaction transaction(saved);
@@ -174,27 +177,26 @@ TEST(Store, AStoreOutlivesItsFile) {
         options.checkEveryValue = checkEveryValue;
         test::expectEqual(saved, *Dictionary::openStore(input, options));
     }
-    std::filesystem::remove(fileName);
 }
 
-TEST(Store, AStoreWrittenByHandOpens) {
+TEST(DictionaryStore, AStoreWrittenByHandOpens) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::string bytes = SampleStore(width).toBytes();
         const std::unique_ptr<Dictionary> dictionary = openStore(bytes);
         EXPECT_EQ(dictionary->getResourceIDWidth(), width);
         EXPECT_EQ(
             dictionary->takeSnapshot(),
-            (Dictionary::Snapshot{7, uint64_t(64 + 2 * (width == ResourceIDWidth::BITS_32 ? 13 : 17))}));
+            Dictionary::Snapshot(7, 64 + 2 * (width == ResourceIDWidth::BITS_32 ? 13 : 17)));
         EXPECT_EQ(
             test::listResources(*dictionary, 4096),
             (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
-        EXPECT_EQ(dictionary->tryResolve("8", D_XSD_INT), 0u) << "taken back";
+        EXPECT_EQ(dictionary->tryResolve("8", D_XSD_INT), 0u) << "rolled back";
         EXPECT_EQ(saveStore(*dictionary), bytes);
         EXPECT_EQ(dictionary->resolve("8", D_XSD_INT), 7u);
     }
 }
 
-TEST(Store, WhatIsSavedIsTheStoreWrittenByHand) {
+TEST(DictionaryStore, WhatIsSavedIsTheStoreWrittenByHand) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary::Options options;
         options.resourceIDWidth = width;
@@ -212,7 +214,7 @@ TEST(Store, WhatIsSavedIsTheStoreWrittenByHand) {
         ASSERT_EQ(image.m_sections.size(), 5u);
 
         SampleStore expected(width);
-        test::MemoryOutputStream counters, datatypes, data;
+        test::ByteWriter counters, datatypes, data;
         counters.put(uint64_t(3)).put(uint64_t(4096)).put(uint64_t(64 + expected.m_recordSize)).put(uint64_t(2));
         datatypes.put(D_NONE).put(D_XSD_DECIMAL).put(D_XSD_INTEGER);
         data.put(uint64_t(0)).put(uint64_t(64)).put(int64_t(-2));
@@ -226,96 +228,100 @@ TEST(Store, WhatIsSavedIsTheStoreWrittenByHand) {
     }
 }
 
-TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
-    struct Row {
-        const char* name;
-        std::function<void(StoreImage&)> damage;
-        std::string section;
-        std::string reason;
-    };
-    const Row rows[] = {
-        {"magic", [](StoreImage& image) { image.m_magic[0] = 'K'; }, "header", "not a Kavix store"},
-        {"magic spoilt by a copy as text",
-         [](StoreImage& image) { image.m_magic = std::string("\x8bKAVI\n\x1a\x01", 8); }, "header",
-         "not a Kavix store"},
-        {"other byte order",
-         [](StoreImage& image) {
-             image.m_byteOrderMark = 0x04030201;
-             image.m_formatVersion = 0x01000000;
-         },
-         "header", "written on a machine with a different byte order"},
-        {"newer version", [](StoreImage& image) { image.m_formatVersion = 2; }, "header",
-         "format version 2 is not supported (this program reads version 1); use the program that wrote the store, or a "
-         "newer one"},
-        {"version 0", [](StoreImage& image) { image.m_formatVersion = 0; }, "header",
-         "format version 0 is not supported (this program reads version 1); use the program that wrote the store, or a "
-         "newer one"},
-        {"width 0", [](StoreImage& image) { image.m_resourceIDWidth = 0; }, "header",
-         "unsupported resource ID width of 0 bits"},
-        {"width 33", [](StoreImage& image) { image.m_resourceIDWidth = 33; }, "header",
-         "unsupported resource ID width of 33 bits"},
-        {"width 2^31", [](StoreImage& image) { image.m_resourceIDWidth = 1u << 31; }, "header",
-         "unsupported resource ID width of 2147483648 bits"},
-        {"too many sections", [](StoreImage& image) { image.m_numberOfSections = 65; }, "header",
-         "invalid number of sections, 65"},
-        {"2^64 - 1 sections", [](StoreImage& image) { image.m_numberOfSections = UINT64_MAX; }, "header",
-         "invalid number of sections, 18446744073709551615"},
-        {"header checksum", [](StoreImage& image) { image.m_headerChecksum = 1; }, "header",
-         "wrong checksum: the file is damaged"},
-        {"no section", [](StoreImage& image) { image.m_sections.clear(); }, "counters", "the section is missing"},
-        {"a section is missing", [](StoreImage& image) { image.m_sections.pop_back(); }, "header",
-         "it has 4 sections instead of 5"},
-        {"a section too many",
-         [](StoreImage& image) {
-             image.m_sections.push_back({"more", "x"});
-         },
-         "header", "it has 6 sections instead of 5"},
-        {"a section is renamed", [](StoreImage& image) { image["pool"].m_name = "puddle"; }, "pool",
-         "the section is missing"},
-        {"a name in capitals", [](StoreImage& image) { image["counters"].m_name = "Counters"; }, "counters",
-         "the section is missing"},
-        {"a longer name", [](StoreImage& image) { image["data"].m_name = "data-and-more-16"; }, "data",
-         "the section is missing"},
-        {"dictionary of another family", [](StoreImage& image) { image["dictionary-22"].m_name = "dictionary-20"; },
-         "dictionary-22", "the section is missing"},
-        {"offset one too high", [](StoreImage& image) { image["data"].m_offset = 40 + 5 * 40 + 8 + 32 + 7 + 1; },
-         "data", "wrong offset in the section table"},
-        {"offset 0", [](StoreImage& image) { image["counters"].m_offset = 0; }, "counters",
-         "wrong offset in the section table"},
-        {"length beyond 64 bits", [](StoreImage& image) { image["dictionary-22"].m_length = UINT64_MAX; },
-         "dictionary-22", "wrong offset in the section table"},
-        {"counters too short", [](StoreImage& image) { image["counters"].m_bytes.pop_back(); }, "counters",
-         "it has 31 bytes instead of 32"},
-        {"counters too long", [](StoreImage& image) { image["counters"].m_bytes += 'x'; }, "counters",
-         "it has 33 bytes instead of 32"},
-        {"datatypes too short", [](StoreImage& image) { image["datatypes"].m_bytes.pop_back(); }, "datatypes",
-         "it has 6 bytes instead of 7"},
-        {"data too long", [](StoreImage& image) { image["data"].m_bytes += 'x'; }, "data",
-         "it has 57 bytes instead of 56"},
-        {"pool too short", [](StoreImage& image) { image["pool"].m_bytes.pop_back(); }, "pool",
-         "it has 25 bytes instead of 26"},
-        {"the image is too long", [](StoreImage& image) { image["dictionary-22"].m_bytes += 'x'; }, "dictionary-22",
-         "the image is longer than its tables"},
-        {"the image ends in a table", [](StoreImage& image) { image["dictionary-22"].m_bytes.pop_back(); },
-         "dictionary-22", "table of xsd:unsignedByte: its buckets take more bytes than the image has"},
-        {"the image ends in a header", [](StoreImage& image) { image["dictionary-22"].m_bytes.resize(50); },
-         "dictionary-22", "the image is shorter than its tables"},
-        {"the image is empty", [](StoreImage& image) { image["dictionary-22"].m_bytes.clear(); }, "dictionary-22",
-         "the image is shorter than its tables"},
-        {"checksum of counters", [](StoreImage& image) { image["counters"].m_checksum = 0; }, "counters",
-         "wrong checksum: the file is damaged"},
-        {"checksum of datatypes", [](StoreImage& image) { image["datatypes"].m_checksum = 0; }, "datatypes",
-         "wrong checksum: the file is damaged"},
-        {"checksum of data", [](StoreImage& image) { image["data"].m_checksum = 0; }, "data",
-         "wrong checksum: the file is damaged"},
-        {"checksum of the pool", [](StoreImage& image) { image["pool"].m_checksum = 0; }, "pool",
-         "wrong checksum: the file is damaged"},
-        {"checksum of the image", [](StoreImage& image) { image["dictionary-22"].m_checksum = 0; }, "dictionary-22",
-         "wrong checksum: the file is damaged"},
-        {"a byte behind the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
-         "there is data after the last section"},
-    };
-    for (const Row& row : rows) {
+namespace {
+
+struct WrongHeader {
+    const char* name;
+    std::function<void(StoreImage&)> damage;
+    std::string section;
+    std::string reason;
+};
+
+const WrongHeader WRONG_HEADERS[] = {
+    {"magic", [](StoreImage& image) { image.m_magic[0] = 'K'; }, "header", "not a Kavix store"},
+    {"magic spoilt by a copy as text", [](StoreImage& image) { image.m_magic = std::string("\x8bKAVI\n\x1a\x01", 8); },
+     "header", "not a Kavix store"},
+    {"other byte order",
+     [](StoreImage& image) {
+         image.m_byteOrderMark = 0x04030201;
+         image.m_formatVersion = 0x01000000;
+     },
+     "header", "written on a machine with a different byte order"},
+    {"newer version", [](StoreImage& image) { image.m_formatVersion = 2; }, "header",
+     "format version 2 is not supported (this program reads version 1); use the program that wrote the store, or a "
+     "newer one"},
+    {"version 0", [](StoreImage& image) { image.m_formatVersion = 0; }, "header",
+     "format version 0 is not supported (this program reads version 1); use the program that wrote the store, or a "
+     "newer one"},
+    {"width 0", [](StoreImage& image) { image.m_resourceIDWidth = 0; }, "header",
+     "unsupported resource ID width of 0 bits"},
+    {"width 33", [](StoreImage& image) { image.m_resourceIDWidth = 33; }, "header",
+     "unsupported resource ID width of 33 bits"},
+    {"width 2^31", [](StoreImage& image) { image.m_resourceIDWidth = 1u << 31; }, "header",
+     "unsupported resource ID width of 2147483648 bits"},
+    {"too many sections", [](StoreImage& image) { image.m_numberOfSections = 65; }, "header",
+     "invalid number of sections, 65"},
+    {"2^64 - 1 sections", [](StoreImage& image) { image.m_numberOfSections = UINT64_MAX; }, "header",
+     "invalid number of sections, 18446744073709551615"},
+    {"header checksum", [](StoreImage& image) { image.m_headerChecksum = 1; }, "header",
+     "wrong checksum: the file is damaged"},
+    {"no section", [](StoreImage& image) { image.m_sections.clear(); }, "counters", "the section is missing"},
+    {"a section is missing", [](StoreImage& image) { image.m_sections.pop_back(); }, "header",
+     "it has 4 sections instead of 5"},
+    {"a section too many",
+     [](StoreImage& image) {
+         image.m_sections.push_back({"more", "x"});
+     },
+     "header", "it has 6 sections instead of 5"},
+    {"a section is renamed", [](StoreImage& image) { image["pool"].m_name = "puddle"; }, "pool",
+     "the section is missing"},
+    {"a name in capitals", [](StoreImage& image) { image["counters"].m_name = "Counters"; }, "counters",
+     "the section is missing"},
+    {"a longer name", [](StoreImage& image) { image["data"].m_name = "data-and-more-16"; }, "data",
+     "the section is missing"},
+    {"dictionary of another family", [](StoreImage& image) { image["dictionary-22"].m_name = "dictionary-20"; },
+     "dictionary-22", "the section is missing"},
+    {"offset one too high", [](StoreImage& image) { image["data"].m_offset = 40 + 5 * 40 + 8 + 32 + 7 + 1; }, "data",
+     "wrong offset in the section table"},
+    {"offset 0", [](StoreImage& image) { image["counters"].m_offset = 0; }, "counters",
+     "wrong offset in the section table"},
+    {"length beyond 64 bits", [](StoreImage& image) { image["dictionary-22"].m_length = UINT64_MAX; }, "dictionary-22",
+     "wrong offset in the section table"},
+    {"counters too short", [](StoreImage& image) { image["counters"].m_bytes.pop_back(); }, "counters",
+     "it has 31 bytes instead of 32"},
+    {"counters too long", [](StoreImage& image) { image["counters"].m_bytes += 'x'; }, "counters",
+     "it has 33 bytes instead of 32"},
+    {"datatypes too short", [](StoreImage& image) { image["datatypes"].m_bytes.pop_back(); }, "datatypes",
+     "it has 6 bytes instead of 7"},
+    {"data too long", [](StoreImage& image) { image["data"].m_bytes += 'x'; }, "data", "it has 57 bytes instead of 56"},
+    {"pool too short", [](StoreImage& image) { image["pool"].m_bytes.pop_back(); }, "pool",
+     "it has 25 bytes instead of 26"},
+    {"the image is too long", [](StoreImage& image) { image["dictionary-22"].m_bytes += 'x'; }, "dictionary-22",
+     "the image is longer than its tables"},
+    {"the image ends in a table", [](StoreImage& image) { image["dictionary-22"].m_bytes.pop_back(); }, "dictionary-22",
+     "table of xsd:unsignedByte: its buckets take more bytes than the image has"},
+    {"the image ends in a header", [](StoreImage& image) { image["dictionary-22"].m_bytes.resize(50); },
+     "dictionary-22", "the image is shorter than its tables"},
+    {"the image is empty", [](StoreImage& image) { image["dictionary-22"].m_bytes.clear(); }, "dictionary-22",
+     "the image is shorter than its tables"},
+    {"checksum of counters", [](StoreImage& image) { image["counters"].m_checksum = 0; }, "counters",
+     "wrong checksum: the file is damaged"},
+    {"checksum of datatypes", [](StoreImage& image) { image["datatypes"].m_checksum = 0; }, "datatypes",
+     "wrong checksum: the file is damaged"},
+    {"checksum of data", [](StoreImage& image) { image["data"].m_checksum = 0; }, "data",
+     "wrong checksum: the file is damaged"},
+    {"checksum of the pool", [](StoreImage& image) { image["pool"].m_checksum = 0; }, "pool",
+     "wrong checksum: the file is damaged"},
+    {"checksum of the image", [](StoreImage& image) { image["dictionary-22"].m_checksum = 0; }, "dictionary-22",
+     "wrong checksum: the file is damaged"},
+    {"a byte after the end", [](StoreImage& image) { image.m_tail = std::string(1, '\0'); }, "header",
+     "there is data after the last section"},
+};
+
+}
+
+TEST(DictionaryStore, AWrongHeaderIsRefusedWithItsReason) {
+    for (const WrongHeader& row : WRONG_HEADERS) {
         SCOPED_TRACE(row.name);
         StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
         row.damage(image);
@@ -324,7 +330,7 @@ TEST(Store, AWrongHeaderIsRefusedWithItsReason) {
     }
 }
 
-TEST(Store, FilesThatAreNoStoresAreRefused) {
+TEST(DictionaryStore, FilesThatAreNotStoresAreRefused) {
     struct Row {
         const char* name;
         std::string bytes;
@@ -344,14 +350,14 @@ TEST(Store, FilesThatAreNoStoresAreRefused) {
     }
 }
 
-TEST(Store, AnotherWidthIsRefusedOnRequest) {
+TEST(DictionaryStore, AnotherWidthIsRefusedOnRequest) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const ResourceIDWidth otherWidth =
             width == ResourceIDWidth::BITS_32 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
         const std::string bytes = SampleStore(width).toBytes();
         Dictionary::OpenOptions options;
         options.resourceIDWidth = width;
-        test::MemoryInputStream input(bytes);
+        MemoryInputStream input(bytes);
         EXPECT_NO_THROW(Dictionary::openStore(input, options));
         input.rewind();
         options.resourceIDWidth = otherWidth;
@@ -364,14 +370,14 @@ TEST(Store, AnotherWidthIsRefusedOnRequest) {
     }
 }
 
-TEST(Store, OtherVersionsOfTheLibraryAndOtherPageSizesAreRead) {
+TEST(DictionaryStore, OtherVersionsOfTheLibraryAndOtherPageSizesAreRead) {
     StoreImage image = SampleStore(ResourceIDWidth::BITS_64).toImage();
     image.m_libraryVersion = 0xffffff;
     image.m_pageSize = 65536;
     EXPECT_NO_THROW(openStore(image.toBytes()));
 }
 
-TEST(Store, SectionsMayStandInAnyOrder) {
+TEST(DictionaryStore, SectionsMayBeInAnyOrder) {
     StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
     std::reverse(image.m_sections.begin(), image.m_sections.end());
     test::expectEqual(*openStore(image.toBytes()), *openStore(SampleStore(ResourceIDWidth::BITS_32).toBytes()));

@@ -1,4 +1,4 @@
-// Compaction: dense IDs in the old order for what is kept, memory back for the rest.
+// Compaction: dense IDs in the old order for what is kept, and the memory of the rest is released.
 
 #include "core/data-store/embedding/Dictionary.h"
 
@@ -13,6 +13,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kavix {
@@ -26,7 +27,7 @@ constexpr int NUMBER_OF_EACH = 2000;
 
 const std::vector<std::string> NONE;
 
-/// Two thousand integers, decimals and integers of another datatype, some taken back, in blocks with lost IDs.
+/// Two thousand integers, decimals and integers of another datatype, some rolled back, in blocks with lost IDs.
 std::unique_ptr<Dictionary> makeDictionary(ResourceIDWidth width) {
     Dictionary::Options options;
     options.resourceIDWidth = width;
@@ -60,9 +61,29 @@ std::vector<std::string> listLiterals(const Dictionary& dictionary, const std::f
     return literals;
 }
 
+/// The kept ones of the old resources (literal, ID) got the IDs 1, 2, ... in their old order; the others none.
+void expectDenseIDs(
+    const Dictionary& dictionary, uint64_t oldNextResourceID,
+    const std::vector<std::pair<std::string, uint64_t>>& oldResources, const std::vector<uint64_t>& newResourceIDs,
+    const std::function<bool(uint64_t)>& isKept) {
+    ASSERT_EQ(newResourceIDs.size(), oldNextResourceID);
+    uint64_t expectedID = 1;
+    size_t index = 0;
+    for (uint64_t resourceID = 0; resourceID < oldNextResourceID; ++resourceID) {
+        const bool existed = index < oldResources.size() && oldResources[index].second == resourceID;
+        if (existed && isKept(resourceID)) {
+            ASSERT_EQ(newResourceIDs[resourceID], expectedID++);
+            ASSERT_EQ(dictionary.getTurtleLiteral(newResourceIDs[resourceID]), oldResources[index].first);
+        }
+        else
+            ASSERT_EQ(newResourceIDs[resourceID], 0u);
+        index += existed;
+    }
 }
 
-TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
+}
+
+TEST(DictionaryCompaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
     struct Row {
         const char* name;
         std::function<bool(uint64_t)> isKept;
@@ -95,19 +116,7 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
                 return row.isKept(resourceID);
             });
 
-            ASSERT_EQ(newResourceIDs.size(), oldNextResourceID);
-            uint64_t expectedID = 1;
-            size_t index = 0;
-            for (uint64_t resourceID = 0; resourceID < oldNextResourceID; ++resourceID) {
-                const bool existed = index < oldResources.size() && oldResources[index].second == resourceID;
-                if (existed && row.isKept(resourceID)) {
-                    ASSERT_EQ(newResourceIDs[resourceID], expectedID++);
-                    ASSERT_EQ(dictionary->getTurtleLiteral(newResourceIDs[resourceID]), oldResources[index].first);
-                }
-                else
-                    ASSERT_EQ(newResourceIDs[resourceID], 0u);
-                index += existed;
-            }
+            expectDenseIDs(*dictionary, oldNextResourceID, oldResources, newResourceIDs, row.isKept);
             EXPECT_EQ(dictionary->takeSnapshot().resourceIDEnd, keptLiterals.size() + 1);
             EXPECT_EQ(listLiterals(*dictionary, [](uint64_t) { return true; }), keptLiterals);
             EXPECT_EQ(test::listResources(*dictionary, oldNextResourceID + 4096).size(), keptLiterals.size())
@@ -128,7 +137,7 @@ TEST(Compaction, KeptResourcesGetDenseIDsInTheirOldOrder) {
         }
 }
 
-TEST(Compaction, DroppedValuesAreNewValues) {
+TEST(DictionaryCompaction, DroppedValuesAreNewValues) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
         dictionary->compact(
@@ -147,7 +156,7 @@ TEST(Compaction, DroppedValuesAreNewValues) {
     }
 }
 
-TEST(Compaction, CompactingTwiceChangesNothing) {
+TEST(DictionaryCompaction, CompactingTwiceChangesNothing) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32);
     const auto keepAll = [](uint64_t) { return true; };
     dictionary->compact(keepAll);
@@ -156,13 +165,13 @@ TEST(Compaction, CompactingTwiceChangesNothing) {
     EXPECT_EQ(test::saveStore(*dictionary), bytes);
 }
 
-TEST(Compaction, AnEmptyDictionaryStaysEmpty) {
+TEST(DictionaryCompaction, AnEmptyDictionaryStaysEmpty) {
     Dictionary dictionary{Dictionary::Options()};
     EXPECT_EQ(dictionary.compact([](uint64_t) { return true; }), std::vector<uint64_t>(1));
     EXPECT_EQ(dictionary.resolve("1", D_XSD_INT), 1u);
 }
 
-TEST(Compaction, WhatThePredicateThrowsEndsTheCompaction) {
+TEST(DictionaryCompaction, WhatThePredicateThrowsEndsTheCompaction) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_64);
     const std::string bytes = test::saveStore(*dictionary);
     const uint64_t usedBytes = dictionary->getUsedBytes();
@@ -176,7 +185,7 @@ TEST(Compaction, WhatThePredicateThrowsEndsTheCompaction) {
     EXPECT_NE(dictionary->resolve("12345", D_XSD_INT), 0u) << "the gate is open again";
 }
 
-TEST(Compaction, IsRefusedWhileATransactionRuns) {
+TEST(DictionaryCompaction, IsRefusedWhileATransactionRuns) {
     const std::unique_ptr<Dictionary> dictionary = makeDictionary(ResourceIDWidth::BITS_32);
     Transaction transaction(*dictionary);
     transaction.resolve("77777", D_XSD_INT);
@@ -190,7 +199,7 @@ TEST(Compaction, IsRefusedWhileATransactionRuns) {
     EXPECT_NO_THROW(dictionary->compact([](uint64_t) { return true; }));
 }
 
-TEST(Compaction, WithoutBudgetTheDictionaryIsAsItWas) {
+TEST(DictionaryCompaction, WithoutBudgetTheDictionaryIsUnchanged) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const std::unique_ptr<Dictionary> dictionary = makeDictionary(width);
         const std::string bytes = test::saveStore(*dictionary);

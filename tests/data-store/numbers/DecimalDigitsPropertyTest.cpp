@@ -1,3 +1,7 @@
+// Through its users, IntegerText and XSDDecimal: one model judges both.
+
+#include "core/data-store/numbers/DecimalDigits.h"
+
 #include "core/data-store/numbers/IntegerText.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "support/GuardedText.h"
@@ -113,7 +117,7 @@ private:
 
 }
 
-TEST(NumericFormsProperty, EveryShortTextIsReadLikeTheModel) {
+TEST(DecimalDigits, EveryShortTextIsReadLikeTheModel) {
     const std::string alphabet = "0179.-+/:,\xB1";
     Checker checker;
     std::vector<std::string> texts = {""};
@@ -130,7 +134,7 @@ TEST(NumericFormsProperty, EveryShortTextIsReadLikeTheModel) {
     checker.expectVariety(false);
 }
 
-TEST(NumericFormsProperty, EveryPlaceOfThePointAtEveryLengthIsReadLikeTheModel) {
+TEST(DecimalDigits, EveryPlaceOfThePointAtEveryLengthIsReadLikeTheModel) {
     // Every number of leading zeros and trailing zeros around other digits, a point at every place or nowhere.
     Checker checker;
     for (size_t length = 1; length <= 24; ++length)
@@ -150,7 +154,7 @@ TEST(NumericFormsProperty, EveryPlaceOfThePointAtEveryLengthIsReadLikeTheModel) 
                 }
 }
 
-TEST(NumericFormsProperty, EveryPairOfOtherCharactersIsReadLikeTheModel) {
+TEST(DecimalDigits, EveryPairOfOtherCharactersIsReadLikeTheModel) {
     const std::string others = ".-+/:e \x80\x8A\xB0\xFE"
                                "n\x0E";
     Checker checker;
@@ -167,7 +171,7 @@ TEST(NumericFormsProperty, EveryPairOfOtherCharactersIsReadLikeTheModel) {
     checker.expectVariety(false);
 }
 
-TEST(NumericFormsProperty, NumbersAtTheLimitsAreReadLikeTheModel) {
+TEST(DecimalDigits, NumbersAtTheLimitsAreReadLikeTheModel) {
     const std::string limits[] = {"9223372036854775807",  "9223372036854775808",  "9223372036854775809",
                                   "9999999999999999999",  "10000000000000000000", "18446744073709551615",
                                   "18446744073709551616", "18446744073709551617", "99999999999999999999",
@@ -189,7 +193,7 @@ TEST(NumericFormsProperty, NumbersAtTheLimitsAreReadLikeTheModel) {
                 }
 }
 
-TEST(NumericFormsProperty, RandomTextsAreReadLikeTheModel) {
+TEST(DecimalDigits, RandomTextsAreReadLikeTheModel) {
     std::mt19937_64 random(SEED);
     Checker checker;
     for (int round = 0; round < 300000; ++round) {
@@ -211,7 +215,7 @@ TEST(NumericFormsProperty, RandomTextsAreReadLikeTheModel) {
     checker.expectVariety(true);
 }
 
-TEST(NumericFormsProperty, NumbersArePrintedLikeTheStandardLibraryAndAPoint) {
+TEST(DecimalDigits, NumbersArePrintedLikeTheStandardLibraryAndAPoint) {
     constexpr char MARK = '#';
     std::vector<uint64_t> magnitudes;
     for (uint64_t number = 0; number <= 20000; ++number)

@@ -11,9 +11,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace kavix {
@@ -114,7 +114,7 @@ void expectReason(const std::string& message, size_t position) {
 
 }
 
-TEST(StoreDamageProperty, AChangedByteIsRefusedWithAMessage) {
+TEST(DictionaryStoreDamage, AChangedByteIsRefusedWithAMessage) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const SampleStore store(width);
         const std::string bytes = store.toBytes();
@@ -130,7 +130,7 @@ TEST(StoreDamageProperty, AChangedByteIsRefusedWithAMessage) {
     }
 }
 
-TEST(StoreDamageProperty, EveryBitOfTheFrameCounts) {
+TEST(DictionaryStoreDamage, EveryBitOfTheFrameCounts) {
     const std::string bytes = SampleStore(ResourceIDWidth::BITS_32).toBytes();
     DamagedStream input(bytes);
     for (size_t position = 0; position < 40 + 5 * 40 + 8 + 32; ++position)
@@ -140,7 +140,7 @@ TEST(StoreDamageProperty, EveryBitOfTheFrameCounts) {
         }
 }
 
-TEST(StoreDamageProperty, ATruncatedStoreIsRefusedWithAMessage) {
+TEST(DictionaryStoreDamage, ATruncatedStoreIsRefusedWithAMessage) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const SampleStore store(width);
         const std::string bytes = store.toBytes();
@@ -157,8 +157,8 @@ TEST(StoreDamageProperty, ATruncatedStoreIsRefusedWithAMessage) {
     }
 }
 
-/// With right checksums a change may go unnoticed where it changes nothing: then the dictionary is sound.
-TEST(StoreDamageProperty, ChangesUnderRightChecksumsAreRefusedOrHarmless) {
+/// With right checksums a change may go unnoticed where it changes nothing: then the dictionary is consistent.
+TEST(DictionaryStoreDamage, ChangesUnderRightChecksumsAreRefusedOrHarmless) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         std::mt19937_64 random(815 + static_cast<uint64_t>(width));
         const SampleStore store(width);

@@ -1,4 +1,5 @@
-// tools/inspect_store.py shares no code with the library, so it tells whether a store is what docs/store-file.md says.
+// The format of stores, as tools/inspect_store.py reads it: the program shares no code with the library, so it shows
+// whether a store is what docs/store-file.md says.
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/Prefixes.h"
@@ -9,6 +10,7 @@
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/FileOutputStream.h"
 #include "core/platform/system/VMPageSize.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -16,10 +18,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -39,52 +37,36 @@ struct Outcome {
     std::string m_errors;
 };
 
-class InspectStore : public ::testing::Test {
+class DictionaryStoreFormatTest : public ::testing::Test {
 
 protected:
 
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kavix-inspect-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-    }
-
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    std::string getFileName(const std::string& name) const { return m_folder + "/" + name; }
-
-    static std::string readFile(const std::string& fileName) {
-        std::ifstream file(fileName, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
-
-    std::string writeFile(const std::string& name, const std::string& content) const {
-        std::ofstream(getFileName(name), std::ios::binary) << content;
-        return getFileName(name);
+    std::string write(const std::string& name, const std::string& content) const {
+        writeFile(m_folder / name, content);
+        return m_folder / name;
     }
 
     std::string save(const Dictionary& dictionary) const {
-        FileOutputStream file(getFileName("store"));
+        FileOutputStream file(m_folder / "store");
         dictionary.saveStore(file);
         file.close();
-        return getFileName("store");
+        return m_folder / "store";
     }
 
     /// Runs Python: without site packages, and without its leaving compiled files in the source tree.
     Outcome runPython(const std::string& arguments) const {
         const std::string command =
-            "python3 -B -S " + arguments + " >'" + getFileName("output") + "' 2>'" + getFileName("errors") + "'";
+            "python3 -B -S " + arguments + " >'" + (m_folder / "output") + "' 2>'" + (m_folder / "errors") + "'";
         const int status = std::system(command.c_str());
         return Outcome{
-            WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(getFileName("output")),
-            readFile(getFileName("errors"))};
+            WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(m_folder / "output"), readFile(m_folder / "errors")};
     }
 
     Outcome inspect(const std::string& arguments) const {
         return runPython("'" + std::string(TOOLS) + "/inspect_store.py' " + arguments);
     }
 
-    std::string m_folder;
+    const TemporaryFolder m_folder;
 };
 
 /// What the inspector should print of a dictionary.
@@ -104,7 +86,7 @@ std::string describe(const Dictionary& dictionary) {
 }
 
 /// Enters what every datatype takes of values at and around the bounds of the types, in single operations, in a
-/// transaction and in one that is taken back, so that there are IDs without a resource.
+/// transaction and in one that is rolled back, so that there are IDs without a resource.
 void fill(Dictionary& dictionary) {
     const char* const integers[] = {
         "-9223372036854775808", "-2147483649",        "-129", "-128", "-1", "0", "1", "127", "255", "256", "65535",
@@ -152,7 +134,7 @@ size_t getOffset(const std::string& store, size_t index) {
 
 }
 
-TEST_F(InspectStore, PrintsWhatTheDictionarySays) {
+TEST_F(DictionaryStoreFormatTest, PrintsWhatTheDictionarySays) {
     for (const ResourceIDWidth width : {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64}) {
         SCOPED_TRACE(static_cast<unsigned>(width));
         Dictionary dictionary({.memoryBudgetBytes = 64 << 20, .resourceIDWidth = width});
@@ -170,7 +152,7 @@ TEST_F(InspectStore, PrintsWhatTheDictionarySays) {
     }
 }
 
-TEST_F(InspectStore, PrintsNothingOfAnEmptyStore) {
+TEST_F(DictionaryStoreFormatTest, PrintsNothingForAnEmptyStore) {
     const Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
 
     const Outcome outcome = inspect(save(dictionary));
@@ -180,7 +162,7 @@ TEST_F(InspectStore, PrintsNothingOfAnEmptyStore) {
     EXPECT_EQ(outcome.m_output, "");
 }
 
-TEST_F(InspectStore, ListsTheFrame) {
+TEST_F(DictionaryStoreFormatTest, ListsTheFrame) {
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20, .maxResourceID = 5000});
     dictionary.resolve("0.5", D_XSD_DECIMAL);
     dictionary.resolve("-2", D_XSD_INTEGER);
@@ -197,7 +179,7 @@ TEST_F(InspectStore, ListsTheFrame) {
         EXPECT_NE(outcome.m_output.find(line), std::string::npos) << line << "is not in\n" << outcome.m_output;
 }
 
-TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
+TEST_F(DictionaryStoreFormatTest, ItsChecksumIsTheLibrarysForEveryLength) {
     // Both sides of every length at which XXH3 goes another way: 0, 3, 8, 16, 32, 64, 96, 128, 240, stripes, blocks of
     // 1024.
     std::string data;
@@ -213,114 +195,121 @@ TEST_F(InspectStore, ItsChecksumIsTheLibrarysForEveryLength) {
         }
         data.push_back(static_cast<char>(length * length * 31 + length * 7 + (length >> 5)));
     }
-    const std::string fileName = writeFile("data", data);
+    const std::string fileName = write("data", data);
 
     const Outcome outcome = runPython(
-        "-c 'import sys; sys.path.insert(0, sys.argv[1]); import inspect_store\ndata = open(sys.argv[2], "
-        "\"rb\").read()\nfor length in range(8201):\n    if length <= 600 or length % 1024 <= 1 or length % 1024 == "
-        "1023 or length % 64 == 33:\n        print(length, \"%016x\" % inspect_store.get_checksum(data[:length]))\n' "
-        "'" +
+        "-c '"
+        "import sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
+        "data = open(sys.argv[2], \"rb\").read()\n"
+        "for length in range(8201):\n"
+        "    if length <= 600 or length % 1024 <= 1 or length % 1024 == 1023 or length % 64 == 33:\n"
+        "        print(length, \"%016x\" % inspect_store.get_checksum(data[:length]))\n"
+        "' '" +
         std::string(TOOLS) + "' '" + fileName + "'");
 
     EXPECT_EQ(outcome.m_errors, "");
     EXPECT_EQ(outcome.m_output, expected);
 }
 
-TEST_F(InspectStore, RefusesDamagedAndForeignFiles) {
+constexpr uint64_t LARGEST_POOL_END = (1ULL << 30) + 40ULL * Dictionary::MAX_RESOURCE_ID_32;
+constexpr uint64_t BEYOND_LARGEST_POOL_END = LARGEST_POOL_END + 1;
+
+/// How a store of a decimal, an integer and a byte is changed, and why it is refused.
+struct Damage {
+    const char* name;
+    const char* options;
+    void (*change)(std::string& store);
+    const char* expected;
+};
+
+constexpr Damage DAMAGES[] = {
+    {"empty", "", [](std::string& store) { store.clear(); }, "not a Kavix store"},
+    {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; }, "not a Kavix store"},
+    {"cut header", "", [](std::string& store) { store.resize(39); }, "the file ends in the middle of its header"},
+    {"cut table", "", [](std::string& store) { store.resize(247); },
+     "the file ends in the middle of its table of sections"},
+    {"cut end", "", [](std::string& store) { store.pop_back(); }, "the file is shorter than its sections"},
+    {"one byte more", "", [](std::string& store) { store.push_back('\0'); }, "there is data after the last section"},
+    {"newer", "", [](std::string& store) { store[8] = 2; },
+     "format version 2 is not supported (this program reads version 1)"},
+    {"other byte order", "", [](std::string& store) { store[12] = 1; },
+     "written on a machine with a different byte order"},
+    {"width", "", [](std::string& store) { store[20] = 16; }, "unsupported resource ID width of 16 bits"},
+    {"sections", "", [](std::string& store) { store[32] = 65; }, "invalid number of sections, 65"},
+    {"header bit", "", [](std::string& store) { store[16] = 7; }, "the checksum of its header is wrong"},
+    {"position", "--no-checksums", [](std::string& store) { ++store[96]; },
+     "the position of section 'datatypes' is wrong"},
+    {"last bit", "", [](std::string& store) { store.back() ^= 1; }, "the checksum of section 'dictionary-22' is wrong"},
+    {"last bit in the frame", "--frame", [](std::string& store) { store.back() ^= 1; },
+     "the checksum of section 'dictionary-22' is wrong"},
+    {"unknown datatype", "--no-checksums", [](std::string& store) { store[getOffset(store, 1) + 1] = 36; },
+     "resource 1 has the unknown datatype ID 36"},
+    {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; },
+     "it has 3 resources and counts 4"},
+    {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; }, "invalid next resource ID 0"},
+    {"pool end", "--no-checksums",
+     [](std::string& store) { std::memcpy(store.data() + 248 + 16, &LARGEST_POOL_END, sizeof(uint64_t)); },
+     "section 'pool' has 13 bytes instead of 172872433520"},
+    {"pool end beyond", "--no-checksums",
+     [](std::string& store) { std::memcpy(store.data() + 248 + 16, &BEYOND_LARGEST_POOL_END, sizeof(uint64_t)); },
+     "invalid end of the data pool, 172872433585"},
+    {"resource 0", "--no-checksums", [](std::string& store) { store[getOffset(store, 1)] = 22; },
+     "resource ID 0, which is reserved, has a datatype"},
+    {"range", "--no-checksums", [](std::string& store) { store[getOffset(store, 2) + 3 * 8 + 1] = 1; },
+     "resource 3: its value 263 is not in the range of xsd:byte"},
+    {"record outside", "--no-checksums", [](std::string& store) { ++store[getOffset(store, 2) + 8]; },
+     "resource 1: its record at offset 65 is outside the data pool"},
+    {"record of another", "--no-checksums", [](std::string& store) { store[getOffset(store, 3)] = 2; },
+     "resource 1: its record belongs to resource 2"},
+    {"not normalised", "--no-checksums", [](std::string& store) { store[getOffset(store, 3) + 4] = 10; },
+     "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
+};
+
+/// Inspects many files in one process: starting Python takes longer than the rest of the test.
+constexpr char INSPECT_ALL[] =
+    "import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\n"
+    "arguments = sys.argv[2:]\n"
+    "for options, name in zip(arguments[::2], arguments[1::2]):\n"
+    "    sys.argv = [\"inspect_store.py\", *options.split(), name]\n"
+    "    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()) as "
+    "output:\n"
+    "        status = inspect_store.main()\n"
+    "    print(status, errors.getvalue(), end=\"\")\n"
+    "    if \"0.5\" in output.getvalue():\n"
+    "        print(\"resources were printed\")\n";
+
+TEST_F(DictionaryStoreFormatTest, RefusesDamagedAndForeignFiles) {
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
     dictionary.resolve("0.5", D_XSD_DECIMAL);
     dictionary.resolve("-2", D_XSD_INTEGER);
     dictionary.resolve("7", D_XSD_BYTE);
-    const std::string sound = readFile(save(dictionary));
-    const size_t datatypeIDs = getOffset(sound, 1);
-    const size_t data = getOffset(sound, 2);
-    const size_t pool = getOffset(sound, 3);
-    const uint64_t largestPoolEnd = (1ULL << 30) + 40ULL * Dictionary::MAX_RESOURCE_ID_32;
-    const uint64_t beyondLargestPoolEnd = largestPoolEnd + 1;
-    struct Row {
-        const char* name;
-        const char* options;
-        std::function<void(std::string& store)> change;
-        const char* expected;
-    };
-    const Row rows[] = {
-        {"empty", "", [](std::string& store) { store.clear(); }, "not a Kavix store"},
-        {"foreign", "", [](std::string& store) { store = "@prefix : <http://example.org/> ."; }, "not a Kavix store"},
-        {"cut header", "", [](std::string& store) { store.resize(39); }, "the file ends in the middle of its header"},
-        {"cut table", "", [](std::string& store) { store.resize(247); },
-         "the file ends in the middle of its table of sections"},
-        {"cut end", "", [](std::string& store) { store.pop_back(); }, "the file is shorter than its sections"},
-        {"one byte more", "", [](std::string& store) { store.push_back('\0'); },
-         "there is data after the last section"},
-        {"newer", "", [](std::string& store) { store[8] = 2; },
-         "format version 2 is not supported (this program reads version 1)"},
-        {"other byte order", "", [](std::string& store) { store[12] = 1; },
-         "written on a machine with a different byte order"},
-        {"width", "", [](std::string& store) { store[20] = 16; }, "unsupported resource ID width of 16 bits"},
-        {"sections", "", [](std::string& store) { store[32] = 65; }, "invalid number of sections, 65"},
-        {"header bit", "", [](std::string& store) { store[16] = 7; }, "the checksum of its header is wrong"},
-        {"position", "--no-checksums", [](std::string& store) { ++store[96]; },
-         "the position of section 'datatypes' is wrong"},
-        {"last bit", "", [](std::string& store) { store.back() ^= 1; },
-         "the checksum of section 'dictionary-22' is wrong"},
-        {"last bit in the frame", "--frame", [](std::string& store) { store.back() ^= 1; },
-         "the checksum of section 'dictionary-22' is wrong"},
-        {"unknown datatype", "--no-checksums", [=](std::string& store) { store[datatypeIDs + 1] = 36; },
-         "resource 1 has the unknown datatype ID 36"},
-        {"count of resources", "--no-checksums", [](std::string& store) { ++store[248 + 24]; },
-         "it has 3 resources and counts 4"},
-        {"next ID", "--no-checksums", [](std::string& store) { store[248] = 0; }, "invalid next resource ID 0"},
-        {"pool end", "--no-checksums",
-         [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &largestPoolEnd, sizeof(uint64_t)); },
-         "section 'pool' has 13 bytes instead of 172872433520"},
-        {"pool end beyond", "--no-checksums",
-         [=](std::string& store) { std::memcpy(store.data() + 248 + 16, &beyondLargestPoolEnd, sizeof(uint64_t)); },
-         "invalid end of the data pool, 172872433585"},
-        {"resource 0", "--no-checksums", [=](std::string& store) { store[datatypeIDs] = 22; },
-         "resource ID 0, which is reserved, has a datatype"},
-        {"range", "--no-checksums", [=](std::string& store) { store[data + 3 * 8 + 1] = 1; },
-         "resource 3: its value 263 is not in the range of xsd:byte"},
-        {"record outside", "--no-checksums", [=](std::string& store) { ++store[data + 8]; },
-         "resource 1: its record at offset 65 is outside the data pool"},
-        {"record of another", "--no-checksums", [=](std::string& store) { store[pool] = 2; },
-         "resource 1: its record belongs to resource 2"},
-        {"not normalised", "--no-checksums", [=](std::string& store) { store[pool + 4] = 10; },
-         "resource 1: its decimal is not normalised, or has more than 19 fraction digits"},
-    };
-    // All in one process: starting Python takes longer than the rest of the test.
+    const std::string intact = readFile(save(dictionary));
     std::string arguments;
     std::string expected;
-    for (const Row& row : rows) {
-        std::string store = sound;
+    for (const Damage& row : DAMAGES) {
+        std::string store = intact;
         row.change(store);
-        const std::string fileName = writeFile(row.name, store);
+        const std::string fileName = write(row.name, store);
         arguments += std::string(" '") + row.options + "' '" + fileName + "'";
         expected += "1 " + fileName + ": " + row.expected + ".\n";
     }
 
-    const Outcome outcome = runPython(
-        "-c 'import contextlib, io, sys; sys.path.insert(0, sys.argv[1]); import inspect_store\narguments = "
-        "sys.argv[2:]\nfor options, name in zip(arguments[::2], arguments[1::2]):\n    sys.argv = "
-        "[\"inspect_store.py\", *options.split(), name]\n    with contextlib.redirect_stderr(io.StringIO()) as errors, "
-        "contextlib.redirect_stdout(io.StringIO()) as output:\n        status = inspect_store.main()\n    "
-        "print(status, errors.getvalue(), end=\"\")\n    if \"0.5\" in output.getvalue():\n        print(\"resources "
-        "were printed\")\n' '" +
-        std::string(TOOLS) + "'" + arguments);
+    const Outcome outcome = runPython(std::string("-c '") + INSPECT_ALL + "' '" + std::string(TOOLS) + "'" + arguments);
 
     EXPECT_EQ(outcome.m_errors, "");
     EXPECT_EQ(outcome.m_output, expected);
 }
 
-TEST_F(InspectStore, TellsMissingFilesFromWrongUsage) {
-    const Outcome missing = inspect(getFileName("nothing"));
+TEST_F(DictionaryStoreFormatTest, DistinguishesMissingFilesFromUsageErrors) {
+    const Outcome missing = inspect(m_folder / "nothing");
     EXPECT_EQ(missing.m_exitStatus, 1);
-    EXPECT_EQ(missing.m_errors, getFileName("nothing") + ": No such file or directory.\n");
+    EXPECT_EQ(missing.m_errors, (m_folder / "nothing") + ": No such file or directory.\n");
 
     EXPECT_EQ(inspect("").m_exitStatus, 2);
     EXPECT_EQ(inspect("--unknown file").m_exitStatus, 2);
 }
 
-TEST_F(InspectStore, TheExampleInTheDocumentIsARealStore) {
+TEST_F(DictionaryStoreFormatTest, TheExampleInTheDocumentIsARealStore) {
     if (getVMPageSize() != 4096)
         GTEST_SKIP() << "The example was written on a machine with pages of 4096 bytes.";
     Dictionary dictionary({.memoryBudgetBytes = 64 << 20});
