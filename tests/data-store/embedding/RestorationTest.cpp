@@ -74,9 +74,9 @@ TEST(Restoration, IDsOutsideTheRangeAreRefused) {
     for (const uint64_t resourceID :
          {uint64_t(0), uint64_t(1 << 20), uint64_t(UINT32_MAX), (uint64_t(1) << 32) + 1, UINT64_MAX})
         test::expectError(
-            "Engine/core/data-store/dictionary/Dictionary", 70,
-            "Option 'resource ID' cannot be " + std::to_string(resourceID) +
-                ": the smallest value is 1 and the largest is 1048575.",
+            "Engine/core/data-store/embedding/Restoration", 60,
+            "Resource ID " + std::to_string(resourceID) +
+                " is out of range: the smallest is 1 and the largest is 1048575.",
             [&] { restoration.restore(resourceID, "1", D_XSD_INT); });
     restoration.restore((1 << 20) - 1, "1", D_XSD_INT);
     restoration.finish();
