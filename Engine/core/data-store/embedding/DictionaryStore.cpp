@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-// A dictionary as one stream of bytes. Nothing that is read is trusted before it was checked.
+// A dictionary as one stream of bytes. No input is trusted before it is checked.
 
 namespace kavix {
 
@@ -24,7 +24,7 @@ std::string getDictionarySectionName(const DictionaryDatatypeFactory& factory) {
     return StoreFormat::DICTIONARY_PREFIX + std::to_string(factory.getDatatypeIDsAndIRIs().front().first);
 }
 
-/// Makes the empty dictionary for a store. The caller did not choose the bound of IDs, so its name is in the error.
+/// Makes the empty dictionary for a store. The caller did not choose the maximum resource ID, so the error names it.
 std::unique_ptr<Dictionary> makeEmptyDictionary(const Dictionary::Options& options) {
     try {
         return std::make_unique<Dictionary>(options);
@@ -44,7 +44,7 @@ void Dictionary::saveStore(OutputStream& output) const {
     StoreFormat::Counters counterSection{counters.resourceIDEnd, m_state->m_maxResourceID, counters.dataPoolEnd, 0};
     for (const uint64_t count : counts)
         counterSection.m_numberOfResources += count;
-    // The first IDs may not have been given out, and then their entries are not there either.
+    // The first IDs may not have been allocated, and then their entries do not exist either.
     const uint64_t usableEntries = std::min<uint64_t>(
         {counters.resourceIDEnd, m_state->m_resourceData.getEnd(), m_state->m_resourceDatatypeIDs.getEnd()});
     const auto writeArray = [usableEntries, &counters](OutputStream& destination, const auto& array) {
@@ -125,7 +125,7 @@ void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Count
         Errors::throwInvalidStore(
             "header", "it has " + std::to_string(reader.getNumberOfSections()) + " sections instead of " +
                           std::to_string(NUMBER_OF_SHARED_SECTIONS + m_families.size()));
-    // The empty tables give their memory back as the image replaces them.
+    // The empty tables return their memory as the image replaces them.
     const uint64_t bytesOfEmptyTables = m_memoryManager.getChargedBytes();
     const uint64_t numberOfIDs = counters.m_nextResourceID;
     // Lengths are compared before memory is committed, so a wrong count costs nothing.
@@ -143,7 +143,7 @@ void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Count
         reader.readSection(
             StoreFormat::DATA_POOL, m_dataPool.getBase() + DataPool::FIRST_OFFSET,
             counters.m_dataPoolEnd - DataPool::FIRST_OFFSET);
-    // Relaxed: nobody else is inside.
+    // Relaxed: no other thread is inside.
     m_nextResourceID.store(numberOfIDs, std::memory_order_relaxed);
     for (const Family& family : m_families) {
         const std::string name = getDictionarySectionName(family.m_factory);
@@ -161,7 +161,7 @@ void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Count
 void Dictionary::verify(const ProblemReport& report) const {
     const StoreContents contents = m_state->getContents();
     const uint64_t end = contents.m_nextResourceID;
-    // Relaxed: nobody writes meanwhile.
+    // Relaxed: no thread writes during the call.
     if (end != 0 && m_state->m_resourceDatatypeIDs[0].load(std::memory_order_relaxed) != D_NONE)
         report("resource ID 0, which is reserved, has a datatype");
     for (uint64_t resourceID = DictionaryState::FIRST_RESOURCE_ID; resourceID < end; ++resourceID) {

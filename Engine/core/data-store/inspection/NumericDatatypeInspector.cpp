@@ -209,7 +209,7 @@ TableStatistics collectStatistics(const ParallelHashTable<Policy>& table, const 
     for (size_t index = 0; index < statistics.m_numberOfBuckets; ++index) {
         const typename Policy::Bucket& bucket = table.getBuckets()[index];
         const typename Policy::KeyWord keyWord =
-            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
+            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // no thread writes
         if (keyWord == Table::EMPTY || keyWord >= Table::DELETED)
             continue;
         const uint64_t probeLength = LinearProbing::getDistance(policy.getEntryHash(bucket, keyWord), index, mask) + 1;

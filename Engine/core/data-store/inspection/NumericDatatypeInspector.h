@@ -4,7 +4,7 @@
 
 namespace kavix {
 
-/// The checks and figures of the numeric family.
+/// The checks and statistics of the numeric family.
 class NumericDatatypeInspector : public DictionaryDatatypeInspector {
 
 public:

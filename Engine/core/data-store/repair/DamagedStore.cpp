@@ -62,7 +62,8 @@ DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
 
 bool DamagedStore::findSections() {
     const bool isMagic = std::memcmp(m_header.m_magic, StoreFormat::MAGIC, sizeof(m_header.m_magic)) == 0;
-    // With a right checksum these are not damage: the store is of another kind, and what is known here does not apply.
+    // With a correct checksum these are not damage: the store has another format, and what is known here does not
+    // apply.
     if (isMagic && m_header.m_byteOrderMark == __builtin_bswap32(StoreFormat::BYTE_ORDER_MARK)) {
         m_problems.push_back("header: written on a machine with a different byte order");
         return false;
@@ -153,8 +154,8 @@ void DamagedStore::readCounters() {
 }
 
 ResourceIDWidth DamagedStore::guessResourceIDWidth() const {
-    // The records of decimals are laid out by the width and begin with the ID of their resource. A wide record looks
-    // like a narrow one of the same ID, too; a narrow one looks wide only where the low half of its value is zero.
+    // The layout of decimal records depends on the width; a record begins with the ID of its resource. A wide record
+    // also looks like a narrow one of the same ID; a narrow one looks wide only if the low half of its value is zero.
     const uint64_t narrowRecords = countRecords(ResourceIDWidth::BITS_32);
     const uint64_t wideRecords = countRecords(ResourceIDWidth::BITS_64);
     if (narrowRecords > wideRecords)

@@ -61,7 +61,7 @@ void StoreRepair::readTables() {
     for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
         const uint64_t length = readTable(position, datatypeID);
         if (length == 0) {
-            m_areTablesSound = false; // whatever the checksum: where the next one begins is not known either
+            m_areTablesSound = false; // whatever the checksum: the start of the next one is unknown too
             return;
         }
         position += length;
@@ -111,7 +111,7 @@ void StoreRepair::readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, 
     const uint64_t size = NumericImageFormat::getBucketSize(datatypeID);
     const uint64_t mask = numberOfBuckets - 1;
     const auto isEmpty = [&](uint64_t index) { return readKeyWord(buckets + index * size, datatypeID) == 0; };
-    // After an empty bucket, so that at each bucket it is known how far back the last empty one is.
+    // Starting after an empty bucket, so that the distance to the last empty one is known at every bucket.
     uint64_t begin = 0;
     while (begin < numberOfBuckets && !isEmpty(begin))
         ++begin;
@@ -202,8 +202,8 @@ void StoreRepair::enumerate(const ResourceConsumer& consume, const ProblemReport
     for (uint64_t resourceID = 1; resourceID < m_store.getNextResourceID(); ++resourceID) {
         const uint8_t arrayDatatypeID = getArrayClaim(resourceID).m_datatypeID;
         const uint8_t datatypeID = arrayDatatypeID != D_NONE ? arrayDatatypeID : m_tableDatatypeIDs[resourceID];
-        // What the only sound ones of arrays and tables do not have does not exist, and what the damaged ones have
-        // there is no loss. The tables find the IDs of decimals in the data pool.
+        // If only the arrays or only the tables are intact, a resource that they lack does not exist, and what the
+        // damaged ones have there is not a loss. Tables refer to the data pool for the IDs of decimals.
         if (datatypeID == D_NONE ||
             (!m_areArraysSound && m_areTablesSound && m_isPoolSound && m_tableDatatypeIDs[resourceID] == D_NONE) ||
             (m_areArraysSound && !m_areTablesSound && arrayDatatypeID == D_NONE))
@@ -231,7 +231,7 @@ std::unique_ptr<Dictionary> StoreRepair::rebuild(
         dictionary = std::make_unique<Dictionary>(options);
     }
     catch (const SystemCallException&) {
-        // A bound that was made up may ask for more address space than there is; no ID needs it.
+        // A corrupt maximum resource ID may ask for more address space than there is; no ID needs it.
         options.maxResourceID = std::max(m_store.getNextResourceID(), Dictionary::MIN_MAX_RESOURCE_ID);
         dictionary = std::make_unique<Dictionary>(options);
     }
