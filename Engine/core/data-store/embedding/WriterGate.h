@@ -33,8 +33,8 @@ public:
 
     /// Enters for one single value, unless the gate is closed, a transaction is running, or, if it yields, a thread
     /// waits to close the gate.
-    bool tryEnterSingle(bool givesWay = true) noexcept {
-        if (givesWay && m_waitingToClose.load(std::memory_order_relaxed) != 0) // missing it delays the other once
+    bool tryEnterSingle(bool yields = true) noexcept {
+        if (yields && m_waitingToClose.load(std::memory_order_relaxed) != 0) // missing it delays the other once
             return false;
         uint64_t state = m_state.load(std::memory_order_relaxed); // a first look only; the exchange synchronises
         do {

@@ -29,7 +29,7 @@ public:
     struct Section {
         const uint8_t* m_data = nullptr;
         uint64_t m_length = 0; // as much as is present
-        bool m_isSound = false;
+        bool m_isIntact = false;
     };
 
     /// Where the first section begins, in bytes.
@@ -64,7 +64,7 @@ public:
 
     /// The header, section table and counters that match the sections as they are: FRAME_LENGTH bytes and those of the
     /// counters. With these in place of its own the store passes its checksums.
-    std::vector<uint8_t> makeSoundBeginning() const;
+    std::vector<uint8_t> makeIntactFrame() const;
 
 private:
 
@@ -90,7 +90,7 @@ private:
     const uint8_t* const m_data;
     const uint64_t m_length;
     bool m_isReadable;
-    bool m_isHeaderSound;
+    bool m_isHeaderIntact;
     std::vector<std::string> m_problems;
     StoreFormat::Header m_header;
     std::array<StoreFormat::Section, NUMBER_OF_SECTIONS> m_table;

@@ -34,9 +34,9 @@ public:
 
     using ResourceConsumer = std::function<void(uint64_t resourceID, const ResourceValue& value)>;
 
-    /// @param store                readable
-    /// @param isTakingUnconfirmed  also recover decimals from a damaged data pool: most are right, some may not be
-    explicit StoreRepair(const DamagedStore& store, bool isTakingUnconfirmed = false);
+    /// @param store              readable
+    /// @param includeUnverified  also recover decimals from a damaged data pool: most are right, some may not be
+    explicit StoreRepair(const DamagedStore& store, bool includeUnverified = false);
 
     /// Passes every recoverable resource to consume and reports every other one, in the order of the IDs.
     void enumerate(const ResourceConsumer& consume, const ProblemReport& reportLoss) const;
@@ -82,12 +82,12 @@ private:
     uint64_t readKeyWord(const uint8_t* bucket, uint8_t datatypeID) const;
 
     const DamagedStore& m_store;
-    const bool m_isTakingUnconfirmed;
-    const bool m_areArraysSound;
-    const bool m_isPoolSound;
+    const bool m_includeUnverified;
+    const bool m_areArraysIntact;
+    const bool m_isPoolIntact;
     const DecimalRecord m_record;
 
-    bool m_areTablesSound;
+    bool m_areTablesIntact;
 
     // By resource ID.
     std::vector<uint8_t> m_tableDatatypeIDs;
