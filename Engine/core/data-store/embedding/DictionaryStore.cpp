@@ -36,6 +36,34 @@ std::unique_ptr<Dictionary> makeEmptyDictionary(const Dictionary::Options& optio
     }
 }
 
+/// Throws unless the counters of a store are possible.
+void checkCounters(const StoreFormat::Counters& counters, ResourceIDWidth width) {
+    const uint64_t largestMaxResourceID =
+        width == ResourceIDWidth::BITS_32 ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::MAX_RESOURCE_ID_64;
+    if (counters.m_maxResourceID < Dictionary::MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "invalid maximum resource ID " + std::to_string(counters.m_maxResourceID));
+    if (counters.m_nextResourceID < DictionaryState::FIRST_RESOURCE_ID ||
+        counters.m_nextResourceID > counters.m_maxResourceID)
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "invalid next resource ID " + std::to_string(counters.m_nextResourceID));
+    if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
+        counters.m_dataPoolEnd > DictionaryState::getMaximumDataPoolSize(counters.m_maxResourceID))
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "invalid end of the data pool, " + std::to_string(counters.m_dataPoolEnd));
+}
+
+/// Throws unless the dictionary is consistent and has as many resources as its store counts.
+void checkContent(const Dictionary& dictionary, const StoreFormat::Counters& counters) {
+    dictionary.verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });
+    const std::array<uint64_t, 256> counts = dictionary.countResourcesByDatatypeID();
+    const uint64_t numberOfResources = std::accumulate(counts.begin(), counts.end(), uint64_t(0));
+    if (numberOfResources != counters.m_numberOfResources)
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) +
+                                       " resources, but there are " + std::to_string(numberOfResources));
+}
+
 }
 
 void Dictionary::saveStore(OutputStream& output) const {
@@ -86,19 +114,7 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
 
     StoreFormat::Counters counters;
     reader.readSection(StoreFormat::COUNTERS, &counters, sizeof(counters));
-    const uint64_t largestMaxResourceID =
-        reader.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? MAX_RESOURCE_ID_32 : MAX_RESOURCE_ID_64;
-    if (counters.m_maxResourceID < MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
-        Errors::throwInvalidStore(
-            StoreFormat::COUNTERS, "invalid maximum resource ID " + std::to_string(counters.m_maxResourceID));
-    if (counters.m_nextResourceID < DictionaryState::FIRST_RESOURCE_ID ||
-        counters.m_nextResourceID > counters.m_maxResourceID)
-        Errors::throwInvalidStore(
-            StoreFormat::COUNTERS, "invalid next resource ID " + std::to_string(counters.m_nextResourceID));
-    if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
-        counters.m_dataPoolEnd > DictionaryState::getMaximumDataPoolSize(counters.m_maxResourceID))
-        Errors::throwInvalidStore(
-            StoreFormat::COUNTERS, "invalid end of the data pool, " + std::to_string(counters.m_dataPoolEnd));
+    checkCounters(counters, reader.getResourceIDWidth());
 
     Options dictionaryOptions;
     dictionaryOptions.memoryBudgetBytes = options.memoryBudgetBytes;
@@ -107,15 +123,8 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     dictionaryOptions.useHugePages = options.useHugePages;
     std::unique_ptr<Dictionary> dictionary = makeEmptyDictionary(dictionaryOptions);
     dictionary->m_state->loadSections(reader, counters);
-    if (options.checkEveryValue) {
-        dictionary->verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });
-        const std::array<uint64_t, 256> counts = dictionary->countResourcesByDatatypeID();
-        const uint64_t numberOfResources = std::accumulate(counts.begin(), counts.end(), uint64_t(0));
-        if (numberOfResources != counters.m_numberOfResources)
-            Errors::throwInvalidStore(
-                StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) +
-                                           " resources, but there are " + std::to_string(numberOfResources));
-    }
+    if (options.checkEveryValue)
+        checkContent(*dictionary, counters);
     return dictionary;
 }
 

@@ -129,6 +129,73 @@ constexpr size_t MAX_DIGITS_AND_POINT = DecimalDigits::MAX_PARSED_DIGITS + 1;
     return LexicalFormStatus::VALID;
 }
 
+/// The digits and the point of a text, as words that end with the text; words that are not present are zero.
+struct Words {
+    uint64_t m_front = 0;
+    uint64_t m_middle = 0;
+    uint64_t m_last = 0;
+};
+
+/// Loads a text of 1 to 8, 9 to 16 or 17 to 20 characters. The first word is padded with leading zeros.
+template<size_t NUMBER_OF_WORDS>
+[[gnu::always_inline]] inline Words loadWords(const char* text, size_t length) noexcept {
+    using namespace DecimalDigits;
+    if constexpr (NUMBER_OF_WORDS == 1)
+        return {0, 0, loadUpToEight(text, length)};
+    else if constexpr (NUMBER_OF_WORDS == 2)
+        return {0, loadEight(text) << (128 - 8 * length), loadEight(text + length - 8)};
+    else
+        return {loadEight(text) << (192 - 8 * length), loadEight(text + length - 16), loadEight(text + length - 8)};
+}
+
+/// Removes the point; the digits before it move up by one place, from word to word. The point is the only byte that is
+/// not a digit: the words before its own have no marks, and its own word has exactly one. Here it is removed unchecked:
+/// it may be another character, and its word may have more marks.
+/// @param mark            the marks of the word from which a byte was removed, 0 if there are only digits
+/// @param fractionDigits  increased by the digits of the words after that one
+/// @return whether at most one word has marks; if not, the result is meaningless
+[[gnu::always_inline]] inline bool tryRemoveNonDigit(Words& words, uint64_t& mark, size_t& fractionDigits) noexcept {
+    using namespace DecimalDigits;
+    const uint64_t frontMark = markNonDigits(words.m_front);
+    const uint64_t middleMark = markNonDigits(words.m_middle);
+    mark = markNonDigits(words.m_last);
+    if (mark != 0) {
+        if ((middleMark | frontMark) != 0) [[unlikely]]
+            return false;
+        words.m_last = removeByte(words.m_last, mark) | words.m_middle >> 56;
+        words.m_middle = words.m_middle << 8 | words.m_front >> 56;
+        words.m_front <<= 8;
+    }
+    else if (middleMark != 0) {
+        if (frontMark != 0) [[unlikely]]
+            return false;
+        words.m_middle = removeByte(words.m_middle, middleMark) | words.m_front >> 56;
+        words.m_front <<= 8;
+        mark = middleMark;
+        fractionDigits += 8;
+    }
+    else if (frontMark != 0) {
+        words.m_front = removeByte(words.m_front, frontMark);
+        mark = frontMark;
+        fractionDigits += 16;
+    }
+    return true;
+}
+
+/// The number that the digits represent, at most 19 of them: < 10^19 < 2^64.
+template<size_t NUMBER_OF_WORDS>
+[[gnu::always_inline]] inline uint64_t combineWords(const Words& words) noexcept {
+    using namespace DecimalDigits;
+    constexpr uint64_t EIGHT_DIGITS = 100000000;
+    const uint64_t last = combineDigits(words.m_last);
+    if constexpr (NUMBER_OF_WORDS == 1)
+        return last;
+    else if constexpr (NUMBER_OF_WORDS == 2)
+        return combineDigits(words.m_middle) * EIGHT_DIGITS + last;
+    else
+        return (combineDigits(words.m_front) * EIGHT_DIGITS + combineDigits(words.m_middle)) * EIGHT_DIGITS + last;
+}
+
 // Writes a number with more fraction digits than are split off, and returns the length of the text.
 [[gnu::noinline]] size_t writeLongFraction(uint64_t magnitude, size_t fractionDigits, char* buffer) noexcept {
     // The digits are written one place to the right of their final position, which leaves room for the point, and so
@@ -182,58 +249,13 @@ LexicalFormStatus XSDDecimal::tryParse(const char* text, size_t length, XSDDecim
 template<size_t NUMBER_OF_WORDS>
 LexicalFormStatus XSDDecimal::tryParseWords(
     const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
-    using namespace DecimalDigits;
-    constexpr uint64_t EIGHT_DIGITS = 100000000;
-    // The words end with the text; the first one is padded with leading zeros.
-    uint64_t front = 0;
-    uint64_t middle = 0;
-    uint64_t last;
-    if constexpr (NUMBER_OF_WORDS == 1)
-        last = loadUpToEight(text, length);
-    else {
-        last = loadEight(text + length - 8);
-        if constexpr (NUMBER_OF_WORDS == 2)
-            middle = loadEight(text) << (128 - 8 * length);
-        else {
-            middle = loadEight(text + length - 16);
-            front = loadEight(text) << (192 - 8 * length);
-        }
-    }
-    // The point is removed, and the digits before it move up by one place, from word to word. It is the only byte that
-    // is not a digit: the words before its own have no marks, and its own word has exactly one.
-    const uint64_t frontMark = markNonDigits(front);
-    const uint64_t middleMark = markNonDigits(middle);
-    uint64_t mark = markNonDigits(last);
+    Words words = loadWords<NUMBER_OF_WORDS>(text, length);
     size_t fractionDigits = 0;
-    if (mark != 0) {
-        if ((middleMark | frontMark) != 0) [[unlikely]]
-            return tryParseAny(text, length, isNegative, value);
-        last = removeByte(last, mark) | middle >> 56;
-        middle = middle << 8 | front >> 56;
-        front <<= 8;
-    }
-    else if (middleMark != 0) {
-        if (frontMark != 0) [[unlikely]]
-            return tryParseAny(text, length, isNegative, value);
-        middle = removeByte(middle, middleMark) | front >> 56;
-        front <<= 8;
-        mark = middleMark;
-        fractionDigits = 8;
-    }
-    else if (frontMark != 0) {
-        front = removeByte(front, frontMark);
-        mark = frontMark;
-        fractionDigits = 16;
-    }
-    else if (NUMBER_OF_WORDS == 3 && length > MAX_PARSED_DIGITS) [[unlikely]]
+    uint64_t mark;
+    if (!tryRemoveNonDigit(words, mark, fractionDigits) ||
+        (NUMBER_OF_WORDS == 3 && mark == 0 && length > DecimalDigits::MAX_PARSED_DIGITS)) [[unlikely]]
         return tryParseAny(text, length, isNegative, value);
-
-    // At most 19 digits are left: < 10^19 < 2^64. Words that are not present are constant zeros.
-    uint64_t magnitude = combineDigits(last);
-    if constexpr (NUMBER_OF_WORDS == 2)
-        magnitude += combineDigits(middle) * EIGHT_DIGITS;
-    else if constexpr (NUMBER_OF_WORDS == 3)
-        magnitude += (combineDigits(front) * EIGHT_DIGITS + combineDigits(middle)) * EIGHT_DIGITS;
+    uint64_t magnitude = combineWords<NUMBER_OF_WORDS>(words);
     if (mark != 0) {
         fractionDigits += static_cast<size_t>(std::countl_zero(mark)) / 8; // the mark is the top bit of its byte
         if ((mark & (mark - 1)) != 0 || text[length - 1 - fractionDigits] != '.' || length == 1) [[unlikely]]
