@@ -9,8 +9,12 @@
 #include "core/data-store/dictionary/NumericDatatypeStatisticsImpl.h"
 #include "core/platform/system/StaticInitialisation.h"
 
+#include <atomic>
+#include <cstdint>
 #include <limits>
 #include <memory>
+#include <string>
+#include <unordered_map>
 
 namespace kavix {
 

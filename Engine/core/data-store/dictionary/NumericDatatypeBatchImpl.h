@@ -6,6 +6,8 @@
 #include "core/platform/collections/ParallelHashTableBatchImpl.h"
 #include "core/platform/system/Prefetch.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <type_traits>
 #include <utility>

@@ -5,6 +5,8 @@
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 
 // How the numeric dictionary takes part in a compaction of the store.
 

@@ -10,8 +10,12 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <limits>
+#include <string>
+#include <vector>
 
 namespace kavix {
 

@@ -2,6 +2,13 @@
 
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
 namespace kavix {
 
 /// The entry point of the numeric family: xsd:decimal (22), xsd:integer (23) and its twelve derived types (24 to 35).

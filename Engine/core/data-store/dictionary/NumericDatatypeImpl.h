@@ -6,7 +6,14 @@
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace kavix {
 

@@ -3,7 +3,6 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/platform/collections/TableImageFormat.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <string_view>
 

@@ -8,7 +8,7 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 
 #include <algorithm>
-#include <utility>
+#include <atomic>
 
 namespace kavix {
 

@@ -10,6 +10,7 @@
 #include "core/platform/system/Unmovable.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>

@@ -1,6 +1,5 @@
 #include "core/data-store/embedding/DictionaryState.h"
 
-#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/platform/collections/ThreadSlots.h"
@@ -8,7 +7,10 @@
 #include "core/platform/system/Prefetch.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <span>
 
 namespace kavix {
 

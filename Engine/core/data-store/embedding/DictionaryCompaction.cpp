@@ -5,7 +5,11 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <functional>
+#include <vector>
 
 namespace kavix {
 

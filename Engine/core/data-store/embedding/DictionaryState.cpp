@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <string>
 #include <utility>
 
 namespace kavix {

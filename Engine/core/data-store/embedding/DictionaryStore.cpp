@@ -1,5 +1,4 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 #include "core/data-store/embedding/DictionaryState.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
@@ -10,9 +9,15 @@
 #include "core/platform/errors/SystemCallException.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <numeric>
 #include <string>
-#include <vector>
+#include <type_traits>
+#include <utility>
 
 // A dictionary as one stream of bytes. No input is trusted before it is checked.
 

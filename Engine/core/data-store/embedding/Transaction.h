@@ -4,6 +4,7 @@
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/platform/system/Unmovable.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>

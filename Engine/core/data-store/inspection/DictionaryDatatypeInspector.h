@@ -6,6 +6,7 @@
 #include "core/platform/system/Unmovable.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>

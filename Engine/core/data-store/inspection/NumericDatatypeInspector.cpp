@@ -14,9 +14,14 @@
 #include "core/platform/system/StaticInitialisation.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kavix {
 

@@ -2,6 +2,10 @@
 
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 
+#include <cstddef>
+#include <span>
+#include <vector>
+
 namespace kavix {
 
 /// The checks and statistics of the numeric family.

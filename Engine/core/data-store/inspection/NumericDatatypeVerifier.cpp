@@ -5,7 +5,8 @@
 #include "core/platform/collections/LinearProbing.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
-#include <string_view>
+#include <atomic>
+#include <cstddef>
 
 namespace kavix {
 

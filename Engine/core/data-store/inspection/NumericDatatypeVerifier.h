@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

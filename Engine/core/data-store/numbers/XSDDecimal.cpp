@@ -148,9 +148,9 @@ template<size_t NUMBER_OF_WORDS>
         return {loadEight(text) << (192 - 8 * length), loadEight(text + length - 16), loadEight(text + length - 8)};
 }
 
-/// Removes the point; the digits before it move up by one place, from word to word. The point is the only byte that is
-/// not a digit: the words before its own have no marks, and its own word has exactly one. Here it is removed unchecked:
-/// it may be another character, and its word may have more marks.
+/// Removes the byte that is not a digit, if there is one; the digits before it move up by one place, from word to word.
+/// In a well-formed text that byte is the point: the words before its own have no marks, and its own word has exactly
+/// one. Left to the caller to check: whether it is a point, and whether its word has only this mark.
 /// @param mark            the marks of the word from which a byte was removed, 0 if there are only digits
 /// @param fractionDigits  increased by the digits of the words after that one
 /// @return whether at most one word has marks; if not, the result is meaningless

@@ -15,7 +15,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <string_view>
+#include <utility>
 
 namespace kavix {
 

@@ -2,7 +2,6 @@
 
 #include "core/data-store/dictionary/ResourceIDWidth.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>

@@ -4,8 +4,6 @@
 #include "core/platform/collections/TableImageFormat.h"
 #include "core/platform/collections/ThreadContext.h"
 #include "core/platform/system/MemoryRegion.h"
-#include "core/platform/system/SpinWait.h"
-#include "core/platform/system/Unmovable.h"
 
 #include <algorithm>
 #include <atomic>

@@ -2,9 +2,13 @@
 
 #include "core/platform/collections/ParallelHashTableImpl.h"
 #include "core/platform/system/Prefetch.h"
+#include "core/platform/system/Unmovable.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 
 namespace kavix {
 

@@ -2,10 +2,18 @@
 
 #include "core/platform/collections/ParallelHashTable.h"
 #include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/system/SpinWait.h"
+#include "core/platform/system/Unmovable.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <pthread.h>
+#include <string_view>
 #include <utility>
 
 namespace kavix {
