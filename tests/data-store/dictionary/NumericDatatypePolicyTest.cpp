@@ -1,5 +1,6 @@
 #include "core/data-store/dictionary/NumericDatatype.h"
 
+#include "support/MarkerLookalikes.h"
 #include "support/NumericBatches.h"
 #include "support/NumericImage.h"
 #include "support/NumericStore.h"
@@ -39,24 +40,15 @@ TYPED_TEST(NumericDatatypePolicyTest, AnIntegerStartsAtTheProductOfItsValue) {
 TYPED_TEST(NumericDatatypePolicyTest, EveryIntegerThatLooksLikeAMarkerIsStored) {
     typename TestFixture::Store store;
     store.initialize();
-    const int64_t values[] = {0,
-                              -1,
-                              -2,
-                              1,
-                              std::numeric_limits<int64_t>::min(),
-                              std::numeric_limits<int64_t>::max(),
-                              0xffffffff,
-                              0xfffffffe,
-                              -0x100000000};
     uint64_t resourceID = 0;
-    for (const int64_t value : values)
+    for (const int64_t value : MARKER_LOOKALIKES)
         EXPECT_EQ(store.tryResolve(makeInteger(D_XSD_INTEGER, value)), 0u) << value;
-    for (const int64_t value : values)
+    for (const int64_t value : MARKER_LOOKALIKES)
         EXPECT_EQ(store.resolve(makeInteger(D_XSD_INTEGER, value)), ++resourceID) << value;
     for (int64_t filler = 1000; filler < 3000; ++filler) // moves them to larger arrays
         store.resolve(makeInteger(D_XSD_INTEGER, filler));
     resourceID = 0;
-    for (const int64_t value : values)
+    for (const int64_t value : MARKER_LOOKALIKES)
         EXPECT_EQ(store.tryResolve(makeInteger(D_XSD_INTEGER, value)), ++resourceID) << value;
 }
 

@@ -28,7 +28,7 @@ TEST(DamagedStore, AnIntactStoreHasNoProblemsAndItsBeginningIsUnchanged) {
         EXPECT_EQ(store.getNextResourceID(), SampleStore::NEXT_RESOURCE_ID);
         EXPECT_EQ(store.getMaxResourceID(), SampleStore::MAX_RESOURCE_ID);
         EXPECT_EQ(store.getNumberOfResources(), 4u);
-        const std::vector<uint8_t> beginning = store.makeSoundBeginning();
+        const std::vector<uint8_t> beginning = store.makeIntactFrame();
         EXPECT_EQ(std::string(beginning.begin(), beginning.end()), bytes.substr(0, beginning.size()));
     }
 }
@@ -42,7 +42,7 @@ TEST(DamagedStore, TheCorrectedBeginningMakesADamagedStorePassItsChecksums) {
             const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
             ASSERT_TRUE(store.isReadable());
             EXPECT_EQ(store.getResourceIDWidth(), width);
-            const std::vector<uint8_t> beginning = store.makeSoundBeginning();
+            const std::vector<uint8_t> beginning = store.makeIntactFrame();
             std::string corrected(bytes);
             corrected.replace(0, beginning.size(), std::string(beginning.begin(), beginning.end()));
             if (position < 256 ||

@@ -1,4 +1,5 @@
 #include "platform/collections/TableFixtures.h"
+#include "support/MarkerLookalikes.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -345,24 +346,15 @@ TYPED_TEST_SUITE(ParallelHashTableMarkerTest, ResourceIDTypes);
 
 TYPED_TEST(ParallelHashTableMarkerTest, StoresEveryKeyThatLooksLikeAMarker) {
     TableFixture<test::EntriesInBuckets<TypeParam>> fixture;
-    const int64_t values[] = {0,
-                              -1,
-                              -2,
-                              1,
-                              std::numeric_limits<int64_t>::min(),
-                              std::numeric_limits<int64_t>::max(),
-                              0xffffffff,
-                              0xfffffffe,
-                              -0x100000000};
     uint64_t id = 0;
-    for (const int64_t value : values)
+    for (const int64_t value : test::MARKER_LOOKALIKES)
         EXPECT_EQ(fixture.find(value), 0u) << value;
-    for (const int64_t value : values)
+    for (const int64_t value : test::MARKER_LOOKALIKES)
         EXPECT_EQ(fixture.insert(value, ++id).m_resourceID, id) << value;
     for (int64_t filler = 1000; filler < 3000; ++filler) // moves them to larger arrays
         fixture.insert(filler, static_cast<uint64_t>(filler));
     id = 0;
-    for (const int64_t value : values)
+    for (const int64_t value : test::MARKER_LOOKALIKES)
         EXPECT_EQ(fixture.find(value), ++id) << value;
     fixture.expectConsistent();
 }

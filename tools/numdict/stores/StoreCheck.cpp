@@ -82,7 +82,7 @@ void checkContent(
     const DamagedStore::Section& last = store.getSection(DamagedStore::DICTIONARY);
     const auto length =
         static_cast<uint64_t>(last.m_data + last.m_length - file.getData()); // what follows has been reported
-    CorrectedInputStream input(store.makeSoundBeginning(), file.getData(), length);
+    CorrectedInputStream input(store.makeIntactFrame(), file.getData(), length);
     Dictionary::OpenOptions options;
     options.memoryBudgetBytes = memoryBudgetBytes;
     options.checkEveryValue = false;

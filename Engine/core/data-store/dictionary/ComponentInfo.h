@@ -17,7 +17,7 @@ public:
     struct Property {
         std::string m_name;
         std::variant<uint64_t, double> m_value;
-        unsigned short m_kind; // how to show a numeric property; 0: as it is
+        unsigned short m_kind; // how to show a numeric property; 0: unformatted
     };
 
     explicit ComponentInfo(std::string name);
@@ -30,13 +30,13 @@ public:
 
     const std::vector<Property>& getProperties() const { return m_properties; }
 
-    /// The finished children; append to it to add one.
+    /// The completed children; append to the vector to add one.
     std::vector<std::unique_ptr<ComponentInfo>>& getChildren() { return m_children; }
 
     const std::vector<std::unique_ptr<ComponentInfo>>& getChildren() const { return m_children; }
 
-    /// The value of the first numeric property of this node that has the name; properties of type double do not count.
-    /// @throws KavixException  there is none of that name
+    /// The value of the first numeric property of this node with that name; properties of type double are ignored.
+    /// @throws KavixException  there is no such property
     uint64_t getNumericProperty(const std::string& name) const;
 
 private:

@@ -6,7 +6,7 @@ namespace kavix {
 
 void DataPool::initialize(uint64_t maximumSize) {
     m_bytes.initialize(maximumSize);
-    m_nextOffset.store(FIRST_OFFSET, std::memory_order_relaxed); // relaxed: nobody else is inside
+    m_nextOffset.store(FIRST_OFFSET, std::memory_order_relaxed); // relaxed: no other thread is inside
 }
 
 uint64_t DataPool::allocate(uint64_t size, uint64_t& end) {
@@ -24,17 +24,17 @@ uint64_t DataPool::allocate(uint64_t size, uint64_t& end) {
 
 void DataPool::setEnd(uint64_t end) {
     m_bytes.ensureEndAtLeast(end);
-    m_nextOffset.store(end, std::memory_order_relaxed); // relaxed: nobody else is inside
+    m_nextOffset.store(end, std::memory_order_relaxed); // relaxed: no other thread is inside
 }
 
 void DataPool::clear() noexcept {
     m_bytes.truncate(0);
-    m_nextOffset.store(FIRST_OFFSET, std::memory_order_relaxed); // relaxed: nobody else is inside
+    m_nextOffset.store(FIRST_OFFSET, std::memory_order_relaxed); // relaxed: no other thread is inside
 }
 
 void DataPool::swapContents(DataPool& other) noexcept {
     m_bytes.swapContents(other.m_bytes);
-    // Relaxed: nobody else is inside.
+    // Relaxed: no other thread is inside.
     const uint64_t nextOffset = m_nextOffset.load(std::memory_order_relaxed);
     m_nextOffset.store(other.m_nextOffset.load(std::memory_order_relaxed), std::memory_order_relaxed);
     other.m_nextOffset.store(nextOffset, std::memory_order_relaxed);

@@ -6,11 +6,11 @@
 
 namespace kavix {
 
-/// The name under which messages and reports show a datatype: its IRI as Turtle writes it with the default prefixes,
-/// such as xsd:byte.
+/// The name of a datatype in messages and reports: its IRI as Turtle writes it with the default prefixes, such as
+/// xsd:byte.
 std::string getDatatypeName(std::string_view datatypeIRI);
 
-/// The same for a datatype ID; "the unknown datatype ID 7" where no registered family has it.
+/// The same for a datatype ID; "the unknown datatype ID 7" if no registered family has it.
 std::string getDatatypeName(uint8_t datatypeID);
 
 }

@@ -11,9 +11,9 @@ namespace kavix {
 
 /// The record of an xsd:decimal resource in the data pool: the resource ID in the width of the dictionary, the unscaled
 /// value (signed 64-bit), the number of fraction digits (8-bit); packed, native byte order, at any address. Records are
-/// saved with the pool. This is the one place that knows their layout, reads and writes them.
+/// saved with the pool. This is the only place that knows their layout, reads and writes them.
 ///
-/// Where the width is a constant, so is everything here: no branch is left of it.
+/// If the width is a constant, so is everything here: no branch on it remains.
 class DecimalRecord {
 
 public:
@@ -41,7 +41,7 @@ public:
         return resourceID;
     }
 
-    /// The value as it is written; a record that is not trusted may have fields that are not normalised.
+    /// The value as it is stored; an untrusted record may have fields that are not normalised.
     XSDDecimal readValue(const uint8_t* record) const noexcept {
         int64_t unscaledValue;
         std::memcpy(&unscaledValue, record + m_resourceIDSize, sizeof(unscaledValue));

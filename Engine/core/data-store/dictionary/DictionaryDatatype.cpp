@@ -31,8 +31,8 @@ uint64_t DictionaryDatatype::takeResourceIDs(uint64_t size, uint64_t bound, cons
     do {
         if (bound <= first)
             Errors::throwResourceCapacityExceeded(errorSite);
-        // Before the counter moves, so that an allocated ID always has usable entries. Each array by its own end: a
-        // thread that comes between the two finds the first one grown already.
+        // Before the counter moves, so that an allocated ID always has usable entries. Each array has its own end: a
+        // thread that gets here between the two calls finds the first array already grown.
         m_resourceData.ensureEndAtLeast(first + size);
         m_resourceDatatypeIDs.ensureEndAtLeast(first + size);
     } while (!m_nextResourceID.compare_exchange_weak(first, first + size, std::memory_order_relaxed));

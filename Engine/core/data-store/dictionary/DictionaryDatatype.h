@@ -27,12 +27,13 @@ class OutputStream;
 /// the data pool, all owned by the store.
 ///
 /// Publication order of a new resource: data word, then datatype ID (release), then the entry by which its value is
-/// found (release). Whoever sees the datatype ID sees the data word; whoever finds the value sees both.
+/// found (release). A thread that observes the datatype ID also observes the data word; a thread that finds the value
+/// observes both.
 ///
-/// Operations trust their arguments: values are in range, datatype IDs belong to the family, resource IDs were given
-/// out by it. Every calling thread has a thread slot. resolve, tryResolve, getResource, restoreResource: any number of
-/// threads at once. deleteUncommittedResourceID: while no reader's snapshot reaches the resource. getComponentInfo: any
-/// time. The rest, and destruction: no other thread in the dictionary.
+/// Operations trust their arguments: values are in range, datatype IDs belong to the family, resource IDs were
+/// allocated by it. Every calling thread has a thread slot. resolve, tryResolve, getResource, restoreResource: any
+/// number of threads at once. deleteUncommittedResourceID: while no reader's snapshot covers the resource.
+/// getComponentInfo: any time. The rest, and destruction: no other thread in the dictionary.
 class DictionaryDatatype : private Unmovable {
 
 public:
@@ -46,7 +47,7 @@ public:
 
     virtual ~DictionaryDatatype();
 
-    /// Makes the dictionary empty and sets the exclusive upper bound of resource IDs. The second argument is not used.
+    /// Makes the dictionary empty and sets the exclusive upper bound of resource IDs. The second argument is unused.
     virtual void initialize(uint64_t maxResourceID, uint64_t unused) = 0;
 
     /// Makes an initialised dictionary empty and sizes it for the number of resources of each datatype; at least 36
@@ -55,14 +56,14 @@ public:
 
     virtual uint64_t getNumberOfMappableEntriesInCompaction() = 0;
 
-    /// Adds a resource of this dictionary, which is to have a new ID, to what a compaction keeps.
+    /// Adds a resource of this dictionary, which is to get a new ID, to what a compaction keeps.
     virtual void prepareCompact(uint64_t resourceID, uint64_t newResourceID, DictionaryCompactionState& state) = 0;
 
-    /// Replaces the content by the entries of the state, which stand in ascending order of datatype ID.
-    /// A failure leaves the dictionary to be discarded.
+    /// Replaces the content by the entries of the state, which are in ascending order of datatype ID. On failure the
+    /// dictionary must be discarded.
     virtual void finishCompact(const DictionaryCompactionState& state) = 0;
 
-    /// Takes a resource back that an abandoned transaction entered: its value is not found any more.
+    /// Rolls back a resource that an abandoned transaction entered: its value is no longer found.
     virtual void deleteUncommittedResourceID(
         const std::pair<uint64_t, uint64_t>& visibility, uint64_t resourceID, uint8_t datatypeID) = 0;
 
@@ -90,11 +91,11 @@ public:
     virtual uint64_t resolveResource(
         DictionaryUsageContext* context, const char* lexicalForm, size_t length, uint8_t datatypeID) = 0;
 
-    /// Enters a value in binary form under a given ID; does nothing if the value is present under any ID. The counter
-    /// of resource IDs and the bound are not regarded; the ID must be below the capacity of the shared arrays.
+    /// Enters a value in binary form under a given ID; does nothing if the value is present under any ID. Ignores the
+    /// counter of resource IDs and the bound; the ID must be below the capacity of the shared arrays.
     virtual void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) = 0;
 
-    /// Writes and reads the image of the dictionary, without the shared objects. A failed load leaves it to be
+    /// Writes and reads the image of the dictionary, without the shared objects. After a failed load it must be
     /// discarded.
     virtual void save(OutputStream& output) const = 0;
     virtual void load(InputStream& input) = 0;
@@ -138,7 +139,8 @@ protected:
     /// Publishes the array entries of a resource.
     void setResource(uint64_t resourceID, uint64_t data, uint8_t datatypeID) noexcept {
         m_resourceData[resourceID] = data;
-        // Release. Pairs with the acquire loads of datatype IDs: whoever sees the datatype ID sees the data word.
+        // Release. Pairs with the acquire loads of datatype IDs: a thread that observes the datatype ID also observes
+        // the data word.
         m_resourceDatatypeIDs[resourceID].store(datatypeID, std::memory_order_release);
     }
 

@@ -17,15 +17,15 @@ struct RegisteredDatatype {
     std::string_view m_datatypeIRI;
 };
 
-/// The registered families by datatype ID and by IRI, at one time. The IRIs are those that the factories own. Never
-/// changed once it is published.
+/// The registered families by datatype ID and by IRI, at one point in time. The IRIs are those that the factories own.
+/// Immutable once published.
 struct Registrations {
     std::array<RegisteredDatatype, 256> m_datatypesByID;
     std::unordered_map<std::string_view, uint8_t> m_datatypeIDsByIRI;
 };
 
-/// What is registered now. Readers take no lock; each change publishes a copy, and the copies before it are kept, since
-/// nobody knows who still reads them. Changes are rare: one when a family comes and one when it goes.
+/// The current registrations. Readers take no lock; each change publishes a copy, and earlier copies are kept, since
+/// they may still be read. Changes are rare: one when a family is registered and one when it is removed.
 class Registry : private Unmovable {
 
 public:
@@ -40,7 +40,7 @@ public:
         return *m_current.load(std::memory_order_acquire);
     }
 
-    /// Changes a copy of what is registered and publishes it.
+    /// Changes a copy of the registrations and publishes it.
     /// @throws std::bad_alloc, and what the change throws: nothing has changed
     template<typename Change>
     void update(Change change) {
@@ -57,7 +57,7 @@ private:
         m_current.store(m_all.back().get(), std::memory_order_release); // pairs with the acquire in get()
     }
 
-    std::mutex m_mutex; // held by who changes something
+    std::mutex m_mutex; // held while registrations change
     std::vector<std::unique_ptr<Registrations>> m_all;
     std::atomic<const Registrations*> m_current;
 };

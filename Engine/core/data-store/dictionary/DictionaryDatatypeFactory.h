@@ -24,14 +24,14 @@ class Prefixes;
 template<typename T>
 class MemoryRegion;
 
-/// A family of datatypes: makes its dictionaries and knows its values without one. One object per family; it registers
-/// itself at construction and is found by the IDs and IRIs of its datatypes until it is destroyed. A Dictionary has the
-/// families that are registered when it is made, with an inspector each, and they must outlive it; one that is
-/// registered later belongs to later dictionaries.
+/// A family of datatypes: creates its dictionaries, and parses and prints its values, for which no dictionary is
+/// needed. One object per family; it registers itself at construction and is found by the IDs and IRIs of its datatypes
+/// until it is destroyed. A Dictionary has the families that are registered when it is created, which must have an
+/// inspector each and outlive it; one that is registered later belongs to later dictionaries.
 ///
-/// Values travel in five arguments: datatype ID, data, data size in bytes, auxiliary data, auxiliary data size; data is
-/// the binary form. All operations are safe to call from any number of threads, also while families come and go;
-/// what a thread was told of a family is valid as long as the family.
+/// Values are passed in five arguments: datatype ID, data, data size in bytes, auxiliary data, auxiliary data size;
+/// data is the binary form. All operations are safe to call from any number of threads, also while families are
+/// registered and removed; what an operation returns about a family is valid as long as the family exists.
 class DictionaryDatatypeFactory : private Unmovable {
 
 public:
@@ -41,25 +41,24 @@ public:
     /// The factory of a datatype, or null.
     static const DictionaryDatatypeFactory* tryGetFactory(uint8_t datatypeID) noexcept;
 
-    /// The ID of a datatype, or D_NONE where no registered family has it.
+    /// The ID of a datatype, or D_NONE if no registered family has it.
     static uint8_t tryGetDatatypeID(std::string_view datatypeIRI) noexcept;
 
-    /// The IRI of a datatype; empty where no registered family has it. Lives as long as the factory.
+    /// The IRI of a datatype; empty if no registered family has it. Lives as long as the factory.
     static std::string_view tryGetDatatypeIRI(uint8_t datatypeID) noexcept;
 
     /// The registered factories, in the order of their smallest datatype IDs.
     static std::vector<const DictionaryDatatypeFactory*> getFactories();
 
-    /// Registers the factory. The pairs are what it serves; no other factory may serve one of the IDs.
+    /// Registers the factory. The pairs are the datatypes it serves; no other factory may serve one of the IDs.
     DictionaryDatatypeFactory(std::initializer_list<std::pair<uint8_t, std::string>> datatypeIDsAndIRIs);
 
     virtual ~DictionaryDatatypeFactory();
 
-    /// Makes an empty dictionary of the family, to be initialised or loaded before use: an object of a class derived from
-    /// DictionaryDatatypeBatches.
+    /// Makes an empty dictionary of the family, to be initialised or loaded before use: an object of a class derived
+    /// from DictionaryDatatypeBatches. The shared objects must outlive it: the budget, the counter of resource IDs, the
+    /// two arrays indexed by resource ID (data words and datatype IDs) and the data pool.
     /// @param use32BitResourceIDs  how wide the dictionary stores resource IDs
-    /// The shared objects must outlive it: the budget, the counter of resource IDs, the two arrays indexed by resource
-    /// ID (data words and datatype IDs) and the data pool.
     virtual std::unique_ptr<DictionaryDatatype> createDictionaryDatatype(
         bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID,
         MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs,

@@ -12,7 +12,7 @@ namespace kavix {
 inline constexpr size_t NUMBER_OF_INTEGER_DATATYPES = 13;
 
 /// An integer datatype and the values it holds, both bounds inclusive. All integer values share one signed 64-bit
-/// representation, so the bounds of the unbounded types and of xsd:unsignedLong are cut to it.
+/// representation, so the bounds of the unbounded types and of xsd:unsignedLong are restricted to it.
 struct IntegerDatatypeInfo {
     uint8_t datatypeID;
     std::string datatypeIRI;

@@ -6,21 +6,21 @@
 
 namespace kavix {
 
-/// A literal as it is written, without quotes. The characters belong to somebody else, who must outlive it.
+/// A literal as it is written, without quotes. The characters are not owned and must outlive it.
 struct Literal {
     std::string_view lexicalForm;
     uint8_t datatypeID = 0;
 };
 
-/// What became of a literal: a resource ID, or the error that resolving it alone would have thrown, or neither where it
+/// The outcome for a literal: a resource ID, or the error that resolving it alone would have thrown, or neither if it
 /// was looked up and is absent.
 struct Resolution {
 
     uint64_t resourceID = 0;
     std::exception_ptr error;
 
-    /// Makes this what comes of an operation that returns a resource ID or throws; returns whether it has not thrown.
-    /// Allocates nothing itself then.
+    /// Stores the outcome of an operation that returns a resource ID or throws; returns whether it did not throw. In
+    /// that case it allocates nothing itself.
     template<typename Operation>
     bool trySet(Operation operation) noexcept {
         try {

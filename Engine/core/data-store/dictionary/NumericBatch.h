@@ -15,9 +15,9 @@
 
 namespace kavix {
 
-/// Up to 1024 numeric values in order, which can be had by datatype: all values of one table together, each with its
-/// place in the order. A place may also be without a value.
-/// Lives on the stack of one thread (28 KB, of which is touched what is used) and allocates nothing.
+/// Up to 1024 numeric values in order, which can be read grouped by datatype: all values of one table together, each
+/// with its index in the batch. An index may also be without a value. Lives on the stack of one thread (28 KB, of which
+/// only the used part is touched) and allocates nothing.
 class NumericBatch : private Unmovable {
 
 public:
@@ -26,7 +26,7 @@ public:
 
     NumericBatch() noexcept :
         m_size(0),
-        m_groupSizes() { } // the other members are filled as far as they are used
+        m_groupSizes() { } // the other members are filled only as far as they are used
 
     /// Adds a value in binary form, of a numeric datatype (22 to 35).
     void add(const ResourceValue& value) noexcept {
@@ -38,12 +38,12 @@ public:
             add(value.datatypeID, value.getBinaryValue<int64_t>(), 0);
     }
 
-    /// Adds a place without a value.
+    /// Adds an index without a value.
     void addNothing() noexcept { add(NO_DATATYPE, 0, 0); }
 
     bool hasValue(size_t index) const noexcept { return m_groups[index] != NO_VALUE_GROUP; }
 
-    /// The datatype ID and the binary form of a place that has a value.
+    /// The datatype ID and the binary form at an index that has a value.
     uint8_t getDatatypeID(size_t index) const noexcept { return static_cast<uint8_t>(m_groups[index] + D_XSD_DECIMAL); }
 
     ResourceValue getValue(size_t index) const noexcept {
@@ -55,13 +55,13 @@ public:
         return value;
     }
 
-    /// Whether every place has a value, and all are of one datatype. The batch is not empty.
+    /// Whether every index has a value, and all are of one datatype. The batch is not empty.
     bool isOfOneDatatype() const noexcept { return hasValue(0) && m_groupSizes[m_groups[0]] == m_size; }
 
-    /// All values, where each is an integer.
+    /// All values, if each is an integer.
     std::span<const int64_t> getIntegers() const noexcept { return {m_words, m_size}; }
 
-    /// All values, where each is a decimal; valid until values are asked for again.
+    /// All values, if each is a decimal; valid until values are requested again.
     std::span<const XSDDecimal> getDecimals() noexcept {
         return gather<XSDDecimal>(m_size, [this](size_t index) { return getDecimal(index); });
     }
@@ -110,7 +110,7 @@ private:
         return XSDDecimal::fromNormalisedFields(m_words[index], m_fractionDigits[index]);
     }
 
-    /// Puts the places in the order of the groups: a counting sort, which keeps the order within each.
+    /// Sorts the indexes by group: a counting sort, which keeps the order within each.
     void sort() noexcept {
         uint16_t next[NUMBER_OF_GROUPS];
         uint16_t begin = 0;
@@ -122,7 +122,7 @@ private:
             m_places[next[m_groups[index]]++] = static_cast<uint16_t>(index);
     }
 
-    /// Writes getKey(0) to getKey(size - 1) one behind the other.
+    /// Writes getKey(0) to getKey(size - 1) one after the other.
     template<typename Key, typename GetKey>
     std::span<const Key> gather(size_t size, GetKey getKey) noexcept {
         static_assert(std::is_trivially_copyable_v<Key> && sizeof(Key) * MAX_SIZE <= sizeof(m_keys));

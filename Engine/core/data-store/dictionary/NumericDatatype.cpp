@@ -9,14 +9,18 @@
 #include "core/data-store/dictionary/NumericDatatypeStatisticsImpl.h"
 #include "core/platform/system/StaticInitialisation.h"
 
+#include <atomic>
+#include <cstdint>
 #include <limits>
 #include <memory>
+#include <string>
+#include <unordered_map>
 
 namespace kavix {
 
-// One translation unit holds these, because within one they are made in this order and destroyed in the reverse one:
-// the factory must not be found while the tables that it reads are not there. The priority puts them before the static objects
-// of other translation units.
+// One translation unit holds these, because within one they are constructed in this order and destroyed in reverse: the
+// factory must not be reachable while the tables that it reads do not exist. The priority puts them before the static
+// objects of other translation units.
 
 [[gnu::init_priority(INITIALISE_FACTORIES)]] const std::string s_xsdDecimal(XSD_DECIMAL);
 
@@ -56,8 +60,8 @@ namespace kavix {
 
 [[gnu::init_priority(INITIALISE_FACTORIES)]] NumericDatatypeFactory s_NumericDatatypeFactory;
 
-// Here, because whoever links the factory needs the dictionaries. Their alignment of a cache line pair comes from the
-// slots of their tables; the aligned forms of new and delete follow from it.
+// Defined here, because linking the factory requires the dictionaries. Their alignment to a pair of cache lines comes
+// from the slots of their tables; the aligned forms of new and delete follow from it.
 std::unique_ptr<DictionaryDatatype> NumericDatatypeFactory::createDictionaryDatatype(
     bool use32BitResourceIDs, MemoryManager& memoryManager, std::atomic<uint64_t>& nextResourceID,
     MemoryRegion<uint64_t>& resourceData, MemoryRegion<std::atomic<uint8_t>>& resourceDatatypeIDs,

@@ -52,7 +52,7 @@ public:
         static constexpr bool ENTRY_IS_IN_BUCKET = true;
 
         struct Bucket {
-            std::atomic<ResourceID> m_resourceID; // padded to 8 bytes with zeroes that nobody writes
+            std::atomic<ResourceID> m_resourceID; // padded to 8 bytes with zeroes that are never written
             alignas(8) int64_t m_value;
         };
 
@@ -161,8 +161,8 @@ public:
 
     void restoreResource(DictionaryUsageContext* context, uint64_t resourceID, const ResourceValue& value) override;
 
-    /// resolveResource() and tryResolveResource() of a value that stands in a register: an integer of an integer
-    /// datatype (23 to 35) within its range, or a decimal.
+    /// resolveResource() and tryResolveResource() of a value in a register: an integer of an integer datatype (23 to
+    /// 35) within its range, or a decimal.
     uint64_t resolveResource(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
     uint64_t resolveResource(DictionaryUsageContext* context, const XSDDecimal& value);
     uint64_t tryResolveResource(
@@ -170,10 +170,10 @@ public:
     uint64_t tryResolveResource(
         const std::pair<uint64_t, uint64_t>& visibility, const XSDDecimal& value) const noexcept;
 
-    /// resolveResource() for many values of one datatype, in order, with the waits for memory overlapping.
+    /// resolveResource() for many values of one datatype, in order, with cache misses overlapped.
     /// @param resourceIDs  one for each value
-    /// @throws as resolveResource() at the first value that fails: those before it are entered, those from it on are
-    ///         not
+    /// @throws as resolveResource() at the first value that fails: those before it are entered, no value from that
+    ///         index on is
     void resolveResources(
         DictionaryUsageContext* context, uint8_t datatypeID, std::span<const int64_t> values, uint64_t* resourceIDs);
     void resolveResources(DictionaryUsageContext* context, std::span<const XSDDecimal> values, uint64_t* resourceIDs);
@@ -209,7 +209,7 @@ public:
     using DecimalTable = ParallelHashTable<DecimalPolicy>;
     using IntegerTable = ParallelHashTable<IntegerPolicy>;
 
-    /// The tables, for inspection while nobody writes.
+    /// The tables, for inspection while no thread writes.
     const DecimalTable& getDecimalTable() const noexcept { return m_decimalTable; }
     const IntegerTable& getIntegerTable(uint8_t datatypeID) const noexcept { return getTable(datatypeID); }
 
@@ -220,12 +220,12 @@ private:
         return *m_integerTables[size_t(datatypeID) - D_XSD_INTEGER]; // in 64 bits, which folds into an address
     }
 
-    /// Looks all values of a batch up; a 0 for each that is absent or not visible. A place without a value gets
+    /// Looks up all values of a batch; a 0 for each that is absent or not visible. An index without a value gets
     /// nothing.
     void findAll(
         const std::pair<uint64_t, uint64_t>& visibility, NumericBatch& batch, uint64_t* resourceIDs) const noexcept;
 
-    // What the short lanes of the tables are given. They have names, so that programs find the long ones in the
+    // The arguments of the tables' fast paths. They are named types, so that programs find the slow paths in the
     // library.
 
     struct IsAnything {
@@ -255,7 +255,7 @@ private:
             uint8_t datatypeID) const noexcept;
     };
 
-    /// Takes a resource ID for a value and publishes it; the table is still to get the entry.
+    /// Takes a resource ID for a value and publishes it; the table does not have the entry yet.
     typename DecimalTable::Entry createEntry(DictionaryUsageContext* context, const XSDDecimal& value);
     typename IntegerTable::Entry createEntry(DictionaryUsageContext* context, uint8_t datatypeID, int64_t value);
 
@@ -271,14 +271,14 @@ private:
         return RECORD.readValue(m_dataPool.getBase() + m_resourceData[resourceID]);
     }
 
-    // Lookups write nothing but the entry count of the thread's slot, but they may have to help a resize. The integer
-    // tables, in the order of the datatype IDs, are reached by pointers, which takes fewer instructions than their
-    // sizes.
+    // Lookups write only the entry count of the thread's slot, but they may have to help a resize. The integer tables,
+    // in the order of the datatype IDs, are reached through pointers, which takes fewer instructions than computing
+    // with their sizes.
     mutable DecimalTable m_decimalTable;
     std::array<std::unique_ptr<IntegerTable>, NUMBER_OF_INTEGER_DATATYPES> m_integerTables;
 };
 
-// Inline, for callers that know the type: a call takes as long as a tenth of a look-up.
+// Inline, for callers that know the type: a call takes a tenth of the time of a lookup.
 
 template<typename ResourceID>
 inline uint64_t NumericDatatype<ResourceID>::tryResolveResource(

@@ -6,6 +6,8 @@
 #include "core/platform/collections/ParallelHashTableBatchImpl.h"
 #include "core/platform/system/Prefetch.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -50,9 +52,9 @@ void NumericDatatype<ResourceID>::tryResolveResources(
 
 namespace NumericBatches {
 
-inline constexpr std::pair<uint64_t, uint64_t> EVERYTHING{UINT64_MAX, UINT64_MAX}; // no bound of visibility
+inline constexpr std::pair<uint64_t, uint64_t> EVERYTHING{UINT64_MAX, UINT64_MAX}; // no visibility bound
 
-/// Adds the values of literals to a batch; an invalid literal gets its error, and a place without a value. Returns how
+/// Adds the values of literals to a batch; an invalid literal gets its error, and an index without a value. Returns how
 /// many are invalid.
 inline size_t parse(std::span<const Literal> literals, NumericBatch& batch, Resolution* resolutions) noexcept {
     size_t numberOfFailures = 0;
@@ -97,8 +99,8 @@ void NumericDatatype<ResourceID>::resolveResources(
         batch.add(value);
     if (!batch.isOfOneDatatype()) {
         findAll(NumericBatches::EVERYTHING, batch, resourceIDs);
-        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A value that
-        // another thread, or an earlier place of this batch, has entered meanwhile is found.
+        // In order, so that IDs are the same as one at a time. The lines are in the cache now. A value that another
+        // thread, or an earlier element of this batch, has entered in between is found.
         for (size_t index = 0; index < values.size(); ++index)
             if (resourceIDs[index] == 0)
                 resourceIDs[index] = resolveResource(context, values[index]);
@@ -136,8 +138,8 @@ size_t NumericDatatype<ResourceID>::resolveResources(
                     return resolveResource(context, value);
                 }
                 catch (...) {
-                    // Its reservation may have failed although an earlier place of this batch has entered it. What is
-                    // present has no error, however the literals were split into batches.
+                    // Its reservation may have failed although an earlier element of this batch has entered it. A value
+                    // that is present has no error, however the literals were split into batches.
                     const uint64_t resourceID = tryResolveResource(NumericBatches::EVERYTHING, value);
                     if (resourceID == 0)
                         throw;
@@ -164,8 +166,8 @@ size_t NumericDatatype<ResourceID>::tryResolveResources(
 template<typename ResourceID>
 void NumericDatatype<ResourceID>::getResources(
     std::span<const uint64_t> resourceIDs, const uint8_t* datatypeIDs, ResourceValue* values) const {
-    // Each resource three times: its data word is asked for; some resources later its record, if it has one; then both
-    // are there.
+    // Three steps for each resource: its data word is prefetched; some resources later its record, if it has one; then
+    // both are present.
     constexpr size_t DISTANCE = 16;
     for (size_t step = 0; step < resourceIDs.size() + 2 * DISTANCE; ++step) {
         if (step < resourceIDs.size())

@@ -5,6 +5,8 @@
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 
 // How the numeric dictionary takes part in a compaction of the store.
 
@@ -32,7 +34,8 @@ void NumericDatatype<ResourceID>::finishCompact(const DictionaryCompactionState&
         state.begin(), state.end(), D_XSD_DECIMAL,
         [](const CompactionEntry& candidate, uint8_t datatypeID) { return candidate.datatypeID < datatypeID; });
 
-    // Refills one table with the run of entries of its datatype; without any, the table still loses what it held.
+    // Refills one table with the run of entries of its datatype; if there are none, the table still loses its old
+    // content.
     const auto rebuild = [this, &entry, &state](auto& table, uint8_t datatypeID, auto reinsertEntry) {
         table.runInside([&] {
             table.clear();

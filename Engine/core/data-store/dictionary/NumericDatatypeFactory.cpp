@@ -10,8 +10,12 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <limits>
+#include <string>
+#include <vector>
 
 namespace kavix {
 
@@ -26,12 +30,12 @@ constexpr size_t MAX_TURTLE_TEXT_LENGTH = MAX_INTEGER_LEXICAL_FORM_LENGTH + 4;
 
 static_assert(MAX_TURTLE_TEXT_LENGTH >= XSDDecimal::MAX_TEXT_LENGTH);
 
-// Turtle reads only integers and decimals without quotes, and as xsd:integer and xsd:decimal.
+// Turtle reads only integers and decimals without quotes, and reads them as xsd:integer and xsd:decimal.
 bool isBareInTurtle(uint8_t datatypeID) noexcept {
     return datatypeID == D_XSD_DECIMAL || datatypeID == D_XSD_INTEGER;
 }
 
-// Writes the Turtle literal, up to the datatype's IRI where there is one.
+// Writes the Turtle literal, up to the datatype's IRI if there is one.
 size_t writeTurtleText(uint8_t datatypeID, const uint8_t* data, char* buffer) noexcept {
     if (datatypeID == D_XSD_DECIMAL) {
         XSDDecimal decimal;
@@ -88,7 +92,8 @@ void NumericDatatypeFactory::inPlaceParseResourceValue(ResourceValue& value, uin
     assert(value.dataSize > 0); // a lexical form has at least its NUL
     const char* const text = reinterpret_cast<const char*>(value.data);
     const size_t length = value.dataSize - 1;
-    // The characters may be in the buffer that receives the binary form, so parsing ends before anything is written.
+    // The characters may be in the buffer that receives the binary form, so parsing finishes before anything is
+    // written.
     if (datatypeID == D_XSD_DECIMAL)
         value.setBinaryValue(datatypeID, XSDDecimal(text, length));
     else
@@ -169,7 +174,7 @@ bool NumericDatatypeFactory::getEffectiveBooleanValue(
 
 bool NumericDatatypeFactory::enumerateEqualResourceValues(
     const ResourceValue& value, std::vector<ResourceValue>& values) const {
-    // The value may be an element of the vector, which moves when it grows: what is needed of it is copied first.
+    // The value may be an element of the vector, which reallocates when it grows: the required parts are copied first.
     if (value.datatypeID == D_XSD_DECIMAL) {
         const ResourceValue decimalValue(value);
         const XSDDecimal decimal = decimalValue.getBinaryValue<XSDDecimal>();

@@ -2,11 +2,18 @@
 
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
 namespace kavix {
 
 /// The entry point of the numeric family: xsd:decimal (22), xsd:integer (23) and its twelve derived types (24 to 35).
 /// It has no state of its own; every operation may be called from any number of threads at once. Datatype IDs outside
-/// the family are a broken precondition. Printing allocates nothing for integers but where an owned string grows.
+/// the family violate the precondition. Printing integers allocates only if a string owned by the caller grows.
 class NumericDatatypeFactory : public DictionaryDatatypeFactory {
 
 public:
@@ -51,8 +58,7 @@ public:
         uint8_t datatypeID, const uint8_t* data, size_t dataSize, const uint8_t* auxiliaryData,
         size_t auxiliaryDataSize) const override;
 
-    /// Always returns true. xsd:double and xsd:float values are the nearest ones, even where they are not exactly
-    /// equal.
+    /// Always returns true. xsd:double and xsd:float values are the nearest ones, even if they are not exactly equal.
     bool enumerateEqualResourceValues(const ResourceValue& value, std::vector<ResourceValue>& values) const override;
 };
 

@@ -5,6 +5,7 @@
 #include "core/platform/collections/ParallelHashTableImpl.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 
+#include <cstdint>
 #include <string_view>
 
 // The image of the numeric dictionary: see NumericImageFormat.

@@ -6,7 +6,14 @@
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace kavix {
 
@@ -27,7 +34,7 @@ template<typename ResourceID>
 void NumericDatatype<ResourceID>::initialize(uint64_t maxResourceID, uint64_t) {
     m_maxResourceID = maxResourceID;
     m_maxResourceIDForBlocks =
-        maxResourceID - RESOURCE_ID_BLOCK_SIZE; // wraps for a smaller bound, which then rules single IDs only
+        maxResourceID - RESOURCE_ID_BLOCK_SIZE; // wraps for a smaller bound, which then limits single IDs only
     m_decimalTable.initialize(DecimalTable::MINIMUM_NUMBER_OF_BUCKETS);
     for (const std::unique_ptr<IntegerTable>& table : m_integerTables)
         table->initialize(IntegerTable::MINIMUM_NUMBER_OF_BUCKETS);

@@ -5,6 +5,7 @@
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>

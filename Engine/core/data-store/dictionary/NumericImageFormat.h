@@ -3,7 +3,6 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/platform/collections/TableImageFormat.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -23,9 +22,9 @@ namespace kavix {
 ///   integers        16      the resource ID (in the width of the dictionary, padded to 8 bytes with zeros), then the
 ///                           value (signed 64 bits)
 ///
-/// The first number of a bucket tells its state: 0 is empty, all bits set busy (never saved), all but the lowest
-/// deleted; the bits are those of the width in which the number is stored. The image does not tell the width of
-/// resource IDs; whoever frames it does. Records of decimals: see DecimalRecord.
+/// The first number of a bucket determines its state: 0 is empty, all bits set busy (never saved), all but the lowest
+/// deleted; the bits are those of the width in which the number is stored. The image does not contain the width of
+/// resource IDs; the container of the image does. Records of decimals: see DecimalRecord.
 namespace NumericImageFormat {
 
 inline constexpr std::string_view HEADER = "NumericDatatype";
@@ -38,13 +37,13 @@ static_assert(BOUNDS_OFFSET == 23 && TABLES_OFFSET == 39);
 inline constexpr uint64_t DECIMAL_BUCKET_SIZE = 8;
 inline constexpr uint64_t INTEGER_BUCKET_SIZE = 16;
 
-/// Where the value is in the bucket of an integer table.
+/// The offset of the value in the bucket of an integer table.
 inline constexpr uint64_t INTEGER_VALUE_OFFSET = 8;
 
-/// More buckets than any table has; with it, sizes in bytes do not overflow.
+/// More buckets than any table has; below this bound, sizes in bytes do not overflow.
 inline constexpr uint64_t MAX_NUMBER_OF_BUCKETS = uint64_t(1) << 40;
 
-/// In bytes, of the table of a numeric datatype (22 to 35).
+/// The size of a bucket in the table of a numeric datatype (22 to 35), in bytes.
 constexpr uint64_t getBucketSize(uint8_t datatypeID) noexcept {
     return datatypeID == D_XSD_DECIMAL ? DECIMAL_BUCKET_SIZE : INTEGER_BUCKET_SIZE;
 }

@@ -9,14 +9,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 #include <string_view>
 
 namespace kavix {
 
 namespace {
 
-// What is wrong with a form that parseIntegerSigned() refuses: no integer, or one outside 64 bits with a sign.
+// Why parseIntegerSigned() rejects a form: it is not an integer, or is outside the signed 64-bit range.
 LexicalFormStatus classifyRefusedInteger(uint8_t datatypeID, const char* text, size_t length) noexcept {
     const char* const end = text + length;
     const bool isNegative = text != end && *text == '-';
@@ -41,13 +40,13 @@ LexicalFormStatus classifyRefusedInteger(uint8_t datatypeID, const char* text, s
         constexpr std::string_view UNSIGNED_LONG_MAXIMUM = "18446744073709551615";
         text = std::find_if(text, end, [](char digit) { return digit != '0'; });
         const std::string_view digits(text, static_cast<size_t>(end - text));
-        // Of two numbers with equally many digits, the larger one is the later text.
+        // Of two numbers with the same number of digits, the larger one compares greater as text.
         isInValueSpace =
             !isNegative && (digits.size() < UNSIGNED_LONG_MAXIMUM.size() ||
                             (digits.size() == UNSIGNED_LONG_MAXIMUM.size() && digits <= UNSIGNED_LONG_MAXIMUM));
         break;
     }
-    default: // the other datatypes hold 64 bits with a sign or less
+    default: // the other datatypes hold signed 64-bit numbers or less
         break;
     }
     return isInValueSpace ? LexicalFormStatus::BEYOND_CAPACITY : LexicalFormStatus::OUT_OF_RANGE;
@@ -110,7 +109,7 @@ bool isCanonicalNumericForm(uint8_t datatypeID, const char* text, size_t length)
         ++text;
     if (text == end || *text == '+' || *text == '.')
         return false;
-    // A zero in front is all there is before a point, or all there is; and minus zero is printed as zero.
+    // A leading zero is allowed only directly before a point or alone; and minus zero is printed as zero.
     if (*text == '0' && (text + 1 == end ? isNegative : text[1] != '.'))
         return false;
     if (datatypeID != D_XSD_DECIMAL)

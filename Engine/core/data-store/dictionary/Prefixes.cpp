@@ -27,7 +27,7 @@ constexpr CodePointRange LETTERS[] = {
     {0x2070, 0x218F}, {0x2C00, 0x2FEF}, {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF},
 };
 
-/// What else beyond ASCII may stand in a Turtle name, but not in front: combining marks and the like.
+/// Other characters beyond ASCII that a Turtle name may contain, but not start with: combining marks and the like.
 constexpr CodePointRange MARKS[] = {{0x00B7, 0x00B7}, {0x0300, 0x036F}, {0x203F, 0x2040}};
 
 template<size_t NUMBER_OF_RANGES>
@@ -47,22 +47,23 @@ constexpr bool isHexDigit(char character) noexcept {
            (character >= 'a' && character <= 'f');
 }
 
-/// What a prefix name may start with (PN_CHARS_BASE).
+/// The characters that a prefix name may start with (PN_CHARS_BASE).
 constexpr bool isNameLetter(char32_t codePoint) noexcept {
     if (codePoint < FIRST_NON_ASCII)
         return (codePoint >= 'A' && codePoint <= 'Z') || (codePoint >= 'a' && codePoint <= 'z');
     return isInRanges(codePoint, LETTERS);
 }
 
-/// What may stand anywhere behind the start of a name (PN_CHARS).
+/// The characters that may follow the start of a name (PN_CHARS).
 constexpr bool isNameCharacter(char32_t codePoint) noexcept {
     if (isNameLetter(codePoint) || codePoint == '_' || codePoint == '-' || isDigit(codePoint))
         return true;
     return codePoint >= FIRST_NON_ASCII && isInRanges(codePoint, MARKS);
 }
 
-/// Takes the first character off UTF-8 text, which must not be empty. Returns NO_CODE_POINT, and leaves the text as it
-/// is, where the text starts with no well-formed character: overlong forms, surrogates, beyond U+10FFFF, cut off.
+/// Removes the first character of UTF-8 text, which must not be empty. Returns NO_CODE_POINT, and leaves the text
+/// unchanged, if the text does not start with a well-formed character: overlong forms, surrogates, beyond U+10FFFF,
+/// truncated.
 char32_t takeCodePoint(std::string_view& text) noexcept {
     const uint8_t leadByte = static_cast<uint8_t>(text.front());
     if (leadByte < FIRST_NON_ASCII) {
@@ -71,7 +72,7 @@ char32_t takeCodePoint(std::string_view& text) noexcept {
     }
     size_t length;
     char32_t codePoint;
-    char32_t minimum; // less has a shorter form
+    char32_t minimum; // lower ones have a shorter form
     if ((leadByte & 0xE0) == 0xC0) {
         length = 2;
         codePoint = leadByte & 0x1F;
@@ -104,7 +105,7 @@ char32_t takeCodePoint(std::string_view& text) noexcept {
     return codePoint;
 }
 
-/// Whether Turtle allows this name in front of the colon:  (PN_CHARS_BASE ((PN_CHARS | '.')* PN_CHARS)?)?
+/// Whether Turtle allows this name before the colon:  (PN_CHARS_BASE ((PN_CHARS | '.')* PN_CHARS)?)?
 bool isPrefixName(std::string_view name) noexcept {
     if (name.empty())
         return true;
@@ -118,7 +119,7 @@ bool isPrefixName(std::string_view name) noexcept {
     return true;
 }
 
-/// Whether Turtle allows this name behind the colon as it stands, without a backslash:
+/// Whether Turtle allows this name after the colon without a backslash:
 ///   ((PN_CHARS_U | ':' | [0-9] | PERCENT) ((PN_CHARS | '.' | ':' | PERCENT)* (PN_CHARS | ':' | PERCENT))?)?
 /// where PERCENT is '%' and two hexadecimal digits.
 bool isUnescapedLocalName(std::string_view name) noexcept {
@@ -141,8 +142,8 @@ bool isUnescapedLocalName(std::string_view name) noexcept {
     return true;
 }
 
-/// Whether a byte may not stand between angle brackets. All such bytes are ASCII, so bytes of longer characters are not
-/// among them.
+/// Whether a byte is not allowed between angle brackets. All such bytes are ASCII, so bytes of longer characters are
+/// not among them.
 constexpr bool needsEscape(char character) noexcept {
     return static_cast<uint8_t>(character) <= 0x20 ||
            std::string_view("<>\"{}|^`\\").find(character) != std::string_view::npos;
@@ -183,7 +184,7 @@ Prefixes makeDefaultPrefixes() {
 void Prefixes::addPrefix(std::string_view name, std::string_view namespaceIRI) {
     if (!isPrefixName(name))
         Errors::throwInvalidPrefixName(std::string(name));
-    // All that can fail comes before the first change of the table.
+    // All that can fail precedes the first change of the table.
     Prefix prefix{std::string(name), std::string(namespaceIRI)};
     m_prefixes.reserve(m_prefixes.size() + 1);
     std::erase_if(m_prefixes, [&prefix](const Prefix& other) { return other.m_name == prefix.m_name; });

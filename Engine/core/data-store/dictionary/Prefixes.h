@@ -9,8 +9,8 @@
 
 namespace kavix {
 
-/// A table of prefixes with which IRIs are abbreviated as Turtle does it.
-/// Reading is thread-safe; adding needs the table to oneself.
+/// A table of prefixes for abbreviating IRIs as Turtle does. Reading is thread-safe; adding requires exclusive use of
+/// the table.
 class Prefixes {
 
 public:
@@ -21,14 +21,14 @@ public:
     /// An empty table.
     Prefixes() = default;
 
-    /// Adds a prefix, or gives it another namespace. Of prefixes with the same namespace the first one added serves.
+    /// Adds a prefix, or gives it another namespace. Of prefixes with the same namespace the first one added is used.
     /// @param name          without the colon; may be empty
-    /// @throws KavixException  name is no Turtle prefix name: the table is unchanged
+    /// @throws KavixException  name is not a valid Turtle prefix: the table is unchanged
     void addPrefix(std::string_view name, std::string_view namespaceIRI);
 
-    /// Appends an IRI as Turtle writes it: a prefixed name where a namespace, the longest first, leaves a local name
-    /// that Turtle allows unescaped (or none), otherwise the full IRI in angle brackets with escapes where they are
-    /// needed. A local name that is not UTF-8 is not abbreviated; the bytes of such an IRI are written as they are.
+    /// Appends an IRI as Turtle writes it: a prefixed name if a namespace, the longest first, leaves a local name that
+    /// Turtle allows unescaped (or an empty one), otherwise the full IRI in angle brackets with escapes where needed. A
+    /// local name that is not UTF-8 is not abbreviated; the bytes of such an IRI are written unchanged.
     void encodeIRI(const char* iri, size_t length, std::string& text) const;
 
     /// Writes what the other operation appends, in several pieces and without allocating.

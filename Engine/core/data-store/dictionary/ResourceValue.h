@@ -8,12 +8,12 @@ namespace kavix {
 
 /// A value of a datatype, in lexical or in binary form.
 ///
-///   lexical form: data points at the characters and a NUL behind them; dataSize counts the NUL
+///   lexical form: data points at the characters, followed by a NUL; dataSize counts the NUL
 ///   binary form:  data points at the value in native byte order; dataSize is 8 for an integer datatype and
 ///                 xsd:double, 4 for xsd:float, 16 for xsd:decimal
 ///
-/// Where data points into the value's own buffer, copies point into theirs; otherwise the bytes belong to somebody
-/// else, who must outlive the value. A default-constructed value is all zeroes. Not synchronised.
+/// If data points into the value's own buffer, copies point into theirs; otherwise the bytes are not owned and must
+/// outlive the value. A default-constructed value is all zeroes. Not synchronised.
 class ResourceValue {
 
 public:

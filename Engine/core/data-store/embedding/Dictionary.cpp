@@ -8,7 +8,7 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 
 #include <algorithm>
-#include <utility>
+#include <atomic>
 
 namespace kavix {
 
@@ -33,7 +33,7 @@ std::string_view Dictionary::getDatatypeIRI(uint8_t datatypeID) {
 
 namespace {
 
-/// The stay of one single value inside the gate.
+/// The scope in which one single value is inside the gate.
 class SingleEntry : private Unmovable {
 
 public:
@@ -115,12 +115,12 @@ uint64_t Dictionary::getUsedBytes() const noexcept {
 
 std::array<uint64_t, 256> Dictionary::countResourcesByDatatypeID() const {
     std::array<uint64_t, 256> counts{};
-    // Relaxed: the figure is exact only while nobody resolves, and then any order sees everything.
+    // Relaxed: the count is exact only while no thread resolves, and then any order observes everything.
     const uint64_t end = std::min<uint64_t>(
         m_state->m_nextResourceID.load(std::memory_order_relaxed), m_state->m_resourceDatatypeIDs.getEnd());
     for (uint64_t resourceID = DictionaryState::FIRST_RESOURCE_ID; resourceID < end; ++resourceID)
         ++counts[m_state->m_resourceDatatypeIDs[resourceID].load(std::memory_order_relaxed)];
-    counts[D_NONE] = 0; // IDs given out and not used
+    counts[D_NONE] = 0; // IDs allocated and not used
     return counts;
 }
 

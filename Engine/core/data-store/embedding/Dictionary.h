@@ -10,6 +10,7 @@
 #include "core/platform/system/Unmovable.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -26,13 +27,13 @@ class DictionaryState;
 class InputStream;
 class OutputStream;
 
-/// A dictionary that stands alone: gives every literal a resource ID, finds the ID of a literal, returns the value of
+/// A self-contained dictionary: assigns a resource ID to every literal, finds the ID of a literal, returns the value of
 /// an ID. Whatever is passed in, the result is an answer or an error.
 ///
-/// Threads   Any number at once, at most 256 alive that have ever touched a dictionary, may resolve, look up and read;
-///           each takes a thread slot by itself on first use. Construction and destruction need the dictionary to
-///           oneself.
-/// Failures  Every failure is a KavixException; the dictionary goes on as before the call.
+/// Threads   Any number at once may resolve, look up and read, with at most 256 threads alive that have ever used a
+///           dictionary; each takes a thread slot automatically on first use. Construction and destruction require
+///           exclusive use of the dictionary.
+/// Failures  Every failure is a KavixException; the dictionary remains usable as before the call.
 class Dictionary : private Unmovable {
 
 public:
@@ -55,11 +56,11 @@ public:
 
         ResourceIDWidth resourceIDWidth = ResourceIDWidth::BITS_32;
 
-        /// Resource IDs stay below this bound; 0 means 2^32 - 2 or 2^33, by width. It also sets how much address space
-        /// (not memory) is reserved: about 49 bytes an ID.
+        /// Resource IDs stay below this bound; 0 means 2^32 - 2 or 2^33, by width. It also determines how much address
+        /// space (not memory) is reserved: about 49 bytes per ID.
         uint64_t maxResourceID = 0;
 
-        /// Ask the system for huge pages; see MemoryRegion.
+        /// Request huge pages from the system; see MemoryRegion.
         bool useHugePages = true;
     };
 
@@ -68,38 +69,38 @@ public:
         /// How many bytes the dictionary may commit.
         uint64_t memoryBudgetBytes = 1ULL << 30;
 
-        /// Refuse a store of another width.
+        /// Refuse a store of any other width.
         std::optional<ResourceIDWidth> resourceIDWidth;
 
-        /// Verify every bucket and every resource, so that content made to do harm is refused too; otherwise only the
-        /// structure and the checksums, which is enough for a store that this system wrote.
+        /// Verify every bucket and every resource, so that malicious content is refused too; otherwise only the
+        /// structure and the checksums are verified, which is enough for a store that this system wrote.
         bool checkEveryValue = true;
 
         /// As in Options.
         bool useHugePages = true;
     };
 
-    /// @throws KavixException       an option is out of its range, or the budget does not hold an empty dictionary
+    /// @throws KavixException       an option is out of range, or the budget is too small for an empty dictionary
     /// @throws SystemCallException  the address space cannot be reserved
     explicit Dictionary(const Options& options);
 
     ~Dictionary();
 
-    /// Returns the resource ID of a literal and enters the literal under a new one if it is new. Commits by itself, and
-    /// takes one ID; threads that enter many values do so in a Transaction.
+    /// Returns the resource ID of a literal; a new literal is entered under a new ID. Commits by itself and takes one
+    /// ID; threads that enter many values do so in a Transaction.
     /// @param datatypeID  see getDatatypeID(); datatypes can also be given by IRI
-    /// @throws KavixException  the datatype is unknown; the lexical form is invalid; a transaction runs; the IDs, the
-    ///                         budget or the thread slots are exhausted: nothing was entered
+    /// @throws KavixException  the datatype is unknown; the lexical form is invalid; a transaction is running; the IDs,
+    ///                         the budget or the thread slots are exhausted: nothing was entered
     uint64_t resolve(std::string_view lexicalForm, uint8_t datatypeID);
     uint64_t resolve(std::string_view lexicalForm, std::string_view datatypeIRI) {
         return resolve(lexicalForm, getDatatypeID(datatypeIRI));
     }
 
-    /// The same for a value in binary form, which is checked as a lexical form would be.
+    /// The same for a value in binary form, which is validated like a lexical form.
     uint64_t resolve(const ResourceValue& value);
 
     /// Returns the resource ID of a literal, or 0 if the literal is absent or not visible in the snapshot. Without a
-    /// snapshot also what a running transaction has entered is found, which may be rolled back later.
+    /// snapshot, values that a running transaction has entered are found too, although they may be rolled back later.
     /// @throws KavixException  the datatype is unknown, the lexical form is invalid, the thread slots are exhausted
     uint64_t tryResolve(std::string_view lexicalForm, uint8_t datatypeID, const Snapshot& snapshot = EVERYTHING) const;
     uint64_t tryResolve(
@@ -108,22 +109,22 @@ public:
     }
     uint64_t tryResolve(const ResourceValue& value, const Snapshot& snapshot = EVERYTHING) const;
 
-    /// tryResolve() for many values of any datatypes, with the waits for memory overlapping: resourceIDs[i] becomes
-    /// what tryResolve(values[i]) returns. Uses about 50 KB of stack.
-    /// @param resourceIDs  one for each value; overlaps neither the values nor their data
-    /// @throws as tryResolve() for the first value that fails: those before it have their IDs, and what stands in
-    ///         resourceIDs from it on is unspecified
+    /// tryResolve() for many values of any datatypes, with cache misses overlapped: resourceIDs[i] becomes what
+    /// tryResolve(values[i]) returns. Uses about 50 KB of stack.
+    /// @param resourceIDs  one for each value; must not overlap the values or their data
+    /// @throws as tryResolve() for the first value that fails: the values before it have their IDs, and the contents of
+    ///         resourceIDs from that index on are unspecified
     void tryResolve(
         std::span<const ResourceValue> values, uint64_t* resourceIDs, const Snapshot& snapshot = EVERYTHING) const;
 
-    /// The same for literals, each with an outcome of its own: its ID; or 0 and no error if it is absent or not
-    /// visible; or the very error that tryResolve() throws for it.
-    /// @param resolutions  one for each literal; overlaps neither the literals nor their characters
-    /// @return how many have an error; all of them where the thread slots are exhausted
+    /// The same for literals, each with its own outcome: its ID; or 0 and no error if it is absent or not visible; or
+    /// exactly the error that tryResolve() throws for it.
+    /// @param resolutions  one for each literal; must not overlap the literals or their characters
+    /// @return the number of literals with an error; all of them if the thread slots are exhausted
     size_t tryResolve(std::span<const Literal> literals, Resolution* resolutions, const Snapshot& snapshot = EVERYTHING)
         const noexcept;
 
-    /// The datatype of a resource, D_NONE where no resource has the ID. Never throws.
+    /// The datatype of a resource, or D_NONE if no resource has the ID. Never throws.
     uint8_t tryGetResourceDatatypeID(uint64_t resourceID) const noexcept;
 
     /// The value, lexical form and Turtle literal of a resource.
@@ -132,13 +133,13 @@ public:
     std::string getLexicalForm(uint64_t resourceID) const;
     std::string getTurtleLiteral(uint64_t resourceID, const Prefixes& prefixes = Prefixes::s_defaultPrefixes) const;
 
-    /// getValue() for many resources, with the waits for memory overlapping; but that nobody has an ID is no error: its
-    /// value becomes a default-constructed one, with the datatype ID D_NONE.
-    /// @param values  one for each ID; what they were before does not matter; do not overlap the IDs
+    /// getValue() for many resources, with cache misses overlapped. An unknown ID is not an error: its value becomes a
+    /// default-constructed one, with the datatype ID D_NONE.
+    /// @param values  one for each ID; their previous contents are ignored; must not overlap the IDs
     void getValues(std::span<const uint64_t> resourceIDs, ResourceValue* values) const;
 
-    /// What is committed at this moment: it sees what was committed before, and never what is entered afterwards or by
-    /// a transaction that runs now. Waits for single values that are being entered.
+    /// A snapshot of what is committed now: it sees everything committed before, and nothing that is entered afterwards
+    /// or by a transaction that is now running. Waits for single values that are being entered.
     Snapshot takeSnapshot() const noexcept;
 
     /// The ID and the IRI of a datatype.
@@ -146,47 +147,49 @@ public:
     static uint8_t getDatatypeID(std::string_view datatypeIRI);
     static std::string_view getDatatypeIRI(uint8_t datatypeID);
 
-    /// Changes the memory budget; takes effect at once, while other threads work.
-    /// @throws KavixException  more than that is in use: the budget is unchanged
+    /// Changes the memory budget; takes effect immediately, while other threads work.
+    /// @throws KavixException  more bytes are in use: the budget is unchanged
     void setMemoryBudget(uint64_t memoryBudgetBytes);
 
     uint64_t getMemoryBudgetBytes() const noexcept;
 
-    /// The bytes committed and charged to the budget at this moment.
+    /// The number of bytes currently committed and charged to the budget.
     uint64_t getUsedBytes() const noexcept;
 
     ResourceIDWidth getResourceIDWidth() const noexcept;
 
-    /// The number of resources by datatype ID, counted in the array of datatype IDs: a byte read for each ID ever given
-    /// out. Exact while nobody resolves.
+    /// The number of resources by datatype ID, counted in the array of datatype IDs: reads one byte for each ID ever
+    /// allocated. Exact while no thread resolves.
     std::array<uint64_t, 256> countResourcesByDatatypeID() const;
 
-    /// The statistics trees of the families under one root.
+    /// The statistics trees of the families, under one root.
     std::unique_ptr<ComponentInfo> getComponentInfo() const;
 
-    /// The state of every table. Nobody may write meanwhile.
+    /// The state of every table. No thread may write during the call.
     std::vector<TableStatistics> getTableStatistics() const;
 
-    /// Reports everything that is wrong with the dictionary, and nothing if it is sound. Nobody may write meanwhile.
+    /// Reports everything that is wrong with the dictionary; reports nothing if it is consistent. No thread may write
+    /// during the call.
     void verify(const ProblemReport& report) const;
 
-    /// Writes the dictionary as a store. Nobody may write to the dictionary meanwhile; what a transaction has entered
-    /// so far is part of the store. The stream is flushed.
+    /// Writes the dictionary as a store. No thread may write to the dictionary during the call; what a running
+    /// transaction has entered so far becomes part of the store. The stream is flushed.
     /// @throws what the stream throws
     void saveStore(OutputStream& output) const;
 
-    /// Makes a dictionary of what saveStore() wrote. Nothing that is read is trusted before it was checked.
-    /// @param input  from its beginning; must be able to rewind
+    /// Creates a dictionary from what saveStore() wrote. No input is trusted before it is checked.
+    /// @param input  positioned at its beginning; must be able to rewind
     /// @throws KavixException  "The store cannot be opened: …" with the section and the reason; the budget is too small
     static std::unique_ptr<Dictionary> openStore(InputStream& input, const OpenOptions& options);
 
-    /// Drops every resource but the ones to keep, and numbers these densely from 1 in their old order; gives the memory
-    /// of the rest back to the budget. Snapshots taken before are void. Needs the dictionary to itself.
-    /// @param isKept  called once for each resource, in the order of the IDs; what it throws ends the compaction
-    /// @return the new resource ID of every old one below the old counter; 0 for those that are gone
-    /// @throws KavixException  a transaction runs, or the budget is short of what is needed on the way (about 32 bytes
-    ///                         a kept resource and the records of the kept decimals): the dictionary is as it was
-    /// @throws std::bad_alloc  there is no memory for the result: the dictionary is as it was
+    /// Drops every resource except those to keep, and renumbers these densely from 1 in their old order; returns the
+    /// memory of the others to the budget. Earlier snapshots become invalid. Requires exclusive use of the dictionary.
+    /// @param isKept  called once for each resource, in the order of the IDs; if it throws, the compaction ends
+    /// @return the new resource ID of every old one below the old counter; 0 for those that were dropped
+    /// @throws KavixException  a transaction is running, or the budget is too small for the intermediate data (about 32
+    ///                         bytes per kept resource and the records of the kept decimals): the dictionary is
+    ///                         unchanged
+    /// @throws std::bad_alloc  there is no memory for the result: the dictionary is unchanged
     std::vector<uint64_t> compact(const std::function<bool(uint64_t resourceID)>& isKept);
 
 private:

@@ -1,6 +1,5 @@
 #include "core/data-store/embedding/DictionaryState.h"
 
-#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/platform/collections/ThreadSlots.h"
@@ -8,12 +7,15 @@
 #include "core/platform/system/Prefetch.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <span>
 
 namespace kavix {
 
-/// Calls operation(family, first, sizeOfRun) for one run of elements after the other: as many as there are of one
-/// family, but no more than fit a batch. The family is null where none has the datatypes.
+/// Calls operation(family, first, sizeOfRun) for one run of elements after the other. A run is as long as possible, but
+/// has one family and fits a batch. The family is null if no family has the datatypes.
 template<typename GetDatatypeID, typename Operation>
 void DictionaryState::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Operation operation) const {
     for (size_t first = 0, end; first < size; first = end) {
@@ -26,8 +28,8 @@ void DictionaryState::forEachRun(size_t size, GetDatatypeID getDatatypeIDOf, Ope
     }
 }
 
-/// Calls operation(batches, first, run) for one run of valid values after the other. Throws what is wrong with the
-/// first value that is not, once the operation has returned for all before it.
+/// Calls operation(batches, first, run) for one run of valid values after the other. Throws the error of the first
+/// invalid value, once the operation has returned for all values before it.
 template<typename Operation>
 void DictionaryState::forEachValidRun(std::span<const ResourceValue> values, Operation operation) const {
     forEachRun(
@@ -62,8 +64,8 @@ void Dictionary::tryResolve(
         });
 }
 
-/// Calls operation(batches, run, resolutions of the run), which returns a number of failures, for one run of literals
-/// after the other whose datatypes are known; the others fail. Returns how many failed.
+/// Calls operation(batches, run, resolutions of the run), which returns a number of failures, for one run after the
+/// other of literals with known datatypes; the other literals fail. Returns how many failed.
 template<typename Operation>
 size_t DictionaryState::resolveRuns(
     std::span<const Literal> literals, Resolution* resolutions, Operation operation) const noexcept {
@@ -109,7 +111,7 @@ size_t Dictionary::tryResolve(
 }
 
 void Dictionary::getValues(std::span<const uint64_t> resourceIDs, ResourceValue* values) const {
-    constexpr size_t DISTANCE = 32; // how far ahead datatype IDs are asked for
+    constexpr size_t DISTANCE = 32; // how far ahead datatype IDs are prefetched
     uint8_t datatypeIDs[DictionaryDatatypeBatches::MAX_BATCH_SIZE];
     while (!resourceIDs.empty()) {
         const std::span<const uint64_t> batch =

@@ -5,7 +5,11 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <functional>
+#include <vector>
 
 namespace kavix {
 
@@ -26,7 +30,7 @@ private:
     WriterGate& m_gate;
 };
 
-/// Copies the records of the kept resources into a new pool and lets the entries name them there.
+/// Copies the records of the kept resources into a new pool and sets the entries to their offsets there.
 void moveRecords(DictionaryCompactionState& state, const DataPool& oldPool, DataPool& newPool) {
     for (CompactionEntry& entry : state)
         if (entry.isInline == 0) {
@@ -71,7 +75,7 @@ std::vector<uint64_t> Dictionary::compact(const std::function<bool(uint64_t reso
         family.m_dictionary->finishCompact(state);
     m_state->m_resourceData.truncate(nextNewResourceID);
     m_state->m_resourceDatatypeIDs.truncate(nextNewResourceID);
-    m_state->m_nextResourceID.store(nextNewResourceID, std::memory_order_relaxed); // relaxed: nobody else is inside
+    m_state->m_nextResourceID.store(nextNewResourceID, std::memory_order_relaxed); // relaxed: no other thread is inside
     return newResourceIDs;
 }
 

@@ -12,15 +12,16 @@
 
 #include <algorithm>
 #include <mutex>
+#include <string>
 #include <utility>
 
 namespace kavix {
 
 namespace {
 
-/// The families that come with the library. A new one is named here and nowhere else, by its inspector, which names its
-/// factory; the linker takes both objects for that. They register themselves when they are made, during static
-/// initialisation; families of an embedder's own are registered by being made, too.
+/// The families that the library provides. A new one is named here and nowhere else, by its inspector, which names its
+/// factory; that makes the linker include both objects. They register themselves when they are constructed, during
+/// static initialisation; an embedder's own families are registered by constructing them, too.
 constexpr const DictionaryDatatypeInspector* BUILT_IN_FAMILIES[] = {&s_NumericDatatypeInspector};
 
 uint64_t checkMaxResourceID(const Dictionary::Options& options) {
@@ -36,8 +37,8 @@ uint64_t checkMaxResourceID(const Dictionary::Options& options) {
 }
 
 uint64_t DictionaryState::getMaximumDataPoolSize(uint64_t maxResourceID) noexcept {
-    // Room for a record of every resource, and more than as much again for what contexts leave unused of their chunks;
-    // but for the largest numbers of resources the address space has room only if chunks are used up.
+    // Room for a record of every resource, and more than as much again for the unused rest of contexts' chunks; but for
+    // the largest numbers of resources the address space suffices only if chunks are used up.
     constexpr uint64_t BYTES_PER_RESOURCE = 40;
     constexpr uint64_t MINIMUM_SIZE = uint64_t(1) << 30;
     constexpr uint64_t MAXIMUM_SIZE = uint64_t(1) << 45;
@@ -64,7 +65,7 @@ DictionaryState::DictionaryState(const Dictionary::Options& options) :
     m_resourceData.initialize(m_maxResourceID);
     m_resourceDatatypeIDs.initialize(m_maxResourceID);
     m_dataPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
-    m_families.reserve(factories.size()); // they stay where they are
+    m_families.reserve(factories.size()); // so that they never move
     for (const DictionaryDatatypeFactory* factory : factories)
         addFamily(*factory);
 }
@@ -77,7 +78,7 @@ void DictionaryState::addFamily(const DictionaryDatatypeFactory& factory) {
         m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData,
         m_resourceDatatypeIDs, m_dataPool);
     dictionaryDatatype->initialize(m_maxResourceID, 0);
-    auto& batches = static_cast<DictionaryDatatypeBatches&>(*dictionaryDatatype); // what every factory makes is one
+    auto& batches = static_cast<DictionaryDatatypeBatches&>(*dictionaryDatatype); // every factory makes one
     m_families.push_back(Family{factory, *inspector, std::move(dictionaryDatatype), batches});
     for (const auto& [datatypeID, datatypeIRI] : factory.getDatatypeIDsAndIRIs())
         m_familiesByID[datatypeID] = &m_families.back();
@@ -108,8 +109,8 @@ uint64_t DictionaryState::doResolve(DictionaryUsageContext* context, const Resou
 uint8_t DictionaryState::tryGetResourceDatatypeID(uint64_t resourceID) const noexcept {
     if (resourceID >= m_resourceDatatypeIDs.getEnd())
         return D_NONE;
-    // Acquire. Pairs with the release by which a resource is published: whoever sees its datatype sees its data word.
-    // An ID that was given out but never used, or not yet, has no datatype.
+    // Acquire. Pairs with the release by which a resource is published: a thread that observes its datatype also
+    // observes its data word. An ID that was allocated but never used, or not yet used, has no datatype.
     return m_resourceDatatypeIDs[resourceID].load(std::memory_order_acquire);
 }
 
@@ -126,7 +127,7 @@ void DictionaryState::enterSingle() {
     for (unsigned attempts = 0; !m_writerGate.tryEnterSingle(attempts < MAX_TIMES_TO_GIVE_WAY); ++attempts) {
         if (m_writerGate.isInTransaction())
             Errors::throwTransactionRuns();
-        wait.step(); // ends when whoever closed the gate for a moment, or waits to, has done so
+        wait.step(); // ends when the thread that closed the gate for a moment, or waits to close it, has done so
     }
 }
 
@@ -135,7 +136,7 @@ bool DictionaryState::tryCloseGate() const noexcept {
     SpinWait wait;
     bool isClosed = m_writerGate.tryClose();
     while (!isClosed && !m_writerGate.isInTransaction()) {
-        wait.step(); // ends when the single values under way have been entered
+        wait.step(); // ends when the single values in progress have been entered
         isClosed = m_writerGate.tryClose();
     }
     m_writerGate.endWaitingToClose();
@@ -143,7 +144,7 @@ bool DictionaryState::tryCloseGate() const noexcept {
 }
 
 Snapshot DictionaryState::getCounters() const noexcept {
-    // Relaxed: nobody enters values while the gate is closed.
+    // Relaxed: no thread enters values while the gate is closed.
     return Snapshot{m_nextResourceID.load(std::memory_order_relaxed), m_dataPool.getEnd()};
 }
 
@@ -182,7 +183,7 @@ void DictionaryState::removeEverything() {
     m_resourceData.truncate(0);
     m_resourceDatatypeIDs.truncate(0);
     m_dataPool.clear();
-    m_nextResourceID.store(FIRST_RESOURCE_ID, std::memory_order_relaxed); // relaxed: nobody else is inside
+    m_nextResourceID.store(FIRST_RESOURCE_ID, std::memory_order_relaxed); // relaxed: no other thread is inside
 }
 
 void DictionaryState::deleteResourcesFrom(uint64_t firstResourceID) {
@@ -194,7 +195,7 @@ void DictionaryState::deleteResourcesFrom(uint64_t firstResourceID) {
         if (datatypeID != D_NONE) {
             getFamily(datatypeID)
                 .m_dictionary->deleteUncommittedResourceID(snapshot.toVisibility(), resourceID, datatypeID);
-            // Relaxed: no snapshot reaches this resource. Without a datatype it does not exist for anybody.
+            // Relaxed: no snapshot covers this resource. Without a datatype it does not exist for any thread.
             m_resourceDatatypeIDs[resourceID].store(D_NONE, std::memory_order_relaxed);
         }
     }

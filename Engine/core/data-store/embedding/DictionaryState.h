@@ -11,6 +11,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -29,11 +30,11 @@ struct Counters;
 
 }
 
-/// What a Dictionary is made of, for Dictionary, Transaction and Restoration alone. It owns what the dictionaries of the
+/// The parts of a Dictionary, for Dictionary, Transaction and Restoration only. It owns what the dictionaries of the
 /// datatype families share (the memory budget, the counter of resource IDs, the two arrays indexed by resource ID, the
-/// data pool) and the dictionaries themselves, which it makes through the registered factories and knows only by their
-/// interface. It checks what they leave to their caller.
-/// Threads   as Dictionary says; operations that need the gate closed or the dictionary to themselves say so.
+/// data pool) and the dictionaries themselves, which it creates through the registered factories and uses only through
+/// their interface. It makes the checks that they leave to their caller.
+/// Threads   as in Dictionary; operations that require the gate closed or exclusive use of the dictionary say so.
 class DictionaryState : private Unmovable {
 
 public:
@@ -79,10 +80,10 @@ public:
 
     uint8_t getResourceDatatypeID(uint64_t resourceID) const;
 
-    /// Takes the gate for single values; throws if a transaction runs.
+    /// Enters the gate for a single value; throws if a transaction is running.
     void enterSingle();
 
-    /// Closes the gate, once single values have been entered; returns false if a transaction runs.
+    /// Closes the gate, once single values in progress have been entered; returns false if a transaction is running.
     bool tryCloseGate() const noexcept;
 
     Snapshot getCounters() const noexcept;
@@ -92,10 +93,11 @@ public:
 
     void endTransaction() noexcept;
 
-    /// Makes the dictionary empty, whose tables have buckets; nobody else is inside. The calling thread has a slot.
+    /// Empties the dictionary, whose tables must have buckets; no other thread may be inside. The calling thread has a
+    /// slot.
     void removeEverything();
 
-    /// Takes back every resource from an ID on.
+    /// Rolls back every resource from an ID on.
     void deleteResourcesFrom(uint64_t firstResourceID);
 
     Snapshot takeSnapshot() const noexcept;
@@ -114,10 +116,10 @@ public:
     MemoryRegion<std::atomic<uint8_t>> m_resourceDatatypeIDs;
     DataPool m_dataPool;
     std::vector<Family> m_families; // fixed after construction, in the order of their smallest datatype IDs
-    std::array<const Family*, 256> m_familiesByID; // by datatype ID; null for none
+    std::array<const Family*, 256> m_familiesByID; // by datatype ID; null if there is none
     mutable WriterGate m_writerGate;
     mutable SpinLock m_snapshotLock;
-    Snapshot m_snapshotBeforeTransaction; // guarded by the lock; the one that readers get while a transaction runs
+    Snapshot m_snapshotBeforeTransaction; // guarded by the lock; what readers get while a transaction is running
 
 private:
 

@@ -1,5 +1,4 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 #include "core/data-store/embedding/DictionaryState.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
@@ -10,11 +9,17 @@
 #include "core/platform/errors/SystemCallException.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <numeric>
 #include <string>
-#include <vector>
+#include <type_traits>
+#include <utility>
 
-// A dictionary as one stream of bytes. Nothing that is read is trusted before it was checked.
+// A dictionary as one stream of bytes. No input is trusted before it is checked.
 
 namespace kavix {
 
@@ -24,7 +29,7 @@ std::string getDictionarySectionName(const DictionaryDatatypeFactory& factory) {
     return StoreFormat::DICTIONARY_PREFIX + std::to_string(factory.getDatatypeIDsAndIRIs().front().first);
 }
 
-/// Makes the empty dictionary for a store. The caller did not choose the bound of IDs, so its name is in the error.
+/// Makes the empty dictionary for a store. The caller did not choose the maximum resource ID, so the error names it.
 std::unique_ptr<Dictionary> makeEmptyDictionary(const Dictionary::Options& options) {
     try {
         return std::make_unique<Dictionary>(options);
@@ -36,6 +41,34 @@ std::unique_ptr<Dictionary> makeEmptyDictionary(const Dictionary::Options& optio
     }
 }
 
+/// Throws unless the counters of a store are possible.
+void checkCounters(const StoreFormat::Counters& counters, ResourceIDWidth width) {
+    const uint64_t largestMaxResourceID =
+        width == ResourceIDWidth::BITS_32 ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::MAX_RESOURCE_ID_64;
+    if (counters.m_maxResourceID < Dictionary::MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "invalid maximum resource ID " + std::to_string(counters.m_maxResourceID));
+    if (counters.m_nextResourceID < DictionaryState::FIRST_RESOURCE_ID ||
+        counters.m_nextResourceID > counters.m_maxResourceID)
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "invalid next resource ID " + std::to_string(counters.m_nextResourceID));
+    if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
+        counters.m_dataPoolEnd > DictionaryState::getMaximumDataPoolSize(counters.m_maxResourceID))
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "invalid end of the data pool, " + std::to_string(counters.m_dataPoolEnd));
+}
+
+/// Throws unless the dictionary is consistent and has as many resources as its store counts.
+void checkContent(const Dictionary& dictionary, const StoreFormat::Counters& counters) {
+    dictionary.verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });
+    const std::array<uint64_t, 256> counts = dictionary.countResourcesByDatatypeID();
+    const uint64_t numberOfResources = std::accumulate(counts.begin(), counts.end(), uint64_t(0));
+    if (numberOfResources != counters.m_numberOfResources)
+        Errors::throwInvalidStore(
+            StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) +
+                                       " resources, but there are " + std::to_string(numberOfResources));
+}
+
 }
 
 void Dictionary::saveStore(OutputStream& output) const {
@@ -44,7 +77,7 @@ void Dictionary::saveStore(OutputStream& output) const {
     StoreFormat::Counters counterSection{counters.resourceIDEnd, m_state->m_maxResourceID, counters.dataPoolEnd, 0};
     for (const uint64_t count : counts)
         counterSection.m_numberOfResources += count;
-    // The first IDs may not have been given out, and then their entries are not there either.
+    // The first IDs may not have been allocated, and then their entries do not exist either.
     const uint64_t usableEntries = std::min<uint64_t>(
         {counters.resourceIDEnd, m_state->m_resourceData.getEnd(), m_state->m_resourceDatatypeIDs.getEnd()});
     const auto writeArray = [usableEntries, &counters](OutputStream& destination, const auto& array) {
@@ -86,19 +119,7 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
 
     StoreFormat::Counters counters;
     reader.readSection(StoreFormat::COUNTERS, &counters, sizeof(counters));
-    const uint64_t largestMaxResourceID =
-        reader.getResourceIDWidth() == ResourceIDWidth::BITS_32 ? MAX_RESOURCE_ID_32 : MAX_RESOURCE_ID_64;
-    if (counters.m_maxResourceID < MIN_MAX_RESOURCE_ID || counters.m_maxResourceID > largestMaxResourceID)
-        Errors::throwInvalidStore(
-            StoreFormat::COUNTERS, "invalid maximum resource ID " + std::to_string(counters.m_maxResourceID));
-    if (counters.m_nextResourceID < DictionaryState::FIRST_RESOURCE_ID ||
-        counters.m_nextResourceID > counters.m_maxResourceID)
-        Errors::throwInvalidStore(
-            StoreFormat::COUNTERS, "invalid next resource ID " + std::to_string(counters.m_nextResourceID));
-    if (counters.m_dataPoolEnd < DataPool::FIRST_OFFSET ||
-        counters.m_dataPoolEnd > DictionaryState::getMaximumDataPoolSize(counters.m_maxResourceID))
-        Errors::throwInvalidStore(
-            StoreFormat::COUNTERS, "invalid end of the data pool, " + std::to_string(counters.m_dataPoolEnd));
+    checkCounters(counters, reader.getResourceIDWidth());
 
     Options dictionaryOptions;
     dictionaryOptions.memoryBudgetBytes = options.memoryBudgetBytes;
@@ -107,15 +128,8 @@ std::unique_ptr<Dictionary> Dictionary::openStore(InputStream& input, const Open
     dictionaryOptions.useHugePages = options.useHugePages;
     std::unique_ptr<Dictionary> dictionary = makeEmptyDictionary(dictionaryOptions);
     dictionary->m_state->loadSections(reader, counters);
-    if (options.checkEveryValue) {
-        dictionary->verify([](std::string&& problem) { Errors::throwInvalidStore("content", std::move(problem)); });
-        const std::array<uint64_t, 256> counts = dictionary->countResourcesByDatatypeID();
-        const uint64_t numberOfResources = std::accumulate(counts.begin(), counts.end(), uint64_t(0));
-        if (numberOfResources != counters.m_numberOfResources)
-            Errors::throwInvalidStore(
-                StoreFormat::COUNTERS, "it counts " + std::to_string(counters.m_numberOfResources) +
-                                           " resources, but there are " + std::to_string(numberOfResources));
-    }
+    if (options.checkEveryValue)
+        checkContent(*dictionary, counters);
     return dictionary;
 }
 
@@ -125,7 +139,7 @@ void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Count
         Errors::throwInvalidStore(
             "header", "it has " + std::to_string(reader.getNumberOfSections()) + " sections instead of " +
                           std::to_string(NUMBER_OF_SHARED_SECTIONS + m_families.size()));
-    // The empty tables give their memory back as the image replaces them.
+    // The empty tables return their memory as the image replaces them.
     const uint64_t bytesOfEmptyTables = m_memoryManager.getChargedBytes();
     const uint64_t numberOfIDs = counters.m_nextResourceID;
     // Lengths are compared before memory is committed, so a wrong count costs nothing.
@@ -143,7 +157,7 @@ void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Count
         reader.readSection(
             StoreFormat::DATA_POOL, m_dataPool.getBase() + DataPool::FIRST_OFFSET,
             counters.m_dataPoolEnd - DataPool::FIRST_OFFSET);
-    // Relaxed: nobody else is inside.
+    // Relaxed: no other thread is inside.
     m_nextResourceID.store(numberOfIDs, std::memory_order_relaxed);
     for (const Family& family : m_families) {
         const std::string name = getDictionarySectionName(family.m_factory);
@@ -161,7 +175,7 @@ void DictionaryState::loadSections(StoreReader& reader, const StoreFormat::Count
 void Dictionary::verify(const ProblemReport& report) const {
     const StoreContents contents = m_state->getContents();
     const uint64_t end = contents.m_nextResourceID;
-    // Relaxed: nobody writes meanwhile.
+    // Relaxed: no thread writes during the call.
     if (end != 0 && m_state->m_resourceDatatypeIDs[0].load(std::memory_order_relaxed) != D_NONE)
         report("resource ID 0, which is reserved, has a datatype");
     for (uint64_t resourceID = DictionaryState::FIRST_RESOURCE_ID; resourceID < end; ++resourceID) {

@@ -27,17 +27,17 @@ private:
     DictionaryState& m_dictionary;
 };
 
-/// An ID whose datatype says that a thread is restoring it, so that no other thread writes its array entries; without a
-/// datatype again at the end of the scope, unless it was restored.
+/// An ID whose datatype marks it as being restored by a thread, so that no other thread writes its array entries. At
+/// the end of the scope the ID has no datatype again, unless it was restored.
 class Restoration::ClaimedID : private Unmovable {
 
 public:
 
-    /// @throws KavixException  the ID is restored or claimed already
+    /// @throws KavixException  the ID is already restored or claimed
     ClaimedID(DictionaryState& dictionary, uint64_t resourceID) :
         m_datatypeID(dictionary.m_resourceDatatypeIDs[resourceID]) {
         uint8_t expected = D_NONE;
-        // Acquire. Pairs with the release in the destructor: we see what a thread that gave the ID up did.
+        // Acquire. Pairs with the release in the destructor: we observe what a thread that gave the ID up did.
         if (!m_datatypeID.compare_exchange_strong(
                 expected, CLAIMED, std::memory_order_acquire, std::memory_order_relaxed))
             Errors::throwContradictingRecord(resourceID, "the ID was already restored");
@@ -45,7 +45,7 @@ public:
 
     ~ClaimedID() {
         uint8_t expected = CLAIMED;
-        // Release. Pairs with the acquire in the constructor. (A restored ID has another datatype, and keeps it.)
+        // Release. Pairs with the acquire in the constructor. (A restored ID has another datatype and keeps it.)
         m_datatypeID.compare_exchange_strong(expected, D_NONE, std::memory_order_release, std::memory_order_relaxed);
     }
 
@@ -65,7 +65,7 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
         m_dictionary.endTransaction();
         Errors::throwDictionaryNotEmpty();
     }
-    // No more resources than IDs: sizes that come from outside must not exceed what arithmetic and the budget allow.
+    // No more resources than IDs: sizes from outside must not exceed what arithmetic and the budget allow.
     countsByDatatypeID.resize(256, 0);
     for (uint64_t& count : countsByDatatypeID)
         count = std::min(count, m_dictionary.m_maxResourceID);
@@ -74,8 +74,8 @@ Restoration::Restoration(Dictionary& dictionary, std::vector<uint64_t> countsByD
             family.m_dictionary->restoreEmpty(countsByDatatypeID);
     }
     catch (...) {
-        // A table that could not be sized has no buckets. If not even the smallest ones can be had, that error goes
-        // out.
+        // A table that could not be sized has no buckets. If not even the smallest ones can be allocated, that error is
+        // thrown.
         const EndOfTransaction end(m_dictionary);
         for (const DictionaryState::Family& family : m_dictionary.m_families)
             family.m_dictionary->initialize(m_dictionary.m_maxResourceID, 0);
@@ -126,7 +126,7 @@ void Restoration::finish() {
         Errors::throwTransactionHasEnded();
     m_dictionary.m_nextResourceID.store(
         m_endOfResourceIDs.load(std::memory_order_relaxed),
-        std::memory_order_relaxed); // relaxed, both: nobody else is inside
+        std::memory_order_relaxed); // relaxed, both: no other thread is inside
     m_isRunning = false;
     m_dictionary.endTransaction();
 }

@@ -7,12 +7,12 @@
 
 namespace kavix {
 
-/// A usage context for each thread slot, used by the thread that has the slot.
+/// One usage context for each thread slot, used by the thread that has the slot.
 struct UsageContexts {
 
     std::array<DictionaryUsageContext, NUMBER_OF_THREAD_SLOTS> m_contexts;
 
-    /// That of the calling thread, which has a slot.
+    /// The context of the calling thread, which has a slot.
     DictionaryUsageContext& getOwn() noexcept { return m_contexts[s_currentThreadContextIndex]; }
 };
 

@@ -7,38 +7,36 @@
 
 namespace kavix {
 
-/// Keeps writers apart: at most one transaction at a time, and none while single values are being entered, each of
-/// which is a transaction of its own.
+/// Excludes writers from each other: at most one transaction at a time, and none while single values are being entered,
+/// each of which is a transaction of its own.
 ///
 ///   state        meaning                                                 changed by                     to
 ///   n, from 0    open; n single values are being entered                 tryEnterSingle, leaveSingle    n + 1, n - 1
 ///   0                                                                    tryClose                       CLOSED
 ///   CLOSED       for a moment: a snapshot is taken or a transaction      open                           0
 ///                begins                                                  beginTransaction               TRANSACTION
-///   TRANSACTION  a transaction runs                                      open                           0
+///   TRANSACTION  a transaction is running                                open                           0
 ///
-/// Orders    acquire on entering and closing, release on leaving and opening: whoever closes the gate sees all that was
-///           entered before; whoever enters sees what the transaction left.
-/// Progress  lock-free; nobody waits in here. While somebody says that he waits to close the gate, single values give
-///           way, so that a steady stream of them cannot keep him waiting; but only for a while, so that a steady
-///           stream of those who close it cannot keep single values waiting either.
+/// Orders    acquire on entering and closing, release on leaving and opening: a thread that closes the gate observes
+///           everything entered before; a thread that enters observes everything the transaction left.
+/// Progress  lock-free; no operation waits. While a thread announces that it waits to close the gate, single values
+///           yield, so that a steady stream of them cannot keep it waiting; but only for a limited time, so that a
+///           steady stream of closing threads cannot keep single values waiting either.
 class WriterGate : private Unmovable {
 
 public:
 
-    /// Keeps single values out while somebody waits for those inside to leave.
-    void beginWaitingToClose() noexcept {
-        m_waitingToClose.fetch_add(1, std::memory_order_relaxed);
-    } // only asks for way
+    /// Keeps single values out while the caller waits for those inside to leave.
+    void beginWaitingToClose() noexcept { m_waitingToClose.fetch_add(1, std::memory_order_relaxed); } // a hint only
 
     void endWaitingToClose() noexcept { m_waitingToClose.fetch_sub(1, std::memory_order_relaxed); }
 
-    /// Enters for one single value, unless the gate is closed or a transaction runs, or, to give way, somebody waits to
-    /// close it.
-    bool tryEnterSingle(bool givesWay = true) noexcept {
-        if (givesWay && m_waitingToClose.load(std::memory_order_relaxed) != 0) // who misses it delays the other once
+    /// Enters for one single value, unless the gate is closed, a transaction is running, or, if it yields, a thread
+    /// waits to close the gate.
+    bool tryEnterSingle(bool yields = true) noexcept {
+        if (yields && m_waitingToClose.load(std::memory_order_relaxed) != 0) // missing it delays the other once
             return false;
-        uint64_t state = m_state.load(std::memory_order_relaxed); // only a look; the exchange synchronises
+        uint64_t state = m_state.load(std::memory_order_relaxed); // a first look only; the exchange synchronises
         do {
             if (state >= CLOSED)
                 return false;
@@ -53,7 +51,7 @@ public:
         m_state.fetch_sub(1, std::memory_order_release);
     }
 
-    /// Closes the gate if it is open and nobody is inside.
+    /// Closes the gate if it is open and no single value is inside.
     bool tryClose() noexcept {
         uint64_t expected = 0;
         // Acquire. Pairs with the releases in leaveSingle() and open().
@@ -62,7 +60,8 @@ public:
 
     /// Turns a gate that the caller has closed into one with a running transaction.
     void beginTransaction() noexcept {
-        // Release. Pairs with the acquire in isInTransaction(): whoever sees the transaction sees what was prepared.
+        // Release. Pairs with the acquire in isInTransaction(): a thread that observes the transaction also observes
+        // what was prepared for it.
         m_state.store(TRANSACTION, std::memory_order_release);
     }
 
@@ -71,7 +70,7 @@ public:
         return m_state.load(std::memory_order_acquire) == TRANSACTION;
     }
 
-    /// Opens a gate that the caller has closed, or in which its transaction ran.
+    /// Opens a gate that the caller has closed, or in which its transaction was running.
     void open() noexcept {
         // Release. Pairs with the acquires in tryEnterSingle() and tryClose().
         m_state.store(0, std::memory_order_release);

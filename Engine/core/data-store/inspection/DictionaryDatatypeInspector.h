@@ -6,6 +6,7 @@
 #include "core/platform/system/Unmovable.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -16,14 +17,14 @@ class DictionaryDatatype;
 class DictionaryDatatypeFactory;
 class InputStream;
 
-/// What an image may ask for.
+/// The limits that an image must observe.
 struct ImageLimits {
     uint64_t m_length; // of the image, in bytes
-    uint64_t m_maxResourceID; // which the image must have too
+    uint64_t m_maxResourceID; // which the image must have as well
     uint64_t m_freeBytes; // of the budget
 };
 
-/// What the dictionaries of a store share, for reading, while nobody writes.
+/// What the dictionaries of a store share: for reading, while no thread writes.
 struct StoreContents {
     bool m_use32BitResourceIDs;
     uint64_t m_nextResourceID; // the arrays have entries up to here
@@ -33,10 +34,10 @@ struct StoreContents {
     uint64_t m_dataPoolEnd;
 };
 
-/// What a family of datatypes knows about the soundness of its data: the checks that its dictionary leaves to its
-/// caller, and the figures that take a walk over everything. One object per family, which its factory gives. Nothing
-/// here changes anything. The checks of binary values are thread-safe; the rest requires that nobody writes to the
-/// dictionary.
+/// What a family of datatypes knows about the consistency of its data: the checks that its dictionary leaves to its
+/// caller, and the statistics that require a walk over everything. One object per family, found through its factory.
+/// Nothing here modifies anything. The checks of binary values are thread-safe; the rest requires that no thread writes
+/// to the dictionary.
 class DictionaryDatatypeInspector : private Unmovable {
 
 public:
@@ -46,24 +47,25 @@ public:
 
     virtual ~DictionaryDatatypeInspector();
 
-    /// Throws unless a value is a binary form that parsing could have made: right size, in range, normalised.
-    /// @throws KavixException  says what is wrong
+    /// Throws unless a value is a binary form that parsing could have produced: right size, in range, normalised.
+    /// @throws KavixException  describes what is wrong
     virtual void checkBinaryValue(const ResourceValue& value) const = 0;
 
-    /// How many values, all of datatypes of this family, come before the first that checkBinaryValue() refuses.
+    /// How many values, all of datatypes of this family, precede the first that checkBinaryValue() rejects.
     virtual size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept = 0;
 
-    /// Reports what is wrong with the structure of an image, so that loading it is safe: nothing is reserved, committed
-    /// or read that the image does not have and the budget does not allow. Reads headers and counts and skips the rest.
-    /// @throws KavixException  the stream ends early, and what report throws
+    /// Reports what is wrong with the structure of an image, so that loading it is safe: loading reserves, commits or
+    /// reads nothing that the image does not have and the budget does not allow. Reads headers and counts and skips the
+    /// rest.
+    /// @throws KavixException  the stream ends early; also whatever report throws
     virtual void checkImage(InputStream& input, const ImageLimits& limits, const ProblemReport& report) const = 0;
 
     /// Reports everything that is wrong with a loaded dictionary: counts, every bucket, every resource of its
-    /// datatypes. Survives any content whose structure checkImage() accepted.
+    /// datatypes. Safe for any content whose structure checkImage() accepted.
     virtual void verify(
         const DictionaryDatatype& dictionary, const StoreContents& contents, const ProblemReport& report) const = 0;
 
-    /// The state of each table of a sound dictionary, in the order of the datatype IDs.
+    /// The state of each table of a consistent dictionary, in the order of the datatype IDs.
     virtual std::vector<TableStatistics> getTableStatistics(
         const DictionaryDatatype& dictionary, const StoreContents& contents) const = 0;
 

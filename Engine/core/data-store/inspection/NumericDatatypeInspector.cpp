@@ -14,9 +14,14 @@
 #include "core/platform/system/StaticInitialisation.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kavix {
 
@@ -139,46 +144,77 @@ private:
         return found == header;
     }
 
+    /// What the image of a table says about its buckets.
+    struct TableCounts {
+        uint64_t m_numberOfBuckets;
+        uint64_t m_resizeThreshold;
+        uint64_t m_used;
+        uint64_t m_deleted;
+        uint64_t m_freeReservations;
+    };
+
+    void reportTable(uint8_t datatypeID, const std::string& problem) {
+        m_report("table of " + getDatatypeName(datatypeID) + ": " + problem);
+    }
+
     /// Returns whether the next table can be found after this one.
     bool checkTable(uint8_t datatypeID) {
-        const auto report = [this, datatypeID](const std::string& problem) {
-            m_report("table of " + getDatatypeName(datatypeID) + ": " + problem);
-        };
         if (!checkHeader(TableImageFormat::HEADER))
             return false;
-        const uint64_t numberOfBuckets = readNumber<uint64_t>();
-        const uint64_t resizeThreshold = readNumber<uint64_t>();
-        const uint64_t usedCount = readNumber<uint64_t>();
-        const uint64_t deletedCount = readNumber<uint64_t>();
-        uint64_t freeReservations = 0;
+        const TableCounts counts = readCounts();
+        return checkCounts(datatypeID, counts) && skipBuckets(datatypeID, counts.m_numberOfBuckets);
+    }
+
+    TableCounts readCounts() {
+        TableCounts counts;
+        counts.m_numberOfBuckets = readNumber<uint64_t>();
+        counts.m_resizeThreshold = readNumber<uint64_t>();
+        counts.m_used = readNumber<uint64_t>();
+        counts.m_deleted = readNumber<uint64_t>();
+        counts.m_freeReservations = 0;
         for (size_t slot = 0; slot < NUMBER_OF_THREAD_SLOTS; ++slot)
-            freeReservations += readNumber<uint32_t>();
-        if (!std::has_single_bit(numberOfBuckets) || numberOfBuckets < TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS ||
-            numberOfBuckets > NumericImageFormat::MAX_NUMBER_OF_BUCKETS) {
-            report("invalid number of buckets, " + std::to_string(numberOfBuckets));
+            counts.m_freeReservations += readNumber<uint32_t>();
+        return counts;
+    }
+
+    /// Returns whether the number of buckets is valid.
+    bool checkCounts(uint8_t datatypeID, const TableCounts& counts) {
+        if (!std::has_single_bit(counts.m_numberOfBuckets) ||
+            counts.m_numberOfBuckets < TableImageFormat::MINIMUM_NUMBER_OF_BUCKETS ||
+            counts.m_numberOfBuckets > NumericImageFormat::MAX_NUMBER_OF_BUCKETS) {
+            reportTable(datatypeID, "invalid number of buckets, " + std::to_string(counts.m_numberOfBuckets));
             return false;
         }
-        if (resizeThreshold != TableImageFormat::getResizeThreshold(numberOfBuckets))
-            report(
-                "the resize threshold " + std::to_string(resizeThreshold) + " does not match " +
-                std::to_string(numberOfBuckets) + " buckets");
+        if (counts.m_resizeThreshold != TableImageFormat::getResizeThreshold(counts.m_numberOfBuckets))
+            reportTable(
+                datatypeID, "the resize threshold " + std::to_string(counts.m_resizeThreshold) + " does not match " +
+                                std::to_string(counts.m_numberOfBuckets) + " buckets");
         // More reserved buckets than the threshold allows would let threads fill the table until no search in it ends.
-        if (usedCount > resizeThreshold || deletedCount > usedCount || freeReservations > usedCount - deletedCount)
-            report(
-                "inconsistent counts of used (" + std::to_string(usedCount) + "), deleted (" +
-                std::to_string(deletedCount) + ") and reserved buckets (" + std::to_string(freeReservations) + ")");
+        if (counts.m_used > counts.m_resizeThreshold || counts.m_deleted > counts.m_used ||
+            counts.m_freeReservations > counts.m_used - counts.m_deleted)
+            reportTable(
+                datatypeID, "inconsistent counts of used (" + std::to_string(counts.m_used) + "), deleted (" +
+                                std::to_string(counts.m_deleted) + ") and reserved buckets (" +
+                                std::to_string(counts.m_freeReservations) + ")");
+        return true;
+    }
+
+    /// Skips the buckets of a table; returns false, and reports why, if the image does not have them.
+    /// @throws KavixException  the budget is too small
+    bool skipBuckets(uint8_t datatypeID, uint64_t numberOfBuckets) {
         const uint64_t maximumNumberOfItems = readNumber<uint64_t>();
         const uint64_t end = maximumNumberOfItems == 0 ? 0 : readNumber<uint64_t>();
         if (maximumNumberOfItems > NumericImageFormat::MAX_NUMBER_OF_BUCKETS || end > maximumNumberOfItems ||
             end < numberOfBuckets) {
-            report(
-                "a region of " + std::to_string(end) + " of at most " + std::to_string(maximumNumberOfItems) +
-                " buckets cannot hold " + std::to_string(numberOfBuckets) + " buckets");
+            reportTable(
+                datatypeID, "a region of " + std::to_string(end) + " of at most " +
+                                std::to_string(maximumNumberOfItems) + " buckets cannot hold " +
+                                std::to_string(numberOfBuckets) + " buckets");
             return false;
         }
         const uint64_t size = end * NumericImageFormat::getBucketSize(datatypeID);
         if (size > m_remainingBytes) {
-            report("its buckets take more bytes than the image has");
+            reportTable(datatypeID, "its buckets take more bytes than the image has");
             return false;
         }
         if (size > m_remainingBudget)
@@ -209,7 +245,7 @@ TableStatistics collectStatistics(const ParallelHashTable<Policy>& table, const 
     for (size_t index = 0; index < statistics.m_numberOfBuckets; ++index) {
         const typename Policy::Bucket& bucket = table.getBuckets()[index];
         const typename Policy::KeyWord keyWord =
-            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
+            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // no thread writes
         if (keyWord == Table::EMPTY || keyWord >= Table::DELETED)
             continue;
         const uint64_t probeLength = LinearProbing::getDistance(policy.getEntryHash(bucket, keyWord), index, mask) + 1;

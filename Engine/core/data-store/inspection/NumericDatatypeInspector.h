@@ -2,9 +2,13 @@
 
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 
+#include <cstddef>
+#include <span>
+#include <vector>
+
 namespace kavix {
 
-/// The checks and figures of the numeric family.
+/// The checks and statistics of the numeric family.
 class NumericDatatypeInspector : public DictionaryDatatypeInspector {
 
 public:

@@ -5,7 +5,8 @@
 #include "core/platform/collections/LinearProbing.h"
 #include "core/platform/collections/ParallelHashTableImpl.h"
 
-#include <string_view>
+#include <atomic>
+#include <cstddef>
 
 namespace kavix {
 
@@ -44,7 +45,7 @@ void NumericDatatypeVerifier<ResourceID>::verifyTable(const ParallelHashTable<Po
     for (size_t index = 0; index < numberOfBuckets; ++index) {
         const typename Policy::Bucket& bucket = table.getBuckets()[index];
         const typename Policy::KeyWord keyWord =
-            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // nobody writes
+            Policy::getKeyWord(bucket).load(std::memory_order_relaxed); // no thread writes
         if (keyWord == Table::EMPTY)
             continue;
         if (keyWord == Table::BUSY)

@@ -3,18 +3,19 @@
 #include "core/data-store/dictionary/NumericDatatype.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace kavix {
 
-/// Walks over every bucket and every resource of a numeric dictionary and reports what does not agree. It reads nothing
-/// by an ID or an offset that it has not compared with its bound, so any content is safe to verify.
+/// Walks over every bucket and every resource of a numeric dictionary and reports inconsistencies. It never uses an ID
+/// or an offset that it has not compared with its bound, so any content is safe to verify.
 ///
-/// A bucket is sound if its resource exists, has the table's datatype and the bucket's value, and is in no other
+/// A bucket is consistent if its resource exists, has the table's datatype and the bucket's value, and is in no other
 /// bucket; if no bucket between the value's first bucket and this one is empty, so that probing finds it; and if none
-/// of them has the same value. A resource is sound if its value is one of its datatype and a bucket has it.
+/// of them has the same value. A resource is consistent if its value is valid for its datatype and a bucket has it.
 template<typename ResourceID>
 class NumericDatatypeVerifier {
 
@@ -35,11 +36,11 @@ private:
     using IntegerPolicy = typename NumericDatatype<ResourceID>::IntegerPolicy;
     using DecimalPolicy = typename NumericDatatype<ResourceID>::DecimalPolicy;
 
-    /// What a live bucket says of its resource.
+    /// What a live bucket says about its resource.
     template<typename Key>
     struct Entry {
         uint64_t m_resourceID;
-        uint64_t m_data; // what the array of data words must have
+        uint64_t m_data; // the value that the array of data words must have
         Key m_key;
     };
 
@@ -59,7 +60,7 @@ private:
 
     void verifyResources() const;
 
-    /// Whether the content of a live bucket can be read; reports why not.
+    /// Whether the content of a live bucket can be read; if not, reports why.
     bool tryGetEntry(
         const typename IntegerPolicy::Bucket& bucket, ResourceID keyWord, uint8_t datatypeID, size_t index,
         Entry<int64_t>& entry) const;

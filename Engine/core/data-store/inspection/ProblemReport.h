@@ -5,7 +5,7 @@
 
 namespace kavix {
 
-/// Takes the description of one problem, a clause without a full stop. It may throw to end the search.
+/// Receives the description of one problem, a clause without a full stop. It may throw to end the search.
 using ProblemReport = std::function<void(std::string&& problem)>;
 
 }

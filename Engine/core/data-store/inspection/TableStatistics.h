@@ -4,7 +4,8 @@
 
 namespace kavix {
 
-/// The state of one table of a Dictionary. A probe length is the number of buckets that finding a value takes: at least 1.
+/// The state of one table of a Dictionary. A probe length is the number of buckets that finding a value examines: at
+/// least 1.
 struct TableStatistics {
     uint8_t m_datatypeID;
     uint64_t m_numberOfBuckets;

@@ -8,8 +8,8 @@
 
 namespace kavix {
 
-/// Runs of decimal digits, read eight at a time and written two at a time. What integers and decimals have in common;
-/// signs, points, zeros to strip and ranges are theirs.
+/// Runs of decimal digits, read eight at a time and written two at a time: what integers and decimals have in common.
+/// Signs, points, stripping of zeros and ranges are left to them.
 ///
 /// A word of eight digits holds the value of a digit (0 to 9) in every byte, the first character in the lowest byte, so
 /// that the most significant digit is in the least significant byte, whatever the byte order of the machine.
@@ -77,9 +77,9 @@ inline uint64_t loadTwo(const char* text) noexcept {
     return static_cast<uint64_t>(word ^ 0x3030u);
 }
 
-/// Reads the last count characters of a word, 1 to 8; those in front of them are zero digits. Reads no other byte.
+/// Reads the last count characters of a word, 1 to 8; those before them are zero digits. Reads no other byte.
 inline uint64_t loadUpToEight(const char* text, size_t count) noexcept {
-    // What two loads have in common are the same bytes at the same places.
+    // Where two loads overlap they have the same bytes at the same positions.
     if (count >= 4)
         return loadFour(text + count - 4) << 32 | loadFour(text) << (64 - 8 * count);
     if (count >= 2)
@@ -87,11 +87,11 @@ inline uint64_t loadUpToEight(const char* text, size_t count) noexcept {
     return static_cast<uint64_t>(static_cast<unsigned char>(*text) ^ 0x30u) << 56;
 }
 
-/// The top bits of bytes that are not 0 to 9: none exactly if the word is one of digits. The lowest one marks the first
-/// such byte; above a byte of 0x80 or more there may be one that marks a digit.
+/// The top bits of bytes that are not 0 to 9: zero if and only if the word is one of digits. The lowest one marks the
+/// first such byte; after a byte of 0x80 or more a digit may be marked as well.
 inline uint64_t markNonDigits(uint64_t word) noexcept {
-    // A byte b below 0x80 becomes b + 0x76 <= 0xF5, which carries nowhere and has its top bit set exactly if b >= 10. A
-    // byte of 0x80 or more may carry into the next one, but has its own top bit set.
+    // A byte b below 0x80 becomes b + 0x76 <= 0xF5, which does not carry and has its top bit set if and only if b >=
+    // 10. A byte of 0x80 or more may carry into the next one, but has its own top bit set.
     return (word | (word + 0x7676767676767676)) & 0x8080808080808080;
 }
 
@@ -100,14 +100,14 @@ inline bool areDigits(uint64_t word) noexcept {
     return markNonDigits(word) == 0;
 }
 
-/// The number, below 10^8, that a word of digits stands for.
+/// The number, below 10^8, that a word of digits represents.
 inline uint64_t combineDigits(uint64_t word) noexcept {
     // Bytes 0, 2, 4 and 6 become pairs: 10 * 9 + 9 = 99 fits a byte, and no byte carries (10 * 9 <= 255). The odd bytes
-    // are of no use afterwards.
+    // are not used afterwards.
     word = word * 10 + (word >> 8);
     const uint64_t pairs0And2 = word & 0x000000FF000000FF; // pair 0 in bits 0-31, pair 2 in bits 32-63
     const uint64_t pairs1And3 = (word >> 16) & 0x000000FF000000FF; // pair 1 in bits 0-31, pair 3 in bits 32-63
-    // One multiplication weighs two pairs; their sum gathers in the upper halves:
+    // One multiplication weighs two pairs; their sum accumulates in the upper halves:
     //   upper half of the first   pair 0 * 10^6 + pair 2 * 100
     //   upper half of the second  pair 1 * 10^4 + pair 3
     // Both together are at most 99,999,999 < 2^32. The lower halves hold pair 0 * 100 + pair 1 <= 9999: no carry. What
@@ -115,13 +115,13 @@ inline uint64_t combineDigits(uint64_t word) noexcept {
     return (pairs0And2 * ((uint64_t{1000000} << 32) + 100) + pairs1And3 * ((uint64_t{10000} << 32) + 1)) >> 32;
 }
 
-/// The word without the byte whose top bit is set in mask, the only bit there: the bytes in front of it move up by one.
+/// The word without the byte whose top bit is set in mask, its only bit: the bytes before that one move up by one.
 inline uint64_t removeByte(uint64_t word, uint64_t mask) noexcept {
     const uint64_t first = mask >> 7; // the lowest bit of the byte
     return (word & (0 - (mask << 1))) | (word & (first - 1)) << 8;
 }
 
-/// Reads a run of at most 19 digits; an empty run is 0. Returns false, and leaves value alone, if there is another
+/// Reads a run of at most 19 digits; an empty run is 0. Returns false, and leaves value unchanged, if there is another
 /// character. Reads no byte outside the run.
 [[gnu::always_inline]] inline bool tryParse(const char* text, size_t count, uint64_t& value) noexcept {
     if (count < 4) {
@@ -135,8 +135,8 @@ inline uint64_t removeByte(uint64_t word, uint64_t mask) noexcept {
         value = result;
         return true;
     }
-    // Words are aligned to the end of the run; the one in front takes the first characters, whatever of them the next
-    // one has too, and shifts those out. What is shifted in is zero: leading zeros.
+    // Words are aligned to the end of the run; the first one reads the first characters, including any that the next
+    // one has too, and shifts those out. Zeros are shifted in: leading zeros.
     if (count <= 8) {
         const uint64_t word = loadUpToEight(text, count);
         if (!areDigits(word)) [[unlikely]]
@@ -166,8 +166,7 @@ inline void writeTwo(uint32_t value, char* buffer) noexcept {
     std::memcpy(buffer, &DIGIT_PAIRS[2 * value], 2);
 }
 
-/// A number below 10^4, divided by 100; written out, because a compiler divides in more steps for the sake of larger
-/// ones.
+/// A number below 10^4, divided by 100; written out, because compilers use more steps to support larger numbers.
 inline uint32_t getHundreds(uint32_t value) noexcept {
     return value * 5243 >>
            19; // 5243 / 2^19 = 0.01 + 3.05e-7; too much by less than 0.01 up to 10^4, and so never the next number
@@ -222,7 +221,7 @@ inline void writePadded(uint32_t value, size_t count, char* buffer) noexcept {
         value = front;
         count -= 4;
     }
-    // The last two at once, and then what is in front of them.
+    // The last two at once, and then those before them.
     if (count == 2) {
         writeTwo(value, buffer);
         return;
@@ -239,7 +238,7 @@ inline void writePadded(uint32_t value, size_t count, char* buffer) noexcept {
         writeTwo(hundreds, buffer);
 }
 
-/// Writes the digits of a number, 1 to 20 of them, returns how many they are, and writes no byte behind them.
+/// Writes the digits of a number, 1 to 20 of them, returns how many they are, and writes no byte after them.
 inline size_t write(uint64_t value, char* buffer) noexcept {
     constexpr uint64_t EIGHT_DIGITS = 100000000;
     if (value < 10000)

@@ -5,7 +5,7 @@
 namespace kavix {
 
 std::pair<bool, int64_t> parseLongInteger(const char* text, size_t length, bool isNegative) noexcept {
-    // Twenty digits that do not start with zero are 10^19 or more, and so beyond 64 bits with a sign.
+    // Twenty digits that do not start with zero are 10^19 or more, and so outside the signed 64-bit range.
     const char* const digits = text + (length - DecimalDigits::MAX_PARSED_DIGITS);
     if (!std::all_of(text, digits, [](char character) { return character == '0'; }))
         return {false, 0};

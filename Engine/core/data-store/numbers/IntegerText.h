@@ -13,7 +13,7 @@ namespace kavix {
 /// The longest text of an unsigned 64-bit number.
 inline constexpr size_t MAX_UNSIGNED_TEXT_LENGTH = 20;
 
-/// Parses 0 to 19 characters, [0-9]*, behind a sign; no digits are 0. Returns like parseIntegerSigned().
+/// Parses 0 to 19 characters, [0-9]*, after a sign; no digits are 0. Returns like parseIntegerSigned().
 inline std::pair<bool, int64_t> parseIntegerDigits(const char* text, size_t length, bool isNegative) noexcept {
     uint64_t magnitude;
     if (!DecimalDigits::tryParse(text, length, magnitude)) [[unlikely]]
@@ -21,11 +21,11 @@ inline std::pair<bool, int64_t> parseIntegerDigits(const char* text, size_t leng
     // The negative side reaches one further than the positive one.
     if (magnitude > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) + (isNegative ? 1 : 0)) [[unlikely]]
         return {false, 0};
-    // Negated unsigned, so that the magnitude of the smallest number is no overflow.
+    // Negated as unsigned, so that the magnitude of the smallest number does not overflow.
     return {true, static_cast<int64_t>(isNegative ? 0 - magnitude : magnitude)};
 }
 
-/// Parses more than 19 characters, [0-9]+, behind a sign. Returns like parseIntegerSigned().
+/// Parses more than 19 characters, [0-9]+, after a sign. Returns like parseIntegerSigned().
 std::pair<bool, int64_t> parseLongInteger(const char* text, size_t length, bool isNegative) noexcept;
 
 /// Parses [+-]?[0-9]+, and nothing else, as a signed 64-bit number: no white space, any number of leading zeros.
@@ -33,7 +33,8 @@ std::pair<bool, int64_t> parseLongInteger(const char* text, size_t length, bool 
 /// Neither allocates nor depends on the locale.
 inline std::pair<bool, int64_t> parseIntegerSigned(const char* text, size_t length) noexcept {
     if (length < 4) {
-        // Short numbers, with neither sign nor range to see to. Inline, and not worth more than a few instructions.
+        // Short numbers, which need neither sign handling nor a range check. Inline, and so limited to a few
+        // instructions.
         if (length == 0) [[unlikely]]
             return {false, 0};
         const uint32_t first = DecimalDigits::getDigit(text[0]);
@@ -63,7 +64,7 @@ inline std::pair<bool, int64_t> parseIntegerSigned(const char* text, size_t leng
 
 /// Writes the decimal digits of value, without sign and without NUL, and returns how many they are (1 to 20).
 inline size_t appendNumber(unsigned long value, char* buffer) noexcept {
-    if (value < 100) [[likely]] { // worth having inline at every caller, and without the jump, a third of the time
+    if (value < 100) [[likely]] { // worth inlining at every caller; without the jump, a third of the time
         if (value < 10) {
             *buffer = static_cast<char>('0' + value);
             return 1;
@@ -71,7 +72,7 @@ inline size_t appendNumber(unsigned long value, char* buffer) noexcept {
         DecimalDigits::writeTwo(static_cast<uint32_t>(value), buffer);
         return 2;
     }
-    if (value < 10000) // knows that it is 100 or more
+    if (value < 10000) // here 100 or more
         return DecimalDigits::writeUpToFour(static_cast<uint32_t>(value), buffer);
     return DecimalDigits::write(value, buffer);
 }

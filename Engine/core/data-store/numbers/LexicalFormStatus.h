@@ -4,7 +4,7 @@
 
 namespace kavix {
 
-/// What became of a lexical form.
+/// The outcome of parsing a lexical form.
 enum class LexicalFormStatus : uint8_t {
     VALID,
     MALFORMED, // not in the lexical space of the datatype

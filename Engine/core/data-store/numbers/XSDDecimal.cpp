@@ -34,11 +34,11 @@ constexpr uint8_t MAX_EXACT_POWER_OF_TEN<float> = 10; // 5^10 < 2^24 < 5^11
 
 static_assert(MAX_EXACT_POWER_OF_TEN<double> >= XSDDecimal::MAX_FRACTION_DIGITS);
 
-// Up to so many fraction digits, which a word of digits holds, a number is printed as two.
+// Up to this many fraction digits, which a word of digits holds, a number is printed as two.
 constexpr uint8_t MAX_SPLIT_FRACTION_DIGITS = 8;
 
-// Divides by a number d other than a power of two, below 2^32, without the division of the processor, which takes many
-// times as long as a multiplication.
+// Divides by a number d other than a power of two, below 2^32, without the processor's division, which takes many times
+// as long as a multiplication.
 //
 // With 2^(bits - 1) < d < 2^bits, the factor is 2^(63 + bits) / d rounded up, below 2^64: f * d = 2^(63 + bits) + e,
 // 0 < e <= d. So n * f / 2^(63 + bits) = n / d + n * e / (d * 2^(63 + bits)), which is too much by less than 1 / d, and
@@ -46,7 +46,7 @@ constexpr uint8_t MAX_SPLIT_FRACTION_DIGITS = 8;
 // 2^bits.
 struct Reciprocal {
     uint64_t m_factor;
-    unsigned m_shift; // beyond the lower 64 bits of the product
+    unsigned m_shift; // in addition to the lower 64 bits of the product
 
     uint64_t divide(uint64_t dividend) const noexcept {
         return static_cast<uint64_t>(static_cast<UInt128>(dividend) * m_factor >> 64) >> m_shift;
@@ -63,7 +63,7 @@ constexpr std::array<Reciprocal, MAX_SPLIT_FRACTION_DIGITS + 1> POWER_RECIPROCAL
     return reciprocals;
 }();
 
-// The unsigned negation, so that the smallest integer has a magnitude.
+// Negated as unsigned, so that the smallest integer has a magnitude.
 uint64_t getMagnitude(int64_t value) noexcept {
     return value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
 }
@@ -85,9 +85,8 @@ T convert(const XSDDecimal& decimal) noexcept {
 // The longest text of digits and at most one point that is read as words: nineteen digits and the point.
 constexpr size_t MAX_DIGITS_AND_POINT = DecimalDigits::MAX_PARSED_DIGITS + 1;
 
-// Parses any form behind its sign, one character at a time where it must be. What is left to it: forms of 20 characters
-// and more, whose zeros must not count against the capacity, numbers at the limit, and what is wrong with refused
-// forms.
+// Parses any form after its sign, one character at a time where necessary. Reached by: forms of 20 characters and more,
+// whose zeros must not count against the capacity, numbers at the limit, and rejected forms, to find out what is wrong.
 [[gnu::noinline]] LexicalFormStatus tryParseAny(
     const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
     const char* const end = text + length;
@@ -96,7 +95,7 @@ constexpr size_t MAX_DIGITS_AND_POINT = DecimalDigits::MAX_PARSED_DIGITS + 1;
     if (text == point && fraction == end) [[unlikely]]
         return LexicalFormStatus::MALFORMED;
 
-    // Zeros that carry no value go first: they must not count against the capacity.
+    // Zeros that carry no value are removed first: they must not count against the capacity.
     while (text != point && *text == '0')
         ++text;
     const char* fractionEnd = end;
@@ -124,16 +123,83 @@ constexpr size_t MAX_DIGITS_AND_POINT = DecimalDigits::MAX_PARSED_DIGITS + 1;
     const uint64_t magnitude = integerPart * DecimalDigits::POWERS_OF_TEN[fractionLength] + fractionPart;
     if (magnitude > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) + (isNegative ? 1 : 0)) [[unlikely]]
         return LexicalFormStatus::BEYOND_CAPACITY;
-    // Normalised: a fraction that is left ends in a digit other than zero; and minus zero is zero.
+    // Normalised: a remaining fraction ends in a digit other than zero; and minus zero is zero.
     value = XSDDecimal::fromNormalisedFields(
         static_cast<int64_t>(isNegative ? 0 - magnitude : magnitude), static_cast<uint8_t>(fractionLength));
     return LexicalFormStatus::VALID;
 }
 
+/// The digits and the point of a text, as words that end with the text; words that are not present are zero.
+struct Words {
+    uint64_t m_front = 0;
+    uint64_t m_middle = 0;
+    uint64_t m_last = 0;
+};
+
+/// Loads a text of 1 to 8, 9 to 16 or 17 to 20 characters. The first word is padded with leading zeros.
+template<size_t NUMBER_OF_WORDS>
+[[gnu::always_inline]] inline Words loadWords(const char* text, size_t length) noexcept {
+    using namespace DecimalDigits;
+    if constexpr (NUMBER_OF_WORDS == 1)
+        return {0, 0, loadUpToEight(text, length)};
+    else if constexpr (NUMBER_OF_WORDS == 2)
+        return {0, loadEight(text) << (128 - 8 * length), loadEight(text + length - 8)};
+    else
+        return {loadEight(text) << (192 - 8 * length), loadEight(text + length - 16), loadEight(text + length - 8)};
+}
+
+/// Removes the byte that is not a digit, if there is one; the digits before it move up by one place, from word to word.
+/// In a well-formed text that byte is the point: the words before its own have no marks, and its own word has exactly
+/// one. Left to the caller to check: whether it is a point, and whether its word has only this mark.
+/// @param mark            the marks of the word from which a byte was removed, 0 if there are only digits
+/// @param fractionDigits  increased by the digits of the words after that one
+/// @return whether at most one word has marks; if not, the result is meaningless
+[[gnu::always_inline]] inline bool tryRemoveNonDigit(Words& words, uint64_t& mark, size_t& fractionDigits) noexcept {
+    using namespace DecimalDigits;
+    const uint64_t frontMark = markNonDigits(words.m_front);
+    const uint64_t middleMark = markNonDigits(words.m_middle);
+    mark = markNonDigits(words.m_last);
+    if (mark != 0) {
+        if ((middleMark | frontMark) != 0) [[unlikely]]
+            return false;
+        words.m_last = removeByte(words.m_last, mark) | words.m_middle >> 56;
+        words.m_middle = words.m_middle << 8 | words.m_front >> 56;
+        words.m_front <<= 8;
+    }
+    else if (middleMark != 0) {
+        if (frontMark != 0) [[unlikely]]
+            return false;
+        words.m_middle = removeByte(words.m_middle, middleMark) | words.m_front >> 56;
+        words.m_front <<= 8;
+        mark = middleMark;
+        fractionDigits += 8;
+    }
+    else if (frontMark != 0) {
+        words.m_front = removeByte(words.m_front, frontMark);
+        mark = frontMark;
+        fractionDigits += 16;
+    }
+    return true;
+}
+
+/// The number that the digits represent, at most 19 of them: < 10^19 < 2^64.
+template<size_t NUMBER_OF_WORDS>
+[[gnu::always_inline]] inline uint64_t combineWords(const Words& words) noexcept {
+    using namespace DecimalDigits;
+    constexpr uint64_t EIGHT_DIGITS = 100000000;
+    const uint64_t last = combineDigits(words.m_last);
+    if constexpr (NUMBER_OF_WORDS == 1)
+        return last;
+    else if constexpr (NUMBER_OF_WORDS == 2)
+        return combineDigits(words.m_middle) * EIGHT_DIGITS + last;
+    else
+        return (combineDigits(words.m_front) * EIGHT_DIGITS + combineDigits(words.m_middle)) * EIGHT_DIGITS + last;
+}
+
 // Writes a number with more fraction digits than are split off, and returns the length of the text.
 [[gnu::noinline]] size_t writeLongFraction(uint64_t magnitude, size_t fractionDigits, char* buffer) noexcept {
-    // The digits are written one place to the right of where they belong, which leaves room for the point, and so never
-    // behind the end of the text: it has at least one character more than there are digits.
+    // The digits are written one place to the right of their final position, which leaves room for the point, and so
+    // never after the end of the text: it has at least one character more than there are digits.
     const size_t numberOfDigits = DecimalDigits::write(magnitude, buffer + 1);
     if (numberOfDigits > fractionDigits) {
         const size_t integerLength = numberOfDigits - fractionDigits;
@@ -162,7 +228,7 @@ XSDDecimal::XSDDecimal(const char* text, size_t length) {
 
 LexicalFormStatus XSDDecimal::tryParse(const char* text, size_t length, XSDDecimal& value) noexcept {
     bool isNegative = false;
-    // Signs are below '.', and so are no other characters of a decimal.
+    // Signs are below '.', and no other characters of a decimal are.
     if (length != 0 && static_cast<unsigned char>(*text) < '.') {
         isNegative = *text == '-';
         if (!isNegative && *text != '+') [[unlikely]]
@@ -170,7 +236,7 @@ LexicalFormStatus XSDDecimal::tryParse(const char* text, size_t length, XSDDecim
         ++text;
         --length;
     }
-    // Each is a function of its own, called last: together they would need more registers than there are.
+    // Each is a separate function, called last: together they would need more registers than there are.
     if (length <= 8)
         return length == 0 ? LexicalFormStatus::MALFORMED : tryParseWords<1>(text, length, isNegative, value);
     if (length <= 16)
@@ -183,58 +249,13 @@ LexicalFormStatus XSDDecimal::tryParse(const char* text, size_t length, XSDDecim
 template<size_t NUMBER_OF_WORDS>
 LexicalFormStatus XSDDecimal::tryParseWords(
     const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept {
-    using namespace DecimalDigits;
-    constexpr uint64_t EIGHT_DIGITS = 100000000;
-    // The words end with the text; the front one is filled up with leading zeros.
-    uint64_t front = 0;
-    uint64_t middle = 0;
-    uint64_t last;
-    if constexpr (NUMBER_OF_WORDS == 1)
-        last = loadUpToEight(text, length);
-    else {
-        last = loadEight(text + length - 8);
-        if constexpr (NUMBER_OF_WORDS == 2)
-            middle = loadEight(text) << (128 - 8 * length);
-        else {
-            middle = loadEight(text + length - 16);
-            front = loadEight(text) << (192 - 8 * length);
-        }
-    }
-    // The point is taken out, and what stands in front of it moves up by one place, from word to word. It is the only
-    // byte that is no digit: the marks in front of its word are none, and its own is a single one.
-    const uint64_t frontMark = markNonDigits(front);
-    const uint64_t middleMark = markNonDigits(middle);
-    uint64_t mark = markNonDigits(last);
+    Words words = loadWords<NUMBER_OF_WORDS>(text, length);
     size_t fractionDigits = 0;
-    if (mark != 0) {
-        if ((middleMark | frontMark) != 0) [[unlikely]]
-            return tryParseAny(text, length, isNegative, value);
-        last = removeByte(last, mark) | middle >> 56;
-        middle = middle << 8 | front >> 56;
-        front <<= 8;
-    }
-    else if (middleMark != 0) {
-        if (frontMark != 0) [[unlikely]]
-            return tryParseAny(text, length, isNegative, value);
-        middle = removeByte(middle, middleMark) | front >> 56;
-        front <<= 8;
-        mark = middleMark;
-        fractionDigits = 8;
-    }
-    else if (frontMark != 0) {
-        front = removeByte(front, frontMark);
-        mark = frontMark;
-        fractionDigits = 16;
-    }
-    else if (NUMBER_OF_WORDS == 3 && length > MAX_PARSED_DIGITS) [[unlikely]]
+    uint64_t mark;
+    if (!tryRemoveNonDigit(words, mark, fractionDigits) ||
+        (NUMBER_OF_WORDS == 3 && mark == 0 && length > DecimalDigits::MAX_PARSED_DIGITS)) [[unlikely]]
         return tryParseAny(text, length, isNegative, value);
-
-    // At most 19 digits are left: < 10^19 < 2^64. What is not among the words is a constant zero.
-    uint64_t magnitude = combineDigits(last);
-    if constexpr (NUMBER_OF_WORDS == 2)
-        magnitude += combineDigits(middle) * EIGHT_DIGITS;
-    else if constexpr (NUMBER_OF_WORDS == 3)
-        magnitude += (combineDigits(front) * EIGHT_DIGITS + combineDigits(middle)) * EIGHT_DIGITS;
+    uint64_t magnitude = combineWords<NUMBER_OF_WORDS>(words);
     if (mark != 0) {
         fractionDigits += static_cast<size_t>(std::countl_zero(mark)) / 8; // the mark is the top bit of its byte
         if ((mark & (mark - 1)) != 0 || text[length - 1 - fractionDigits] != '.' || length == 1) [[unlikely]]
@@ -248,9 +269,9 @@ LexicalFormStatus XSDDecimal::tryParseWords(
         }
     }
     if (NUMBER_OF_WORDS == 3 && magnitude > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
-        [[unlikely]] // perhaps that of the smallest number
+        [[unlikely]] // may be the magnitude of the smallest number
         return tryParseAny(text, length, isNegative, value);
-    // Field by field: a whole value would be put together in memory first, and its load would wait for the pieces.
+    // Field by field: a whole value would be assembled in memory first, and its load would wait for the pieces.
     value.m_unscaledValue = static_cast<int64_t>(isNegative ? 0 - magnitude : magnitude);
     value.m_fractionDigits = static_cast<uint8_t>(fractionDigits);
     return LexicalFormStatus::VALID;
@@ -300,7 +321,7 @@ float XSDDecimal::toFloat() const noexcept {
 std::strong_ordering operator<=>(const XSDDecimal& first, const XSDDecimal& second) noexcept {
     if (first.m_fractionDigits == second.m_fractionDigits)
         return first.m_unscaledValue <=> second.m_unscaledValue;
-    // Both times the other's power of ten: at most 2^63 * 10^19 < 2^63 * 2^64 = 2^127 in magnitude.
+    // Each side times the other's power of ten: at most 2^63 * 10^19 < 2^63 * 2^64 = 2^127 in magnitude.
     const Int128 firstScaled =
         static_cast<Int128>(first.m_unscaledValue) * DecimalDigits::POWERS_OF_TEN[second.m_fractionDigits];
     const Int128 secondScaled =

@@ -42,7 +42,7 @@ public:
     /// Returns VALID, MALFORMED or BEYOND_CAPACITY. Neither allocates nor throws.
     static LexicalFormStatus tryParse(const char* text, size_t length, XSDDecimal& value) noexcept;
 
-    /// The decimal with exactly these fields, which must be normalised: they were read back from a stored record.
+    /// The decimal with exactly these fields, which must be normalised: they come from a stored record.
     static XSDDecimal fromNormalisedFields(int64_t unscaledValue, uint8_t fractionDigits) noexcept {
         XSDDecimal result;
         result.m_unscaledValue = unscaledValue;
@@ -80,8 +80,7 @@ public:
 
 private:
 
-    /// Parses a form behind its sign, of as many characters as the words hold and fewer do not: 1 to 8, 9 to 16, 17 to
-    /// 20.
+    /// Parses a form after its sign, whose length requires this number of words: 1 to 8, 9 to 16, 17 to 20 characters.
     template<size_t NUMBER_OF_WORDS>
     static LexicalFormStatus tryParseWords(
         const char* text, size_t length, bool isNegative, XSDDecimal& value) noexcept;

@@ -35,7 +35,7 @@ DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
     m_data(data),
     m_length(length),
     m_isReadable(false),
-    m_isHeaderSound(false),
+    m_isHeaderIntact(false),
     m_header(),
     m_table(),
     m_headerChecksum(0),
@@ -62,7 +62,8 @@ DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
 
 bool DamagedStore::findSections() {
     const bool isMagic = std::memcmp(m_header.m_magic, StoreFormat::MAGIC, sizeof(m_header.m_magic)) == 0;
-    // With a right checksum these are not damage: the store is of another kind, and what is known here does not apply.
+    // With a correct checksum these are not damage: the store has another format, and what is known here does not
+    // apply.
     if (isMagic && m_header.m_byteOrderMark == __builtin_bswap32(StoreFormat::BYTE_ORDER_MARK)) {
         m_problems.push_back("header: written on a machine with a different byte order");
         return false;
@@ -128,8 +129,8 @@ void DamagedStore::setSections(const std::array<uint64_t, NUMBER_OF_SECTIONS>& l
         const uint64_t begin = std::min(position, m_length);
         section.m_data = m_data + begin;
         section.m_length = std::min(lengths[index], m_length - begin);
-        section.m_isSound = section.m_length == lengths[index] &&
-                            getChecksum(section.m_data, section.m_length) == m_table[index].m_checksum;
+        section.m_isIntact = section.m_length == lengths[index] &&
+                             getChecksum(section.m_data, section.m_length) == m_table[index].m_checksum;
         position += lengths[index];
     }
     m_nextResourceID =
@@ -138,10 +139,10 @@ void DamagedStore::setSections(const std::array<uint64_t, NUMBER_OF_SECTIONS>& l
 
 void DamagedStore::readCounters() {
     std::memcpy(&m_counters, m_sections[COUNTERS].m_data, sizeof(m_counters));
-    m_isHeaderSound = getChecksum(m_data, FRAME_LENGTH - sizeof(m_headerChecksum)) == m_headerChecksum;
+    m_isHeaderIntact = getChecksum(m_data, FRAME_LENGTH - sizeof(m_headerChecksum)) == m_headerChecksum;
     const bool isPossibleWidth = m_header.m_resourceIDWidth == 32 || m_header.m_resourceIDWidth == 64;
-    m_resourceIDWidth = m_isHeaderSound && isPossibleWidth ? static_cast<ResourceIDWidth>(m_header.m_resourceIDWidth)
-                                                           : guessResourceIDWidth();
+    m_resourceIDWidth = m_isHeaderIntact && isPossibleWidth ? static_cast<ResourceIDWidth>(m_header.m_resourceIDWidth)
+                                                            : guessResourceIDWidth();
     const bool isNarrow = m_resourceIDWidth == ResourceIDWidth::BITS_32;
     const uint64_t maximum = isNarrow ? Dictionary::MAX_RESOURCE_ID_32 : Dictionary::MAX_RESOURCE_ID_64;
     const bool isPossible = m_counters.m_maxResourceID >= std::max(Dictionary::MIN_MAX_RESOURCE_ID, m_nextResourceID) &&
@@ -153,8 +154,8 @@ void DamagedStore::readCounters() {
 }
 
 ResourceIDWidth DamagedStore::guessResourceIDWidth() const {
-    // The records of decimals are laid out by the width and begin with the ID of their resource. A wide record looks
-    // like a narrow one of the same ID, too; a narrow one looks wide only where the low half of its value is zero.
+    // The layout of decimal records depends on the width; a record begins with the ID of its resource. A wide record
+    // also looks like a narrow one of the same ID; a narrow one looks wide only if the low half of its value is zero.
     const uint64_t narrowRecords = countRecords(ResourceIDWidth::BITS_32);
     const uint64_t wideRecords = countRecords(ResourceIDWidth::BITS_64);
     if (narrowRecords > wideRecords)
@@ -208,7 +209,7 @@ void DamagedStore::checkHeader() {
     for (size_t index = 0; index < NUMBER_OF_SECTIONS; ++index)
         if (StoreFormat::getName(m_table[index]) != SECTION_NAMES[index])
             report("wrong name of section '" + SECTION_NAMES[index] + "'");
-    if (!m_isHeaderSound)
+    if (!m_isHeaderIntact)
         report("wrong checksum: the file is damaged");
 }
 
@@ -219,7 +220,7 @@ void DamagedStore::checkSections() {
         if (m_sections[index].m_length != m_lengths[index])
             m_problems.push_back(
                 SECTION_NAMES[index] + ": the file ends before the end of the section: it is truncated");
-        else if (!m_sections[index].m_isSound)
+        else if (!m_sections[index].m_isIntact)
             m_problems.push_back(SECTION_NAMES[index] + ": wrong checksum: the file is damaged");
     }
     if (end < m_length)
@@ -240,7 +241,7 @@ void DamagedStore::checkSections() {
         reportCounter("invalid maximum resource ID " + std::to_string(m_counters.m_maxResourceID));
 }
 
-std::vector<uint8_t> DamagedStore::makeSoundBeginning() const {
+std::vector<uint8_t> DamagedStore::makeIntactFrame() const {
     StoreFormat::Header header = StoreFormat::makeHeader(m_resourceIDWidth, NUMBER_OF_SECTIONS);
     header.m_libraryVersion = m_header.m_libraryVersion;
     header.m_pageSize = m_header.m_pageSize;

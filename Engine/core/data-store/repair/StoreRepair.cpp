@@ -15,7 +15,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <string_view>
+#include <utility>
 
 namespace kavix {
 
@@ -34,15 +34,15 @@ using DecimalPolicy = NumericDatatype<unsigned int>::DecimalPolicy;
 
 }
 
-StoreRepair::StoreRepair(const DamagedStore& store, bool isTakingUnconfirmed) :
+StoreRepair::StoreRepair(const DamagedStore& store, bool includeUnverified) :
     m_store(store),
-    m_isTakingUnconfirmed(isTakingUnconfirmed),
-    m_areArraysSound(
-        store.getSection(DamagedStore::DATATYPE_IDS).m_isSound &&
-        store.getSection(DamagedStore::RESOURCE_DATA).m_isSound),
-    m_isPoolSound(store.getSection(DamagedStore::DATA_POOL).m_isSound),
+    m_includeUnverified(includeUnverified),
+    m_areArraysIntact(
+        store.getSection(DamagedStore::DATATYPE_IDS).m_isIntact &&
+        store.getSection(DamagedStore::RESOURCE_DATA).m_isIntact),
+    m_isPoolIntact(store.getSection(DamagedStore::DATA_POOL).m_isIntact),
     m_record(store.getResourceIDWidth()),
-    m_areTablesSound(store.getSection(DamagedStore::DICTIONARY).m_isSound),
+    m_areTablesIntact(store.getSection(DamagedStore::DICTIONARY).m_isIntact),
     m_tableDatatypeIDs(store.getNextResourceID(), D_NONE),
     m_tableData(store.getNextResourceID(), 0),
     m_isReachable(store.getNextResourceID(), false),
@@ -61,7 +61,7 @@ void StoreRepair::readTables() {
     for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
         const uint64_t length = readTable(position, datatypeID);
         if (length == 0) {
-            m_areTablesSound = false; // whatever the checksum: where the next one begins is not known either
+            m_areTablesIntact = false; // whatever the checksum: the start of the next one is unknown too
             return;
         }
         position += length;
@@ -111,7 +111,7 @@ void StoreRepair::readBuckets(const uint8_t* buckets, uint64_t numberOfBuckets, 
     const uint64_t size = NumericImageFormat::getBucketSize(datatypeID);
     const uint64_t mask = numberOfBuckets - 1;
     const auto isEmpty = [&](uint64_t index) { return readKeyWord(buckets + index * size, datatypeID) == 0; };
-    // After an empty bucket, so that at each bucket it is known how far back the last empty one is.
+    // Starting after an empty bucket, so that the distance to the last empty one is known at every bucket.
     uint64_t begin = 0;
     while (begin < numberOfBuckets && !isEmpty(begin))
         ++begin;
@@ -170,8 +170,8 @@ std::string StoreRepair::decide(uint64_t resourceID, ResourceValue& value) const
     const bool isInArrays = arrays.m_datatypeID != D_NONE;
     const bool isInTables = tables.m_datatypeID != D_NONE;
     Claim chosen = arrays;
-    if (!m_areArraysSound && !(arrays == tables)) {
-        if (!m_areTablesSound)
+    if (!m_areArraysIntact && !(arrays == tables)) {
+        if (!m_areTablesIntact)
             return !isInTables   ? "only the damaged arrays have it"
                    : !isInArrays ? "only the damaged tables have it"
                                  : "the damaged arrays and the damaged tables disagree";
@@ -184,13 +184,13 @@ std::string StoreRepair::decide(uint64_t resourceID, ResourceValue& value) const
     else if (!isInArrays)
         return "the tables have it, but the arrays do not";
     std::string reason = decode(resourceID, chosen, value);
-    if (!reason.empty() && m_areTablesSound && isInTables && !(chosen == tables) && !m_isContradicted[resourceID] &&
+    if (!reason.empty() && m_areTablesIntact && isInTables && !(chosen == tables) && !m_isContradicted[resourceID] &&
         decode(resourceID, tables, value).empty()) {
         reason.clear();
         chosen = tables;
     }
-    if (reason.empty() && chosen.m_datatypeID == D_XSD_DECIMAL && !m_isPoolSound) {
-        if (!m_isTakingUnconfirmed)
+    if (reason.empty() && chosen.m_datatypeID == D_XSD_DECIMAL && !m_isPoolIntact) {
+        if (!m_includeUnverified)
             return "its record is in the damaged data pool and cannot be confirmed";
         if (!(chosen == tables) || !m_isReachable[resourceID])
             return "its record in the damaged data pool does not match the tables";
@@ -202,11 +202,11 @@ void StoreRepair::enumerate(const ResourceConsumer& consume, const ProblemReport
     for (uint64_t resourceID = 1; resourceID < m_store.getNextResourceID(); ++resourceID) {
         const uint8_t arrayDatatypeID = getArrayClaim(resourceID).m_datatypeID;
         const uint8_t datatypeID = arrayDatatypeID != D_NONE ? arrayDatatypeID : m_tableDatatypeIDs[resourceID];
-        // What the only sound ones of arrays and tables do not have does not exist, and what the damaged ones have
-        // there is no loss. The tables find the IDs of decimals in the data pool.
+        // If only the arrays or only the tables are intact, a resource that they lack does not exist, and what the
+        // damaged ones have there is not a loss. Tables refer to the data pool for the IDs of decimals.
         if (datatypeID == D_NONE ||
-            (!m_areArraysSound && m_areTablesSound && m_isPoolSound && m_tableDatatypeIDs[resourceID] == D_NONE) ||
-            (m_areArraysSound && !m_areTablesSound && arrayDatatypeID == D_NONE))
+            (!m_areArraysIntact && m_areTablesIntact && m_isPoolIntact && m_tableDatatypeIDs[resourceID] == D_NONE) ||
+            (m_areArraysIntact && !m_areTablesIntact && arrayDatatypeID == D_NONE))
             continue;
         ResourceValue value;
         const std::string reason = decide(resourceID, value);
@@ -231,7 +231,7 @@ std::unique_ptr<Dictionary> StoreRepair::rebuild(
         dictionary = std::make_unique<Dictionary>(options);
     }
     catch (const SystemCallException&) {
-        // A bound that was made up may ask for more address space than there is; no ID needs it.
+        // A corrupt maximum resource ID may ask for more address space than there is; no ID needs it.
         options.maxResourceID = std::max(m_store.getNextResourceID(), Dictionary::MIN_MAX_RESOURCE_ID);
         dictionary = std::make_unique<Dictionary>(options);
     }

@@ -9,7 +9,7 @@
 
 namespace kavix {
 
-/// A 64-bit checksum (XXH3-64, seed 0) of bytes that come in pieces. One thread at a time.
+/// A 64-bit checksum (XXH3-64, seed 0) of bytes that arrive in pieces. One thread at a time.
 class Checksum {
 
 public:
@@ -24,7 +24,7 @@ public:
 
     void update(const void* data, size_t numberOfBytes) noexcept;
 
-    /// The checksum of what came so far.
+    /// The checksum of the bytes so far.
     uint64_t getValue() const noexcept;
 
     void reset() noexcept;
@@ -35,11 +35,11 @@ private:
     std::unique_ptr<State> m_state;
 };
 
-/// The checksum of bytes that are all there.
+/// The checksum of bytes that are available all at once.
 /// @throws std::bad_alloc
 uint64_t getChecksum(const void* data, size_t numberOfBytes);
 
-/// Counts and checksums what is written to it and keeps nothing.
+/// Counts and checksums what is written to it and stores nothing.
 class ChecksumOutputStream : public OutputStream {
 
 public:
@@ -61,8 +61,8 @@ private:
     uint64_t m_numberOfBytes = 0;
 };
 
-/// A part of another stream, from its present position on: ends after its length, checksums what is read. Nothing else
-/// may read the other stream meanwhile.
+/// A part of another stream, from its current position on: ends after its length, checksums what is read. The other
+/// stream must not be read by anyone else during that time.
 class ChecksumInputStream : public InputStream {
 
 public:

@@ -2,7 +2,6 @@
 
 #include "core/data-store/dictionary/ResourceIDWidth.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -11,12 +10,11 @@
 
 namespace kavix {
 
-/// The frame of a store: a header, a table of sections, its checksum, then the sections one after the other. All
-/// numbers are in the byte order of the machine that wrote it; the header tells which one. docs/store-file.md has the
-/// details.
+/// The frame of a store: a header, a section table, its checksum, then the sections one after the other. All numbers
+/// are in the byte order of the machine that wrote it, which the header identifies. docs/store-file.md has the details.
 namespace StoreFormat {
 
-/// Bytes that no text file begins with, and that copying as text would spoil.
+/// Bytes that no text file begins with, and that text-mode copying would corrupt.
 inline constexpr unsigned char MAGIC[8] = {0x8b, 'K', 'A', 'V', 'I', '\r', '\n', 0x1a};
 
 inline constexpr uint32_t FORMAT_VERSION = 1;
@@ -42,16 +40,16 @@ struct Section {
 
 /// The content of section "counters".
 struct Counters {
-    uint64_t m_nextResourceID; // the lowest ID not yet given out; the arrays have as many entries
+    uint64_t m_nextResourceID; // the lowest ID not yet allocated; the number of entries of each array
     uint64_t m_maxResourceID; // exclusive bound of resource IDs
-    uint64_t m_dataPoolEnd; // the offset behind the last byte of the data pool
+    uint64_t m_dataPoolEnd; // one past the last byte of the data pool
     uint64_t m_numberOfResources; // how many IDs have a datatype
 };
 
 static_assert(sizeof(Header) == 40 && sizeof(Section) == 40 && sizeof(Counters) == 32);
 
 inline constexpr char COUNTERS[] = "counters";
-inline constexpr char DATATYPE_IDS[] = "datatypes"; // a byte for each ID from 0 on; 0 for no resource
+inline constexpr char DATATYPE_IDS[] = "datatypes"; // a byte for each ID from 0 on; 0 if there is no resource
 inline constexpr char RESOURCE_DATA[] = "data"; // a 64-bit word for each ID from 0 on
 inline constexpr char DATA_POOL[] = "pool"; // the bytes of the data pool from offset 64 on
 inline constexpr char DICTIONARY_PREFIX[] = "dictionary-"; // then the smallest datatype ID of the family: its image
@@ -62,16 +60,16 @@ inline constexpr uint64_t MAX_NUMBER_OF_SECTIONS = 64;
 /// The header that this program writes.
 Header makeHeader(ResourceIDWidth resourceIDWidth, uint64_t numberOfSections) noexcept;
 
-/// What comes before the first section: the header, the table of sections and the checksum of both.
+/// Everything before the first section: the header, the section table and the checksum of both.
 /// @throws std::bad_alloc
 std::vector<uint8_t> makeFrame(const Header& header, std::span<const Section> sections);
 
-/// In bytes, of what makeFrame() returns.
+/// The size of what makeFrame() returns, in bytes.
 constexpr uint64_t getFrameLength(uint64_t numberOfSections) noexcept {
     return sizeof(Header) + numberOfSections * sizeof(Section) + sizeof(uint64_t);
 }
 
-/// The name of a section, as far as there is one; a damaged one may have any characters.
+/// The name of a section, as far as it can be read; a damaged one may have any characters.
 std::string getName(const Section& section);
 
 /// @param name  at most 16 characters

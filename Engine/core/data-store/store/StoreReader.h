@@ -14,13 +14,13 @@
 
 namespace kavix {
 
-/// The frame of a store that is being opened: finds the sections, reads them, verifies their checksums.
-/// Every error is a KavixException that names the section and the reason. One thread at a time.
+/// The frame of a store that is being opened: locates the sections, reads them, verifies their checksums. Every error
+/// is a KavixException that names the section and the reason. One thread at a time.
 class StoreReader : private Unmovable {
 
 public:
 
-    /// Reads and checks the header and the table of sections.
+    /// Reads and checks the header and the section table.
     explicit StoreReader(InputStream& input);
 
     ResourceIDWidth getResourceIDWidth() const noexcept {
@@ -29,13 +29,13 @@ public:
 
     size_t getNumberOfSections() const noexcept { return m_sections.size(); }
 
-    /// Throws unless the section has a length, in bytes.
+    /// Throws unless the section has this length, in bytes.
     void checkLength(const std::string& name, uint64_t length) const;
 
     /// Reads a whole section of a known length and verifies its checksum.
     void readSection(const std::string& name, void* data, uint64_t length);
 
-    /// Lets read(input) read a whole section and verifies its checksum.
+    /// Has read(input) read a whole section and verifies its checksum.
     template<typename Read>
     void readSection(const std::string& name, Read read) {
         const StoreFormat::Section& section = getSection(name);
@@ -47,7 +47,7 @@ public:
         checkSection(name, section, sectionInput);
     }
 
-    /// Lets inspect(input, length) look at a section without regard to its checksum, which readSection() verifies.
+    /// Has inspect(input, length) examine a section without regard to its checksum, which readSection() verifies.
     template<typename Inspect>
     void inspectSection(const std::string& name, Inspect inspect) {
         const StoreFormat::Section& section = getSection(name);
@@ -57,14 +57,14 @@ public:
             [&] { inspect(m_input, section.m_length); }, [&] { throwSectionTooShort(name, section.m_length); });
     }
 
-    /// Throws if something follows the last section.
+    /// Throws if there is data after the last section.
     void checkEnd();
 
 private:
 
     static constexpr uint64_t UNKNOWN_POSITION = UINT64_MAX; // the next seek starts from the beginning
 
-    /// Runs an operation; if the input ends too early, lets explain() throw an error that says what that means here.
+    /// Runs an operation; if the input ends too early, has explain() throw an error that says what that means here.
     template<typename Operation, typename Explain>
     static void explainPrematureEnd(Operation operation, Explain explain) {
         try {

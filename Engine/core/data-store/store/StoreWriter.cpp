@@ -2,6 +2,7 @@
 
 #include "core/data-store/store/Checksum.h"
 
+#include <cstdint>
 #include <utility>
 
 namespace kavix {

@@ -4,8 +4,6 @@
 #include "core/platform/collections/TableImageFormat.h"
 #include "core/platform/collections/ThreadContext.h"
 #include "core/platform/system/MemoryRegion.h"
-#include "core/platform/system/SpinWait.h"
-#include "core/platform/system/Unmovable.h"
 
 #include <algorithm>
 #include <atomic>
@@ -22,7 +20,7 @@ namespace kavix {
 /// A hash table with linear probing that many threads search and extend while it grows.
 ///
 ///   bucket:  empty --claim--> busy --publish--> live --delete--> deleted
-///              ^----give up----'        (the key word alone tells the state)
+///              ^----give up----'        (the key word alone determines the state)
 ///
 ///   key word   0 empty; all ones busy: a writer fills the bucket; all ones but the lowest deleted; otherwise live
 ///
@@ -32,7 +30,7 @@ namespace kavix {
 ///   -1                   no resize runs                                 a leader, by exchange    -2
 ///   -2                   a leader stops the others and allocates        the leader               0; -1 on failure
 ///   0 .. chunks - 1      the next chunk of old buckets to be moved      any thread, by exchange  the next number
-///   chunks or more       all claimed, some are still being moved        who finishes the last    -1
+///   chunks or more       all claimed, some are still being moved        the last to finish       -1
 ///
 /// Invariants
 ///  - The key and value of a live bucket never change; only deletion overwrites the key.
@@ -40,21 +38,22 @@ namespace kavix {
 ///    meets an empty bucket and ends.
 ///  - Outside a resize there is one array; during one, no thread looks up or inserts.
 ///  - The array, its mask, size and end, the threshold and the chunk count change only while every slot is stopped, or
-///    alone; they are read only by threads that hold a slot.
+///    while no other thread is inside; only threads that hold a slot read them.
 /// Callers   find, findOrInsert, markDeleted: any thread that has a slot to itself; statistics: any thread. The rest,
-///           construction and destruction: one thread, nobody else inside.
-/// Orders    Keys: published by release, read by acquire; whoever sees a key sees its value.
-///           Slots: acquire on entry, release on leaving; whoever stops a slot sees its work.
+///           construction and destruction: one thread, with no other thread inside.
+/// Orders    Keys: published by release, read by acquire; a thread that observes a key also observes its value.
+///           Slots: acquire on entry, release on leaving; a thread that stops a slot observes everything its owner did.
 ///           Used and deleted counts: relaxed; they ration and count buckets and publish nothing.
-///           Resize state: acquire and release; the finisher's -1 publishes the moved array to those who wait inside.
+///           Resize state: acquire and release; the -1 of the last to finish publishes the moved array to the threads
+///           that wait inside.
 /// Progress  Lookups take no lock but wait for a busy bucket and for a resize: not wait-free.
-/// Failures  No memory to grow: the table is as before, the caller gets the error, the rest go on.
+/// Failures  No memory to grow: the table is unchanged, the caller gets the error, other threads continue.
 ///           Creating an entry throws: its bucket is empty again, the reservation is kept.
 /// Cost      Expected constant probes up to load 0.7; growth moves an entry once per doubling. The shared used count is
-///           touched once per 100 insertions of a thread. A look-up is a cache miss and few instructions, and the
-///           processor overlaps the misses of as many look-ups as its window holds: so find() and findOrInsert() have a
-///           short lane that calls nothing; every obstacle sends them to another function, which begins again or goes
-///           on at the bucket that was reached.
+///           touched once per 100 insertions of a thread. A lookup costs one cache miss and a few instructions, and the
+///           processor overlaps the misses of as many lookups as fit its window: so find() and findOrInsert() have a
+///           fast path that calls nothing; every obstacle sends them to a slow path, a separate function, which starts
+///           over or continues at the bucket that was reached.
 ///
 /// Policy says what a bucket is:
 ///   Bucket, KeyWord, Key                             the types; an empty bucket is all zero bytes
@@ -63,10 +62,10 @@ namespace kavix {
 ///   isEqual(bucket, keyWord, key)                    whether a live bucket holds the key
 ///   setValue(bucket, key), copyValue(from, to)       everything of a bucket but the key word
 ///   getResourceID(bucket, keyWord)                   of a live bucket; never 0
-///   ENTRY_IS_IN_BUCKET, prefetchEntry(keyWord)       whether isEqual() reads nothing but the bucket; fetches what else
+///   ENTRY_IS_IN_BUCKET, prefetchEntry(keyWord)       whether isEqual() reads only the bucket; prefetches the rest
 /// Buckets are saved as raw bytes: their layout, the hash and the markers are part of the image format.
 ///
-/// The slots are to lie at the beginning, where reaching one takes the fewest instructions. So this class, unlike
+/// The slots lie at the beginning, where reaching one takes the fewest instructions. For that reason this class, unlike
 /// others, is not derived from Unmovable: slots are, and an object and its first member may not share an empty base.
 template<typename Policy>
 class ParallelHashTable {
@@ -102,39 +101,39 @@ public:
 
     /// Makes the table empty.
     /// @param numberOfBuckets  a power of two, at least 1024
-    /// @throws as MemoryRegion  the table has no buckets then
+    /// @throws as MemoryRegion; the table then has no buckets
     void initialize(size_t numberOfBuckets);
 
     /// Returns the resource ID of a key, or 0 if it is absent or its ID is not below the end. Live buckets whose key
-    /// word isVisible(keyWord) refuses are passed over.
+    /// word isVisible(keyWord) rejects are skipped.
     template<typename IsVisible>
     [[gnu::always_inline]] inline uint64_t find(
         const Key& key, IsVisible isVisible, uint64_t resourceIDEnd = std::numeric_limits<uint64_t>::max()) noexcept;
 
-    /// Returns the resource ID of a key; if it is absent, enters what createEntry(key, arguments...) returns. The key
+    /// Returns the resource ID of a key; if it is absent, inserts what createEntry(key, arguments...) returns. The key
     /// word of that entry is none of the three markers, and everything a reader needs to use it was written before
-    /// createEntry() returned. Unlike what createEntry captures, the arguments can stay in registers: at most three
-    /// words together with a key of one word, two with a key of two. Where there is a createEntry.tryAtOnce(key,
-    /// arguments...), it is asked first. It does not throw and is short, since callers inline it, and returns the
-    /// entry, or nothing if it has not done anything.
+    /// createEntry() returned. Unlike the captures of createEntry, the arguments can stay in registers: at most three
+    /// words together with a key of one word, two with a key of two. If createEntry.tryAtOnce(key, arguments...)
+    /// exists, it is called first. It does not throw, is short because callers inline it, and returns the entry, or
+    /// nothing if it has done nothing.
     /// @throws as MemoryRegion if the table must grow and cannot, and whatever createEntry() throws: the key is absent
     template<typename CreateEntry, typename... Arguments>
     [[gnu::always_inline]] inline uint64_t findOrInsert(
         const Key& key, CreateEntry createEntry, Arguments... arguments);
 
-    /// find() for many keys: resourceIDs[i] becomes what find(keys[i]) returns. Fetches ahead, so that the waits for
-    /// memory overlap; enters the table once for BATCH_SIZE keys.
+    /// find() for many keys: resourceIDs[i] becomes what find(keys[i]) returns. Prefetches, so that cache misses
+    /// overlap; enters the table once for BATCH_SIZE keys.
     template<typename IsVisible>
     void findAll(std::span<const Key> keys, uint64_t* resourceIDs, IsVisible isVisible) noexcept;
 
-    /// findOrInsert() for many keys, in order: keys are looked up together, and then the absent ones entered one after
-    /// the other. createEntry(keys[i], i) makes an entry.
-    /// @throws as findOrInsert() at the first key that fails: the keys before it have their IDs, what is written to
-    ///         resourceIDs from it on is unspecified, and none of them was entered
+    /// findOrInsert() for many keys, in order: keys are looked up together, and then the absent ones are inserted one
+    /// after the other. createEntry(keys[i], i) makes an entry.
+    /// @throws as findOrInsert() at the first key that fails: the keys before it have their IDs; the contents of
+    ///         resourceIDs from that index on are unspecified, and no key from that index on was inserted
     template<typename CreateEntry>
     void findOrInsertAll(std::span<const Key> keys, uint64_t* resourceIDs, CreateEntry createEntry);
 
-    /// How many keys a thread looks up before it lets a resize go first.
+    /// How many keys a thread looks up before it lets a pending resize proceed.
     static constexpr size_t BATCH_SIZE = 1024;
 
     /// Marks the entry of a key deleted if it has the given key word; otherwise changes nothing. The bucket stays
@@ -144,7 +143,7 @@ public:
     /// Removes every entry and keeps the size.
     void clear() noexcept;
 
-    /// Enters a key in the course of a rebuild, without regard to the threshold: the table held the key before. A
+    /// Inserts a key in the course of a rebuild, without regard to the threshold: the table held the key before. A
     /// bucket for which isSame(bucket, keyWord) holds is overwritten.
     template<typename IsSame>
     void reinsert(const Key& key, KeyWord newKeyWord, IsSame isSame) noexcept;
@@ -156,9 +155,9 @@ public:
     /// Writes the table as raw memory.
     void save(OutputStream& output) const;
 
-    /// Replaces the table by what save() wrote. No field but the header is checked.
+    /// Replaces the table by what save() wrote. Only the header is checked.
     /// @throws KavixException  "Invalid input file: cannot load ParallelHashTable.", "Premature end of file.", or as
-    ///                         MemoryRegion: the table is to be discarded or initialised again
+    ///                         MemoryRegion: the table must then be discarded or initialised again
     void load(InputStream& input);
 
     /// Runs an operation while this thread is inside the table, after any resize in progress.
@@ -171,11 +170,11 @@ public:
 
     uint64_t getDeletedCount() const noexcept { return m_deletedCount.load(std::memory_order_relaxed); }
 
-    /// The used count less all free reservations: live and deleted entries. Read without stopping anybody: while others
-    /// insert it may be off by what they reserve at this moment, and even wrap.
+    /// The used count less all free reservations: live and deleted entries. Read without stopping any thread: while
+    /// others insert it may be off by what they are reserving, and may even wrap.
     uint64_t getNumberOfUsedBuckets() const noexcept;
 
-    /// The sum of all free reservations; off by what others reserve or spend at this moment.
+    /// The sum of all free reservations; off by what other threads are reserving or spending.
     uint64_t getNumberOfReservedBuckets() const noexcept { return sumFreeReservations(); }
 
     const Policy& getPolicy() const noexcept { return m_policy; }
@@ -201,10 +200,10 @@ private:
         return m_threadContexts[s_currentThreadContextIndex];
     }
 
-    /// Loads the key word of a bucket as it is.
+    /// Loads the key word of a bucket, busy or not.
     static KeyWord peekKeyWord(const Bucket& bucket) noexcept {
-        // Acquire. Pairs with the release in publish(), placeEntry() and reinsert(): whoever sees a live key word sees
-        // its value.
+        // Acquire. Pairs with the release in publish(), placeEntry() and reinsert(): a thread that observes a live key
+        // word also observes the value.
         return Policy::getKeyWord(bucket).load(std::memory_order_acquire);
     }
 
@@ -212,15 +211,15 @@ private:
 
     bool isResizing() const noexcept {
         assert(getNumberOfBuckets() != 0 && "the table was never initialised");
-        // Acquire. Pairs with the release store that ends a resize: we see the array as it is afterwards.
+        // Acquire. Pairs with the release store that ends a resize: we see the new array.
         return m_resizeState.load(std::memory_order_acquire) != NO_RESIZE;
     }
 
-    // These are called from where the short lanes are inlined, which may be another program: hence "used".
+    // These are called from where the fast paths are inlined, which may be another program: hence "used".
 
-    /// find() and findOrInsert() from the beginning, for a thread that met an obstacle after
+    /// The slow path of find() and findOrInsert(), from the beginning, for a thread that met an obstacle after
     /// ThreadContext::beginEntering().
-    /// @param isInside  what that returned
+    /// @param isInside  the value that beginEntering() returned
     template<typename IsVisible>
     [[gnu::noinline, gnu::used]] uint64_t findSlowly(
         bool isInside, Key key, IsVisible isVisible, uint64_t resourceIDEnd) noexcept;
@@ -229,18 +228,18 @@ private:
     [[gnu::noinline, gnu::used]] uint64_t findOrInsertSlowly(
         bool isInside, Key key, CreateEntry createEntry, Arguments... arguments);
 
-    /// The end of findOrInsert() for a thread that has found a bucket empty; leaves the table.
+    /// The last step of findOrInsert() for a thread that has found a bucket empty; leaves the table.
     template<typename CreateEntry, typename... Arguments>
     [[gnu::always_inline]] inline uint64_t insertAndLeave(
         ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry createEntry, Arguments... arguments);
 
-    /// The end of insertAndLeave() for a thread that came too late: another one has claimed the bucket, maybe for this
-    /// key.
+    /// The rest of insertAndLeave() for a thread that lost the claim race: another thread has claimed the bucket, maybe
+    /// for this key.
     template<typename CreateEntry, typename... Arguments>
     [[gnu::noinline, gnu::used]] uint64_t continueAndLeave(
         Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
 
-    /// The end of insertAndLeave() for a thread that has claimed the bucket and can create no entry at once.
+    /// The rest of insertAndLeave() for a thread that has claimed the bucket but cannot create an entry at once.
     template<typename CreateEntry, typename... Arguments>
     [[gnu::noinline, gnu::used]] uint64_t fillAndLeave(
         Bucket& bucket, Key key, CreateEntry createEntry, Arguments... arguments);
@@ -251,14 +250,14 @@ private:
     /// Publishes the entry of a claimed bucket; returns its resource ID.
     static uint64_t publish(ThreadContext& own, Bucket& bucket, const Key& key, const Entry& entry) noexcept;
 
-    /// Creates and publishes the entry of a claimed bucket, or else makes the bucket empty again.
+    /// Creates and publishes the entry of a claimed bucket; on failure the bucket becomes empty again.
     template<typename CreateEntry, typename... Arguments>
     uint64_t fillClaimed(
         ThreadContext& own, Bucket& bucket, const Key& key, CreateEntry& createEntry, const Arguments&... arguments);
 
     /// findOrInsert() for a thread that is inside and has a reservation.
-    /// @param bucket  where to start probing: where the hash of the key points to, or a bucket that was once found
-    ///                empty when probing for it, since the buckets before that one still do not have the key
+    /// @param bucket  where to start probing: the bucket that the hash of the key leads to, or one that an earlier
+    ///                probe for this key found empty, since the buckets before it still do not hold the key
     template<typename CreateEntry, typename... Arguments>
     uint64_t findOrInsertInside(
         ThreadContext& own, const Key& key, Bucket* bucket, CreateEntry& createEntry, const Arguments&... arguments);
@@ -268,14 +267,14 @@ private:
 
     [[gnu::noinline]] static KeyWord waitWhileBusy(const Bucket& bucket) noexcept;
 
-    /// The buckets and what depends on their number. Changed only while nobody else is inside, and only as a whole.
+    /// The buckets and what depends on their number. Changed only while no other thread is inside, and only as a whole.
     struct BucketArray {
 
         size_t m_mask; // the number of buckets less 1
         Bucket* m_afterLast; // the end of the buckets
         MemoryRegion<Bucket> m_region;
         std::atomic<size_t> m_numberOfBuckets; // atomic for the statistics
-        uint64_t m_resizeThreshold; // the used count may not exceed it
+        uint64_t m_resizeThreshold; // the used count must not exceed it
 
         explicit BucketArray(MemoryManager& memoryManager) :
             m_mask(0),
@@ -285,11 +284,11 @@ private:
             m_resizeThreshold(0) { }
 
         /// Makes the first buckets of the region the table.
-        /// @param numberOfBuckets  a power of two, unless an image that was not checked says otherwise
+        /// @param numberOfBuckets  a power of two, unless it comes from an unchecked image
         void use(size_t numberOfBuckets, uint64_t resizeThreshold) noexcept {
             m_mask = numberOfBuckets - 1;
             m_afterLast = m_region.getData() + std::min(numberOfBuckets, m_region.getEnd());
-            m_numberOfBuckets.store(numberOfBuckets, std::memory_order_relaxed); // relaxed: nobody else is inside
+            m_numberOfBuckets.store(numberOfBuckets, std::memory_order_relaxed); // relaxed: no other thread is inside
             m_resizeThreshold = resizeThreshold;
         }
 
@@ -303,12 +302,12 @@ private:
         return m_array.m_region.getData()[LinearProbing::getFirst(hash, m_array.m_mask)];
     }
 
-    /// The bucket that comes after one in probing.
+    /// The next bucket in probing order.
     Bucket* getNext(Bucket* bucket) noexcept {
         return ++bucket != m_array.m_afterLast ? bucket : m_array.m_region.getData();
     }
 
-    /// Returns whether the table was resized meanwhile.
+    /// Returns whether the table was resized during the call.
     bool ensureReservation(ThreadContext& own);
 
     static void spendReservation(ThreadContext& own) noexcept { own.setFreeReservation(own.getFreeReservation() - 1); }
@@ -320,10 +319,10 @@ private:
     void endResize() noexcept;
 
     /// Starts a resize, or joins the one that another thread started; returns when it is over.
-    /// @throws as MemoryRegion if the new array cannot be allocated: the table is exactly as before
+    /// @throws as MemoryRegion if the new array cannot be allocated: the table is unchanged
     void startHandleResize(ThreadContext& own);
 
-    /// Takes part in the resize in whose course the state was read; returns when the state is -1.
+    /// Takes part in the resize during which the state was read; returns when the state is -1.
     void handleResize(ThreadContext& own, size_t state) noexcept;
 
     void prepareResize();
@@ -345,25 +344,25 @@ private:
     // Atomic and shared.
     std::atomic<int64_t> m_resizeState;
 
-    // Changed only while nobody else is inside.
+    // Changed only while no other thread is inside.
     BucketArray m_array;
 
-    // Atomic and shared, on a line of their own: every thread writes the used count now and then.
+    // Atomic and shared, on a cache line of their own: every thread writes the used count from time to time.
     alignas(128) std::atomic<uint64_t> m_usedCount; // buckets handed out: live, deleted, and unspent reservations
     std::atomic<uint64_t> m_deletedCount;
 
-    // Changed only while nobody else is inside.
+    // Changed only while no other thread is inside.
     alignas(128) MemoryRegion<Bucket> m_oldBuckets; // empty except during a resize
     size_t m_chunkCount;
 
     std::atomic<size_t> m_chunksRemaining; // not yet completely moved
 
-    // For those who wait until the resize has been prepared.
+    // For threads that wait until the resize has been prepared.
     pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
 };
 
-// The short lanes stand here, to be inlined into their callers; everything else is in the Impl header.
+// The fast paths are defined here, to be inlined into their callers; everything else is in the Impl header.
 
 template<typename Policy>
 template<typename IsVisible>
@@ -415,7 +414,7 @@ template<typename Policy>
 inline bool ParallelHashTable<Policy>::tryClaim(Bucket& bucket) noexcept {
     KeyWord expected = EMPTY;
     // Relaxed on failure: the bucket is examined again, and that load acquires. The release on success publishes
-    // nothing; the claim only keeps others away.
+    // nothing; the claim only excludes other threads.
     return Policy::getKeyWord(bucket).compare_exchange_strong(
         expected, BUSY, std::memory_order_release, std::memory_order_relaxed);
 }
@@ -425,8 +424,8 @@ inline uint64_t ParallelHashTable<Policy>::publish(
     ThreadContext& own, Bucket& bucket, const Key& key, const Entry& entry) noexcept {
     assert(entry.m_keyWord != EMPTY && entry.m_keyWord < DELETED);
     Policy::setValue(bucket, key);
-    // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value of the bucket and all
-    // that was written for the entry before.
+    // Release. Pairs with the acquire in peekKeyWord(): a thread that observes the key word also observes the value of
+    // the bucket and everything written for the entry before.
     Policy::getKeyWord(bucket).store(entry.m_keyWord, std::memory_order_release);
     spendReservation(own);
     return entry.m_resourceID;

@@ -2,14 +2,18 @@
 
 #include "core/platform/collections/ParallelHashTableImpl.h"
 #include "core/platform/system/Prefetch.h"
+#include "core/platform/system/Unmovable.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 
 namespace kavix {
 
-/// Look-ups of many keys whose waits for memory overlap: some dozens are under way at any time. One that needs a line
-/// that may not be in the cache asks for it and lets the others go first; when its turn comes again the line is there.
+/// Lookups of many keys whose cache misses overlap: several dozen are in flight at any time. A lookup that needs a
+/// cache line that may be absent prefetches it and yields to the others; when its turn comes again the line is present.
 template<typename Policy>
 class ParallelHashTable<Policy>::Lookups : private Unmovable {
 
@@ -46,10 +50,10 @@ private:
 
     static constexpr size_t LINE_SIZE =
         64; // bytes; arrays begin at a page and are whole lines, so they end where one begins
-    static constexpr size_t MAX_UNDER_WAY = 32; // about what a processor has outstanding fetches
+    static constexpr size_t MAX_UNDER_WAY = 32; // about as many fetches as a processor keeps in flight
 
     struct Lookup {
-        Bucket* m_bucket; // the next to look at
+        Bucket* m_bucket; // the next to examine
         uint32_t m_keyNumber;
         bool m_isEntryFetched; // of that bucket
     };
@@ -76,7 +80,7 @@ private:
             m_emptyBuckets[lookup.m_keyNumber] = bucket;
     }
 
-    /// Goes on until it would have to wait; returns whether the look-up is done.
+    /// Continues until it would have to wait; returns whether the lookup is done.
     template<typename IsVisible>
     bool advance(Lookup& lookup, IsVisible& isVisible) noexcept {
         const Key& key = m_keys[lookup.m_keyNumber];
@@ -141,17 +145,16 @@ void ParallelHashTable<Policy>::findOrInsertAll(
         const std::span<const Key> batch = keys.subspan(first, std::min(keys.size() - first, BATCH_SIZE));
         ThreadContext& own = getOwnContext();
         const Visit visit(*this);
-        std::fill_n(
-            emptyBuckets, batch.size(), nullptr); // for entries with ID 0, which images that were not checked may have
+        std::fill_n(emptyBuckets, batch.size(), nullptr); // for entries with ID 0, which unchecked images may have
         Lookups(*this, batch, resourceIDs + first, emptyBuckets).run([](KeyWord) { return true; });
-        // In order, so that IDs come out as they would one at a time. The lines are in the cache now. A key that
-        // another thread, or an earlier place of this batch, has entered meanwhile is found.
+        // In order, so that IDs are the same as one at a time. The lines are in the cache now. A key that another
+        // thread, or an earlier element of this batch, has inserted in between is found.
         bool isResized = false;
         for (size_t index = 0; index < batch.size(); ++index)
             if (resourceIDs[first + index] == 0) {
                 if (own.getFreeReservation() == 0) [[unlikely]]
                     isResized |= ensureReservation(own); // the empty buckets were those of the old array
-                // Every bucket before this one does not have the key; mostly this one is still empty.
+                // No bucket before this one has the key; usually this one is still empty.
                 Bucket& bucket = isResized || emptyBuckets[index] == nullptr ? getFirst(m_policy.getHash(batch[index]))
                                                                              : *emptyBuckets[index];
                 resourceIDs[first + index] =

@@ -2,10 +2,18 @@
 
 #include "core/platform/collections/ParallelHashTable.h"
 #include "core/platform/errors/ErrorCatalogue.h"
+#include "core/platform/system/SpinWait.h"
+#include "core/platform/system/Unmovable.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <pthread.h>
+#include <string_view>
 #include <utility>
 
 namespace kavix {
@@ -21,13 +29,13 @@ public:
         Visit(table, table.getOwnContext()) { }
 
     /// Completes the entry of a thread after ThreadContext::beginEntering(), and helps a resize in progress.
-    /// @param isInside  what that returned
+    /// @param isInside  the value that beginEntering() returned
     Visit(ParallelHashTable& table, ThreadContext& own, bool isInside) noexcept :
         m_context(own) {
         if (!isInside)
             m_context.waitUntilHandedOver();
         assert(table.getNumberOfBuckets() != 0 && "the table was never initialised");
-        // Acquire. Pairs with the release store that ends a resize: we see the array as it is afterwards.
+        // Acquire. Pairs with the release store that ends a resize: we see the new array.
         const int64_t state = table.m_resizeState.load(std::memory_order_acquire);
         if (state != NO_RESIZE)
             table.handleResize(m_context, static_cast<size_t>(state));
@@ -47,7 +55,7 @@ private:
     ThreadContext& m_context;
 };
 
-/// A bucket that this thread has claimed by tryClaim(): empty again at the end of the scope, unless it was kept.
+/// A bucket that this thread has claimed by tryClaim(): empty again at the end of the scope, unless it is kept.
 template<typename Policy>
 class ParallelHashTable<Policy>::Claim : private Unmovable {
 
@@ -58,7 +66,7 @@ public:
         m_isKept(false) { }
 
     ~Claim() {
-        // Release, as every store of a key word; who sees an empty bucket reads nothing else of it.
+        // Release, as every store of a key word; a thread that observes an empty bucket reads nothing else of it.
         if (!m_isKept)
             Policy::getKeyWord(m_bucket).store(EMPTY, std::memory_order_release);
     }
@@ -91,7 +99,7 @@ ParallelHashTable<Policy>::~ParallelHashTable() {
 template<typename Policy>
 void ParallelHashTable<Policy>::initialize(size_t numberOfBuckets) {
     assert(std::has_single_bit(numberOfBuckets) && numberOfBuckets >= MINIMUM_NUMBER_OF_BUCKETS);
-    // Relaxed, in this operation: nobody else is inside.
+    // Relaxed, in this operation: no other thread is inside.
     m_array.m_numberOfBuckets.store(0, std::memory_order_relaxed);
     m_array.m_region.initialize(numberOfBuckets);
     m_array.m_region.ensureEndAtLeast(numberOfBuckets);
@@ -110,7 +118,8 @@ typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::loadKeyWo
 
 template<typename Policy>
 typename ParallelHashTable<Policy>::KeyWord ParallelHashTable<Policy>::waitWhileBusy(const Bucket& bucket) noexcept {
-    // Ends when the thread that claimed the bucket publishes it or gives it up; it never waits for us meanwhile.
+    // Ends when the thread that claimed the bucket publishes it or gives it up; that thread never waits for us in
+    // between.
     SpinWait wait;
     KeyWord keyWord;
     while ((keyWord = peekKeyWord(bucket)) == BUSY)
@@ -182,7 +191,7 @@ uint64_t ParallelHashTable<Policy>::findOrInsertInside(
         if (keyWord == EMPTY) {
             if (tryClaim(*bucket))
                 return fillClaimed(own, *bucket, key, createEntry, arguments...);
-            continue; // another thread took the bucket, maybe for this very key
+            continue; // another thread took the bucket, maybe for this key
         }
         if (keyWord != DELETED && m_policy.isEqual(*bucket, keyWord, key))
             return m_policy.getResourceID(*bucket, keyWord);
@@ -248,7 +257,7 @@ template<typename Policy>
 void ParallelHashTable<Policy>::endResize() noexcept {
     m_oldBuckets.deinitialize();
     m_chunkCount = 0;
-    // Relaxed, both: nobody else is inside.
+    // Relaxed, both: no other thread is inside.
     m_chunksRemaining.store(0, std::memory_order_relaxed);
     m_resizeState.store(NO_RESIZE, std::memory_order_relaxed);
 }
@@ -263,10 +272,10 @@ void ParallelHashTable<Policy>::runInside(Operation&& operation) {
 template<typename Policy>
 void ParallelHashTable<Policy>::clear() noexcept {
     if (getNumberOfUsedBuckets() == 0)
-        return; // nothing but unspent reservations, which stay
+        return; // only unspent reservations, which remain
     resetFreeReservations();
     std::memset(static_cast<void*>(getBuckets()), 0, m_array.m_region.getEnd() * sizeof(Bucket));
-    // Relaxed, both: nobody else is inside.
+    // Relaxed, both: no other thread is inside.
     m_usedCount.store(0, std::memory_order_relaxed);
     m_deletedCount.store(0, std::memory_order_relaxed);
     m_chunkCount = 0;
@@ -297,12 +306,13 @@ void ParallelHashTable<Policy>::placeEntry(size_t start, size_t mask, KeyWord ke
     for (size_t index = LinearProbing::getFirst(start, mask);; index = LinearProbing::getNext(index, mask)) {
         Bucket& bucket = getBuckets()[index];
         std::atomic<KeyWord>& target = Policy::getKeyWord(bucket);
-        KeyWord expected = target.load(std::memory_order_relaxed); // only a look; the claim decides
+        KeyWord expected = target.load(std::memory_order_relaxed); // a first look only; the claim decides
         // Release on success, relaxed on failure: the claim publishes nothing and another mover's entry is not read.
         if (expected == EMPTY &&
             target.compare_exchange_strong(expected, BUSY, std::memory_order_release, std::memory_order_relaxed)) {
             Policy::copyValue(from, bucket);
-            // Release. Pairs with the acquire in peekKeyWord(): whoever sees the key word sees the value.
+            // Release. Pairs with the acquire in peekKeyWord(): a thread that observes the key word also observes the
+            // value.
             target.store(keyWord, std::memory_order_release);
             return;
         }
@@ -312,7 +322,7 @@ void ParallelHashTable<Policy>::placeEntry(size_t start, size_t mask, KeyWord ke
 template<typename Policy>
 void ParallelHashTable<Policy>::shrinkToFit(size_t minimumNumberOfBuckets) noexcept {
     assert(std::has_single_bit(minimumNumberOfBuckets) && minimumNumberOfBuckets >= MINIMUM_NUMBER_OF_BUCKETS);
-    // Relaxed, in this operation: nobody else is inside.
+    // Relaxed, in this operation: no other thread is inside.
     const uint64_t usedCount = getNumberOfUsedBuckets();
     m_usedCount.store(usedCount, std::memory_order_relaxed);
     resetFreeReservations();
@@ -321,9 +331,9 @@ void ParallelHashTable<Policy>::shrinkToFit(size_t minimumNumberOfBuckets) noexc
     const size_t oldNumberOfBuckets = getNumberOfBuckets();
     if (oldNumberOfBuckets <= newNumberOfBuckets)
         return;
-    // An entry of the tail starts from its old index in the smaller table. That keeps it reachable: its hash modulo the
-    // smaller size comes at or before that index, wrapped clusters included, and no bucket between becomes empty.
-    // Deleted markers move like entries, so the deleted count stays right.
+    // An entry of the tail is placed starting from its old index in the smaller table. That keeps it reachable: its
+    // hash modulo the smaller size comes at or before that index, wrapped clusters included, and no bucket in between
+    // becomes empty. Deleted markers move like entries, so the deleted count stays correct.
     Bucket* const buckets = getBuckets();
     for (size_t index = newNumberOfBuckets; index < oldNumberOfBuckets; ++index) {
         const KeyWord keyWord = loadKeyWord(buckets[index]);
@@ -334,8 +344,8 @@ void ParallelHashTable<Policy>::shrinkToFit(size_t minimumNumberOfBuckets) noexc
     m_array.use(newNumberOfBuckets);
 }
 
-/// The time in which a leader prepares a resize: every other slot is stopped, and the state says so. At the end of the
-/// scope the state becomes the outcome, those who wait for it are woken, and the slots are released.
+/// The scope in which a leader prepares a resize: every other slot is stopped, and the state says so. At the end of the
+/// scope the outcome is stored in the state, the threads that wait for it are woken, and the slots are released.
 template<typename Policy>
 class ParallelHashTable<Policy>::ResizePreparation : private Unmovable {
 
@@ -352,7 +362,8 @@ public:
 
     ~ResizePreparation() {
         ::pthread_mutex_lock(&m_table.m_mutex);
-        // Release. Pairs with the acquire loads of the state: whoever sees the outcome sees the new array.
+        // Release. Pairs with the acquire loads of the state: a thread that observes the outcome also observes the new
+        // array.
         m_table.m_resizeState.store(m_outcome, std::memory_order_release);
         ::pthread_cond_broadcast(&m_table.m_condition);
         ::pthread_mutex_unlock(&m_table.m_mutex);
@@ -390,7 +401,7 @@ void ParallelHashTable<Policy>::startHandleResize(ThreadContext& own) {
 template<typename Policy>
 void ParallelHashTable<Policy>::prepareResize() {
     const size_t oldNumberOfBuckets = getNumberOfBuckets();
-    // Where more than half of the buckets are deleted, a rebuild at the same size makes enough room.
+    // If more than half of the buckets are deleted, a rebuild at the same size makes enough room.
     const size_t newNumberOfBuckets =
         getDeletedCount() <= oldNumberOfBuckets / 2 ? 2 * oldNumberOfBuckets : oldNumberOfBuckets;
     try {
@@ -410,14 +421,14 @@ void ParallelHashTable<Policy>::prepareResize() {
 
 template<typename Policy>
 void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) noexcept {
-    // The state is compared unsigned: as a signed number, "preparing" would look like a chunk to claim.
+    // The state is compared as unsigned: as a signed number, "preparing" would look like a chunk to claim.
     constexpr size_t OVER = static_cast<size_t>(NO_RESIZE);
     constexpr size_t PREPARING = static_cast<size_t>(RESIZE_PREPARATION);
     SpinWait wait;
     while (state != OVER) {
         assert((state == PREPARING || m_chunkCount != 0) && "nobody would end this resize");
         if (state == PREPARING) {
-            // The leader waits for our slot. Let it have it, wait for the outcome, and come back.
+            // The leader waits for our slot. Leave it, wait for the outcome, and enter again.
             own.leave();
             ::pthread_mutex_lock(&m_mutex);
             // Ends when the leader stores the outcome and broadcasts, under this mutex. (Relaxed: the mutex
@@ -429,7 +440,8 @@ void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) n
         }
         else if (state < m_chunkCount) {
             int64_t expected = static_cast<int64_t>(state);
-            // Acquire and release: a chunk is claimed by one thread. Acquire on failure: we go on from what we see.
+            // Acquire and release: a chunk is claimed by one thread. Acquire on failure: we continue from the state we
+            // see.
             if (!m_resizeState.compare_exchange_strong(
                     expected, expected + 1, std::memory_order_acq_rel, std::memory_order_acquire)) {
                 state = static_cast<size_t>(expected);
@@ -440,24 +452,25 @@ void ParallelHashTable<Policy>::handleResize(ThreadContext& own, size_t state) n
             if (m_chunksRemaining.fetch_sub(1, std::memory_order_acq_rel) == 1) {
                 m_deletedCount.store(0, std::memory_order_relaxed); // relaxed: a count
                 m_oldBuckets.deinitialize();
-                // Release. Pairs with every acquire load of the state: whoever sees the end sees the whole new array.
+                // Release. Pairs with every acquire load of the state: a thread that observes the end also observes the
+                // whole new array.
                 m_resizeState.store(NO_RESIZE, std::memory_order_release);
                 return;
             }
         }
         else
             wait.step(); // every chunk is claimed; ends when the thread that finishes the last one stores -1
-        // Acquire. Pairs with the release stores of the leader and of the finisher.
+        // Acquire. Pairs with the release stores of the leader and of the last to finish.
         state = static_cast<size_t>(m_resizeState.load(std::memory_order_acquire));
     }
 }
 
 template<typename Policy>
 void ParallelHashTable<Policy>::touchTargets(size_t chunk) noexcept {
-    // Entries of a chunk go to about the same index, and to as much again beyond the old size. Reading an untouched
-    // page first would map a shared page of zeroes, which the write that follows replaces at great cost; an exchange
-    // that changes nothing maps the page for writing at once, whatever others do with the bucket meanwhile. Each mover
-    // touches its own targets, so page faults are shared out like the moving.
+    // The entries of a chunk go to about the same index, and to that index plus the old size. Reading an untouched page
+    // first would map a shared page of zeroes, which the write that follows replaces at great cost; an exchange that
+    // changes nothing maps the page for writing at once, whatever other threads do with the bucket at that moment. Each
+    // mover touches its own targets, so page faults are distributed like the moving.
     constexpr size_t BUCKETS_PER_PAGE = 4096 / sizeof(Bucket);
     const size_t oldNumberOfBuckets = m_chunkCount * CHUNK_SIZE;
     for (size_t target = chunk * CHUNK_SIZE; target <= m_array.m_mask; target += oldNumberOfBuckets)
@@ -476,11 +489,11 @@ void ParallelHashTable<Policy>::moveChunk(ThreadContext& own, size_t chunk) noex
     if constexpr (!Policy::ENTRY_IS_IN_BUCKET)
         for (const Bucket* bucket = first; bucket != first + CHUNK_SIZE; ++bucket)
             if (const KeyWord keyWord = peekKeyWord(*bucket); isLive(keyWord))
-                m_policy.prefetchEntry(keyWord); // for the hash; so the waits for all entries overlap
+                m_policy.prefetchEntry(keyWord); // for the hash; so the cache misses of all entries overlap
     for (Bucket* bucket = first; bucket != first + CHUNK_SIZE; ++bucket) {
         const KeyWord keyWord = loadKeyWord(*bucket);
         if (keyWord == DELETED)
-            own.setFreeReservation(own.getFreeReservation() + 1); // its share of the used count is ours to spend
+            own.setFreeReservation(own.getFreeReservation() + 1); // its share of the used count is now ours to spend
         else if (keyWord != EMPTY)
             placeEntry(m_policy.getEntryHash(*bucket, keyWord), m_array.m_mask, keyWord, *bucket);
     }
@@ -491,7 +504,7 @@ void ParallelHashTable<Policy>::save(OutputStream& output) const {
     const uint64_t headerLength = TableImageFormat::HEADER.size();
     output.write(&headerLength, sizeof(headerLength));
     output.write(TableImageFormat::HEADER.data(), headerLength);
-    // Relaxed: nobody changes the table meanwhile.
+    // Relaxed: no thread changes the table during the call.
     const uint64_t fields[] = {
         getNumberOfBuckets(), getResizeThreshold(), m_usedCount.load(std::memory_order_relaxed), getDeletedCount()};
     for (const uint64_t field : fields)
@@ -515,7 +528,7 @@ void ParallelHashTable<Policy>::load(InputStream& input) {
     readExactly(input, header, sizeof(header));
     if (TableImageFormat::HEADER != std::string_view(header, sizeof(header)))
         Errors::throwCannotLoadParallelHashTable();
-    // Relaxed, in this operation: nobody else is inside.
+    // Relaxed, in this operation: no other thread is inside.
     const uint64_t numberOfBuckets = readNumber(uint64_t());
     const uint64_t resizeThreshold = readNumber(uint64_t());
     m_usedCount.store(readNumber(uint64_t()), std::memory_order_relaxed);

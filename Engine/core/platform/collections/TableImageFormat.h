@@ -36,7 +36,7 @@ static_assert(NUMBER_OF_BUCKETS_OFFSET == 25 && RESERVATIONS_OFFSET == 57 && BUC
 /// The smallest table.
 inline constexpr size_t MINIMUM_NUMBER_OF_BUCKETS = 1024;
 
-/// Which share of the buckets may be used before the table grows.
+/// The share of the buckets that may be used before the table grows.
 inline constexpr double LOAD_FACTOR = 0.7;
 
 inline uint64_t getResizeThreshold(uint64_t numberOfBuckets) noexcept {

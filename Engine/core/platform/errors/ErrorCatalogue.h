@@ -8,14 +8,14 @@ namespace kavix {
 
 class KavixException;
 
-/// Where an error says it comes from. Users and programs match errors by these, so they are written constants that
-/// stay when the code moves: the path from Engine/ on, without extension, and a line.
+/// The source file and line that an error reports. Users and programs match errors by these, so they are written
+/// constants that do not change when the code moves: the path from Engine/ on, without extension, and a line.
 struct ErrorSite {
     const char* m_sourceFile;
     long m_line;
 };
 
-/// Whether an error says that it comes from there.
+/// Whether an error reports this site.
 bool comesFrom(const KavixException& exception, const ErrorSite& site) noexcept;
 
 namespace ErrorSites {
@@ -106,10 +106,10 @@ namespace Errors {
 
 [[noreturn]] void throwUnknownResourceID(uint64_t resourceID);
 
-/// @param reason  what is wrong, the end of a sentence
+/// @param reason  what is wrong; ends a sentence
 [[noreturn]] void throwInvalidBinaryValue(uint64_t datatypeID, std::string&& reason);
 
-/// The value of an option is outside minimum to maximum.
+/// The value of an option is less than minimum or greater than maximum.
 [[noreturn]] void throwInvalidOption(std::string&& option, uint64_t value, uint64_t minimum, uint64_t maximum);
 
 [[noreturn]] void throwMemoryBudgetInUse(uint64_t requestedBytes, uint64_t usedBytes);
@@ -120,24 +120,24 @@ namespace Errors {
 
 [[noreturn]] void throwCannotRenameFile(int errorNumber, std::string&& oldFileName, std::string&& newFileName);
 
-/// @param fileName  the file that is in place already
+/// @param fileName  the file that has already been replaced
 [[noreturn]] void throwCannotSynchroniseFolder(int errorNumber, std::string&& folder, std::string&& fileName);
 
 /// @param section  the part of the store that is wrong
 /// @param reason   what is wrong, a clause without a full stop
 [[noreturn]] void throwInvalidStore(std::string&& section, std::string&& reason);
 
-/// The system refused the address space that a store's bound of resource IDs asks for.
+/// The system refused the address space that a store's maximum resource ID requires.
 [[noreturn]] void throwStoreNeedsAddressSpace(int errorNumber, uint64_t maxResourceID);
 
 [[noreturn]] void throwCannotRewindSection();
 
 [[noreturn]] void throwDictionaryNotEmpty();
 
-/// A resource ID that a caller passed is outside minimum to maximum.
+/// A resource ID that a caller passed is less than minimum or greater than maximum.
 [[noreturn]] void throwResourceIDOutOfRange(uint64_t resourceID, uint64_t minimum, uint64_t maximum);
 
-/// @param reason  what contradicts what, a clause without a full stop
+/// @param reason  the contradiction, a clause without a full stop
 [[noreturn]] void throwContradictingRecord(uint64_t resourceID, std::string&& reason);
 
 [[noreturn]] void throwFamiliesNotReady();
@@ -156,7 +156,7 @@ namespace Errors {
 
 [[noreturn]] void throwUnknownProperty(std::string&& component, std::string&& property);
 
-// Files: each message names the file and what its user can do.
+// Files: each message names the file and what the user can do.
 
 [[noreturn]] void throwCannotOpenInputFile(int errorNumber, std::string&& fileName);
 

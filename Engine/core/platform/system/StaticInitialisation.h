@@ -2,9 +2,9 @@
 
 namespace kavix {
 
-/// When the static objects of the library are made, as arguments of [[gnu::init_priority]]: lower numbers come first,
-/// and all of them before the static objects of programs, which may be dictionaries. Within one number and one
-/// translation unit the order is that of the definitions; between translation units it is unspecified.
+/// The order in which the static objects of the library are constructed, as arguments of [[gnu::init_priority]]: lower
+/// numbers come first, and all of them before the static objects of programs, which may be dictionaries. Within one
+/// number and one translation unit the order is that of the definitions; between translation units it is unspecified.
 inline constexpr int INITIALISE_TABLES = 1001; // refer to nothing
 inline constexpr int INITIALISE_FACTORIES = 1002; // refer to tables
 inline constexpr int INITIALISE_INSPECTORS = 1003; // refer to factories
