@@ -1,5 +1,5 @@
 // Loads the raw image of a numeric dictionary after its structure was checked: what the check accepts can be loaded,
-// and verified whatever it holds; what is sound gives the same image again.
+// and verified for any content; what is consistent gives the same image again.
 
 #include "FuzzSupport.h"
 #include "Fuzzers.h"
@@ -106,7 +106,7 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
     }
     if (!isAccepted)
         return 0;
-    bool isSound = true;
+    bool isConsistent = true;
     const StoreContents contents{
         isNarrow,
         shared.m_nextResourceID.load(),
@@ -114,13 +114,13 @@ int fuzzDictionaryImage(const uint8_t* data, size_t size) {
         shared.m_resourceDatatypeIDs.getData(),
         shared.m_dataPool.getBase(),
         shared.m_dataPool.getEnd()};
-    s_NumericDatatypeInspector.verify(*dictionary, contents, [&isSound](std::string&&) { isSound = false; });
+    s_NumericDatatypeInspector.verify(*dictionary, contents, [&isConsistent](std::string&&) { isConsistent = false; });
     MemoryOutputStream saved;
     dictionary->save(saved);
     require(
         saved.getContent().size() >= image.size(),
         "an image that was loaded can be saved"); // whole pages may follow the end
-    if (isSound)
+    if (isConsistent)
         for (uint64_t resourceID = 1; resourceID < contents.m_nextResourceID; ++resourceID) {
             const uint8_t datatypeID = contents.m_resourceDatatypeIDs[resourceID].load();
             if (datatypeID == D_NONE)

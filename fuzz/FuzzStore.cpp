@@ -1,4 +1,4 @@
-// Opens a store whose content was changed and whose checksums are right again: refused with an error, or sound.
+// Opens a store whose content was changed and whose checksums are right again: refused with an error, or consistent.
 
 #include "FuzzSupport.h"
 #include "Fuzzers.h"
@@ -13,7 +13,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace kavix::fuzz {
 
@@ -64,13 +63,13 @@ struct ChangeableStore {
     std::array<std::string, NUMBER_OF_SECTIONS> m_sections;
 };
 
-void requireSound(const Dictionary& dictionary) {
+void requireConsistent(const Dictionary& dictionary) {
     dictionary.verify([](std::string&& problem) { fail(problem.c_str()); });
 }
 
 /// Everything that a dictionary whose every value was checked must be able to do.
 void use(Dictionary& dictionary, bool isFilled) {
-    requireSound(dictionary);
+    requireConsistent(dictionary);
     const uint64_t end = dictionary.takeSnapshot().resourceIDEnd;
     for (uint64_t resourceID = 0; resourceID < end; ++resourceID)
         if (dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE)
@@ -93,9 +92,9 @@ void use(Dictionary& dictionary, bool isFilled) {
     catch (const KavixException&) {
         // The IDs or the budget are exhausted.
     }
-    requireSound(dictionary);
+    requireConsistent(dictionary);
     dictionary.compact([](uint64_t resourceID) { return resourceID % 2 == 0; });
-    requireSound(dictionary);
+    requireConsistent(dictionary);
 }
 
 }
@@ -141,7 +140,7 @@ int fuzzStore(const uint8_t* data, size_t size) {
             use(*dictionary, (flags & 8) != 0);
         }
         else
-            dictionary->verify([](std::string&&) {}); // whatever it finds, it survives
+            dictionary->verify([](std::string&&) {}); // no matter what it finds, it survives
     }
     catch (const KavixException&) {
         // Refused.

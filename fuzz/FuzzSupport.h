@@ -10,7 +10,7 @@
 #include <string>
 
 // What the fuzzers share. A store has 240 KB, nearly all of it zero, so the input is not a store but a list of changes
-// to a small sound one; a change names a field rather than a byte, so that mutations meet fields and not only empty
+// to a small intact one; a change names a field rather than a byte, so that mutations meet fields and not only empty
 // buckets.
 
 namespace kavix::fuzz {

@@ -5,10 +5,9 @@
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/stream/MemoryOutputStream.h"
 
-#include <cstdint>
 #include <string>
 
-// The sound store that the fuzzers change.
+// The intact store that the fuzzers change.
 
 namespace kavix::fuzz {
 

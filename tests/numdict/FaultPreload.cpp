@@ -13,7 +13,7 @@
 
 namespace {
 
-/// Counts a call; if it is the one that shall fail, sets errno and returns true.
+/// Counts a call; if it is the one to fail, sets errno and returns true.
 bool isToFail(const char* call) {
     // Relaxed: only the count matters.
     static std::atomic<int> s_numberOfCalls{0};

@@ -1,58 +1,35 @@
 #pragma once
 
+#include "support/TemporaryFolder.h"
+
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace kavix::numdict {
 
-/// A directory of its own for a test, removed with all that is in it.
+using test::readFile;
+
+/// A directory for the files of one test, removed with everything in it.
 class TemporaryDirectory {
 
 public:
 
-    TemporaryDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "numdict-test-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("no temporary directory");
-        m_path = pattern;
-    }
+    std::string getPath(const std::string& name) const { return m_folder / name; }
 
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    ~TemporaryDirectory() {
-        std::error_code error;
-        std::filesystem::remove_all(m_path, error);
-    }
-
-    std::string getPath(const std::string& name) const { return (m_path / name).string(); }
-
+    /// Writes a file and returns its path.
     std::string write(const std::string& name, const std::string& content) const {
-        std::ofstream(getPath(name), std::ios::binary) << content;
-        return getPath(name);
+        test::writeFile(m_folder / name, content);
+        return m_folder / name;
     }
-
-    bool isEmpty() const { return std::filesystem::is_empty(m_path); }
 
 private:
 
-    std::filesystem::path m_path;
+    test::TemporaryFolder m_folder;
 };
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 struct ProgramResult {
     int m_exitCode;
@@ -78,7 +55,7 @@ struct ExpectedEnd {
     const char* m_name;
     std::string m_arguments;
     int m_exitCode;
-    const char* m_errors; // standard error has this text; where that is empty and the exit code 0 or 1, it is empty too
+    const char* m_errors; // standard error has this text; if that is empty and the exit code 0 or 1, it is empty too
 };
 
 /// @param command  goes before the arguments

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <filesystem>
 #include <string>
 
 namespace kavix::numdict {
@@ -37,5 +39,29 @@ inline std::string makeSampleStore(const TemporaryDirectory& directory, const st
 inline std::string dumpStore(const std::string& path) {
     return runProgram("dump " + path).m_output;
 }
+
+/// A folder with the sample store and what else commands on stores may be given.
+struct StoreFolder {
+
+    const TemporaryDirectory m_directory;
+    const std::string m_store = makeSampleStore(m_directory);
+    const std::string m_other = importTurtle(m_directory, "other.store", "<s> <p> 5 .");
+    const std::string m_records = m_directory.write("records", SAMPLE_DUMP);
+    const std::string m_damaged = m_directory.write("damaged.store", readFile(m_store).substr(0, 1000));
+    const std::string m_missing = m_directory.getPath("missing.store");
+
+    /// Runs commands, none of which may change the sample store or make the missing one.
+    template<size_t N>
+    void expectEnds(const ExpectedEnd (&rows)[N]) const {
+        const std::string before = readFile(m_store);
+        for (const ExpectedEnd& row : rows) {
+            SCOPED_TRACE(row.m_name);
+            expectEnd(row);
+            EXPECT_TRUE(readFile(m_store) == before);
+            EXPECT_FALSE(std::filesystem::exists(m_missing));
+            EXPECT_FALSE(std::filesystem::exists(m_missing + ".unfinished"));
+        }
+    }
+};
 
 }

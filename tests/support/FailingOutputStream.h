@@ -8,24 +8,25 @@
 
 namespace kavix::test {
 
-/// A sink that takes a number of writes; the next one throws a std::runtime_error.
+/// A sink whose n-th write throws a std::runtime_error.
 class FailingOutputStream : public OutputStream {
 
 public:
 
-    explicit FailingOutputStream(uint64_t writesBeforeFailure) :
-        m_writesBeforeFailure(writesBeforeFailure) { }
+    /// @param n  1 for the first write
+    explicit FailingOutputStream(uint64_t n) :
+        m_writesLeft(n) { }
 
     void flush() override { }
 
     void write(const void*, size_t) override {
-        if (m_writesBeforeFailure-- == 0)
+        if (--m_writesLeft == 0)
             throw std::runtime_error("the device is full");
     }
 
 private:
 
-    uint64_t m_writesBeforeFailure;
+    uint64_t m_writesLeft; // up to the failing one, inclusive
 };
 
 }

@@ -33,12 +33,12 @@ public:
     GuardedText(const GuardedText&) = delete;
     GuardedText& operator=(const GuardedText&) = delete;
 
-    /// The text, at most a page of it, with nothing behind it. The pointer is valid until the next call.
+    /// The text, at most a page of it, with nothing after it. The pointer is valid until the next call.
     const char* placeAtEnd(const std::string& text) {
         return static_cast<const char*>(std::memcpy(getPage() + m_pageSize - text.size(), text.data(), text.size()));
     }
 
-    /// The text, at most a page of it, with nothing in front of it. The pointer is valid until the next call.
+    /// The text, at most a page of it, with nothing before it. The pointer is valid until the next call.
     const char* placeAtStart(const std::string& text) {
         return static_cast<const char*>(std::memcpy(getPage(), text.data(), text.size()));
     }

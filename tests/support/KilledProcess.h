@@ -1,7 +1,6 @@
 #pragma once
 
-#include "support/FileCallInjection.h"
-#include "support/SystemCallInjection.h"
+#include "support/FaultInjection.h"
 
 #include <gtest/gtest.h>
 
@@ -14,20 +13,19 @@
 
 namespace kavix::test {
 
-/// Runs an action in a process of its own, which is killed right before its n-th call of those that FileCallInjection
-/// replaces, or of write. Only for the executable of the fault tests.
+/// Runs an action in a process of its own, which is killed right before its n-th call of those that write a file or put
+/// it in its place. Only for the executable of the fault tests.
 /// @param maximumBytes  how much a write transfers at most, so that there are many
 /// @return whether the action came to its end, because it makes fewer calls
 inline bool runKilledAtCall(int n, size_t maximumBytes, const std::function<void()>& action) {
     const pid_t child = ::fork();
     if (child == 0) {
         int calls = 0;
-        const std::function<void()> killInTime = [&] {
-            if (++calls == n)
-                ::kill(::getpid(), SIGKILL);
-        };
-        const FileCallHook fileCallHook(killInTime);
-        const SystemCallHook writeHook(SystemCall::WRITE, killInTime);
+        const CallHook hook(
+            {Call::WRITE, Call::OPEN, Call::FLOCK, Call::FTRUNCATE, Call::FSYNC, Call::RENAME}, [&calls, n] {
+                if (++calls == n)
+                    ::kill(::getpid(), SIGKILL);
+            });
         const ShortTransfers shortTransfers(maximumBytes);
         try {
             action();

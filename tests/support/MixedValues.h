@@ -75,7 +75,7 @@ inline SingleResults resolveSingly(Transaction& transaction, const std::vector<R
     return results;
 }
 
-/// Two dictionaries, which nobody writes to, have the same resources under the same IDs, and gave out as many.
+/// Two dictionaries, which no thread writes to, have the same resources under the same IDs, and gave out as many.
 inline void expectSameContents(const Dictionary& first, const Dictionary& second) {
     ASSERT_EQ(first.takeSnapshot(), second.takeSnapshot());
     for (uint64_t resourceID = 0; resourceID < first.takeSnapshot().resourceIDEnd; ++resourceID) {
@@ -87,8 +87,8 @@ inline void expectSameContents(const Dictionary& first, const Dictionary& second
     }
 }
 
-/// Fails the test for each problem that the dictionary, which nobody writes to, has.
-inline void expectSound(const Dictionary& dictionary) {
+/// Fails the test for each problem of the dictionary, which no thread writes to.
+inline void expectConsistent(const Dictionary& dictionary) {
     dictionary.verify([](std::string&& problem) { ADD_FAILURE() << problem; });
 }
 

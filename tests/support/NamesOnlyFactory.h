@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/data-store/dictionary/NumericDatatype.h"
-#include "platform/collections/TableKits.h"
+#include "support/Inverse.h"
 #include "support/NumericStore.h"
 
 #include <gtest/gtest.h>
@@ -14,12 +14,12 @@
 #include <utility>
 #include <vector>
 
-// Integers and decimals in both widths behind one face, for tests of batches that hold for all four.
+// Integers and decimals in both widths with one interface, for tests of batches that hold for all four.
 
 namespace kavix::test {
 
 template<typename R, typename V>
-struct BatchKit {
+struct BatchFixture {
 
     using ResourceID = R;
     using Value = V;
@@ -36,12 +36,15 @@ struct BatchKit {
             return static_cast<int64_t>(number * 64) - 1000; // in clusters
     }
 
-    /// The value whose search begins at a bucket, whatever the size of the table, if the hash is smaller.
+    /// The value whose search begins at a bucket, for every size of the table above the hash.
     static V makeValueWithHash(uint64_t hash) {
-        if constexpr (IS_DECIMAL)
-            return DecimalEntries<R>::getKeyWithHash(hash);
+        if constexpr (IS_DECIMAL) {
+            constexpr uint64_t INVERSE = getInverse(0x100000001b3);
+            return XSDDecimal::fromNormalisedFields(
+                static_cast<int64_t>((hash * INVERSE * INVERSE) ^ 0xcbf29ce484222325), 0);
+        }
         else
-            return IntegerEntries<R>::getKeyWithHash(hash);
+            return static_cast<int64_t>(hash * getInverse(0x9e3779b1));
     }
 
     static std::vector<V> makeValues(const std::vector<uint64_t>& numbers) {
@@ -136,15 +139,15 @@ struct BatchKit {
     }
 };
 
-using AllBatchKits = ::testing::Types<
-    BatchKit<unsigned int, int64_t>, BatchKit<unsigned long, int64_t>, BatchKit<unsigned int, XSDDecimal>,
-    BatchKit<unsigned long, XSDDecimal>>;
+using AllBatchFixtures = ::testing::Types<
+    BatchFixture<unsigned int, int64_t>, BatchFixture<unsigned long, int64_t>, BatchFixture<unsigned int, XSDDecimal>,
+    BatchFixture<unsigned long, XSDDecimal>>;
 
-struct BatchKitNames {
-    template<typename Kit>
+struct BatchFixtureNames {
+    template<typename Fixture>
     static std::string GetName(int) {
-        return std::string(Kit::IS_DECIMAL ? "Decimal" : "Integer") +
-               (sizeof(typename Kit::ResourceID) == 4 ? "32" : "64");
+        return std::string(Fixture::IS_DECIMAL ? "Decimal" : "Integer") +
+               (sizeof(typename Fixture::ResourceID) == 4 ? "32" : "64");
     }
 };
 

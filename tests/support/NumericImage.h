@@ -2,7 +2,8 @@
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatype.h"
-#include "support/MemoryStreams.h"
+#include "core/platform/stream/MemoryInputStream.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -75,7 +76,7 @@ struct NumericImage {
     /// The bytes of the image. An ID word of a narrow dictionary fills the low half; the upper half is padding of
     /// zeroes.
     std::string toBytes() const {
-        MemoryOutputStream output;
+        ByteWriter output;
         output.put(uint64_t(m_header.size())).putText(m_header).put(m_maxResourceID).put(m_maxResourceIDForBlocks);
         for (size_t tableIndex = 0; tableIndex < m_tables.size(); ++tableIndex) {
             const ImageTable& table = m_tables[tableIndex];
@@ -144,12 +145,6 @@ struct NumericImage {
     }
 };
 
-inline std::string saveToBytes(const DictionaryDatatype& dictionary) {
-    MemoryOutputStream output;
-    dictionary.save(output);
-    return output.getBytes();
-}
-
 inline NumericImage saveToImage(const DictionaryDatatype& dictionary) {
     return NumericImage::fromBytes(saveToBytes(dictionary));
 }
@@ -157,7 +152,7 @@ inline NumericImage saveToImage(const DictionaryDatatype& dictionary) {
 inline void loadFromBytes(DictionaryDatatype& dictionary, const std::string& bytes) {
     MemoryInputStream input(bytes);
     dictionary.load(input);
-    EXPECT_EQ(input.getPosition(), bytes.size());
+    EXPECT_EQ(input.getRemainingBytes(), 0u);
 }
 
 /// Whether a key word is that of a live bucket, for either width.

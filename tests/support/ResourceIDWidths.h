@@ -13,6 +13,15 @@ namespace kavix::test {
 
 inline constexpr ResourceIDWidth BOTH_WIDTHS[] = {ResourceIDWidth::BITS_32, ResourceIDWidth::BITS_64};
 
+inline Dictionary::Options makeOptions(
+    ResourceIDWidth width = ResourceIDWidth::BITS_32, uint64_t maxResourceID = 1 << 20, bool useHugePages = false) {
+    Dictionary::Options options;
+    options.resourceIDWidth = width;
+    options.maxResourceID = maxResourceID;
+    options.useHugePages = useHugePages;
+    return options;
+}
+
 /// The width is the parameter. A suite that derives from this is instantiated for BOTH_WIDTHS, and named by
 /// getWidthName().
 class ResourceIDWidthTest : public ::testing::TestWithParam<ResourceIDWidth> {
@@ -20,11 +29,7 @@ class ResourceIDWidthTest : public ::testing::TestWithParam<ResourceIDWidth> {
 protected:
 
     static Dictionary::Options makeOptions(uint64_t maxResourceID = 1 << 20, bool useHugePages = false) {
-        Dictionary::Options options;
-        options.resourceIDWidth = GetParam();
-        options.maxResourceID = maxResourceID;
-        options.useHugePages = useHugePages;
-        return options;
+        return test::makeOptions(GetParam(), maxResourceID, useHugePages);
     }
 };
 

@@ -2,8 +2,11 @@
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/KavixException.h"
-#include "support/MemoryStreams.h"
+#include "core/platform/stream/MemoryInputStream.h"
+#include "core/platform/stream/MemoryOutputStream.h"
+#include "support/Bytes.h"
 #include "support/NumericImage.h"
 #include "support/ResourceIDWidths.h"
 #include "support/StoreImage.h"
@@ -11,8 +14,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Stores for tests: one that is put together by hand, field by field, and what tests do with any store.
@@ -22,7 +28,7 @@ namespace kavix::test {
 inline std::string saveStore(const Dictionary& dictionary) {
     MemoryOutputStream output;
     dictionary.saveStore(output);
-    return output.getBytes();
+    return output.takeContent();
 }
 
 inline std::unique_ptr<Dictionary> openStore(
@@ -91,10 +97,25 @@ inline void expectEqual(const Dictionary& first, const Dictionary& second) {
     EXPECT_EQ(findProblems(second), std::vector<std::string>());
 }
 
+/// A dictionary with the first n integers, and with the halves after them.
+inline std::unique_ptr<Dictionary> makeFilledDictionary(ResourceIDWidth width, int numberOfValues) {
+    Dictionary::Options options;
+    options.resourceIDWidth = width;
+    options.maxResourceID = 1 << 20;
+    auto dictionary = std::make_unique<Dictionary>(options);
+    Transaction transaction(*dictionary);
+    for (int i = 0; i < numberOfValues; ++i) {
+        transaction.resolve(std::to_string(i), D_XSD_INTEGER);
+        transaction.resolve(std::to_string(i) + ".5", D_XSD_DECIMAL);
+    }
+    transaction.commit();
+    return dictionary;
+}
+
 /// A store made by hand, of either width:
 ///
 ///   ID  1      2              3     4      5        6
-///       0.5    xsd:integer    lost  int 7  -12.25   xsd:int 8, entered and taken back
+///       0.5    xsd:integer    lost  int 7  -12.25   xsd:int 8, entered and rolled back
 ///              -2
 ///
 /// The next ID is 7; IDs stay below 4096. The deleted xsd:int keeps its bucket and its data word.
@@ -106,8 +127,7 @@ struct SampleStore {
     explicit SampleStore(ResourceIDWidth width) :
         m_width(width),
         m_recordSize(width == ResourceIDWidth::BITS_32 ? 13 : 17) {
-        m_image.m_maxResourceID = MAX_RESOURCE_ID;
-        m_image.m_maxResourceIDForBlocks = MAX_RESOURCE_ID - 1024;
+        setMaxResourceID(MAX_RESOURCE_ID);
         addDecimal(1, 5, 1);
         addInteger(D_XSD_INTEGER, 2, -2);
         addInteger(D_XSD_INT, 4, 7);
@@ -149,7 +169,7 @@ struct SampleStore {
 
     void addDecimal(uint64_t resourceID, int64_t unscaledValue, uint8_t fractionDigits) {
         const uint64_t offset = 64 + m_pool.size();
-        MemoryOutputStream record;
+        ByteWriter record;
         if (isNarrow())
             record.put(static_cast<uint32_t>(resourceID));
         else
@@ -174,12 +194,18 @@ struct SampleStore {
         std::memcpy(m_pool.data() + index * m_recordSize + offset, &number, sizeof(number));
     }
 
+    /// Sets the bound of IDs, and what depends on it.
+    void setMaxResourceID(uint64_t maxResourceID) {
+        m_maxResourceID = m_image.m_maxResourceID = maxResourceID;
+        m_image.m_maxResourceIDForBlocks = maxResourceID - 1024;
+    }
+
     size_t getUnscaledValueOffset() const { return m_recordSize - 9; }
 
     StoreImage toImage() const {
         StoreImage store;
         store.m_resourceIDWidth = isNarrow() ? 32 : 64;
-        MemoryOutputStream counters, datatypeIDs, data;
+        ByteWriter counters, datatypeIDs, data;
         counters.put(m_nextResourceID)
             .put(m_maxResourceID)
             .put(m_poolEnd.value_or(64 + m_pool.size()))

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/MemoryStreams.h"
+#include "support/Bytes.h"
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>
@@ -54,7 +54,7 @@ struct StoreImage {
     }
 
     std::string toBytes() const {
-        MemoryOutputStream header;
+        ByteWriter header;
         header.putText(m_magic)
             .put(m_formatVersion)
             .put(m_byteOrderMark)
@@ -73,7 +73,7 @@ struct StoreImage {
             offset += section.m_bytes.size();
         }
         std::string bytes = header.getBytes();
-        MemoryOutputStream checksum;
+        ByteWriter checksum;
         checksum.put(m_headerChecksum.value_or(getXXH3(bytes)));
         bytes += checksum.getBytes();
         for (const StoreSection& section : m_sections)

@@ -16,7 +16,7 @@
 
 namespace kavix::test {
 
-/// How many threads can still get a slot: what a test may start, whatever ran in the process before.
+/// How many threads can still get a slot: what a test may start, after whatever ran in the process.
 inline size_t getNumberOfFreeSlots() {
     return NUMBER_OF_THREAD_SLOTS - ThreadSlots::getNumberOfTakenSlots();
 }
@@ -117,14 +117,14 @@ inline void runThreads(size_t n, const std::function<void(size_t)>& body) {
         std::rethrow_exception(firstFailure);
 }
 
-/// Spins until a condition holds that another thread brings about.
+/// Spins until a condition holds that another thread establishes.
 template<typename Condition>
 void waitUntil(Condition condition) {
     while (!condition())
         std::this_thread::yield();
 }
 
-/// Gives other threads many chances to run. Only for showing that they cannot do something meanwhile: a test that is
+/// Gives other threads many chances to run. Only for showing that they cannot do something in that time: a test that is
 /// right passes whether or not they used the chances.
 inline void letOthersRun() {
     for (size_t i = 0; i < 100; ++i)

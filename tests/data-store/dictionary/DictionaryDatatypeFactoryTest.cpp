@@ -58,7 +58,7 @@ TEST(DictionaryDatatypeFactory, WhatIsNotRegisteredIsNotFound) {
     for (const std::string_view datatypeIRI :
          {"", "http://example.org/firs", "http://example.org/first2", "http://example.org/First", "first"})
         EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeID(datatypeIRI), D_NONE) << datatypeIRI;
-    // Only the characters of the view count, not what stands behind them.
+    // Only the characters of the view count, not what follows them.
     EXPECT_EQ(
         DictionaryDatatypeFactory::tryGetDatatypeID(std::string_view("http://example.org/first and more", 24)),
         FIRST_ID);

@@ -3,11 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <random>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -15,17 +13,17 @@ namespace kavix::test {
 
 namespace {
 
-template<typename Kit>
-class NumericDatatypeBatchProperty : public ::testing::Test { };
+template<typename Fixture>
+class NumericDatatypeBatchTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypeBatchProperty, AllBatchKits, BatchKitNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
-TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAMapDoes) {
-    using Kit = TypeParam;
+TYPED_TEST(NumericDatatypeBatchTest, AnyMixtureOfBatchesAndSinglesDoesWhatAMapDoes) {
+    using Fixture = TypeParam;
     for (const unsigned seed : {1u, 2u, 3u, 4u, 5u, 6u}) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937_64 random(seed);
-        typename Kit::Store store;
+        typename Fixture::Store store;
         store.initialize();
         std::map<uint64_t, uint64_t> model; // the ID of each number
         uint64_t nextResourceID = 1;
@@ -37,9 +35,9 @@ TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAM
             for (size_t i = 0; i < n; ++i)
                 numbers.push_back(random() % range);
             // Three values to a hash.
-            std::vector<typename Kit::Value> values;
+            std::vector<typename Fixture::Value> values;
             for (const uint64_t number : numbers)
-                values.push_back(Kit::makeValueWithHash(number / 3 * 5 + (number % 3 << 20)));
+                values.push_back(Fixture::makeValueWithHash(number / 3 * 5 + (number % 3 << 20)));
             const auto getID = [&](uint64_t number) {
                 const auto found = model.find(number);
                 return found == model.end() ? 0 : found->second;
@@ -53,54 +51,32 @@ TYPED_TEST(NumericDatatypeBatchProperty, AnyMixtureOfBatchesAndSinglesDoesWhatAM
                     expected.push_back(model[number]);
                 }
                 ASSERT_EQ(
-                    operation == 0 ? Kit::resolveSingly(store, nullptr, values)
-                                   : Kit::resolveAll(store, nullptr, values),
+                    operation == 0 ? Fixture::resolveSingly(store, nullptr, values)
+                                   : Fixture::resolveAll(store, nullptr, values),
                     expected);
                 for (size_t i = 0; i < n; ++i)
-                    Kit::expectPublished(store, expected[i], values[i]);
+                    Fixture::expectPublished(store, expected[i], values[i]);
             }
             else if (operation < 7) {
                 const Visibility visibility{operation == 4 ? UINT64_MAX : random() % (nextResourceID + 1), UINT64_MAX};
                 std::vector<uint64_t> expected;
                 for (const uint64_t number : numbers)
                     expected.push_back(getID(number) < visibility.first ? getID(number) : 0);
-                ASSERT_EQ(Kit::tryResolveAll(store, values, visibility), expected);
+                ASSERT_EQ(Fixture::tryResolveAll(store, values, visibility), expected);
             }
             else
                 for (size_t i = 0; i < n / 2; ++i)
                     if (const uint64_t resourceID = getID(numbers[i]); resourceID != 0) {
-                        store.m_dictionary->deleteUncommittedResourceID(ALL_VISIBLE, resourceID, Kit::DATATYPE_ID);
+                        store.m_dictionary->deleteUncommittedResourceID(ALL_VISIBLE, resourceID, Fixture::DATATYPE_ID);
                         model.erase(numbers[i]);
                     }
             ASSERT_EQ(store.m_nextResourceID.load(), nextResourceID);
         }
         const NumericImage image = saveToImage(*store.m_dictionary);
-        checkTables<typename Kit::ResourceID>(image);
-        const ImageTable& table = image[Kit::DATATYPE_ID];
+        checkTables<typename Fixture::ResourceID>(image);
+        const ImageTable& table = image[Fixture::DATATYPE_ID];
         EXPECT_EQ(table.m_usedCount - table.sumFreeReservations() - table.m_deletedCount, model.size());
         EXPECT_GT(table.m_numberOfBuckets, 2048u);
-    }
-}
-
-TYPED_TEST(NumericDatatypeBatchProperty, HowAListIsCutIntoBatchesDoesNotMatter) {
-    using Kit = TypeParam;
-    std::mt19937_64 random(11);
-    std::vector<typename Kit::Value> values;
-    for (int i = 0; i < 8000; ++i)
-        values.push_back(Kit::makeValue(random() % 6000));
-    typename Kit::Store single;
-    const std::vector<uint64_t> expected = Kit::resolveSingly(single.initialize(), nullptr, values);
-    for (const size_t size : {1u, 2u, 3u, 47u, 48u, 49u, 100u, 1023u, 1024u, 1025u, 2048u, 8000u}) {
-        SCOPED_TRACE(size);
-        typename Kit::Store store;
-        store.initialize();
-        std::vector<uint64_t> resourceIDs(values.size());
-        for (size_t first = 0; first < values.size(); first += size)
-            Kit::resolveAll(
-                store, nullptr, std::span(values).subspan(first, std::min(size, values.size() - first)),
-                resourceIDs.data() + first);
-        EXPECT_EQ(resourceIDs, expected);
-        Kit::expectSameResources(single, store);
     }
 }
 

@@ -16,19 +16,20 @@ namespace kavix::test {
 
 namespace {
 
-template<typename Kit>
-class NumericDatatypeBatchStress : public ::testing::Test { };
+template<typename Fixture>
+class NumericDatatypeBatchTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypeBatchStress, AllBatchKits, BatchKitNames);
+TYPED_TEST_SUITE(NumericDatatypeBatchTest, AllBatchFixtures, BatchFixtureNames);
 
-/// Checks exactly: one ID for each value, nobody got another, IDs are unique, the value comes back, the counts add up.
-template<typename Kit>
+/// Checks exactly: one ID for each value in all threads, IDs are unique, the value is found under its ID, the counts
+/// add up.
+template<typename Fixture>
 void checkAnswers(
-    const typename Kit::Store& store, const std::vector<typename Kit::Value>& values,
+    const typename Fixture::Store& store, const std::vector<typename Fixture::Value>& values,
     const std::vector<std::atomic<uint64_t>>& answers) {
     std::vector<bool> isUsed(store.m_nextResourceID.load(), false);
-    const std::vector<uint64_t> found = Kit::tryResolveAll(store, values);
-    ASSERT_EQ(found, Kit::tryResolveSingly(store, values));
+    const std::vector<uint64_t> found = Fixture::tryResolveAll(store, values);
+    ASSERT_EQ(found, Fixture::tryResolveSingly(store, values));
     uint64_t entered = 0;
     for (size_t i = 0; i < values.size(); ++i) {
         ASSERT_EQ(found[i], answers[i].load()) << i;
@@ -38,24 +39,25 @@ void checkAnswers(
         ASSERT_LT(found[i], isUsed.size());
         ASSERT_FALSE(isUsed[found[i]]) << i;
         isUsed[found[i]] = true;
-        Kit::expectPublished(store, found[i], values[i]);
+        Fixture::expectPublished(store, found[i], values[i]);
     }
     const NumericImage image = saveToImage(*store.m_dictionary);
-    checkTables<typename Kit::ResourceID>(image);
-    const ImageTable& table = image[Kit::DATATYPE_ID];
+    checkTables<typename Fixture::ResourceID>(image);
+    const ImageTable& table = image[Fixture::DATATYPE_ID];
     ASSERT_EQ(table.m_usedCount - table.sumFreeReservations() - table.m_deletedCount, entered);
 }
 
-TYPED_TEST(NumericDatatypeBatchStress, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
-    using Kit = TypeParam;
+TYPED_TEST(NumericDatatypeBatchTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
+    using Fixture = TypeParam;
     const size_t numberOfValues = 48000 / STRESS_DIVISOR;
-    std::vector<typename Kit::Value> values;
+    std::vector<typename Fixture::Value> values;
     for (uint64_t i = 0; i < numberOfValues; ++i)
-        values.push_back(i % 3 == 0 ? Kit::makeValueWithHash(i + (i % 4 << 20)) : Kit::makeValue(i)); // with chains
+        values.push_back(
+            i % 3 == 0 ? Fixture::makeValueWithHash(i + (i % 4 << 20)) : Fixture::makeValue(i)); // with chains
     for (const size_t wanted : {1u, 2u, 4u, 8u, 32u}) {
         const size_t numberOfThreads = std::min<size_t>(wanted, getNumberOfFreeSlots());
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
-        typename Kit::Store store;
+        typename Fixture::Store store;
         store.initialize();
         std::vector<std::atomic<uint64_t>> answers(numberOfValues);
         const auto record = [&](size_t index, uint64_t resourceID) {
@@ -74,7 +76,7 @@ TYPED_TEST(NumericDatatypeBatchStress, BatchesAndSinglesGiveEveryValueOneIDThrou
             for (size_t front = 0; front < numberOfValues; front += window / 3) {
                 const size_t n = random() % 3 == 0 ? random() % 20 : random() % 1400;
                 std::vector<size_t> indexes;
-                std::vector<typename Kit::Value> batch;
+                std::vector<typename Fixture::Value> batch;
                 for (size_t i = 0; i < n; ++i) {
                     indexes.push_back(std::min(numberOfValues - 1, front + random() % window));
                     batch.push_back(values[indexes.back()]);
@@ -82,46 +84,46 @@ TYPED_TEST(NumericDatatypeBatchStress, BatchesAndSinglesGiveEveryValueOneIDThrou
                 const unsigned operation = random() % 4;
                 if (operation == 0)
                     for (size_t i = 0; i < std::min<size_t>(n, 200); ++i)
-                        record(indexes[i], store.resolve(Kit::toResourceValue(batch[i]), usedContext));
+                        record(indexes[i], store.resolve(Fixture::toResourceValue(batch[i]), usedContext));
                 else if (operation == 1) {
-                    const std::vector<uint64_t> found = Kit::tryResolveAll(store, batch);
+                    const std::vector<uint64_t> found = Fixture::tryResolveAll(store, batch);
                     for (size_t i = 0; i < n; ++i)
                         if (found[i] != 0)
                             record(indexes[i], found[i]);
                 }
                 else {
-                    const std::vector<uint64_t> resourceIDs = Kit::resolveAll(store, usedContext, batch);
+                    const std::vector<uint64_t> resourceIDs = Fixture::resolveAll(store, usedContext, batch);
                     for (size_t i = 0; i < n; ++i) {
                         record(indexes[i], resourceIDs[i]);
                         if (i % 32 == 0)
-                            Kit::expectPublished(store, resourceIDs[i], batch[i]);
+                            Fixture::expectPublished(store, resourceIDs[i], batch[i]);
                     }
                 }
             }
         });
-        checkAnswers<Kit>(store, values, answers);
+        checkAnswers<Fixture>(store, values, answers);
         if (::testing::Test::HasFatalFailure())
             return;
     }
 }
 
-TYPED_TEST(NumericDatatypeBatchStress, TheSameBatchesInAllThreads) {
+TYPED_TEST(NumericDatatypeBatchTest, TheSameBatchesInAllThreads) {
     // Everybody enters the same values in the same or the reverse order: each bucket is contended for.
-    using Kit = TypeParam;
+    using Fixture = TypeParam;
     const size_t numberOfValues = 20000 / STRESS_DIVISOR;
-    std::vector<typename Kit::Value> values;
+    std::vector<typename Fixture::Value> values;
     for (uint64_t i = 0; i < numberOfValues; ++i)
-        values.push_back(Kit::makeValueWithHash(i / 8 * 16 + (i % 8 << 24))); // chains of eight
-    std::vector<typename Kit::Value> reversed(values.rbegin(), values.rend());
+        values.push_back(Fixture::makeValueWithHash(i / 8 * 16 + (i % 8 << 24))); // chains of eight
+    std::vector<typename Fixture::Value> reversed(values.rbegin(), values.rend());
     for (const size_t wanted : {2u, 4u, 16u, 32u}) {
         const size_t numberOfThreads = std::min<size_t>(wanted, getNumberOfFreeSlots());
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
-        typename Kit::Store store;
+        typename Fixture::Store store;
         store.initialize();
         std::vector<std::vector<uint64_t>> results(numberOfThreads);
         runThreads(numberOfThreads, [&](size_t threadIndex) {
             DictionaryUsageContext context;
-            results[threadIndex] = Kit::resolveAll(store, &context, threadIndex % 2 == 0 ? values : reversed);
+            results[threadIndex] = Fixture::resolveAll(store, &context, threadIndex % 2 == 0 ? values : reversed);
             if (threadIndex % 2 == 1)
                 std::reverse(results[threadIndex].begin(), results[threadIndex].end());
         });
@@ -130,7 +132,7 @@ TYPED_TEST(NumericDatatypeBatchStress, TheSameBatchesInAllThreads) {
         std::vector<std::atomic<uint64_t>> answers(numberOfValues);
         for (size_t i = 0; i < numberOfValues; ++i)
             answers[i] = results[0][i];
-        checkAnswers<Kit>(store, values, answers);
+        checkAnswers<Fixture>(store, values, answers);
     }
 }
 

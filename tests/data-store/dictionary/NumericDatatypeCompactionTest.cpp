@@ -37,7 +37,7 @@ TYPED_TEST(NumericDatatypeCompactionTest, NoEntryIsMappable) {
     EXPECT_EQ(this->m_store.m_dictionary->getNumberOfMappableEntriesInCompaction(), 0u);
 }
 
-TYPED_TEST(NumericDatatypeCompactionTest, EntriesSayWhatIsToBeKept) {
+TYPED_TEST(NumericDatatypeCompactionTest, EntriesNameWhatIsToBeKept) {
     const uint64_t integerID = this->m_store.resolve("-7", D_XSD_INT);
     const uint64_t decimalID = this->m_store.resolve("0.5", D_XSD_DECIMAL);
     DictionaryCompactionState state(this->m_store.m_memoryManager, 2);
@@ -79,12 +79,12 @@ TYPED_TEST(NumericDatatypeCompactionTest, WithoutEntriesEveryTableIsEmptyWith102
     checkTables<TypeParam>(image);
     EXPECT_EQ(
         this->m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size"),
-        8192u + 13 * 16384u); // the pages were given back
+        8192u + 13 * 16384u); // the pages were released
     EXPECT_EQ(this->m_store.tryResolve("1", D_XSD_INTEGER), 0u);
 }
 
 TYPED_TEST(NumericDatatypeCompactionTest, WhatIsKeptIsFoundUnderItsNewIDAndTheRestIsGone) {
-    // Every third of 3000 values of three datatypes is kept; new IDs run from 1 on, whatever the datatype.
+    // Every third of 3000 values of three datatypes is kept; new IDs run from 1 on, across the datatypes.
     DictionaryUsageContext context;
     const uint8_t datatypeIDs[] = {D_XSD_UNSIGNED_BYTE, D_XSD_DECIMAL, D_XSD_INTEGER};
     const auto makeValue = [](uint8_t datatypeID, int i) {
@@ -140,7 +140,7 @@ TYPED_TEST(NumericDatatypeCompactionTest, WhatIsKeptIsFoundUnderItsNewIDAndTheRe
         EXPECT_EQ(image[datatypeID].m_usedCount, 1000u);
         EXPECT_EQ(image[datatypeID].m_deletedCount, 0u);
     }
-    // Resolution goes on, with a fresh context.
+    // Resolution continues, with a fresh context.
     this->m_store.m_nextResourceID = kept.size() + 1;
     DictionaryUsageContext newContext;
     EXPECT_EQ(this->m_store.resolve(makeValue(D_XSD_DECIMAL, 1), &newContext), kept.size() + 1);

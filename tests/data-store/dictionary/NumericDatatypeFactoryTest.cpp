@@ -207,7 +207,7 @@ TEST(NumericDatatypeFactory, ParsedValuesAreInTheOwnBufferUnderTheRequestedDatat
     EXPECT_EQ(describe(value), "22:1.5");
 }
 
-TEST(NumericDatatypeFactory, AnIntegerThatCannotBeParsedLeavesTheValueAsItWas) {
+TEST(NumericDatatypeFactory, AnIntegerThatCannotBeParsedLeavesTheValueUnchanged) {
     for (const std::string text : {"128", "abc"}) {
         ResourceValue value = makeInteger(D_XSD_LONG, 42);
         EXPECT_THROW(factory.parseResourceValue(value, text.data(), text.size(), D_XSD_BYTE), KavixException);

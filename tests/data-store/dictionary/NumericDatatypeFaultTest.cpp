@@ -1,21 +1,20 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
-#include "core/data-store/embedding/Dictionary.h"
-#include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
+#include "core/platform/stream/MemoryInputStream.h"
 #include "support/FailingOutputStream.h"
-#include "support/MemoryStreams.h"
+#include "support/FaultInjection.h"
 #include "support/NumericImage.h"
 #include "support/NumericStore.h"
-#include "support/SystemCallInjection.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <map>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -26,11 +25,11 @@ namespace kavix::test {
 namespace {
 
 template<typename ResourceID>
-class NumericDatatypeFaultTest : public ::testing::Test {
+class NumericDatatypeTest : public ::testing::Test {
 protected:
     using Store = NumericStore<ResourceID>;
 
-    /// What must hold after every failure: sound tables, and every charged byte is somebody's.
+    /// What must hold after every failure: consistent tables, and every charged byte accounted for.
     static void checkInvariants(Store& store) {
         checkTables<ResourceID>(saveToImage(*store.m_dictionary));
         EXPECT_EQ(
@@ -40,17 +39,17 @@ protected:
                 store.m_dataPool.getCommittedBytes());
     }
 
-    static void expectSystemCallFailed(const SystemCallException& exception, SystemCall systemCall) {
-        EXPECT_STREQ(exception.getSystemCall(), systemCall == SystemCall::MMAP ? "mmap" : "mprotect");
+    static void expectCallFailed(const SystemCallException& exception, Call call) {
+        EXPECT_STREQ(exception.getSystemCall(), getName(call));
         EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
         EXPECT_EQ(exception.getSourceFile(), "Engine/core/platform/system/MemoryRegion");
-        EXPECT_EQ(exception.getLine(), systemCall == SystemCall::MMAP ? 212 : 167);
+        EXPECT_EQ(exception.getLine(), call == Call::MMAP ? 212 : 167);
     }
 };
 
-TYPED_TEST_SUITE(NumericDatatypeFaultTest, ResourceIDTypes);
+TYPED_TEST_SUITE(NumericDatatypeTest, ResourceIDTypes);
 
-// Values that bring every kind of growth about: resizes, both arrays, chunks and single records of the pool.
+// Values that cause every kind of growth: resizes, both arrays, chunks and single records of the pool.
 std::vector<ResourceValue> makeWorkload() {
     std::vector<ResourceValue> values;
     for (int i = 0; i < 1500; ++i) {
@@ -60,30 +59,28 @@ std::vector<ResourceValue> makeWorkload() {
     return values;
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
+TYPED_TEST(NumericDatatypeTest, TheNthSystemCallFailsDuringResolves) {
     const std::vector<ResourceValue> values = makeWorkload();
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
-        for (const bool usesContext : {true, false})
-            for (uint64_t n = 1;; ++n) {
-                SCOPED_TRACE(
-                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
-                    (usesContext ? " with a context" : ""));
+    for (const Call call : {Call::MMAP, Call::MPROTECT})
+        for (const bool usesContext : {true, false}) {
+            SCOPED_TRACE(usesContext ? "with a context" : "without a context");
+            const uint64_t failures = failEach(call, [&](FaultPoint& point) {
                 typename TestFixture::Store store;
                 store.initialize();
                 DictionaryUsageContext context;
                 DictionaryUsageContext* const usedContext = usesContext ? &context : nullptr;
-                bool wasHit = false;
+                bool hasThrown = false;
                 std::map<size_t, uint64_t> resourceIDs;
                 {
-                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    const Fault fault(point);
                     for (size_t i = 0; i < values.size(); ++i) {
                         try {
                             resourceIDs[i] = store.resolve(values[i], usedContext);
                         }
                         catch (const SystemCallException& exception) {
-                            ASSERT_FALSE(wasHit);
-                            wasHit = true;
-                            this->expectSystemCallFailed(exception, systemCall);
+                            ASSERT_FALSE(hasThrown);
+                            hasThrown = true;
+                            this->expectCallFailed(exception, call);
                             this->checkInvariants(store);
                             EXPECT_EQ(store.tryResolve(values[i]), 0u);
                             for (const auto& [index, resourceID] : resourceIDs)
@@ -91,8 +88,8 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
                             resourceIDs[i] = store.resolve(values[i], usedContext); // the next call succeeds
                         }
                     }
-                    ASSERT_EQ(fault.wasHit(), wasHit); // no failure is swallowed
                 }
+                ASSERT_EQ(point.wasHit(), hasThrown); // no failure is swallowed
                 for (const auto& [index, resourceID] : resourceIDs) {
                     ASSERT_EQ(store.tryResolve(values[index]), resourceID);
                     ResourceValue value;
@@ -100,32 +97,29 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringResolves) {
                     ASSERT_EQ(std::memcmp(value.data, values[index].data, value.dataSize), 0);
                 }
                 this->checkInvariants(store);
-                if (!wasHit) {
-                    EXPECT_GT(n, 4u); // the work really needed the call
-                    break;
-                }
-            }
+            });
+            EXPECT_GE(failures, 4u); // the work really needed the call
+        }
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringRestores) {
+TYPED_TEST(NumericDatatypeTest, TheNthSystemCallFailsDuringRestores) {
     const std::vector<ResourceValue> values = makeWorkload();
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
-        for (uint64_t n = 1;; ++n) {
-            SCOPED_TRACE((systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n));
+    for (const Call call : {Call::MMAP, Call::MPROTECT})
+        failEach(call, [&](FaultPoint& point) {
             typename TestFixture::Store store;
             store.initialize();
             DictionaryUsageContext context;
-            bool wasHit = false;
+            bool hasThrown = false;
             {
-                const SystemCallFault fault(systemCall, n, ENOMEM);
+                const Fault fault(point);
                 for (size_t i = 0; i < values.size(); ++i) {
                     try {
                         store.m_dictionary->restoreResource(&context, 10 + 3 * i, values[i]);
                     }
                     catch (const SystemCallException& exception) {
-                        ASSERT_FALSE(wasHit);
-                        wasHit = true;
-                        this->expectSystemCallFailed(exception, systemCall);
+                        ASSERT_FALSE(hasThrown);
+                        hasThrown = true;
+                        this->expectCallFailed(exception, call);
                         this->checkInvariants(store);
                         EXPECT_EQ(store.tryResolve(values[i]), 0u);
                         store.m_dictionary->restoreResource(&context, 10 + 3 * i, values[i]);
@@ -134,25 +128,21 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringRestores) {
             }
             for (size_t i = 0; i < values.size(); ++i)
                 ASSERT_EQ(store.tryResolve(values[i]), 10 + 3 * i);
+            ASSERT_EQ(point.wasHit(), hasThrown);
             this->checkInvariants(store);
-            if (!wasHit)
-                break;
-        }
+        });
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAndLoading) {
+TYPED_TEST(NumericDatatypeTest, TheNthSystemCallFailsDuringInitializationAndLoading) {
     typename TestFixture::Store source;
     source.initialize();
     for (const ResourceValue& value : makeWorkload())
         source.resolve(value);
     const std::string bytes = saveToBytes(*source.m_dictionary);
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+    for (const Call call : {Call::MMAP, Call::MPROTECT})
         for (const bool loads : {false, true}) {
-            uint64_t n = 1;
-            for (;; ++n) {
-                SCOPED_TRACE(
-                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
-                    (loads ? " of loading" : " of initialization"));
+            SCOPED_TRACE(loads ? "loading" : "initialization");
+            const uint64_t failures = failEach(call, [&](FaultPoint& point) {
                 typename TestFixture::Store store;
                 store.initialize();
                 store.resolve("5", D_XSD_INT);
@@ -160,21 +150,22 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAn
                 const auto act = [&] {
                     loads ? store.m_dictionary->load(input) : store.m_dictionary->initialize(5000, 0);
                 };
-                bool wasHit = false;
+                bool hasThrown = false;
                 {
-                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    const Fault fault(point);
                     try {
                         act();
                     }
                     catch (const SystemCallException& exception) {
-                        wasHit = true;
-                        this->expectSystemCallFailed(exception, systemCall);
+                        hasThrown = true;
+                        this->expectCallFailed(exception, call);
                     }
                 }
-                if (!wasHit)
-                    break;
+                ASSERT_EQ(point.wasHit(), hasThrown);
+                if (!hasThrown)
+                    return;
                 // The dictionary is to be discarded or initialised again; either returns all it was charged.
-                if (n % 2 == 0) {
+                if (point.getNumber() % 2 == 0) {
                     store.initialize();
                     EXPECT_EQ(store.resolve("5", D_XSD_INT), 2u);
                     this->checkInvariants(store);
@@ -185,19 +176,19 @@ TYPED_TEST(NumericDatatypeFaultTest, TheNthSystemCallFailsDuringInitializationAn
                         store.m_memoryManager.getChargedBytes(),
                         store.m_resourceData.getCommittedBytes() + store.m_resourceDatatypeIDs.getCommittedBytes());
                 }
-            }
-            EXPECT_EQ(n, 15u); // once for each table
+            });
+            EXPECT_EQ(failures, 14u); // once for each table
         }
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, ALoadThatFailsAnywhereCanBeRepeated) {
+TYPED_TEST(NumericDatatypeTest, ALoadThatFailsAnywhereCanBeRepeated) {
     typename TestFixture::Store store;
     store.initialize();
     for (const ResourceValue& value : makeWorkload())
         store.resolve(value);
     const std::string bytes = saveToBytes(*store.m_dictionary);
     for (size_t length = 0; length < bytes.size(); length += 4999) {
-        MemoryInputStream input(bytes.substr(0, length));
+        MemoryInputStream input(bytes.data(), length);
         EXPECT_ANY_THROW(store.m_dictionary->load(input));
     }
     loadFromBytes(*store.m_dictionary, bytes);
@@ -205,13 +196,13 @@ TYPED_TEST(NumericDatatypeFaultTest, ALoadThatFailsAnywhereCanBeRepeated) {
     this->checkInvariants(store);
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWhile) {
+TYPED_TEST(NumericDatatypeTest, ThreadsContinueAfterTheSystemRefusedMemoryForAWhile) {
     typename TestFixture::Store store;
     store.initialize();
     const std::vector<ResourceValue> values = makeWorkload();
     std::atomic<uint64_t> failures{0};
     {
-        const SystemCallFault fault(SystemCall::MPROTECT, 3, ENOMEM, 60);
+        const Fault fault(Call::MPROTECT, 3, ENOMEM, 60);
         runThreads(4, [&](size_t) {
             DictionaryUsageContext context;
             for (const ResourceValue& value : values)
@@ -237,72 +228,17 @@ TYPED_TEST(NumericDatatypeFaultTest, ThreadsGoOnWhenTheSystemRefusesMemoryForAWh
     this->checkInvariants(store);
 }
 
-TYPED_TEST(NumericDatatypeFaultTest, AFailedSaveChangesNothing) {
+TYPED_TEST(NumericDatatypeTest, AFailedSaveChangesNothing) {
     typename TestFixture::Store store;
     store.initialize();
     store.resolve("5", D_XSD_INT);
     const std::string before = saveToBytes(*store.m_dictionary);
-    for (const uint64_t writes : {0u, 1u, 3u, 4u, 5u, 263u, 264u, 300u, 3000u}) {
-        FailingOutputStream output(writes);
+    for (const uint64_t write : {1u, 2u, 4u, 5u, 6u, 264u, 265u, 301u, 3001u}) {
+        FailingOutputStream output(write);
         EXPECT_THROW(std::as_const(*store.m_dictionary).save(output), std::runtime_error);
     }
     EXPECT_EQ(saveToBytes(*store.m_dictionary), before);
     EXPECT_EQ(store.resolve("6", D_XSD_INT), 2u);
-}
-
-TEST(DictionaryFault, TheNthSystemCallFailsDuringConstruction) {
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
-        for (uint64_t n = 1;; ++n) {
-            const SystemCallFault fault(systemCall, n, ENOMEM);
-            try {
-                const Dictionary dictionary{Dictionary::Options()};
-                ASSERT_FALSE(fault.wasHit());
-                EXPECT_EQ(
-                    n,
-                    systemCall == SystemCall::MMAP ? 3u + 14u + 1u : 14u + 1u); // shared objects reserve, tables commit
-                break;
-            }
-            catch (const SystemCallException& exception) {
-                EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
-            }
-        }
-}
-
-TEST(DictionaryFault, AFailureInATransactionIsTakenBackWithIt) {
-    Dictionary dictionary{Dictionary::Options()};
-    const std::vector<ResourceValue> values = makeWorkload();
-    const uint64_t earlierID = dictionary.resolve(values[0]);
-    for (uint64_t n = 1;; ++n) {
-        SCOPED_TRACE(n);
-        bool wasHit = false;
-        {
-            Transaction transaction(dictionary);
-            const SystemCallFault fault(SystemCall::MPROTECT, n, ENOMEM);
-            for (const ResourceValue& value : values) {
-                try {
-                    transaction.resolve(value);
-                }
-                catch (const SystemCallException&) {
-                    wasHit = true;
-                    break;
-                }
-            }
-        }
-        ASSERT_EQ(dictionary.tryResolve(values[0]), earlierID);
-        for (size_t i = 1; i < values.size(); ++i)
-            ASSERT_EQ(dictionary.tryResolve(values[i]), 0u);
-        const auto counts = dictionary.countResourcesByDatatypeID();
-        EXPECT_EQ(counts[D_XSD_INT], 1u);
-        EXPECT_EQ(counts[D_XSD_DECIMAL], 0u);
-        if (!wasHit)
-            break;
-    }
-    Transaction transaction(dictionary);
-    for (const ResourceValue& value : values)
-        transaction.resolve(value);
-    transaction.commit();
-    for (const ResourceValue& value : values)
-        ASSERT_NE(dictionary.tryResolve(value), 0u);
 }
 
 }

@@ -1,7 +1,6 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DictionaryCompactionState.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
-#include "support/ExpectError.h"
 #include "support/NumericImage.h"
 #include "support/NumericStore.h"
 
@@ -12,10 +11,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <map>
-#include <memory>
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kavix::test {
@@ -305,7 +304,7 @@ private:
             ASSERT_EQ(used - table.m_deletedCount, liveByDatatype[datatypeID]);
             ASSERT_LE(used, m_model.m_everEntered[datatypeID]);
         }
-        // Every committed byte is somebody's.
+        // Every committed byte is accounted for.
         ASSERT_EQ(
             m_store.m_memoryManager.getChargedBytes(),
             m_store.m_dictionary->getComponentInfo()->getNumericProperty("Aggregate size") +
@@ -321,11 +320,11 @@ private:
 };
 
 template<typename ResourceID>
-class NumericDatatypePropertyTest : public ::testing::Test { };
+class NumericDatatypeTest : public ::testing::Test { };
 
-TYPED_TEST_SUITE(NumericDatatypePropertyTest, ResourceIDTypes);
+TYPED_TEST_SUITE(NumericDatatypeTest, ResourceIDTypes);
 
-TYPED_TEST(NumericDatatypePropertyTest, RandomOperationsAgreeWithAModelOfMaps) {
+TYPED_TEST(NumericDatatypeTest, RandomOperationsAgreeWithAModelOfMaps) {
     std::vector<uint64_t> seeds = {1, 2, 3, 20260117};
     if (const char* const seed = std::getenv("KAVIX_SEED"))
         seeds = {std::strtoull(seed, nullptr, 10)};

@@ -7,9 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace kavix::test {
 
@@ -364,7 +366,7 @@ TYPED_TEST(NumericDatatypeResolveTest, TheBoundOfBlocksIsExclusive) {
     expectError(CAPACITY_SOURCE, 144, CAPACITY_MESSAGE, [&] { this->m_store.resolve("0", D_XSD_INT, &context); });
 }
 
-TYPED_TEST(NumericDatatypeResolveTest, ABoundBelow1024RulesSingleIDsOnly) {
+TYPED_TEST(NumericDatatypeResolveTest, ABoundBelow1024LimitsOnlySingleIDs) {
     this->m_store.initialize(1000);
     DictionaryUsageContext context;
     this->m_store.m_nextResourceID = 1000;
@@ -392,7 +394,7 @@ TYPED_TEST(NumericDatatypeResolveTest, AFailureAfterTheIDLosesTheIDAndNothingEls
     EXPECT_EQ(saveToImage(*this->m_store.m_dictionary)[D_XSD_DECIMAL].m_usedCount, 100u); // the reservation was kept
 }
 
-TYPED_TEST(NumericDatatypeResolveTest, ManyValuesOfAllTablesComeBackThroughManyResizes) {
+TYPED_TEST(NumericDatatypeResolveTest, ManyValuesOfAllTablesAreFoundAfterManyResizes) {
     DictionaryUsageContext context;
     std::map<std::pair<uint8_t, std::string>, uint64_t> model;
     std::set<uint64_t> resourceIDs;

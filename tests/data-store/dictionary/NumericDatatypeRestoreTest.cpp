@@ -69,7 +69,7 @@ TYPED_TEST(NumericDatatypeRestoreTest, AValueThatIsPresentKeepsItsIDAndNothingIs
     }
 }
 
-TYPED_TEST(NumericDatatypeRestoreTest, TheArraysGrowToTheIDWhateverTheCounterAndTheBound) {
+TYPED_TEST(NumericDatatypeRestoreTest, TheArraysGrowToTheIDForAnyCounterAndBound) {
     for (const bool isDecimal : {false, true}) {
         typename TestFixture::Store store;
         store.initialize(2000); // below the restored ID
@@ -229,7 +229,7 @@ TYPED_TEST(NumericDatatypeRestoreTest, ProbesPassOverDeletedBuckets) {
     checkTables<TypeParam>(saveToImage(*this->m_store.m_dictionary));
 }
 
-TYPED_TEST(NumericDatatypeRestoreTest, DeletedBucketsGoWhenTheTableIsRebuilt) {
+TYPED_TEST(NumericDatatypeRestoreTest, DeletedBucketsVanishWhenTheTableIsRebuilt) {
     std::vector<uint64_t> resourceIDs;
     for (int64_t i = 0; i < 600; ++i)
         resourceIDs.push_back(this->m_store.resolve(makeInteger(D_XSD_LONG, i)));

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 #include <limits>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,7 +24,7 @@ protected:
 
 TYPED_TEST_SUITE(NumericDatatypeTest, ResourceIDTypes);
 
-TYPED_TEST(NumericDatatypeTest, TheFactoryMakesTheWidthThatIsAskedForAlignedToACacheLine) {
+TYPED_TEST(NumericDatatypeTest, TheFactoryMakesTheRequestedWidthAlignedToACacheLine) {
     typename TestFixture::Store store;
     EXPECT_NE(dynamic_cast<NumericDatatype<TypeParam>*>(store.m_dictionary.get()), nullptr);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(store.m_dictionary.get()) % 64, 0u);
@@ -180,7 +180,7 @@ TYPED_TEST(NumericDatatypeTest, TheBinaryFormOfAnIntegerIsInTheBufferOfTheValue)
     }
 }
 
-TYPED_TEST(NumericDatatypeTest, TheBinaryFormOfADecimalEndsInZeroesWhateverTheBufferHeld) {
+TYPED_TEST(NumericDatatypeTest, TheBinaryFormOfADecimalEndsInZeroesNoMatterWhatTheBufferHeld) {
     typename TestFixture::Store store;
     store.initialize();
     const uint64_t resourceID = store.resolve("-12.345", D_XSD_DECIMAL);

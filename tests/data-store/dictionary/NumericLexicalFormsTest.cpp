@@ -1,59 +1,28 @@
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
-#include "core/data-store/dictionary/DatatypeIRIs.h"
-#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
+#include "data-store/dictionary/IntegerDatatypeRows.h"
 #include "support/ExpectError.h"
+#include "support/TestTable.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <string_view>
 
 namespace kavix {
 
+using test::BEYOND;
+using test::DatatypeRow;
+using test::DATATYPES;
+using test::OUT;
+
 namespace {
 
 using namespace std::string_literals;
 
-constexpr int64_t SMALLEST = std::numeric_limits<int64_t>::min();
-constexpr int64_t LARGEST = std::numeric_limits<int64_t>::max();
-
 const char* const NUMERIC_DATATYPE = "Engine/core/data-store/dictionary/NumericDatatype";
-
-struct DatatypeRow {
-    uint8_t m_datatypeID;
-    const char* m_name;
-    const char* m_datatypeIRI;
-    int64_t m_minimum;
-    int64_t m_maximum;
-    // Just outside the range, and what that is.
-    const char* m_belowMinimum;
-    LexicalFormStatus m_belowMinimumStatus;
-    const char* m_aboveMaximum;
-    LexicalFormStatus m_aboveMaximumStatus;
-};
-
-constexpr LexicalFormStatus OUT = LexicalFormStatus::OUT_OF_RANGE;
-constexpr LexicalFormStatus BEYOND = LexicalFormStatus::BEYOND_CAPACITY;
-
-const DatatypeRow DATATYPES[] = {
-    {23, "xsd:integer", XSD_INTEGER, SMALLEST, LARGEST, "-9223372036854775809", BEYOND, "9223372036854775808", BEYOND},
-    {24, "xsd:nonNegativeInteger", XSD_NON_NEGATIVE_INTEGER, 0, LARGEST, "-1", OUT, "9223372036854775808", BEYOND},
-    {25, "xsd:nonPositiveInteger", XSD_NON_POSITIVE_INTEGER, SMALLEST, 0, "-9223372036854775809", BEYOND, "1", OUT},
-    {26, "xsd:negativeInteger", XSD_NEGATIVE_INTEGER, SMALLEST, -1, "-9223372036854775809", BEYOND, "0", OUT},
-    {27, "xsd:positiveInteger", XSD_POSITIVE_INTEGER, 1, LARGEST, "0", OUT, "9223372036854775808", BEYOND},
-    {28, "xsd:long", XSD_LONG, SMALLEST, LARGEST, "-9223372036854775809", OUT, "9223372036854775808", OUT},
-    {29, "xsd:int", XSD_INT, -2147483648, 2147483647, "-2147483649", OUT, "2147483648", OUT},
-    {30, "xsd:short", XSD_SHORT, -32768, 32767, "-32769", OUT, "32768", OUT},
-    {31, "xsd:byte", XSD_BYTE, -128, 127, "-129", OUT, "128", OUT},
-    {32, "xsd:unsignedLong", XSD_UNSIGNED_LONG, 0, LARGEST, "-1", OUT, "9223372036854775808", BEYOND},
-    {33, "xsd:unsignedInt", XSD_UNSIGNED_INT, 0, 4294967295, "-1", OUT, "4294967296", OUT},
-    {34, "xsd:unsignedShort", XSD_UNSIGNED_SHORT, 0, 65535, "-1", OUT, "65536", OUT},
-    {35, "xsd:unsignedByte", XSD_UNSIGNED_BYTE, 0, 255, "-1", OUT, "256", OUT},
-};
 
 int64_t parse(uint8_t datatypeID, const std::string& text) {
     return parseIntegerValue(datatypeID, text.data(), text.size());
@@ -74,36 +43,6 @@ bool isCanonical(uint8_t datatypeID, const std::string& text) {
     return result;
 }
 
-}
-
-TEST(IntegerDatatypeInfos, RecordsAreInTheOrderOfTheirDatatypeIDs) {
-    ASSERT_EQ(std::size(s_integerDatatypeInfos), std::size(DATATYPES));
-    for (size_t index = 0; index < std::size(DATATYPES); ++index) {
-        const DatatypeRow& row = DATATYPES[index];
-        SCOPED_TRACE(row.m_name);
-        const IntegerDatatypeInfo& info = s_integerDatatypeInfos[index];
-        EXPECT_EQ(info.datatypeID, index + 23);
-        EXPECT_EQ(info.datatypeID, row.m_datatypeID);
-        EXPECT_EQ(info.datatypeIRI, "http://www.w3.org/2001/XMLSchema#" + std::string(row.m_name).substr(4));
-        EXPECT_EQ(info.datatypeIRI, row.m_datatypeIRI);
-        EXPECT_EQ(info.minimum, row.m_minimum);
-        EXPECT_EQ(info.maximum, row.m_maximum);
-        EXPECT_EQ(&getIntegerDatatypeInfo(row.m_datatypeID), &info);
-        EXPECT_TRUE(isIntegerDatatype(row.m_datatypeID));
-        EXPECT_TRUE(isNumericDatatype(row.m_datatypeID));
-    }
-    EXPECT_EQ(s_xsdDecimal, "http://www.w3.org/2001/XMLSchema#decimal");
-    EXPECT_FALSE(isIntegerDatatype(D_XSD_DECIMAL));
-    EXPECT_TRUE(isNumericDatatype(D_XSD_DECIMAL));
-    EXPECT_FALSE(isNumericDatatype(D_XSD_FLOAT));
-    EXPECT_FALSE(isNumericDatatype(36));
-}
-
-TEST(IntegerDatatypeInfos, IRIsLeadToDatatypeIDs) {
-    EXPECT_EQ(s_datatypeIRIsToIDs.size(), 14u);
-    EXPECT_EQ(s_datatypeIRIsToIDs.at(XSD_DECIMAL), D_XSD_DECIMAL);
-    for (const DatatypeRow& row : DATATYPES)
-        EXPECT_EQ(s_datatypeIRIsToIDs.at(row.m_datatypeIRI), row.m_datatypeID);
 }
 
 TEST(NumericLexicalForms, BothEndsOfEveryRangeAreAcceptedAndTheNextNumbersAreNot) {
@@ -154,33 +93,11 @@ TEST(NumericLexicalForms, MinusZeroIsZeroWhereTheRangeContainsZero) {
 }
 
 TEST(NumericLexicalForms, MalformedIntegersAreRefusedByEveryDatatype) {
-    const std::string forms[] = {
-        "",
-        " ",
-        " 5 ",
-        "5 ",
-        "+",
-        "-",
-        "+-5",
-        ".",
-        "5.",
-        ".5",
-        "1.5",
-        "1.0",
-        "1e5",
-        "INF",
-        "NaN",
-        "abc",
-        "1,000",
-        "\xD9\xA5",
-        "\0"s,
-        "5\0"s,
-        "1\0002"s,
-        "99999999999999999999x",
-        "-99999999999999999999.0"};
+    const test::TestTable malformedIntegers("data-store/dictionary/MalformedIntegers.tsv");
     for (const DatatypeRow& row : DATATYPES)
-        for (const std::string& form : forms) {
-            SCOPED_TRACE(row.m_name + " "s + form);
+        for (const test::TestRow& malformedInteger : malformedIntegers.getRows()) {
+            SCOPED_TRACE(row.m_name + " "s + malformedInteger.getPlace());
+            const std::string& form = malformedInteger.getText("form");
             EXPECT_EQ(classify(row.m_datatypeID, form), LexicalFormStatus::MALFORMED);
             if (form.find('\0') == std::string::npos) // what() ends at a NUL
                 test::expectError(
@@ -211,7 +128,7 @@ TEST(NumericLexicalForms, ErrorsQuoteTheFormAsItWasWritten) {
         [] { parseNumericValue(D_XSD_DECIMAL, "abc", 3); });
 }
 
-TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoBehindANul) {
+TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoAfterANul) {
     try {
         parse(D_XSD_INT, "1\0002"s);
         ADD_FAILURE() << "nothing was thrown";
@@ -221,7 +138,7 @@ TEST(NumericLexicalForms, ErrorsQuoteTheWholeFormAlsoBehindANul) {
     }
 }
 
-TEST(NumericLexicalForms, IntegersOutside64BitsAreToldApartByWhatTheDatatypeHolds) {
+TEST(NumericLexicalForms, IntegersOutside64BitsAreClassifiedByTheirDatatype) {
     const std::string hugeNumber = "1" + std::string(30, '0');
     const struct {
         uint8_t datatypeID;
@@ -278,7 +195,7 @@ TEST(NumericLexicalForms, DecimalsAreParsedAndClassified) {
     EXPECT_EQ(classify(D_XSD_DECIMAL, "0.00000000000000000001"), BEYOND);
 }
 
-TEST(NumericLexicalForms, AnUnsuccessfulAttemptLeavesTheValueAsItWas) {
+TEST(NumericLexicalForms, AnUnsuccessfulAttemptLeavesTheValueUnchanged) {
     for (const uint8_t datatypeID : {D_XSD_DECIMAL, D_XSD_BYTE})
         for (const std::string text : {"abc", "100000000000000000000"}) {
             ResourceValue value;

@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/MemoryOutputStream.h"
+#include "support/TestTable.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -103,14 +104,14 @@ TEST(Prefixes, WhatFollowsTheGivenLengthDoesNotCompleteACharacter) {
          {"http://n/a%20"s, "http://n/\xC3\xA9"s, "http://n/\xE6\x97\xA5"s, "http://n/\xF0\x9F\x8D\x8E"s}) {
         SCOPED_TRACE(whole);
         const std::vector<char> bytes(
-            whole.begin(), whole.end() - 1); // no byte behind them: a sanitizer sees what reads on
+            whole.begin(), whole.end() - 1); // no byte after them: a sanitizer reports a read beyond
         const std::string_view cutOff(bytes.data(), bytes.size());
         EXPECT_EQ(encode(prefixes, whole), "n:" + whole.substr(9));
         EXPECT_EQ(encode(prefixes, cutOff), "<" + std::string(cutOff) + ">");
     }
 }
 
-TEST(Prefixes, TheLongestNamespaceWhoseLocalNameIsAllowedServes) {
+TEST(Prefixes, TheLongestNamespaceWhoseLocalNameIsAllowedIsUsed) {
     Prefixes prefixes;
     prefixes.addPrefix("b", "http://a/b");
     prefixes.addPrefix("scheme", "http:");
@@ -146,68 +147,15 @@ TEST(Prefixes, AnEmptyNameAndAnEmptyNamespaceAreNamesToo) {
 
 TEST(Prefixes, LocalNamesFollowTheTurtleGrammar) {
     const Prefixes prefixes = makePrefixes();
-    struct LocalNameRow {
-        const char* name;
-        std::string localName;
-        bool isAllowed;
-    };
-    const LocalNameRow rows[] = {
-        {"empty", "", true},
-        {"letter", "a", true},
-        {"letters", "Zz", true},
-        {"digit first", "0", true},
-        {"digits", "123", true},
-        {"underscore first", "_", true},
-        {"colon first", ":", true},
-        {"colon in the middle", "a:b", true},
-        {"colon last", "a:", true},
-        {"hyphen first", "-a", false},
-        {"hyphen in the middle", "a-b", true},
-        {"hyphen last", "a-", true},
-        {"point first", ".a", false},
-        {"point in the middle", "a.b", true},
-        {"points in the middle", "a..b", true},
-        {"point last", "a.", false},
-        {"points last", "a..", false},
-        {"point alone", ".", false},
-        {"percent first", "%20", true},
-        {"percent last", "a%fF", true},
-        {"percent after a point", "a.%aB", true},
-        {"percent twice", "%00%FF", true},
-        {"point after percent last", "%20.", false},
-        {"percent alone", "%", false},
-        {"percent cut off", "a%2", false},
-        {"percent without a digit", "%g0", false},
-        {"percent without a second digit", "%0g", false},
-        {"percent, sign", "%-1", false},
-        {"slash", "a/b", false},
-        {"number sign", "a#b", false},
-        {"question mark", "a?b", false},
-        {"space", "a b", false},
-        {"NUL", "a\0b"s, false},
-        {"NUL first", "\0"s, false},
-        {"delete", "a\x7F", false},
-        {"backslash", "a\\-b", false},
-        {"at sign", "a@b", false},
-        {"before A", "a@", false},
-        {"behind Z", "a[", false},
-        {"before a", "a`", false},
-        {"behind z", "a{", false},
-        {"behind 9", "a;", false},
-        {"tilde", "a~b", false},
-        {"apostrophe", "a'b", false},
-        {"comma", "a,b", false},
-        {"two-byte letter first", "\xC3\xA9t\xC3\xA9", true},
-        {"three-byte letters", "\xE6\x97\xA5\xE6\x9C\xAC", true},
-        {"four-byte letter", "\xF0\x9F\x8D\x8E", true},
-    };
-    for (const LocalNameRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(isAbbreviated(prefixes, row.localName), row.isAllowed);
-    }
+    const test::TestTable localNames("data-store/dictionary/LocalNames.tsv");
+    for (const char* const allowed : {"yes", "no"})
+        for (const test::TestRow& row : localNames.getRows("allowed", allowed)) {
+            SCOPED_TRACE(row.getPlace());
+            EXPECT_EQ(isAbbreviated(prefixes, row.getText("local name")), std::string_view(allowed) == "yes");
+        }
 }
 
-TEST(Prefixes, LocalNamesKnowTheRangesOfUnicode) {
+TEST(Prefixes, LocalNamesFollowTheRangesOfUnicode) {
     const Prefixes prefixes = makePrefixes();
     struct RangeRow {
         uint32_t first;
@@ -330,7 +278,7 @@ TEST(Prefixes, NamesFollowTheTurtleGrammar) {
         {"point in the middle", "a.b", true},
         {"points in the middle", "a..b", true},
         {"two-byte letter", "\xC3\xA9", true},
-        {"mark behind", "a\xC2\xB7", true},
+        {"mark after", "a\xC2\xB7", true},
         {"underscore first", "_a", false},
         {"digit first", "1a", false},
         {"hyphen first", "-a", false},
@@ -386,7 +334,7 @@ TEST(Prefixes, AddingANameAgainReplacesItsNamespace) {
     EXPECT_EQ(encode(prefixes, "http://a/x"), "<http://a/x>");
 }
 
-TEST(Prefixes, OfTwoNamesForANamespaceTheFirstServes) {
+TEST(Prefixes, OfTwoNamesForANamespaceTheFirstIsUsed) {
     Prefixes prefixes;
     prefixes.addPrefix("first", "http://a/");
     prefixes.addPrefix("second", "http://a/");

@@ -68,7 +68,7 @@ TEST(ResourceValue, CopiesPointIntoTheirOwnBuffer) {
     }
 }
 
-TEST(ResourceValue, CopiesShareDataThatBelongsToSomebodyElse) {
+TEST(ResourceValue, CopiesShareDataThatTheyDoNotOwn) {
     const uint8_t foreignData[] = "12";
     const uint8_t auxiliaryData[] = "x";
     ResourceValue original;

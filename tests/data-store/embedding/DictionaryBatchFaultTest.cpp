@@ -1,11 +1,11 @@
-#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/errors/SystemCallException.h"
-#include "support/AllocationInjection.h"
+#include "support/FaultInjection.h"
+#include "support/MixedBatches.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
-#include "support/SystemCallInjection.h"
+#include "support/ResourceIDWidths.h"
 
 #include <gtest/gtest.h>
 
@@ -20,30 +20,11 @@ namespace kavix::test {
 
 namespace {
 
-Dictionary::Options makeOptions() {
-    Dictionary::Options options;
-    options.maxResourceID = 1 << 20;
-    options.useHugePages = false;
-    return options;
-}
+constexpr Mixture CYCLE{"all datatypes in turn", [](size_t index) { return getMixedItem(index); }};
 
-std::vector<LiteralText> makeTexts(size_t n) {
-    std::vector<LiteralText> texts;
-    for (size_t i = 0; i < n; ++i)
-        texts.push_back(makeMixedLiteral(i));
-    return texts;
-}
-
-std::vector<ResourceValue> makeValues(size_t n) {
-    std::vector<ResourceValue> values;
-    for (size_t i = 0; i < n; ++i)
-        values.push_back(makeMixedValue(i));
-    return values;
-}
-
-TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
-    const std::vector<ResourceValue> values = makeValues(3000);
-    const std::vector<LiteralText> texts = makeTexts(4000);
+TEST(DictionaryBatch, WhatSucceedsAllocatesNothing) {
+    const std::vector<ResourceValue> values = makeValues(CYCLE, 3000);
+    const std::vector<LiteralText> texts = makeLiterals(CYCLE, 4000);
     const std::vector<Literal> literals = getLiterals(texts);
     std::vector<uint64_t> resourceIDs(values.size());
     std::vector<Resolution> resolutions(literals.size());
@@ -51,7 +32,7 @@ TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     {
-        const AllocationFault fault(1);
+        const Fault fault(Call::ALLOCATION, 1);
         transaction.resolve(values, resourceIDs.data());
         dictionary.tryResolve(values, resourceIDs.data());
         EXPECT_EQ(transaction.resolve(literals, resolutions.data()), 0u);
@@ -62,25 +43,21 @@ TEST(DictionaryBatchFault, WhatSucceedsAllocatesNothing) {
     EXPECT_EQ(resolutions[2999].resourceID, resourceIDs[2999]);
 }
 
-TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
-    std::vector<LiteralText> texts = makeTexts(30);
+TEST(DictionaryBatch, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlone) {
+    std::vector<LiteralText> texts = makeLiterals(CYCLE, 30);
     for (size_t i = 0; i < 12; ++i)
         texts[i * 2] = makeInvalidLiteral(i);
     const std::vector<Literal> literals = getLiterals(texts);
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     const std::vector<Outcome> expected = resolveSingly(transaction, texts);
-    bool wasHit = true;
-    for (uint64_t n = 1; wasHit; ++n) {
-        SCOPED_TRACE("allocation " + std::to_string(n));
-        ASSERT_LT(n, 1000u);
+    failEach(Call::ALLOCATION, [&](FaultPoint& point) {
         std::vector<Resolution> resolutions(literals.size());
         size_t numberOfErrors;
         {
-            const AllocationFault fault(n);
-            numberOfErrors = n % 2 == 0 ? transaction.resolve(literals, resolutions.data())
-                                        : dictionary.tryResolve(literals, resolutions.data());
-            wasHit = fault.wasHit();
+            const Fault fault(point);
+            numberOfErrors = point.getNumber() % 2 == 0 ? transaction.resolve(literals, resolutions.data())
+                                                        : dictionary.tryResolve(literals, resolutions.data());
         }
         EXPECT_EQ(numberOfErrors, 12u);
         size_t numberOfOthers = 0;
@@ -97,28 +74,46 @@ TEST(DictionaryBatchFault, AnErrorThatCannotBeComposedIsTheErrorOfItsLiteralAlon
             catch (const std::bad_alloc&) {
                 ++numberOfOthers;
             }
-        EXPECT_EQ(numberOfOthers, wasHit ? 1u : 0u);
+        EXPECT_EQ(numberOfOthers, point.wasHit() ? 1u : 0u);
+    });
+}
+
+/// Each literal has its ID but the first that was not entered, which has the error.
+void expectOneError(const std::vector<Resolution>& resolutions, const std::vector<uint64_t>& found, size_t entered) {
+    for (size_t i = 0; i < found.size(); ++i) {
+        ASSERT_EQ(resolutions[i].resourceID, resolutions[i].error == nullptr ? found[i] : 0) << i;
+        ASSERT_EQ(resolutions[i].error != nullptr, i == entered) << i;
     }
 }
 
-TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
-    const std::vector<ResourceValue> values = makeValues(20000);
-    const std::vector<LiteralText> texts = makeTexts(20000);
+/// The values before the failure have their IDs; those after it are absent unless they are before it too.
+void expectPrefix(const std::vector<uint64_t>& resourceIDs, const std::vector<uint64_t>& found, size_t entered) {
+    const auto end = found.begin() + static_cast<ptrdiff_t>(entered);
+    for (size_t i = 0; i < found.size(); ++i) {
+        if (i < entered) {
+            ASSERT_EQ(resourceIDs[i], found[i]) << i;
+        }
+        else if (found[i] != 0) {
+            ASSERT_NE(std::find(found.begin(), end, found[i]), end) << i;
+        }
+    }
+}
+
+TEST(DictionaryBatch, TheNthSystemCallFailsInTheMiddleOfABatch) {
+    const std::vector<ResourceValue> values = makeValues(CYCLE, 20000);
+    const std::vector<LiteralText> texts = makeLiterals(CYCLE, 20000);
     const std::vector<Literal> literals = getLiterals(texts);
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT})
+    for (const Call call : {Call::MMAP, Call::MPROTECT})
         for (const bool isOfLiterals : {false, true}) {
-            bool wasHit = true;
-            for (uint64_t n = 1; wasHit; ++n) {
-                SCOPED_TRACE(
-                    (systemCall == SystemCall::MMAP ? "mmap " : "mprotect ") + std::to_string(n) +
-                    (isOfLiterals ? ", literals" : ", values"));
+            SCOPED_TRACE(isOfLiterals ? "literals" : "values");
+            const uint64_t failures = failEach(call, [&](FaultPoint& point) {
                 Dictionary dictionary(makeOptions());
                 Transaction transaction(dictionary);
                 std::vector<uint64_t> resourceIDs(values.size(), 0);
                 std::vector<Resolution> resolutions(values.size());
                 size_t numberOfErrors = 0;
                 {
-                    const SystemCallFault fault(systemCall, n, ENOMEM);
+                    const Fault fault(point);
                     try {
                         if (isOfLiterals)
                             numberOfErrors = transaction.resolve(literals, resolutions.data());
@@ -129,41 +124,21 @@ TEST(DictionaryBatchFault, TheNthSystemCallFailsInTheMiddleOfABatch) {
                         numberOfErrors = 1;
                         EXPECT_EQ(exception.getErrorNumber(), ENOMEM);
                     }
-                    wasHit = fault.wasHit();
                 }
-                ASSERT_EQ(numberOfErrors, wasHit ? 1u : 0u); // no failure is swallowed, and it is one literal's
+                ASSERT_EQ(numberOfErrors, point.wasHit() ? 1u : 0u); // no failure is swallowed, and it is one literal's
                 std::vector<uint64_t> found(values.size());
                 dictionary.tryResolve(values, found.data());
                 size_t entered = 0;
                 while (entered < found.size() && found[entered] != 0)
                     ++entered;
-                if (isOfLiterals)
-                    for (size_t i = 0; i < found.size(); ++i) {
-                        ASSERT_EQ(resolutions[i].resourceID, resolutions[i].error == nullptr ? found[i] : 0) << i;
-                        ASSERT_EQ(resolutions[i].error != nullptr, i == entered) << i;
-                    }
-                else
-                    for (size_t i = 0; i < found.size(); ++i) {
-                        if (i < entered) {
-                            ASSERT_EQ(resourceIDs[i], found[i]) << i;
-                        }
-                        // Behind the failure, only what was before it as well.
-                        else if (found[i] != 0) {
-                            ASSERT_NE(
-                                std::find(found.begin(), found.begin() + static_cast<ptrdiff_t>(entered), found[i]),
-                                found.begin() + static_cast<ptrdiff_t>(entered))
-                                << i;
-                        }
-                    }
-                if (!wasHit) {
-                    EXPECT_GT(n, 4u); // the work really needed the call
-                }
+                isOfLiterals ? expectOneError(resolutions, found, entered) : expectPrefix(resourceIDs, found, entered);
                 transaction.resolve(values, resourceIDs.data()); // succeeds now
                 dictionary.tryResolve(values, found.data());
                 ASSERT_EQ(found, resourceIDs);
                 transaction.commit();
-                expectSound(dictionary);
-            }
+                expectConsistent(dictionary);
+            });
+            EXPECT_GE(failures, 4u); // the work really needed the call
         }
 }
 

@@ -21,9 +21,9 @@ namespace kavix::test {
 
 namespace {
 
-class DictionaryBatchStressTest : public ResourceIDWidthTest { };
+class DictionaryBatchTest : public ResourceIDWidthTest { };
 
-INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchStressTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
+INSTANTIATE_TEST_SUITE_P(Widths, DictionaryBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
 /// What all threads were told of a list of values, and whether that agrees.
 class Answers {
@@ -52,140 +52,118 @@ private:
     std::vector<std::atomic<uint64_t>> m_answers;
 };
 
-TEST_P(DictionaryBatchStressTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
-    const size_t numberOfValues = 60000 / STRESS_DIVISOR;
-    // Mostly wide datatypes, whose tables grow; each value once.
-    const uint8_t datatypeIDs[] = {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_LONG, D_XSD_DECIMAL, D_XSD_INT};
-    std::vector<ResourceValue> values;
-    std::vector<LiteralText> literals;
-    for (size_t i = 0; i < numberOfValues; ++i) {
-        values.push_back(makeValue(datatypeIDs[i % 5], i));
-        literals.push_back(makeLiteral(datatypeIDs[i % 5], i));
+/// What the threads work on: values, each once, as literals too; mostly of wide datatypes, whose tables grow.
+struct Work {
+
+    explicit Work(size_t numberOfValues) :
+        m_answers(numberOfValues) {
+        const uint8_t datatypeIDs[] = {D_XSD_DECIMAL, D_XSD_INTEGER, D_XSD_LONG, D_XSD_DECIMAL, D_XSD_INT};
+        for (size_t i = 0; i < numberOfValues; ++i) {
+            m_values.push_back(makeValue(datatypeIDs[i % 5], i));
+            m_literals.push_back(makeLiteral(datatypeIDs[i % 5], i));
+        }
     }
+
+    std::vector<ResourceValue> m_values;
+    std::vector<LiteralText> m_literals;
+    Answers m_answers;
+};
+
+/// One random operation with a batch of the work's values.
+void operate(
+    Dictionary& dictionary, Transaction& transaction, Work& work, const std::vector<size_t>& indexes,
+    std::mt19937_64& random) {
+    const size_t n = indexes.size();
+    std::vector<ResourceValue> batch;
+    std::vector<Literal> literals;
+    for (const size_t index : indexes) {
+        batch.push_back(work.m_values[index]);
+        literals.push_back(Literal{work.m_literals[index].m_lexicalForm, work.m_literals[index].m_datatypeID});
+    }
+    std::vector<uint64_t> resourceIDs(n);
+    std::vector<Resolution> resolutions(n);
+    switch (random() % 5) {
+    case 0:
+        transaction.resolve(batch, resourceIDs.data());
+        for (size_t i = 0; i < n; ++i)
+            work.m_answers.record(indexes[i], resourceIDs[i]);
+        break;
+    case 1:
+        if (transaction.resolve(literals, resolutions.data()) != 0)
+            ADD_FAILURE() << "a valid literal has an error";
+        for (size_t i = 0; i < n; ++i)
+            work.m_answers.record(indexes[i], resolutions[i].resourceID);
+        break;
+    case 2:
+        for (size_t i = 0; i < std::min<size_t>(n, 200); ++i)
+            work.m_answers.record(
+                indexes[i], i % 2 == 0 ? transaction.resolve(batch[i])
+                                       : transaction.resolve(literals[i].lexicalForm, literals[i].datatypeID));
+        break;
+    case 3:
+        dictionary.tryResolve(batch, resourceIDs.data());
+        dictionary.tryResolve(literals, resolutions.data());
+        for (size_t i = 0; i < n; ++i) {
+            work.m_answers.recordFound(indexes[i], resourceIDs[i]);
+            work.m_answers.recordFound(indexes[i], resolutions[i].resourceID);
+        }
+        break;
+    default:
+        for (size_t i = 0; i < n; ++i)
+            resourceIDs[i] = work.m_answers.get(indexes[i]);
+        dictionary.getValues(resourceIDs, batch.data());
+        for (size_t i = 0; i < n; ++i)
+            if (resourceIDs[i] != 0 ? !isSameValue(batch[i], work.m_values[indexes[i]]) : batch[i].datatypeID != D_NONE)
+                ADD_FAILURE() << "resource " << resourceIDs[i] << " has another value";
+    }
+}
+
+/// Exactly: one ID for each value, no thread was given another, IDs are unique, the value is found under its ID, the
+/// counts add up.
+void checkAnswers(const Dictionary& dictionary, const Work& work) {
+    const size_t numberOfValues = work.m_values.size();
+    std::vector<uint64_t> found(numberOfValues);
+    dictionary.tryResolve(work.m_values, found.data());
+    std::vector<bool> isUsed(dictionary.takeSnapshot().resourceIDEnd, false);
+    std::array<uint64_t, 256> expectedCounts{};
+    for (size_t i = 0; i < numberOfValues; ++i) {
+        ASSERT_EQ(found[i], dictionary.tryResolve(work.m_values[i])) << i;
+        ASSERT_EQ(found[i], work.m_answers.get(i)) << i;
+        if (found[i] == 0)
+            continue;
+        ASSERT_FALSE(isUsed[found[i]]) << i;
+        isUsed[found[i]] = true;
+        ASSERT_TRUE(isSameValue(dictionary.getValue(found[i]), work.m_values[i])) << i;
+        ++expectedCounts[work.m_values[i].datatypeID];
+    }
+    EXPECT_EQ(dictionary.countResourcesByDatatypeID(), expectedCounts);
+    EXPECT_GT(expectedCounts[D_XSD_DECIMAL], 4000u / STRESS_DIVISOR);
+    expectConsistent(dictionary);
+}
+
+TEST_P(DictionaryBatchTest, BatchesAndSinglesGiveEveryValueOneIDThroughManyResizes) {
+    const size_t numberOfValues = 60000 / STRESS_DIVISOR;
     for (const size_t wanted : {1u, 8u}) {
         const size_t numberOfThreads = std::min<size_t>(wanted, getNumberOfFreeSlots() - 1);
         SCOPED_TRACE(std::to_string(numberOfThreads) + " threads");
+        Work work(numberOfValues);
         Dictionary dictionary(makeOptions(1 << 22));
         Transaction transaction(dictionary);
-        Answers answers(numberOfValues);
         runThreads(numberOfThreads, [&](size_t threadIndex) {
             std::mt19937_64 random(threadIndex);
             // A front that all threads move over the values, so that they contend for the same ones, in different
             // orders.
             const size_t window = 2500;
             for (size_t front = 0; front < numberOfValues; front += window / 4) {
-                const size_t n = random() % 3 == 0 ? random() % 20 : random() % 2200;
-                std::vector<size_t> indexes;
-                std::vector<ResourceValue> batch;
-                std::vector<Literal> batchOfLiterals;
-                for (size_t i = 0; i < n; ++i) {
-                    const size_t index = std::min(numberOfValues - 1, front + random() % window);
-                    indexes.push_back(index);
-                    batch.push_back(values[index]);
-                    batchOfLiterals.push_back(Literal{literals[index].m_lexicalForm, literals[index].m_datatypeID});
-                }
-                std::vector<uint64_t> resourceIDs(n);
-                std::vector<Resolution> resolutions(n);
-                switch (random() % 5) {
-                case 0:
-                    transaction.resolve(batch, resourceIDs.data());
-                    for (size_t i = 0; i < n; ++i)
-                        answers.record(indexes[i], resourceIDs[i]);
-                    break;
-                case 1:
-                    if (transaction.resolve(batchOfLiterals, resolutions.data()) != 0)
-                        ADD_FAILURE() << "a valid literal has an error";
-                    for (size_t i = 0; i < n; ++i)
-                        answers.record(indexes[i], resolutions[i].resourceID);
-                    break;
-                case 2:
-                    for (size_t i = 0; i < std::min<size_t>(n, 200); ++i)
-                        answers.record(
-                            indexes[i],
-                            i % 2 == 0
-                                ? transaction.resolve(batch[i])
-                                : transaction.resolve(batchOfLiterals[i].lexicalForm, batchOfLiterals[i].datatypeID));
-                    break;
-                case 3:
-                    dictionary.tryResolve(batch, resourceIDs.data());
-                    for (size_t i = 0; i < n; ++i)
-                        answers.recordFound(indexes[i], resourceIDs[i]);
-                    dictionary.tryResolve(batchOfLiterals, resolutions.data());
-                    for (size_t i = 0; i < n; ++i)
-                        answers.recordFound(indexes[i], resolutions[i].resourceID);
-                    break;
-                default:
-                    for (size_t i = 0; i < n; ++i)
-                        resourceIDs[i] = answers.get(indexes[i]);
-                    batch.assign(n, ResourceValue());
-                    dictionary.getValues(resourceIDs, batch.data());
-                    for (size_t i = 0; i < n; ++i)
-                        if (resourceIDs[i] != 0 ? !isSameValue(batch[i], values[indexes[i]])
-                                                : batch[i].datatypeID != D_NONE)
-                            ADD_FAILURE() << "resource " << resourceIDs[i] << " has another value";
-                }
+                std::vector<size_t> indexes(random() % 3 == 0 ? random() % 20 : random() % 2200);
+                for (size_t& index : indexes)
+                    index = std::min(numberOfValues - 1, front + random() % window);
+                operate(dictionary, transaction, work, indexes, random);
             }
         });
         transaction.commit();
-        // Exactly: one ID for each value, nobody was told another, IDs are unique, the value comes back, the counts add
-        // up.
-        std::vector<uint64_t> found(numberOfValues);
-        dictionary.tryResolve(values, found.data());
-        std::vector<bool> isUsed(dictionary.takeSnapshot().resourceIDEnd, false);
-        std::array<uint64_t, 256> expectedCounts{};
-        for (size_t i = 0; i < numberOfValues; ++i) {
-            ASSERT_EQ(found[i], dictionary.tryResolve(values[i])) << i;
-            ASSERT_EQ(found[i], answers.get(i)) << i;
-            if (found[i] == 0)
-                continue;
-            ASSERT_FALSE(isUsed[found[i]]) << i;
-            isUsed[found[i]] = true;
-            ASSERT_TRUE(isSameValue(dictionary.getValue(found[i]), values[i])) << i;
-            ++expectedCounts[values[i].datatypeID];
-        }
-        EXPECT_EQ(dictionary.countResourcesByDatatypeID(), expectedCounts);
-        EXPECT_GT(expectedCounts[D_XSD_DECIMAL], 4000u / STRESS_DIVISOR);
-        expectSound(dictionary);
+        checkAnswers(dictionary, work);
     }
-}
-
-TEST_P(DictionaryBatchStressTest, TheSameMixedBatchesInAllThreads) {
-    // Everybody enters the same values, from the front or from the back: each bucket is contended for.
-    const size_t numberOfValues = 28000 / STRESS_DIVISOR;
-    std::vector<ResourceValue> values;
-    std::vector<Literal> literals;
-    std::vector<LiteralText> texts;
-    for (size_t i = 0; i < numberOfValues; ++i) {
-        values.push_back(makeMixedValue(i));
-        texts.push_back(makeMixedLiteral(i));
-    }
-    literals = getLiterals(texts);
-    const std::vector<ResourceValue> reversed(values.rbegin(), values.rend());
-    const size_t numberOfThreads = std::min<size_t>(8, getNumberOfFreeSlots() - 1);
-    Dictionary dictionary(makeOptions(1 << 22));
-    Transaction transaction(dictionary);
-    std::vector<std::vector<uint64_t>> results(numberOfThreads, std::vector<uint64_t>(numberOfValues));
-    runThreads(numberOfThreads, [&](size_t threadIndex) {
-        std::vector<uint64_t>& result = results[threadIndex];
-        if (threadIndex % 3 == 0)
-            transaction.resolve(values, result.data());
-        else if (threadIndex % 3 == 1) {
-            transaction.resolve(reversed, result.data());
-            std::reverse(result.begin(), result.end());
-        }
-        else {
-            std::vector<Resolution> resolutions(numberOfValues);
-            EXPECT_EQ(transaction.resolve(literals, resolutions.data()), 0u);
-            for (size_t i = 0; i < numberOfValues; ++i)
-                result[i] = resolutions[i].resourceID;
-        }
-    });
-    transaction.commit();
-    for (const std::vector<uint64_t>& result : results)
-        ASSERT_EQ(result, results[0]);
-    for (size_t i = 0; i < numberOfValues; ++i)
-        ASSERT_TRUE(isSameValue(dictionary.getValue(results[0][i]), values[i])) << i;
-    expectSound(dictionary); // no value has two IDs
 }
 
 }

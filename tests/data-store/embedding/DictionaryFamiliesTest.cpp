@@ -5,8 +5,8 @@
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+#include "core/platform/stream/MemoryOutputStream.h"
 #include "support/ExpectError.h"
-#include "support/MemoryStreams.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
 #include "support/NamesOnlyFactory.h"
@@ -386,10 +386,10 @@ TEST(DictionaryFamilies, ADictionaryHasTheFamiliesThatThereWereWhenItWasMade) {
     EXPECT_EQ(older.tryResolve("5", D_XSD_INT), five);
     EXPECT_EQ(findProblems(older), std::vector<std::string>());
     EXPECT_EQ(older.getTableStatistics().size(), 14u);
-    test::MemoryOutputStream output;
+    MemoryOutputStream output;
     older.saveStore(output); // with the sections of its own families
-    EXPECT_NE(output.getBytes().find("dictionary-22"), std::string::npos);
-    EXPECT_EQ(output.getBytes().find("dictionary-240"), std::string::npos);
+    EXPECT_NE(output.getContent().find("dictionary-22"), std::string::npos);
+    EXPECT_EQ(output.getContent().find("dictionary-240"), std::string::npos);
 }
 
 TEST(DictionaryFamilies, AFamilyWithoutAnInspectorIsRefused) {

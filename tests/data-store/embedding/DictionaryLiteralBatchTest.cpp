@@ -2,6 +2,7 @@
 #include "core/data-store/dictionary/Literal.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "support/MixedBatches.h"
 #include "support/MixedLiterals.h"
 #include "support/MixedValues.h"
 #include "support/ResourceIDWidths.h"
@@ -28,20 +29,7 @@ class DictionaryLiteralBatchTest : public ResourceIDWidthTest { };
 
 INSTANTIATE_TEST_SUITE_P(Widths, DictionaryLiteralBatchTest, ::testing::ValuesIn(BOTH_WIDTHS), getWidthName);
 
-struct Mixture {
-    const char* name;
-    LiteralText (*makeLiteral)(size_t index);
-};
-
-constexpr Mixture MIXTURES[] = {
-    {"integers", [](size_t index) { return makeLiteral(D_XSD_INTEGER, index); }},
-    {"decimals", [](size_t index) { return makeLiteral(D_XSD_DECIMAL, index); }},
-    {"all datatypes", [](size_t index) { return makeMixedLiteral(index * 7919 % 10007); }},
-    {"all datatypes, many twice",
-     [](size_t index) {
-         return makeMixedLiteral(index % 7 == 3 ? index - 1 : index % 5 == 4 ? index / 2 : index);
-     }},
-};
+constexpr Mixture LITERAL_MIXTURES[] = {INTEGERS, DECIMALS, ALL_DATATYPES, ALL_DATATYPES_MANY_TWICE};
 
 struct Damage {
     const char* name;
@@ -62,7 +50,7 @@ constexpr Damage DAMAGES[] = {
 std::vector<LiteralText> makeLiterals(const Mixture& mixture, const Damage& damage, size_t n) {
     std::vector<LiteralText> literals;
     for (size_t index = 0; index < n; ++index)
-        literals.push_back(damage.isDamaged(index, n) ? makeInvalidLiteral(index) : mixture.makeLiteral(index));
+        literals.push_back(damage.isDamaged(index, n) ? makeInvalidLiteral(index) : makeLiteral(mixture, index));
     return literals;
 }
 
@@ -114,11 +102,11 @@ std::vector<Outcome> lookUpSingly(
 }
 
 TEST_P(DictionaryLiteralBatchTest, EveryLiteralHasTheOutcomeOfOneAtATime) {
-    for (const Mixture& mixture : MIXTURES)
+    for (const Mixture& mixture : LITERAL_MIXTURES)
         for (const Damage& damage : DAMAGES)
             for (const size_t n : {0, 1, 2, 1023, 1024, 1025, 2100}) {
-                SCOPED_TRACE(std::to_string(n) + " literals: " + mixture.name + ", invalid: " + damage.name);
-                if (&damage != &DAMAGES[0] && &mixture != &MIXTURES[2] && n > 1025)
+                SCOPED_TRACE(std::to_string(n) + " literals: " + mixture.m_name + ", invalid: " + damage.name);
+                if (&damage != &DAMAGES[0] && &mixture != &LITERAL_MIXTURES[2] && n > 1025)
                     continue;
                 const std::vector<LiteralText> literals = makeLiterals(mixture, damage, n);
                 Dictionary single(makeOptions());
@@ -133,11 +121,11 @@ TEST_P(DictionaryLiteralBatchTest, EveryLiteralHasTheOutcomeOfOneAtATime) {
                 singleTransaction.commit();
                 transaction.commit();
                 expectSameContents(single, batched);
-                expectSound(batched);
+                expectConsistent(batched);
             }
 }
 
-TEST_P(DictionaryLiteralBatchTest, WhatIsWrongIsSaidOfEachLiteral) {
+TEST_P(DictionaryLiteralBatchTest, EachInvalidLiteralHasItsOwnError) {
     const std::vector<LiteralText> literals = {
         {"1e5", D_XSD_INT},
         {"5", D_XSD_INT},
@@ -172,7 +160,7 @@ TEST_P(DictionaryLiteralBatchTest, WhatIsWrongIsSaidOfEachLiteral) {
     EXPECT_EQ(outcomes[8].m_resourceID, 1u);
 }
 
-TEST_P(DictionaryLiteralBatchTest, AFormMayHaveNoCharactersAtAll) {
+TEST_P(DictionaryLiteralBatchTest, AFormMayBeEmpty) {
     Dictionary dictionary(makeOptions());
     Transaction transaction(dictionary);
     for (uint8_t datatypeID = D_XSD_DECIMAL; datatypeID <= D_XSD_UNSIGNED_BYTE; ++datatypeID) {
@@ -187,9 +175,9 @@ TEST_P(DictionaryLiteralBatchTest, AFormMayHaveNoCharactersAtAll) {
 
 TEST_P(DictionaryLiteralBatchTest, WhereTheIDsRunOutPresentLiteralsStillGetTheirs) {
     // A transaction takes whole blocks, so below 2048 there is one, of 1024 IDs.
-    for (const Mixture& mixture : MIXTURES)
+    for (const Mixture& mixture : LITERAL_MIXTURES)
         for (const Damage& damage : {DAMAGES[0], DAMAGES[4]}) {
-            SCOPED_TRACE(std::string(mixture.name) + ", invalid: " + damage.name);
+            SCOPED_TRACE(std::string(mixture.m_name) + ", invalid: " + damage.name);
             std::vector<LiteralText> literals = makeLiterals(mixture, damage, 3000);
             for (size_t index = 1600; index < 3000; index += 2)
                 literals[index] = literals[index - 1600];
@@ -212,10 +200,10 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheIDsRunOutPresentLiteralsStillGetTheir
 }
 
 TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheError) {
-    for (const Mixture& mixture : MIXTURES) {
+    for (const Mixture& mixture : LITERAL_MIXTURES) {
         size_t numberOfShortBudgets = 0;
         for (uint64_t extraBytes = 0;; extraBytes += 40960) {
-            SCOPED_TRACE(std::string(mixture.name) + " with " + std::to_string(extraBytes) + " bytes to spend");
+            SCOPED_TRACE(std::string(mixture.m_name) + " with " + std::to_string(extraBytes) + " bytes to spend");
             std::vector<LiteralText> literals = makeLiterals(mixture, DAMAGES[0], 3000);
             for (size_t index = 1500; index < 3000; index += 2)
                 literals[index] = literals[index - 1500];
@@ -243,7 +231,7 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheE
             singleTransaction.commit();
             transaction.commit();
             expectSameContents(single, batched);
-            expectSound(batched);
+            expectConsistent(batched);
             if (numberOfErrors == 0)
                 break;
             ++numberOfShortBudgets;
@@ -252,7 +240,7 @@ TEST_P(DictionaryLiteralBatchTest, WhereTheBudgetRunsOutEachAbsentLiteralHasTheE
     }
 }
 
-TEST_P(DictionaryLiteralBatchTest, WhatALiteralOfTheBatchHasEnteredHasNoErrorBehindIt) {
+TEST_P(DictionaryLiteralBatchTest, ALiteralEnteredEarlierInTheBatchHasNoError) {
     // 700 integers fill a table of 1024 buckets and spend every reservation, so resolving one more finds no room, even
     // if it is present.
     std::vector<LiteralText> literals;
@@ -273,7 +261,7 @@ TEST_P(DictionaryLiteralBatchTest, WhatALiteralOfTheBatchHasEnteredHasNoErrorBeh
 }
 
 TEST_P(DictionaryLiteralBatchTest, OnlyWhatASnapshotReachesIsFound) {
-    const std::vector<LiteralText> literals = makeLiterals(MIXTURES[2], DAMAGES[4], 3000);
+    const std::vector<LiteralText> literals = makeLiterals(ALL_DATATYPES, DAMAGES[4], 3000);
     Dictionary dictionary(makeOptions());
     std::vector<Dictionary::Snapshot> snapshots{{0, 0}, {1, UINT64_MAX}, {UINT64_MAX, 0}, Dictionary::EVERYTHING};
     for (size_t index = 0; index < literals.size(); ++index) {
@@ -288,7 +276,7 @@ TEST_P(DictionaryLiteralBatchTest, OnlyWhatASnapshotReachesIsFound) {
 
 TEST_P(DictionaryLiteralBatchTest, AnEndedTransactionFailsEachOfThem) {
     Dictionary dictionary(makeOptions());
-    const std::vector<LiteralText> literals = makeLiterals(MIXTURES[2], DAMAGES[4], 2000);
+    const std::vector<LiteralText> literals = makeLiterals(ALL_DATATYPES, DAMAGES[4], 2000);
     Transaction transaction(dictionary);
     transaction.commit();
     const std::vector<Outcome> outcomes = resolveTogether(transaction, literals);
@@ -297,7 +285,7 @@ TEST_P(DictionaryLiteralBatchTest, AnEndedTransactionFailsEachOfThem) {
     EXPECT_EQ(transaction.resolve(std::span<const Literal>(), nullptr), 0u);
 }
 
-TEST_P(DictionaryLiteralBatchTest, WithoutAThreadSlotEachHasTheError) {
+TEST_P(DictionaryLiteralBatchTest, WithoutAThreadSlotEachLiteralHasTheError) {
     const std::vector<LiteralText> literals = {
         {"5", D_XSD_INT}, {"x", D_XSD_INT}, {"5", D_NONE}, {"5.5", D_XSD_DECIMAL}};
     Dictionary dictionary(makeOptions());

@@ -9,7 +9,6 @@
 #include "core/platform/collections/ThreadSlots.h"
 #include "support/ExpectError.h"
 #include "support/ResourceIDWidths.h"
-#include "support/Scale.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +16,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -83,7 +81,7 @@ TEST_P(DictionaryTest, ABudgetMustHoldAnEmptyDictionary) {
     EXPECT_EQ(dictionary.getUsedBytes(), EMPTY_BYTES);
 }
 
-TEST_P(DictionaryTest, ALiteralGetsAnIDAndTheIDGivesItBack) {
+TEST_P(DictionaryTest, ALiteralGetsAnIDAndIsFoundUnderIt) {
     const struct {
         const char* form;
         uint8_t datatypeID;
@@ -149,7 +147,7 @@ TEST_P(DictionaryTest, EveryDatatypeIsKnownByIDAndIRI) {
     }
 }
 
-TEST_P(DictionaryTest, IDsThatNobodyHasAreRefused) {
+TEST_P(DictionaryTest, UnknownIDsAreRefused) {
     m_dictionary.resolve("5", D_XSD_INT); // ID 1; the arrays have a page each
     for (const uint64_t resourceID :
          {uint64_t(0), uint64_t(2), uint64_t(511), uint64_t(512), uint64_t(4095), uint64_t(4096), uint64_t(1) << 20,
@@ -193,7 +191,7 @@ TEST_P(DictionaryTest, InvalidFormsAndBinaryValuesChangeNothing) {
     EXPECT_EQ(m_dictionary.resolve("1", D_XSD_INT), 1u); // no error kept the gate
 }
 
-TEST_P(DictionaryTest, ASnapshotSeesWhatWasEnteredBeforeAndNothingElse) {
+TEST_P(DictionaryTest, ASnapshotShowsWhatWasEnteredBeforeAndNothingElse) {
     m_dictionary.resolve("1", D_XSD_INT);
     m_dictionary.resolve("1.5", D_XSD_DECIMAL);
     const Dictionary::Snapshot snapshot = m_dictionary.takeSnapshot();
@@ -258,7 +256,7 @@ TEST_P(DictionaryTest, ResourcesAreCountedByDatatype) {
     EXPECT_EQ(m_dictionary.countResourcesByDatatypeID(), expected);
 }
 
-TEST_P(DictionaryTest, TheStatisticsOfTheFamiliesStandUnderOneRoot) {
+TEST_P(DictionaryTest, TheStatisticsOfTheFamiliesHaveOneRoot) {
     m_dictionary.resolve("5", D_XSD_INT);
     const std::unique_ptr<ComponentInfo> root = m_dictionary.getComponentInfo();
     EXPECT_EQ(root->getName(), "Dictionary");
@@ -304,7 +302,7 @@ TEST_P(DictionaryTest, The257thThreadIsRefusedUntilAnotherEnds) {
         EXPECT_EQ(m_dictionary.getLexicalForm(resourceID), "1"); // reading by ID takes no slot
         EXPECT_EQ(m_dictionary.takeSnapshot().resourceIDEnd, 2u);
     }).join();
-    EXPECT_EQ(m_dictionary.resolve("3", D_XSD_INT), 2u); // those with slots go on, and the gate is open
+    EXPECT_EQ(m_dictionary.resolve("3", D_XSD_INT), 2u); // those with slots continue, and the gate is open
     mayOneEnd = true;
     threads[0].join();
     std::thread([&] { EXPECT_EQ(m_dictionary.resolve("2", D_XSD_INT), 3u); }).join();

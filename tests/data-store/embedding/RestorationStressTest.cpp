@@ -42,9 +42,9 @@ std::string getLexicalForm(uint64_t record) {
 
 }
 
-TEST(RestorationStress, ManyThreadsGiveTheSameIDsAsOne) {
+TEST(Restoration, ManyThreadsGiveTheSameIDsAsOne) {
     for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const bool areCountsRight : {true, false}) { // with wrong counts the tables grow meanwhile
+        for (const bool areCountsRight : {true, false}) { // with wrong counts the tables grow during the restoration
             std::vector<uint64_t> counts(256);
             if (areCountsRight)
                 counts[D_XSD_INTEGER] = counts[D_XSD_DECIMAL] = NUMBER_OF_RECORDS / 2;
@@ -70,7 +70,7 @@ TEST(RestorationStress, ManyThreadsGiveTheSameIDsAsOne) {
         }
 }
 
-TEST(RestorationStress, AValueGetsOneOfTheIDsThatThreadsClaimForIt) {
+TEST(Restoration, AValueGetsOneOfTheIDsThatThreadsClaimForIt) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     constexpr uint64_t NUMBER_OF_VALUES = 2000 / test::STRESS_DIVISOR;
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
@@ -99,7 +99,7 @@ TEST(RestorationStress, AValueGetsOneOfTheIDsThatThreadsClaimForIt) {
     }
 }
 
-TEST(RestorationStress, OfThreadsThatClaimAnIDForSeveralValuesOneSucceeds) {
+TEST(Restoration, OfThreadsThatClaimAnIDForSeveralValuesOneSucceeds) {
     constexpr size_t NUMBER_OF_THREADS = 4;
     for (int round = 0; round < 20; ++round) {
         Dictionary dictionary(makeOptions(ResourceIDWidth::BITS_32));

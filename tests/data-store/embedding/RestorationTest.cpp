@@ -55,7 +55,7 @@ TEST(Restoration, EveryValueHasItsOldID) {
             (std::vector<std::string>{"1 2.25", "3 -7", "4 \"-7\"^^xsd:int", "5000 0.5"}));
         EXPECT_EQ(findProblems(dictionary), NONE);
         EXPECT_EQ(dictionary.takeSnapshot().resourceIDEnd, 5001u);
-        EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 5001u) << "behind the highest";
+        EXPECT_EQ(dictionary.resolve("9", D_XSD_INT), 5001u) << "after the highest";
         test::expectEqual(dictionary, *test::openStore(test::saveStore(dictionary)));
     }
 }
@@ -115,14 +115,14 @@ TEST(Restoration, InvalidValuesAreRefused) {
     EXPECT_THROW(restoration.restore(1, "1", D_NONE), KavixException);
     EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_BYTE, 128)), KavixException);
     EXPECT_THROW(restoration.restore(1, test::makeInteger(D_XSD_DECIMAL, 1)), KavixException)
-        << "8 bytes are no decimal";
+        << "8 bytes are not a decimal";
     EXPECT_THROW(restoration.restore(1, ResourceValue()), KavixException);
     restoration.restore(1, test::makeInteger(D_XSD_BYTE, 127));
     restoration.finish();
     EXPECT_EQ(test::listResources(dictionary, 100), std::vector<std::string>{"1 \"127\"^^xsd:byte"});
 }
 
-TEST(Restoration, UnlessFinishedEverythingIsTakenBack) {
+TEST(Restoration, UnlessFinishedEverythingIsRolledBack) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         Dictionary dictionary(makeOptions(width));
         const uint64_t usedBytes = dictionary.getUsedBytes();

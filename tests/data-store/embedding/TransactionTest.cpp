@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -66,7 +66,7 @@ TEST_P(TransactionTest, CommittedValuesBecomeVisibleAllAtOnce) {
     EXPECT_EQ(after.resourceIDEnd, 2u + 1024u);
 }
 
-TEST_P(TransactionTest, RollbackTakesBackItsValuesAndLeavesEarlierOnes) {
+TEST_P(TransactionTest, RollbackRemovesItsValuesAndLeavesEarlierOnes) {
     const uint64_t integerID = m_dictionary.resolve("1", D_XSD_INT);
     const uint64_t decimalID = m_dictionary.resolve("1.5", D_XSD_DECIMAL);
     Transaction transaction(m_dictionary);
@@ -127,7 +127,7 @@ TEST_P(TransactionTest, RollbackReachesEveryBlockOfEveryThread) {
         ASSERT_EQ(m_dictionary.tryResolve(std::to_string(i), D_XSD_INTEGER), 0u);
 }
 
-TEST_P(TransactionTest, AnotherTransactionAndSingleValuesAreRefusedMeanwhile) {
+TEST_P(TransactionTest, DuringATransactionAnotherOneAndSingleValuesAreRefused) {
     const uint64_t resourceID = m_dictionary.resolve("1", D_XSD_INT);
     ResourceValue value = m_dictionary.getValue(resourceID);
     Transaction transaction(m_dictionary);
@@ -221,7 +221,7 @@ TEST_P(TransactionTest, ATransactionEndsAtTheBoundOfBlocks) {
         "The capacity of Kavix for the number of resources has been exceeded.",
         [&] { transaction.resolve("-1", D_XSD_INT); });
     transaction.commit();
-    EXPECT_EQ(dictionary.resolve("-1", D_XSD_INT), 1025u); // single IDs go on to the bound
+    EXPECT_EQ(dictionary.resolve("-1", D_XSD_INT), 1025u); // single IDs continue to the bound
 }
 
 }

@@ -8,77 +8,80 @@ namespace kavix::test {
 
 namespace {
 
-// What may happen in each state, brought about afresh for each row.
+// What may happen in each state, set up for each row.
+struct State {
+    const char* name;
+    void (*setUp)(WriterGate&);
+    bool letsSingleIn;
+    bool letsClose;
+    bool isInTransaction;
+};
+
+constexpr State STATES[] = {
+    {"open", [](WriterGate&) {}, true, true, false},
+    {"one inside", [](WriterGate& gate) { gate.tryEnterSingle(); }, true, false, false},
+    {"two inside",
+     [](WriterGate& gate) {
+         gate.tryEnterSingle();
+         gate.tryEnterSingle();
+     },
+     true, false, false},
+    {"one of two left",
+     [](WriterGate& gate) {
+         gate.tryEnterSingle();
+         gate.tryEnterSingle();
+         gate.leaveSingle();
+     },
+     true, false, false},
+    {"all left",
+     [](WriterGate& gate) {
+         gate.tryEnterSingle();
+         gate.tryEnterSingle();
+         gate.leaveSingle();
+         gate.leaveSingle();
+     },
+     true, true, false},
+    {"closed", [](WriterGate& gate) { gate.tryClose(); }, false, false, false},
+    {"opened again",
+     [](WriterGate& gate) {
+         gate.tryClose();
+         gate.open();
+     },
+     true, true, false},
+    {"transaction",
+     [](WriterGate& gate) {
+         gate.tryClose();
+         gate.beginTransaction();
+     },
+     false, false, true},
+    {"a thread waits to close", [](WriterGate& gate) { gate.beginWaitingToClose(); }, false, true, false},
+    {"one of two still waits to close",
+     [](WriterGate& gate) {
+         gate.beginWaitingToClose();
+         gate.beginWaitingToClose();
+         gate.endWaitingToClose();
+     },
+     false, true, false},
+    {"no thread waits any more",
+     [](WriterGate& gate) {
+         gate.beginWaitingToClose();
+         gate.endWaitingToClose();
+     },
+     true, true, false},
+    {"transaction over",
+     [](WriterGate& gate) {
+         gate.tryClose();
+         gate.beginTransaction();
+         gate.open();
+     },
+     true, true, false},
+};
+
 TEST(WriterGate, EachStateAllowsWhatItsTableSays) {
-    const struct {
-        const char* name;
-        void (*bringAbout)(WriterGate&);
-        bool letsSingleIn;
-        bool letsClose;
-        bool isInTransaction;
-    } rows[] = {
-        {"open", [](WriterGate&) {}, true, true, false},
-        {"one inside", [](WriterGate& gate) { gate.tryEnterSingle(); }, true, false, false},
-        {"two inside",
-         [](WriterGate& gate) {
-             gate.tryEnterSingle();
-             gate.tryEnterSingle();
-         },
-         true, false, false},
-        {"one of two left",
-         [](WriterGate& gate) {
-             gate.tryEnterSingle();
-             gate.tryEnterSingle();
-             gate.leaveSingle();
-         },
-         true, false, false},
-        {"all left",
-         [](WriterGate& gate) {
-             gate.tryEnterSingle();
-             gate.tryEnterSingle();
-             gate.leaveSingle();
-             gate.leaveSingle();
-         },
-         true, true, false},
-        {"closed", [](WriterGate& gate) { gate.tryClose(); }, false, false, false},
-        {"opened again",
-         [](WriterGate& gate) {
-             gate.tryClose();
-             gate.open();
-         },
-         true, true, false},
-        {"transaction",
-         [](WriterGate& gate) {
-             gate.tryClose();
-             gate.beginTransaction();
-         },
-         false, false, true},
-        {"somebody waits to close", [](WriterGate& gate) { gate.beginWaitingToClose(); }, false, true, false},
-        {"one of two still waits to close",
-         [](WriterGate& gate) {
-             gate.beginWaitingToClose();
-             gate.beginWaitingToClose();
-             gate.endWaitingToClose();
-         },
-         false, true, false},
-        {"nobody waits any more",
-         [](WriterGate& gate) {
-             gate.beginWaitingToClose();
-             gate.endWaitingToClose();
-         },
-         true, true, false},
-        {"transaction over",
-         [](WriterGate& gate) {
-             gate.tryClose();
-             gate.beginTransaction();
-             gate.open();
-         },
-         true, true, false},
-    };
-    for (const auto& row : rows) {
+    for (const State& row : STATES) {
         SCOPED_TRACE(row.name);
         const auto gate = std::make_unique<WriterGate>();
-        row.bringAbout(*gate);
+        row.setUp(*gate);
         EXPECT_EQ(gate->isInTransaction(), row.isInTransaction);
         const bool closed = gate->tryClose();
         EXPECT_EQ(closed, row.letsClose);
@@ -95,7 +98,7 @@ TEST(WriterGate, AFailedAttemptLeavesNoTrace) {
     EXPECT_FALSE(gate.tryEnterSingle());
     EXPECT_FALSE(gate.tryClose());
     gate.open();
-    EXPECT_TRUE(gate.tryClose()); // nobody was counted
+    EXPECT_TRUE(gate.tryClose()); // no thread was counted
     gate.beginTransaction();
     EXPECT_FALSE(gate.tryEnterSingle());
     gate.open();

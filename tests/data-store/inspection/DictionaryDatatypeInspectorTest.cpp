@@ -1,4 +1,5 @@
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
+
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
@@ -52,7 +53,7 @@ public:
     }
 };
 
-TEST(DictionaryDatatypeInspectorTest, AFactoryHasItsInspectorWhileThatLives) {
+TEST(DictionaryDatatypeInspector, AFactoryHasItsInspectorWhileThatLives) {
     NamesOnlyFactory factory{{240, "http://example.org/inspected"}};
     EXPECT_EQ(factory.tryGetInspector(), nullptr);
     {
@@ -62,11 +63,11 @@ TEST(DictionaryDatatypeInspectorTest, AFactoryHasItsInspectorWhileThatLives) {
     EXPECT_EQ(factory.tryGetInspector(), nullptr);
 }
 
-TEST(DictionaryDatatypeInspectorTest, TheNumericFactoryHasTheNumericInspector) {
+TEST(DictionaryDatatypeInspector, TheNumericFactoryHasTheNumericInspector) {
     EXPECT_EQ(s_NumericDatatypeFactory.tryGetInspector(), &s_NumericDatatypeInspector);
 }
 
-TEST(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype) {
+TEST(DictionaryDatatypeInspector, IntegersMustBeInTheRangeOfTheirDatatype) {
     for (const IntegerDatatypeInfo& info : s_integerDatatypeInfos) {
         ResourceValue value;
         for (const int64_t bound : {info.minimum, info.maximum}) {
@@ -86,7 +87,7 @@ TEST(DictionaryDatatypeInspectorTest, IntegersMustBeInTheRangeOfTheirDatatype) {
     }
 }
 
-TEST(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
+TEST(DictionaryDatatypeInspector, DecimalsMustBeNormalised) {
     const struct {
         int64_t unscaledValue;
         uint8_t fractionDigits;
@@ -106,7 +107,7 @@ TEST(DictionaryDatatypeInspectorTest, DecimalsMustBeNormalised) {
     }
 }
 
-TEST(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
+TEST(DictionaryDatatypeInspector, SizesMustBeThoseOfTheDatatype) {
     for (const uint64_t size : {0u, 1u, 4u, 7u, 8u, 9u, 15u, 16u, 17u}) {
         ResourceValue value;
         value.setBinaryForm(D_XSD_INT, size);
@@ -118,7 +119,7 @@ TEST(DictionaryDatatypeInspectorTest, SizesMustBeThoseOfTheDatatype) {
     }
 }
 
-TEST(DictionaryDatatypeInspectorTest, AValueMustHaveData) {
+TEST(DictionaryDatatypeInspector, AValueMustHaveData) {
     for (const uint64_t size : {0u, 8u}) {
         ResourceValue value;
         value.datatypeID = D_XSD_INT;

@@ -1,5 +1,7 @@
 #include "core/data-store/numbers/IntegerText.h"
 
+#include "support/TestTable.h"
+
 #include <gtest/gtest.h>
 
 #include <charconv>
@@ -8,19 +10,20 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <string_view>
-#include <vector>
+#include <utility>
 
 namespace kavix {
 
+using test::TestRow;
+using test::TestTable;
+
 namespace {
 
-using namespace std::string_literals;
-
 constexpr int64_t SMALLEST = std::numeric_limits<int64_t>::min();
-constexpr int64_t LARGEST = std::numeric_limits<int64_t>::max();
 
-// Parses from a buffer of exactly the length of the text, so that a sanitizer sees a read outside it.
+constexpr const char* FORMS = "data-store/numbers/IntegerTextForms.tsv";
+
+// Parses from a buffer of exactly the length of the text, so that a sanitizer reports a read outside it.
 std::pair<bool, int64_t> parse(const std::string& text) {
     const auto copy = std::make_unique<char[]>(text.size());
     text.copy(copy.get(), text.size());
@@ -33,7 +36,7 @@ std::string print(unsigned long value) {
     std::string buffer(MAX_UNSIGNED_TEXT_LENGTH + 8, MARK);
     const size_t length = appendNumber(value, buffer.data());
     for (size_t index = length; index < buffer.size(); ++index)
-        EXPECT_EQ(buffer[index], MARK) << "byte " << index << " behind " << value;
+        EXPECT_EQ(buffer[index], MARK) << "byte " << index << " after " << value;
     return buffer.substr(0, length);
 }
 
@@ -45,99 +48,28 @@ char digitAt(size_t index) {
 }
 
 TEST(IntegerText, FormsOfTheLexicalSpaceAreParsed) {
-    struct Row {
-        const char* name;
-        std::string text;
-        int64_t expected;
-    };
-    const std::vector<Row> rows = {
-        {"one digit", "5", 5},
-        {"plus sign", "+5", 5},
-        {"minus sign", "-5", -5},
-        {"leading zeros", "005", 5},
-        {"zero", "0", 0},
-        {"minus zero", "-0", 0},
-        {"plus zero", "+0", 0},
-        {"minus many zeros", std::string("-").append(50, '0'), 0},
-        {"a thousand leading zeros", std::string(1000, '0').append("9223372036854775807"), LARGEST},
-        {"a thousand leading zeros and a sign", std::string("-").append(1000, '0').append("9223372036854775808"),
-         SMALLEST},
-        {"largest", "9223372036854775807", LARGEST},
-        {"largest with plus sign", "+9223372036854775807", LARGEST},
-        {"one below the largest", "9223372036854775806", LARGEST - 1},
-        {"smallest", "-9223372036854775808", SMALLEST},
-        {"one above the smallest", "-9223372036854775807", SMALLEST + 1},
-        {"nineteen digits", "1000000000000000000", 1000000000000000000},
-        {"twenty digits, one of them a leading zero", "01000000000000000000", 1000000000000000000},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const auto [isValid, value] = parse(row.text);
+    for (const TestRow& row : TestTable(FORMS).getRows("status", "valid")) {
+        SCOPED_TRACE(row.getPlace());
+        const auto [isValid, value] = parse(row.getText("form"));
         EXPECT_TRUE(isValid);
-        EXPECT_EQ(value, row.expected);
+        EXPECT_EQ(value, row.getNumber("value"));
     }
 }
 
 TEST(IntegerText, NumbersOutside64BitsAreRefused) {
-    for (const std::string text :
-         {"9223372036854775808", "+9223372036854775808", "-9223372036854775809", "9999999999999999999",
-          "-9999999999999999999", "10000000000000000000", "-10000000000000000000", "18446744073709551615",
-          "18446744073709551616", "18446744073709551621", "36893488147419103232", "100000000000000000000000000000"}) {
-        SCOPED_TRACE(text);
-        EXPECT_FALSE(parse(text).first);
-        EXPECT_FALSE(
-            parse(
-                text.substr(0, text[0] == '-' ? 1 : 0) + "000" + text.substr(text[0] == '-' || text[0] == '+' ? 1 : 0))
-                .first);
+    for (const TestRow& row : TestTable(FORMS).getRows("status", "outside 64 bits")) {
+        SCOPED_TRACE(row.getPlace());
+        const std::string& form = row.getText("form");
+        EXPECT_FALSE(parse(form).first);
+        const bool isNegative = form[0] == '-';
+        EXPECT_FALSE(parse((isNegative ? "-000" : "000") + form.substr(isNegative || form[0] == '+' ? 1 : 0)).first);
     }
 }
 
 TEST(IntegerText, OtherFormsAreRefused) {
-    const std::string forms[] = {
-        "",
-        "+",
-        "-",
-        "+-5",
-        "-+5",
-        "--5",
-        "++5",
-        " 5",
-        "5 ",
-        " 5 ",
-        "\t5",
-        "5\n",
-        "5-",
-        "5+",
-        "1e5",
-        "1.",
-        ".5",
-        "1.5",
-        "INF",
-        "-INF",
-        "NaN",
-        "abc",
-        "1,000",
-        "1_000",
-        "0x10",
-        "12a",
-        "a12",
-        "\xD9\xA5",
-        "1\xD9\xA5",
-        "\xD9\xA1\xD9\xA2\xD9\xA3\xD9\xA4",
-        "\0"s,
-        "5\0"s,
-        "\0005"s,
-        "1\0002"s,
-        "1234567\0"s,
-        "12345678\0"s,
-        "1234567890123456789\0"s,
-        "99999999999999999999x",
-        "x99999999999999999999",
-        "00000000000000000000x",
-        "00000000000000000000-5"};
-    for (const std::string& form : forms) {
-        SCOPED_TRACE(form);
-        EXPECT_FALSE(parse(form).first);
+    for (const TestRow& row : TestTable(FORMS).getRows("status", "malformed")) {
+        SCOPED_TRACE(row.getPlace());
+        EXPECT_FALSE(parse(row.getText("form")).first);
     }
 }
 
@@ -145,7 +77,7 @@ TEST(IntegerText, NothingIsReadFromNoText) {
     EXPECT_FALSE(parseIntegerSigned(nullptr, 0).first);
 }
 
-TEST(IntegerText, EveryByteAtEveryPositionOfEveryLengthIsJudged) {
+TEST(IntegerText, EveryByteAtEveryPositionOfEveryLengthIsClassified) {
     for (size_t length = 1; length <= 19; ++length) {
         std::string text(length, '1');
         for (size_t position = 0; position < length; ++position) {

@@ -101,7 +101,7 @@ XSDDecimal makeDecimal(std::mt19937_64& random) {
 
 }
 
-TEST(XSDDecimalProperty, FormsAreParsedAndPrintedLikeTheModel) {
+TEST(XSDDecimal, FormsAreParsedAndPrintedLikeTheModel) {
     std::mt19937_64 random(SEED);
     int validForms = 0;
     for (int round = 0; round < ROUNDS; ++round) {
@@ -123,7 +123,7 @@ TEST(XSDDecimalProperty, FormsAreParsedAndPrintedLikeTheModel) {
     EXPECT_LT(validForms, ROUNDS - ROUNDS / 8);
 }
 
-TEST(XSDDecimalProperty, PrintedDecimalsParseToThemselves) {
+TEST(XSDDecimal, PrintedDecimalsParseToThemselves) {
     std::mt19937_64 random(SEED + 1);
     for (int round = 0; round < ROUNDS; ++round) {
         const XSDDecimal value = makeDecimal(random);
@@ -139,7 +139,7 @@ TEST(XSDDecimalProperty, PrintedDecimalsParseToThemselves) {
     }
 }
 
-TEST(XSDDecimalProperty, ConversionsAreThoseOfTheStandardLibrary) {
+TEST(XSDDecimal, ConversionsAreThoseOfTheStandardLibrary) {
     std::mt19937_64 random(SEED + 2);
     for (int round = 0; round < ROUNDS; ++round) {
         const XSDDecimal value = makeDecimal(random);
@@ -155,7 +155,7 @@ TEST(XSDDecimalProperty, ConversionsAreThoseOfTheStandardLibrary) {
     }
 }
 
-TEST(XSDDecimalProperty, TheOrderIsThatOfTheDigitsWrittenUnderEachOther) {
+TEST(XSDDecimal, TheOrderIsThatOfTheAlignedDigits) {
     std::mt19937_64 random(SEED + 3);
     // Without the sign: the integer part in 19 digits, the fraction in 19; then texts are ordered as numbers are.
     const auto align = [](const XSDDecimal& value) {

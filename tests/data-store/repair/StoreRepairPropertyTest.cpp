@@ -7,8 +7,10 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace kavix;
@@ -34,7 +36,7 @@ struct Outcome {
 };
 
 Outcome repair(const std::string& bytes) {
-    // A buffer of its own, so that a sanitizer sees every byte that is read beyond it.
+    // A buffer of its own, so that a sanitizer reports every byte that is read beyond it.
     const std::vector<uint8_t> buffer(bytes.begin(), bytes.end());
     const DamagedStore store(buffer.data(), buffer.size());
     Outcome outcome;
@@ -58,49 +60,6 @@ void expectNoWrongValue(const Outcome& outcome) {
     EXPECT_GE(outcome.m_saved.size() + outcome.m_losses.size(), SAMPLE.size());
 }
 
-}
-
-TEST(DamagedStore, ASoundStoreHasNoProblemsAndItsBeginningIsWhatItIs) {
-    for (const ResourceIDWidth width : BOTH_WIDTHS) {
-        const std::string bytes = SampleStore(width).toBytes();
-        const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-        ASSERT_TRUE(store.isReadable());
-        EXPECT_EQ(store.getProblems(), std::vector<std::string>());
-        EXPECT_EQ(store.getResourceIDWidth(), width);
-        EXPECT_EQ(store.getNextResourceID(), SampleStore::NEXT_RESOURCE_ID);
-        EXPECT_EQ(store.getMaxResourceID(), SampleStore::MAX_RESOURCE_ID);
-        EXPECT_EQ(store.getNumberOfResources(), 4u);
-        const std::vector<uint8_t> beginning = store.makeIntactFrame();
-        EXPECT_EQ(std::string(beginning.begin(), beginning.end()), bytes.substr(0, beginning.size()));
-    }
-}
-
-TEST(DamagedStore, TheCorrectedBeginningMakesADamagedStorePassItsChecksums) {
-    for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const size_t position : {0u, 9u, 12u, 17u, 20u, 33u, 41u, 57u, 73u, 97u, 241u, 248u, 256u, 264u}) {
-            SCOPED_TRACE(position);
-            std::string bytes = SampleStore(width).toBytes();
-            bytes[position] ^= 0x40;
-            const DamagedStore store(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-            ASSERT_TRUE(store.isReadable());
-            EXPECT_EQ(store.getResourceIDWidth(), width);
-            const std::vector<uint8_t> beginning = store.makeIntactFrame();
-            std::string corrected(bytes);
-            corrected.replace(0, beginning.size(), std::string(beginning.begin(), beginning.end()));
-            if (position < 256 ||
-                position >= 264) { // the bound of resource IDs stands in the image too, which is not corrected
-                expectEqual(*openStore(corrected), *openStore(SampleStore(width).toBytes()));
-            }
-        }
-}
-
-TEST(DamagedStore, AnotherVersionOrByteOrderIsNoDamage) {
-    StoreImage image = SampleStore(ResourceIDWidth::BITS_32).toImage();
-    image.m_formatVersion = 2;
-    EXPECT_FALSE(repair(image.toBytes()).m_isReadable);
-    image.m_formatVersion = 1;
-    image.m_byteOrderMark = 0x04030201;
-    EXPECT_FALSE(repair(image.toBytes()).m_isReadable);
 }
 
 TEST(StoreRepair, NoFlippedByteLetsAWrongValueThrough) {
@@ -149,7 +108,7 @@ TEST(StoreRepair, NoTwoFlippedBytesLetAWrongValueThrough) {
     }
 }
 
-TEST(StoreRepair, ACutStoreGivesWhatIsInFrontOfTheCut) {
+TEST(StoreRepair, ACutStoreGivesWhatIsBeforeTheCut) {
     for (const ResourceIDWidth width : BOTH_WIDTHS) {
         const SampleStore sample(width);
         const std::string bytes = sample.toBytes();
@@ -167,7 +126,7 @@ TEST(StoreRepair, ACutStoreGivesWhatIsInFrontOfTheCut) {
     }
 }
 
-TEST(StoreRepair, WhateverTheContentARightChecksumMakesNoCrashAndASoundDictionary) {
+TEST(StoreRepair, AnyContentWithRightChecksumsGivesAConsistentDictionary) {
     std::mt19937_64 random(7);
     for (const ResourceIDWidth width : BOTH_WIDTHS)
         for (int iteration = 0; iteration < 300; ++iteration) {

@@ -1,3 +1,5 @@
+// Of all rooms together: a killed import leaves the old store or the new one.
+
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "numdict/StoreSamples.h"
@@ -13,6 +15,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <set>
 #include <string>
@@ -107,7 +110,7 @@ TEST(StoreCrash, AKilledImportLeavesTheOldStoreOrTheNewOne) {
     }
     EXPECT_GE(numberOfKills, NUMBER_OF_MOMENTS);
     EXPECT_TRUE(counts.contains(8));
-    // Whatever is left of them all, the next import succeeds.
+    // In spite of all that they left, the next import succeeds.
     ASSERT_FALSE(importUntil(store, input, [](Clock::time_point) { return false; }));
     EXPECT_EQ(countValues(store), newValues);
     EXPECT_FALSE(std::filesystem::exists(store + ".unfinished"));

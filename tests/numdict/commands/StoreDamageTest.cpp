@@ -1,3 +1,5 @@
+// Of CheckCommand and StoreCheck: every kind of damage is found, and what can be saved is saved.
+
 #include "core/data-store/repair/StoreRepair.h"
 #include "numdict/StoreSamples.h"
 #include "numdict/stores/StoreCheck.h"
@@ -60,156 +62,155 @@ struct Damage {
     const char* loss; // one that repairing must list; empty for none
 };
 
+const Damage DAMAGES[] = {
+    {"nothing", [](SampleStore& sample) { return sample.toBytes(); }, "", 0, SAMPLE_STORE_DUMP, ""},
+    {"magic",
+     [](SampleStore& sample) {
+         std::string bytes = sample.toBytes();
+         bytes[1] = 'X';
+         return bytes;
+     },
+     "header: wrong magic number", 0, SAMPLE_STORE_DUMP, ""},
+    {"width",
+     [](SampleStore& sample) {
+         std::string bytes = sample.toBytes();
+         bytes[20] = 3;
+         return bytes;
+     },
+     "header: unsupported resource ID width of 3 bits", 0, SAMPLE_STORE_DUMP, ""},
+    {"the other width",
+     [](SampleStore& sample) {
+         std::string bytes = sample.toBytes();
+         bytes[20] = sample.isNarrow() ? 64 : 32;
+         return bytes;
+     },
+     "header: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
+    {"number of sections",
+     [](SampleStore& sample) {
+         std::string bytes = sample.toBytes();
+         bytes[32] = 9;
+         return bytes;
+     },
+     "header: it has 9 sections instead of 5", 0, SAMPLE_STORE_DUMP, ""},
+    {"table of sections",
+     [](SampleStore& sample) {
+         std::string bytes = sample.toBytes();
+         bytes[40 + 40 + 16] ^= 1;
+         return bytes;
+     },
+     "header: the section table is wrong; the sections were found using the counters", 0, SAMPLE_STORE_DUMP, ""},
+    {"a checksum in the table",
+     [](SampleStore& sample) {
+         std::string bytes = sample.toBytes();
+         bytes[40 + 32] ^= 1;
+         return bytes;
+     },
+     "counters: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
+    {"counters", [](SampleStore& sample) { return damageSection(sample, "counters", 8); }, "counters: wrong checksum",
+     0, SAMPLE_STORE_DUMP, ""},
+    {"something after the end", [](SampleStore& sample) { return sample.toBytes() + "x"; },
+     "header: there is data after the last section", 0, SAMPLE_STORE_DUMP, ""},
+    {"datatype IDs", [](SampleStore& sample) { return damageSection(sample, "datatypes", 2); },
+     "datatypes: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
+    {"data of an integer", [](SampleStore& sample) { return damageSection(sample, "data", 4 * 8); },
+     "resource 4 has a different value in the array of data words", 0, SAMPLE_STORE_DUMP, ""},
+    {"data of a decimal", [](SampleStore& sample) { return damageSection(sample, "data", 5 * 8 + 7); },
+     "resource 5 of xsd:decimal: its record at offset", 0, SAMPLE_STORE_DUMP, ""},
+    {"unscaled value in the pool",
+     [](SampleStore& sample) { return damageSection(sample, "pool", sample.getUnscaledValueOffset()); },
+     "pool: wrong checksum", 1, INTEGERS_DUMP,
+     "resource 1 of xsd:decimal: its record is in the damaged data pool and cannot be confirmed"},
+    {"resource ID in the pool", [](SampleStore& sample) { return damageSection(sample, "pool", 0); },
+     "pool: wrong checksum", 1, INTEGERS_DUMP, "resource 1 of xsd:decimal: its record belongs to resource 17"},
+    {"a bucket",
+     [](SampleStore& sample) {
+         return damageSection(sample, "dictionary-22", findInImage(sample, std::string("\x02\0\0\0\0\0\0\0\xfe", 9)));
+     },
+     "table of xsd:integer, bucket", 0, SAMPLE_STORE_DUMP, ""},
+    {"header of the image", [](SampleStore& sample) { return damageSection(sample, "dictionary-22", 9); },
+     "dictionary-22: the image has no 'NumericDatatype' header where one is expected", 0, SAMPLE_STORE_DUMP, ""},
+    {"cut in the image",
+     [](SampleStore& sample) {
+         const std::string bytes = sample.toBytes();
+         return bytes.substr(0, bytes.size() - 1000);
+     },
+     "dictionary-22: the file ends before the end of the section", 0, SAMPLE_STORE_DUMP, ""},
+    {"cut in the pool", [](SampleStore& sample) { return sample.toBytes().substr(0, 280 + 7 + 56 + 20); },
+     "pool: the file ends before the end of the section", 1, INTEGERS_DUMP,
+     "resource 1 of xsd:decimal: its record is in the damaged data pool and cannot be confirmed"},
+    {"arrays and tables, in different resources",
+     [](SampleStore& sample) {
+         StoreImage image = sample.toImage();
+         for (StoreSection& section : image.m_sections)
+             section.m_checksum = getXXH3(section.m_bytes);
+         image["data"].m_bytes.at(4 * 8) ^= 1;
+         image["dictionary-22"].m_bytes.at(findInImage(sample, std::string("\x02\0\0\0\0\0\0\0\xfe", 9)) + 8) ^= 1;
+         return image.toBytes();
+     },
+     "resource 2 has a different value in the array of data words", 1, "1\txsd:decimal\t0.5\n5\txsd:decimal\t-12.25\n",
+     "resource 4 of xsd:int: the damaged arrays and the damaged tables disagree"},
+    // From here on the checksums are right.
+    {"a value out of range",
+     [](SampleStore& sample) {
+         sample.setResource(2, 31, 300);
+         return sample.toBytes();
+     },
+     "resource 2 of xsd:byte: its value 300 is not in the range of the datatype", 0, SAMPLE_STORE_DUMP, ""},
+    {"an unknown datatype",
+     [](SampleStore& sample) {
+         sample.setResource(2, 99, 5);
+         return sample.toBytes();
+     },
+     "resource 2 has the unknown datatype ID 99", 0, SAMPLE_STORE_DUMP, ""},
+    {"a bucket without resource",
+     [](SampleStore& sample) {
+         sample.placeInteger(23, 3, 77);
+         return sample.toBytes();
+     },
+     "resource 3 has datatype ID 0 in the array", 1, SAMPLE_STORE_DUMP,
+     "resource 3 of xsd:integer: the tables have it, but the arrays do not"},
+    {"a resource without bucket",
+     [](SampleStore& sample) {
+         sample.setResource(3, 23, 77);
+         sample.m_numberOfResources = 5;
+         return sample.toBytes();
+     },
+     "resource 3 of xsd:integer: no bucket has it, so its value cannot be found", 0,
+     "1\txsd:decimal\t0.5\n2\txsd:integer\t-2\n3\txsd:integer\t77\n4\txsd:int\t\"7\"^^xsd:int\n5\txsd:decimal\t-12."
+     "25\n",
+     ""},
+    {"a value twice",
+     [](SampleStore& sample) {
+         sample.addInteger(23, 3, -2);
+         sample.m_numberOfResources = 5;
+         return sample.toBytes();
+     },
+     "has the same value", 1, SAMPLE_STORE_DUMP, "resource 3 of xsd:integer: resource 2 has the same value"},
+    {"a wrong count",
+     [](SampleStore& sample) {
+         sample.m_numberOfResources = 9;
+         return sample.toBytes();
+     },
+     "counters: it counts 9 resources, but there are 4", 0, SAMPLE_STORE_DUMP, ""},
+    {"counts of a table",
+     [](SampleStore& sample) {
+         sample.m_image[23].m_usedCount = 5000;
+         return sample.toBytes();
+     },
+     "dictionary-22: table of xsd:integer: inconsistent counts of used (5000)", 0, SAMPLE_STORE_DUMP, ""},
+    {"buckets of a table",
+     [](SampleStore& sample) {
+         sample.m_image[23].m_numberOfBuckets = 1000;
+         return sample.toBytes();
+     },
+     "dictionary-22: table of xsd:integer: invalid number of buckets, 1000", 0, SAMPLE_STORE_DUMP, ""},
+};
+
 }
 
 TEST(StoreDamage, CheckListsWhatIsWrongAndRepairSavesTheRest) {
-    const Damage rows[] = {
-        {"nothing", [](SampleStore& sample) { return sample.toBytes(); }, "", 0, SAMPLE_STORE_DUMP, ""},
-        {"magic",
-         [](SampleStore& sample) {
-             std::string bytes = sample.toBytes();
-             bytes[1] = 'X';
-             return bytes;
-         },
-         "header: wrong magic number", 0, SAMPLE_STORE_DUMP, ""},
-        {"width",
-         [](SampleStore& sample) {
-             std::string bytes = sample.toBytes();
-             bytes[20] = 3;
-             return bytes;
-         },
-         "header: unsupported resource ID width of 3 bits", 0, SAMPLE_STORE_DUMP, ""},
-        {"the other width",
-         [](SampleStore& sample) {
-             std::string bytes = sample.toBytes();
-             bytes[20] = sample.isNarrow() ? 64 : 32;
-             return bytes;
-         },
-         "header: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
-        {"number of sections",
-         [](SampleStore& sample) {
-             std::string bytes = sample.toBytes();
-             bytes[32] = 9;
-             return bytes;
-         },
-         "header: it has 9 sections instead of 5", 0, SAMPLE_STORE_DUMP, ""},
-        {"table of sections",
-         [](SampleStore& sample) {
-             std::string bytes = sample.toBytes();
-             bytes[40 + 40 + 16] ^= 1;
-             return bytes;
-         },
-         "header: the section table is wrong; the sections were found using the counters", 0, SAMPLE_STORE_DUMP, ""},
-        {"a checksum in the table",
-         [](SampleStore& sample) {
-             std::string bytes = sample.toBytes();
-             bytes[40 + 32] ^= 1;
-             return bytes;
-         },
-         "counters: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
-        {"counters", [](SampleStore& sample) { return damageSection(sample, "counters", 8); },
-         "counters: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
-        {"something behind", [](SampleStore& sample) { return sample.toBytes() + "x"; },
-         "header: there is data after the last section", 0, SAMPLE_STORE_DUMP, ""},
-        {"datatype IDs", [](SampleStore& sample) { return damageSection(sample, "datatypes", 2); },
-         "datatypes: wrong checksum", 0, SAMPLE_STORE_DUMP, ""},
-        {"data of an integer", [](SampleStore& sample) { return damageSection(sample, "data", 4 * 8); },
-         "resource 4 has a different value in the array of data words", 0, SAMPLE_STORE_DUMP, ""},
-        {"data of a decimal", [](SampleStore& sample) { return damageSection(sample, "data", 5 * 8 + 7); },
-         "resource 5 of xsd:decimal: its record at offset", 0, SAMPLE_STORE_DUMP, ""},
-        {"unscaled value in the pool",
-         [](SampleStore& sample) { return damageSection(sample, "pool", sample.getUnscaledValueOffset()); },
-         "pool: wrong checksum", 1, INTEGERS_DUMP,
-         "resource 1 of xsd:decimal: its record is in the damaged data pool and cannot be confirmed"},
-        {"resource ID in the pool", [](SampleStore& sample) { return damageSection(sample, "pool", 0); },
-         "pool: wrong checksum", 1, INTEGERS_DUMP, "resource 1 of xsd:decimal: its record belongs to resource 17"},
-        {"a bucket",
-         [](SampleStore& sample) {
-             return damageSection(
-                 sample, "dictionary-22", findInImage(sample, std::string("\x02\0\0\0\0\0\0\0\xfe", 9)));
-         },
-         "table of xsd:integer, bucket", 0, SAMPLE_STORE_DUMP, ""},
-        {"header of the image", [](SampleStore& sample) { return damageSection(sample, "dictionary-22", 9); },
-         "dictionary-22: the image has no 'NumericDatatype' header where one is expected", 0, SAMPLE_STORE_DUMP, ""},
-        {"cut in the image",
-         [](SampleStore& sample) {
-             const std::string bytes = sample.toBytes();
-             return bytes.substr(0, bytes.size() - 1000);
-         },
-         "dictionary-22: the file ends before the end of the section", 0, SAMPLE_STORE_DUMP, ""},
-        {"cut in the pool", [](SampleStore& sample) { return sample.toBytes().substr(0, 280 + 7 + 56 + 20); },
-         "pool: the file ends before the end of the section", 1, INTEGERS_DUMP,
-         "resource 1 of xsd:decimal: its record is in the damaged data pool and cannot be confirmed"},
-        {"arrays and tables, in different resources",
-         [](SampleStore& sample) {
-             StoreImage image = sample.toImage();
-             for (StoreSection& section : image.m_sections)
-                 section.m_checksum = getXXH3(section.m_bytes);
-             image["data"].m_bytes.at(4 * 8) ^= 1;
-             image["dictionary-22"].m_bytes.at(findInImage(sample, std::string("\x02\0\0\0\0\0\0\0\xfe", 9)) + 8) ^= 1;
-             return image.toBytes();
-         },
-         "resource 2 has a different value in the array of data words", 1,
-         "1\txsd:decimal\t0.5\n5\txsd:decimal\t-12.25\n",
-         "resource 4 of xsd:int: the damaged arrays and the damaged tables disagree"},
-        // From here on the checksums are right.
-        {"a value out of range",
-         [](SampleStore& sample) {
-             sample.setResource(2, 31, 300);
-             return sample.toBytes();
-         },
-         "resource 2 of xsd:byte: its value 300 is not in the range of the datatype", 0, SAMPLE_STORE_DUMP, ""},
-        {"an unknown datatype",
-         [](SampleStore& sample) {
-             sample.setResource(2, 99, 5);
-             return sample.toBytes();
-         },
-         "resource 2 has the unknown datatype ID 99", 0, SAMPLE_STORE_DUMP, ""},
-        {"a bucket without resource",
-         [](SampleStore& sample) {
-             sample.placeInteger(23, 3, 77);
-             return sample.toBytes();
-         },
-         "resource 3 has datatype ID 0 in the array", 1, SAMPLE_STORE_DUMP,
-         "resource 3 of xsd:integer: the tables have it, but the arrays do not"},
-        {"a resource without bucket",
-         [](SampleStore& sample) {
-             sample.setResource(3, 23, 77);
-             sample.m_numberOfResources = 5;
-             return sample.toBytes();
-         },
-         "resource 3 of xsd:integer: no bucket has it, so its value cannot be found", 0,
-         "1\txsd:decimal\t0.5\n2\txsd:integer\t-2\n3\txsd:integer\t77\n4\txsd:int\t\"7\"^^xsd:int\n5\txsd:decimal\t-12."
-         "25\n",
-         ""},
-        {"a value twice",
-         [](SampleStore& sample) {
-             sample.addInteger(23, 3, -2);
-             sample.m_numberOfResources = 5;
-             return sample.toBytes();
-         },
-         "has the same value", 1, SAMPLE_STORE_DUMP, "resource 3 of xsd:integer: resource 2 has the same value"},
-        {"a wrong count",
-         [](SampleStore& sample) {
-             sample.m_numberOfResources = 9;
-             return sample.toBytes();
-         },
-         "counters: it counts 9 resources, but there are 4", 0, SAMPLE_STORE_DUMP, ""},
-        {"counts of a table",
-         [](SampleStore& sample) {
-             sample.m_image[23].m_usedCount = 5000;
-             return sample.toBytes();
-         },
-         "dictionary-22: table of xsd:integer: inconsistent counts of used (5000)", 0, SAMPLE_STORE_DUMP, ""},
-        {"buckets of a table",
-         [](SampleStore& sample) {
-             sample.m_image[23].m_numberOfBuckets = 1000;
-             return sample.toBytes();
-         },
-         "dictionary-22: table of xsd:integer: invalid number of buckets, 1000", 0, SAMPLE_STORE_DUMP, ""},
-    };
     for (const ResourceIDWidth width : BOTH_WIDTHS)
-        for (const Damage& row : rows) {
+        for (const Damage& row : DAMAGES) {
             SCOPED_TRACE(std::string(row.name) + (width == ResourceIDWidth::BITS_32 ? ", 32 bits" : ", 64 bits"));
             TemporaryDirectory directory;
             SampleStore sample(width);

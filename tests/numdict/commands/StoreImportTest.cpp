@@ -1,3 +1,5 @@
+// Of ImportCommand: importing into stores, which is most of what can go wrong with one.
+
 #include "core/platform/stream/ReplacingFile.h"
 #include "numdict/StoreSamples.h"
 
@@ -40,7 +42,7 @@ TEST(StoreImport, ASecondImportExtendsTheStoreAndKeepsTheIDs) {
     }
 }
 
-TEST(StoreImport, WhereNothingIsStoredTheFileStaysAsItWasByteForByte) {
+TEST(StoreImport, IfNothingIsStoredTheFileStaysTheSameByteForByte) {
     TemporaryDirectory directory;
     const std::string store = makeSampleStore(directory);
     const std::string before = readFile(store);

@@ -1,3 +1,5 @@
+// Of all commands on stores together, with real data.
+
 #include "numdict/RealData.h"
 #include "numdict/StoreSamples.h"
 

@@ -1,5 +1,4 @@
 #include "numdict/console/Sizes.h"
-#include "numdict/console/ProgressDisplay.h"
 
 #include <gtest/gtest.h>
 
@@ -61,15 +60,9 @@ TEST(Sizes, PeopleGetRoundFigures) {
     EXPECT_EQ(formatShare(1, 8), "12.5%");
     EXPECT_EQ(formatShare(0, 0), "-");
     EXPECT_EQ(formatHugePages(4 << 20), "4.0 MiB on huge pages");
-    EXPECT_EQ(formatHugePages(std::nullopt), "the system does not tell what is on huge pages");
+    EXPECT_EQ(formatHugePages(std::nullopt), "the system does not report huge pages");
     EXPECT_EQ(formatDuration(0.421), "0.42 s");
     EXPECT_EQ(formatDuration(59.9), "59.9 s");
     EXPECT_EQ(formatDuration(185), "3 min 5 s");
     EXPECT_EQ(formatDuration(7500), "2 h 5 min");
-}
-
-TEST(ProgressDisplay, TheTimeLeftIsToldWhereTheTotalIsKnown) {
-    EXPECT_EQ(formatProgress(1 << 20, 4 << 20, 1000, 10), "1.0 MiB, 25.0%, 1,000 literals, 100/s, 30.0 s left");
-    EXPECT_EQ(formatProgress(1 << 20, 0, 1000, 10), "1.0 MiB, 1,000 literals, 100/s");
-    EXPECT_EQ(formatProgress(0, 100, 0, 0), "0 bytes, 0.0%, 0 literals");
 }

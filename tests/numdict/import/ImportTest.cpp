@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,7 +43,7 @@ json importFiles(
     return report;
 }
 
-/// Statements with many faults: each tenth is malformed, and each hundredth line is no statement.
+/// Statements with many faults: each tenth is malformed, and each hundredth line is not a statement.
 std::string makeFaultyLines(uint64_t seed, int numberOfLines) {
     LiteralGenerator generator(seed);
     std::string content;
@@ -56,6 +57,26 @@ std::string makeFaultyLines(uint64_t seed, int numberOfLines) {
             generator.appendStatement(content);
     }
     return content;
+}
+
+/// Longs and decimals, one in eleven not canonical, with their datatype IRIs; in the content a rejected literal follows
+/// every fifth.
+std::vector<std::pair<std::string, std::string>> makeLiterals(std::string& content) {
+    std::vector<std::pair<std::string, std::string>> literals;
+    for (int number = 0; number < 60000; ++number) {
+        const bool isDecimal = number % 3 == 0;
+        std::string form = std::to_string(number / 2) + (isDecimal ? ".25" : "");
+        if (number % 7 == 0)
+            form += isDecimal ? "0" : "";
+        if (number % 11 == 0)
+            form = "+" + form;
+        literals.emplace_back(
+            form, isDecimal ? "http://www.w3.org/2001/XMLSchema#decimal" : "http://www.w3.org/2001/XMLSchema#long");
+        content += "<x:s> <x:p> \"" + form + "\"^^<" + literals.back().second + "> .\n";
+        if (number % 5 == 0)
+            content += "<x:s> <x:p> \"rejected\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
+    }
+    return literals;
 }
 
 }
@@ -248,20 +269,7 @@ TEST(Import, AReachedLimitStopsAllAndIsReported) {
 TEST(Import, AReachedLimitLeavesWhatEnteringOneAtATimeLeaves) {
     TemporaryDirectory directory;
     std::string content;
-    std::vector<std::pair<std::string, std::string>> literals;
-    for (int number = 0; number < 60000; ++number) {
-        const bool isDecimal = number % 3 == 0;
-        std::string form = std::to_string(number / 2) + (isDecimal ? ".25" : "");
-        if (number % 7 == 0)
-            form += isDecimal ? "0" : "";
-        if (number % 11 == 0)
-            form = "+" + form;
-        literals.emplace_back(
-            form, isDecimal ? "http://www.w3.org/2001/XMLSchema#decimal" : "http://www.w3.org/2001/XMLSchema#long");
-        content += "<x:s> <x:p> \"" + form + "\"^^<" + literals.back().second + "> .\n";
-        if (number % 5 == 0)
-            content += "<x:s> <x:p> \"rejected\"^^<http://www.w3.org/2001/XMLSchema#int> .\n";
-    }
+    const std::vector<std::pair<std::string, std::string>> literals = makeLiterals(content);
     const std::string path = directory.write("many.nt", content);
     for (const uint64_t budget : {uint64_t(600) << 10, uint64_t(1) << 20, uint64_t(64) << 20}) {
         SCOPED_TRACE(budget);
@@ -269,7 +277,7 @@ TEST(Import, AReachedLimitLeavesWhatEnteringOneAtATimeLeaves) {
         uint64_t nonCanonical = 0;
         Dictionary model({.memoryBudgetBytes = budget});
         Transaction transaction(model);
-        // By itself a value that is there may need room and fail too. In a batch it does not, so the import goes on to
+        // A single value that is there may need room and fail too. In a batch it does not, so the import continues to
         // the first value that is absent.
         for (bool isFull = false; entered != literals.size(); ++entered) {
             const auto& [form, datatypeIRI] = literals[entered];
@@ -335,18 +343,4 @@ TEST(Import, WhatComesBeforeAStrictStopIsEntered) {
     EXPECT_TRUE(report.m_limitMessage.has_value());
     EXPECT_FALSE(report.m_isStoppedByStrict);
     EXPECT_EQ(report.m_total.getRejected(), 0u);
-}
-
-TEST(RejectedExamples, TheSmallestTenAreKeptWhateverTheOrder) {
-    RejectedExamples first;
-    RejectedExamples second;
-    for (uint64_t line = 40; line > 0; --line)
-        (line % 3 == 0 ? first : second).add(RejectedExample{line % 2, line, "", 0, Rejection::MALFORMED, ""});
-    first.add(std::move(second));
-    const std::vector<RejectedExample> examples = first.takeAll();
-    ASSERT_EQ(examples.size(), 10u);
-    for (size_t index = 0; index < examples.size(); ++index) {
-        EXPECT_EQ(examples[index].m_fileIndex, 0u);
-        EXPECT_EQ(examples[index].m_line, 2 * (index + 1));
-    }
 }

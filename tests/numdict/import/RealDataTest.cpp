@@ -1,8 +1,10 @@
+// Of Import with its readers: real data has the counts that other programs found.
+
 #include "numdict/RealData.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "numdict/import/Import.h"
 #include "numdict/import/ImportReport.h"
-#include "numdict/literals/NumericNames.h"
+#include "numdict/literals/Datatypes.h"
 
 #include <gtest/gtest.h>
 
@@ -58,8 +60,13 @@ std::map<std::pair<std::string, std::string>, ExpectedCounts> readExpectedCounts
 
 ExpectedCounts toExpectedCounts(const DatatypeCounts& counts, const std::string& statements) {
     return ExpectedCounts{
-        counts.m_literals,       counts.m_accepted, counts.m_rejected[0], counts.m_rejected[1], counts.m_rejected[2],
-        counts.m_distinctValues, statements};
+        counts.m_literals,
+        counts.m_accepted,
+        counts.m_rejected[LexicalFormStatus::MALFORMED],
+        counts.m_rejected[LexicalFormStatus::OUT_OF_RANGE],
+        counts.m_rejected[LexicalFormStatus::BEYOND_CAPACITY],
+        counts.m_distinctValues,
+        statements};
 }
 
 ImportReport importFiles(const std::vector<std::string>& names, unsigned numberOfThreads, ResourceIDWidth width) {
@@ -88,10 +95,11 @@ protected:
     }
 
     void check(const std::string& name, const ImportReport& report) {
-        for (size_t index = 0; index < NUMBER_OF_NUMERIC_DATATYPES; ++index) {
-            SCOPED_TRACE(getNumericName(index));
-            const auto expected = m_expected.find({name, getNumericName(index)});
-            const ExpectedCounts counts = toExpectedCounts(report.m_datatypes[index], "");
+        for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+            const std::string datatypeName = getDatatypeName(datatypeID);
+            SCOPED_TRACE(datatypeName);
+            const auto expected = m_expected.find({name, datatypeName});
+            const ExpectedCounts counts = toExpectedCounts(report.m_datatypes[datatypeID], "");
             EXPECT_TRUE(counts == (expected == m_expected.end() ? ExpectedCounts{} : expected->second));
         }
         EXPECT_TRUE(
@@ -134,15 +142,18 @@ TEST_F(RealData, EachBadLiteralIsRejectedForItsReason) {
         numberOfLiterals += std::stoull(fields[3]);
     }
     EXPECT_GT(numberOfLiterals, 0u);
-    const char* const kinds[NUMBER_OF_REJECTIONS] = {"bad_lexical", "bad_range", "over_capacity"};
+    const std::pair<LexicalFormStatus, const char*> kinds[] = {
+        {LexicalFormStatus::MALFORMED, "bad_lexical"},
+        {LexicalFormStatus::OUT_OF_RANGE, "bad_range"},
+        {LexicalFormStatus::BEYOND_CAPACITY, "over_capacity"}};
     for (const std::string& name : m_names) {
         SCOPED_TRACE(name);
         const ImportReport report = importFiles({name}, 2, ResourceIDWidth::BITS_32);
         std::map<std::string, uint64_t> found;
-        for (size_t index = 0; index < NUMBER_OF_NUMERIC_DATATYPES; ++index)
-            for (size_t reason = 0; reason < NUMBER_OF_REJECTIONS; ++reason)
-                if (const uint64_t count = report.m_datatypes[index].m_rejected[reason])
-                    found[getNumericName(index) + " " + kinds[reason]] = count;
+        for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
+            for (const auto& [reason, kind] : kinds)
+                if (const uint64_t count = report.m_datatypes[datatypeID].m_rejected[reason])
+                    found[getDatatypeName(datatypeID) + " " + kind] = count;
         EXPECT_TRUE(found == expected[name]);
     }
 }

@@ -1,6 +1,4 @@
 #include "numdict/literals/TurtleLiteral.h"
-#include "numdict/literals/LiteralDescription.h"
-#include "numdict/literals/TurtleText.h"
 
 #include <gtest/gtest.h>
 
@@ -100,41 +98,4 @@ TEST(TurtleLiteral, AnythingElseIsAnErrorWithItsColumn) {
         EXPECT_EQ(error->m_column, row.column) << error->m_message;
         EXPECT_FALSE(error->m_message.empty());
     }
-}
-
-TEST(LiteralDescription, ReasonsAreToldApart) {
-    const struct {
-        const char* text;
-        bool isValid;
-        const char* turtleOrReason;
-    } rows[] = {
-        {"\"+007\"^^xsd:short", true, "\"7\"^^xsd:short"},
-        {"5.00", true, "5.0"},
-        {"-0", true, "0"},
-        {"\" 5\"^^xsd:int", false, "malformed"},
-        {"\"5\\u0000\"^^xsd:int", false, "malformed"},
-        {"\"128\"^^xsd:byte", false, "outOfRange"},
-        {"\"-1\"^^xsd:unsignedLong", false, "outOfRange"},
-        {"99999999999999999999", false, "beyondCapacity"},
-        {"\"9223372036854775808\"^^xsd:long", false, "outOfRange"},
-        {"\"9223372036854775808\"^^xsd:unsignedLong", false, "beyondCapacity"},
-        {"0.12345678901234567891", false, "beyondCapacity"},
-        {"5e0", false, "notNumeric"},
-        {"\"5\"", false, "notNumeric"},
-        {"\"5", false, "syntax"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        const LiteralDescription description = describeLiteral(row.text);
-        EXPECT_EQ(description.m_isValid, row.isValid);
-        EXPECT_EQ(row.isValid ? description.m_turtle : description.m_reason, row.turtleOrReason);
-        EXPECT_EQ(description.m_message.empty(), row.isValid);
-    }
-}
-
-TEST(TurtleText, QuotedTextReadsBackAsItself) {
-    const std::string text("tab\tquote\"backslash\\newline\nreturn\rnul\0bell\a\x7f\xC2\xB5", 45);
-    const auto result = parseTurtleLiteral(makeTurtleString(text));
-    ASSERT_TRUE(std::holds_alternative<TurtleLiteral>(result));
-    EXPECT_EQ(std::get<TurtleLiteral>(result).m_lexicalForm, text);
 }

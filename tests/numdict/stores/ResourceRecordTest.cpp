@@ -71,14 +71,13 @@ TEST(ResourceRecord, LinesAreReadWithTheirOddities) {
         {"JSON in another order", "{ \"literal\": \"5\", \"more\": [1], \"datatype\": \"xsd:integer\", \"id\": 7 }",
          "7\txsd:integer\t5\n"},
         {"largest ID", "18446744073709551615 xsd:integer 5", "18446744073709551615\txsd:integer\t5\n"},
-        {"ID beyond 64 bits", "18446744073709551616 xsd:integer 5", "'18446744073709551616' is no resource ID"},
-        {"negative ID", "-1 xsd:integer 5", "'-1' is no resource ID"},
-        {"ID alone", "5", "'' is no Turtle literal: a literal is missing"},
-        {"CSV without end of quotes", "7,xsd:int,\"5",
-         "this is no line of three fields separated by commas: ID, datatype, literal"},
+        {"ID beyond 64 bits", "18446744073709551616 xsd:integer 5", "'18446744073709551616' is not a resource ID"},
+        {"negative ID", "-1 xsd:integer 5", "'-1' is not a resource ID"},
+        {"ID alone", "5", "'' is not a Turtle literal: a literal is missing"},
+        {"CSV without end of quotes", "7,xsd:int,\"5", "expected three comma-separated fields: ID, datatype, literal"},
         {"JSON with a text as ID", "{\"id\":\"7\",\"datatype\":\"xsd:integer\",\"literal\":\"5\"}",
          "the object needs 'id' (a number), 'datatype' and 'literal' (texts)"},
-        {"JSON array", "{}[]", "this is no JSON object"},
+        {"JSON array", "{}[]", "not a JSON object"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -1,6 +1,8 @@
-#include "platform/collections/TableKits.h"
+#include "core/platform/stream/MemoryInputStream.h"
+#include "platform/collections/TableFixtures.h"
+#include "support/Bytes.h"
 #include "support/ExpectError.h"
-#include "support/MemoryStreams.h"
+#include "support/ShortReadInputStream.h"
 
 #include <gtest/gtest.h>
 
@@ -13,15 +15,13 @@
 
 namespace kavix {
 
-using test::AllTableKits;
-using test::MemoryInputStream;
-using test::MemoryOutputStream;
-using test::TableKitNames;
+using test::AllTableFixtures;
+using test::TableFixtureNames;
 
-template<typename Kit>
-class ParallelHashTableImageOf : public test::TableTest<Kit> { };
+template<typename Fixture>
+class ParallelHashTableImageTest : public test::TableTest<Fixture> { };
 
-TYPED_TEST_SUITE(ParallelHashTableImageOf, AllTableKits, TableKitNames);
+TYPED_TEST_SUITE(ParallelHashTableImageTest, AllTableFixtures, TableFixtureNames);
 
 namespace {
 
@@ -43,7 +43,7 @@ struct ImageFields {
     std::string buckets;
 
     std::string getBytes() const {
-        MemoryOutputStream output;
+        test::ByteWriter output;
         output.put(headerLength)
             .putText(header)
             .put(numberOfBuckets)
@@ -60,26 +60,24 @@ struct ImageFields {
 };
 
 /// The bucket of an entry as bytes: the key word, padding, and for integers the value.
-template<typename Kit>
-std::string getBucketBytes(typename Kit::KeyWord keyWord, const typename Kit::Key& key) {
-    std::string result(Kit::BUCKET_SIZE, '\0');
+template<typename Fixture>
+std::string getBucketBytes(typename Fixture::KeyWord keyWord, const typename Fixture::Key& key) {
+    std::string result(Fixture::BUCKET_SIZE, '\0');
     std::memcpy(result.data(), &keyWord, sizeof(keyWord));
-    if constexpr (Kit::BUCKET_SIZE == 16)
+    if constexpr (Fixture::BUCKET_SIZE == 16)
         std::memcpy(result.data() + 8, &key, 8);
     return result;
 }
 
-template<typename Kit>
-std::string save(const Kit& kit) {
-    MemoryOutputStream output;
-    kit.m_table.save(output);
-    return output.getBytes();
+template<typename Fixture>
+std::string save(const Fixture& fixture) {
+    return test::saveToBytes(fixture.m_table);
 }
 
-template<typename Kit>
-void load(Kit& kit, const std::string& image) {
+template<typename Fixture>
+void load(Fixture& fixture, const std::string& image) {
     MemoryInputStream input(image);
-    kit.m_table.load(input);
+    fixture.m_table.load(input);
 }
 
 void expectWrongHeader(const std::function<void()>& action) {
@@ -90,17 +88,17 @@ void expectWrongHeader(const std::function<void()>& action) {
 
 }
 
-TYPED_TEST(ParallelHashTableImageOf, IsTheHeaderTheCountsTheReservationsAndTheBuckets) {
-    TypeParam kit;
+TYPED_TEST(ParallelHashTableImageTest, IsTheHeaderTheCountsTheReservationsAndTheBuckets) {
+    TypeParam fixture;
     ImageFields fields;
     fields.buckets = std::string(1024 * TypeParam::BUCKET_SIZE, '\0');
-    EXPECT_EQ(save(kit), fields.getBytes());
+    EXPECT_EQ(save(fixture), fields.getBytes());
 
-    const auto liveKey = kit.getKeyWithHash(3);
-    const auto deletedKey = kit.getKeyWithHash(1023);
-    const auto live = kit.insert(liveKey, 0x01020304);
-    const auto deleted = kit.insert(deletedKey, 6);
-    kit.m_table.markDeleted(deletedKey, deleted.m_keyWord);
+    const auto liveKey = fixture.getKeyWithHash(3);
+    const auto deletedKey = fixture.getKeyWithHash(1023);
+    const auto live = fixture.insert(liveKey, 0x01020304);
+    const auto deleted = fixture.insert(deletedKey, 6);
+    fixture.m_table.markDeleted(deletedKey, deleted.m_keyWord);
     fields.usedCount = 100;
     fields.deletedCount = 1;
     fields.freeReservations[s_currentThreadContextIndex] = 98;
@@ -109,14 +107,14 @@ TYPED_TEST(ParallelHashTableImageOf, IsTheHeaderTheCountsTheReservationsAndTheBu
     fields.buckets.replace(
         1023 * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE,
         getBucketBytes<TypeParam>(TypeParam::Table::DELETED, deletedKey));
-    EXPECT_EQ(save(kit), fields.getBytes());
+    EXPECT_EQ(save(fixture), fields.getBytes());
 }
 
-TYPED_TEST(ParallelHashTableImageOf, LoadsWhatIsWrittenByHand) {
-    TypeParam kit;
-    const auto keyInPlace = kit.getKeyWithHash(9);
-    const auto keyBehindDeleted = kit.getKeyWithHash(9 + 2048);
-    const auto keyWrapped = kit.getKeyWithHash(2047);
+TYPED_TEST(ParallelHashTableImageTest, LoadsWhatIsWrittenByHand) {
+    TypeParam fixture;
+    const auto keyInPlace = fixture.getKeyWithHash(9);
+    const auto keyAfterDeleted = fixture.getKeyWithHash(9 + 2048);
+    const auto keyWrapped = fixture.getKeyWithHash(2047);
     ImageFields fields;
     fields.numberOfBuckets = fields.maximumNumberOfItems = fields.end = 2048;
     fields.resizeThreshold = 1433;
@@ -125,38 +123,40 @@ TYPED_TEST(ParallelHashTableImageOf, LoadsWhatIsWrittenByHand) {
     fields.freeReservations[0] = 95;
     fields.freeReservations[17] = 100;
     fields.freeReservations[255] = 99;
-    const std::string deletedBucket = getBucketBytes<TypeParam>(TypeParam::Table::DELETED, kit.getKeyWithHash(0));
+    const std::string deletedBucket = getBucketBytes<TypeParam>(TypeParam::Table::DELETED, fixture.getKeyWithHash(0));
     fields.buckets = std::string(2048 * TypeParam::BUCKET_SIZE, '\0');
     const auto setBucket = [&](size_t index, const std::string& bytes) {
         fields.buckets.replace(index * TypeParam::BUCKET_SIZE, TypeParam::BUCKET_SIZE, bytes);
     };
-    setBucket(9, getBucketBytes<TypeParam>(kit.createKeyWord(keyInPlace, 1), keyInPlace));
+    setBucket(9, getBucketBytes<TypeParam>(fixture.createKeyWord(keyInPlace, 1), keyInPlace));
     setBucket(10, deletedBucket);
-    setBucket(11, getBucketBytes<TypeParam>(kit.createKeyWord(keyBehindDeleted, 2), keyBehindDeleted));
+    setBucket(11, getBucketBytes<TypeParam>(fixture.createKeyWord(keyAfterDeleted, 2), keyAfterDeleted));
     setBucket(
-        2047, getBucketBytes<TypeParam>(kit.createKeyWord(kit.getKeyWithHash(4095), 3), kit.getKeyWithHash(4095)));
-    setBucket(0, getBucketBytes<TypeParam>(kit.createKeyWord(keyWrapped, 4), keyWrapped));
+        2047, getBucketBytes<TypeParam>(
+                  fixture.createKeyWord(fixture.getKeyWithHash(4095), 3), fixture.getKeyWithHash(4095)));
+    setBucket(0, getBucketBytes<TypeParam>(fixture.createKeyWord(keyWrapped, 4), keyWrapped));
     fields.usedCount = 4 + 1 + 95 + 100 + 99;
 
     for (const size_t maximumPerRead : {size_t(1), size_t(1000), std::numeric_limits<size_t>::max()}) {
         SCOPED_TRACE(maximumPerRead);
-        MemoryInputStream input(fields.getBytes() + "rest", maximumPerRead);
-        kit.m_table.load(input);
-        EXPECT_EQ(input.getPosition(), fields.getBytes().size());
-        kit.expectConsistent();
-        EXPECT_EQ(kit.m_numberOfLiveBuckets, 4u);
-        EXPECT_EQ(kit.m_table.getDeletedCount(), 1u);
-        EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), 5u);
-        EXPECT_EQ(kit.find(keyInPlace), 1u);
-        EXPECT_EQ(kit.find(keyBehindDeleted), 2u);
-        EXPECT_EQ(kit.find(kit.getKeyWithHash(4095)), 3u);
-        EXPECT_EQ(kit.find(keyWrapped), 4u);
-        EXPECT_EQ(kit.find(kit.getKeyWithHash(10)), 0u);
-        EXPECT_EQ(save(kit), fields.getBytes());
+        const std::string bytes = fields.getBytes() + "rest";
+        test::ShortReadInputStream input(bytes, maximumPerRead);
+        fixture.m_table.load(input);
+        EXPECT_EQ(input.getRemainingBytes(), 4u);
+        fixture.expectConsistent();
+        EXPECT_EQ(fixture.m_numberOfLiveBuckets, 4u);
+        EXPECT_EQ(fixture.m_table.getDeletedCount(), 1u);
+        EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), 5u);
+        EXPECT_EQ(fixture.find(keyInPlace), 1u);
+        EXPECT_EQ(fixture.find(keyAfterDeleted), 2u);
+        EXPECT_EQ(fixture.find(fixture.getKeyWithHash(4095)), 3u);
+        EXPECT_EQ(fixture.find(keyWrapped), 4u);
+        EXPECT_EQ(fixture.find(fixture.getKeyWithHash(10)), 0u);
+        EXPECT_EQ(save(fixture), fields.getBytes());
     }
 }
 
-TYPED_TEST(ParallelHashTableImageOf, ALoadedTableGoesOnExactlyAsTheSavedOne) {
+TYPED_TEST(ParallelHashTableImageTest, ALoadedTableContinuesExactlyLikeTheSavedOne) {
     TypeParam saved;
     for (uint64_t id = 1; id <= 1234; ++id) {
         const auto insertion = saved.insert(saved.getKeyWithHash(id * 0x9e3779b97f4a7c15), id);
@@ -165,7 +165,8 @@ TYPED_TEST(ParallelHashTableImageOf, ALoadedTableGoesOnExactlyAsTheSavedOne) {
     }
     // A second table beside the first, since records belong to the pool.
     typename TypeParam::Table loaded(saved.m_memoryManager, saved.getPolicy());
-    MemoryInputStream input(save(saved));
+    const std::string image = save(saved);
+    MemoryInputStream input(image);
     loaded.load(input);
     for (uint64_t id = 1; id <= 3000; ++id) {
         const auto key = saved.getKeyWithHash(id * 0x9e3779b97f4a7c15);
@@ -175,49 +176,46 @@ TYPED_TEST(ParallelHashTableImageOf, ALoadedTableGoesOnExactlyAsTheSavedOne) {
         ASSERT_EQ(loaded.getNumberOfBuckets(), saved.m_table.getNumberOfBuckets());
         ASSERT_EQ(loaded.getDeletedCount(), saved.m_table.getDeletedCount());
     }
-    MemoryOutputStream output;
-    loaded.save(output);
-    EXPECT_EQ(output.getBytes(), save(saved));
+    EXPECT_EQ(test::saveToBytes(loaded), save(saved));
 }
 
-TYPED_TEST(ParallelHashTableImageOf, ATableThatWasShrunkIsSavedWithItsOldCapacity) {
-    TypeParam kit;
-    kit.m_table.initialize(4096);
-    kit.insert(kit.getKeyWithHash(4000), 1);
-    kit.m_table.shrinkToFit(1024);
-    const std::string image = save(kit);
+TYPED_TEST(ParallelHashTableImageTest, ATableThatWasShrunkIsSavedWithItsOldCapacity) {
+    TypeParam fixture;
+    fixture.m_table.initialize(4096);
+    fixture.insert(fixture.getKeyWithHash(4000), 1);
+    fixture.m_table.shrinkToFit(1024);
+    const std::string image = save(fixture);
     EXPECT_EQ(image.size(), HEADER_SIZE + FIELDS_SIZE + 16 + 1024 * TypeParam::BUCKET_SIZE);
     uint64_t maximumNumberOfItems;
     std::memcpy(&maximumNumberOfItems, image.data() + HEADER_SIZE + FIELDS_SIZE, 8);
     EXPECT_EQ(maximumNumberOfItems, 4096u);
-    load(kit, image);
-    EXPECT_EQ(kit.m_table.getNumberOfBuckets(), 1024u);
-    EXPECT_EQ(kit.find(kit.getKeyWithHash(4000)), 1u);
-    EXPECT_EQ(save(kit), image);
+    load(fixture, image);
+    EXPECT_EQ(fixture.m_table.getNumberOfBuckets(), 1024u);
+    EXPECT_EQ(fixture.find(fixture.getKeyWithHash(4000)), 1u);
+    EXPECT_EQ(save(fixture), image);
 }
 
-TYPED_TEST(ParallelHashTableImageOf, ACapacityOfZeroEndsTheImageAndLeavesNoBuckets) {
-    TypeParam kit;
+TYPED_TEST(ParallelHashTableImageTest, ACapacityOfZeroEndsTheImageAndLeavesNoBuckets) {
+    TypeParam fixture;
     ImageFields fields;
     fields.numberOfBuckets = fields.resizeThreshold = fields.maximumNumberOfItems = 0;
-    MemoryInputStream input(fields.getBytes() + "rest");
-    kit.m_table.load(input);
-    EXPECT_EQ(input.getPosition(), HEADER_SIZE + FIELDS_SIZE + 8);
-    EXPECT_EQ(kit.m_table.getNumberOfBuckets(), 0u);
-    EXPECT_EQ(kit.m_table.getCommittedBytes(), 0u);
-    EXPECT_EQ(kit.m_memoryManager.getChargedBytes(), 0u);
+    const std::string bytes = fields.getBytes() + "rest";
+    MemoryInputStream input(bytes);
+    fixture.m_table.load(input);
+    EXPECT_EQ(bytes.size() - input.getRemainingBytes(), HEADER_SIZE + FIELDS_SIZE + 8);
+    EXPECT_EQ(fixture.m_table.getNumberOfBuckets(), 0u);
+    EXPECT_EQ(fixture.m_table.getCommittedBytes(), 0u);
+    EXPECT_EQ(fixture.m_memoryManager.getChargedBytes(), 0u);
 
-    const typename TypeParam::Table neverInitialised(kit.m_memoryManager, kit.getPolicy());
-    MemoryOutputStream output;
-    neverInitialised.save(output);
-    EXPECT_EQ(output.getBytes(), fields.getBytes());
+    const typename TypeParam::Table neverInitialised(fixture.m_memoryManager, fixture.getPolicy());
+    EXPECT_EQ(test::saveToBytes(neverInitialised), fields.getBytes());
 }
 
-TYPED_TEST(ParallelHashTableImageOf, AnImageCutAnywhereEndsTooEarly) {
-    TypeParam kit;
+TYPED_TEST(ParallelHashTableImageTest, AnImageCutAnywhereEndsTooEarly) {
+    TypeParam fixture;
     for (uint64_t id = 1; id <= 50; ++id)
-        kit.insert(kit.getKeyWithHash(id), id);
-    const std::string image = save(kit);
+        fixture.insert(fixture.getKeyWithHash(id), id);
+    const std::string image = save(fixture);
     TypeParam target;
     for (size_t length = 0; length < image.size();
          length += length < HEADER_SIZE + FIELDS_SIZE + 100 || length + 50 > image.size() ? 1 : 97) {
@@ -232,56 +230,57 @@ TYPED_TEST(ParallelHashTableImageOf, AnImageCutAnywhereEndsTooEarly) {
     EXPECT_EQ(target.m_table.getNumberOfUsedBuckets(), 0u);
 }
 
-TYPED_TEST(ParallelHashTableImageOf, AWrongLengthOfTheHeaderIsRefusedAfterEightBytes) {
-    TypeParam kit;
-    kit.insert(kit.getKeyWithHash(1), 1);
+TYPED_TEST(ParallelHashTableImageTest, AWrongLengthOfTheHeaderIsRefusedAfterEightBytes) {
+    TypeParam fixture;
+    fixture.insert(fixture.getKeyWithHash(1), 1);
     for (const uint64_t length :
          {uint64_t(0), uint64_t(15), uint64_t(16), uint64_t(18), (uint64_t(1) << 32) + 17,
           std::numeric_limits<uint64_t>::max()}) {
         SCOPED_TRACE(length);
         ImageFields fields;
         fields.headerLength = length;
-        MemoryInputStream input(fields.getBytes());
-        expectWrongHeader([&] { kit.m_table.load(input); });
-        EXPECT_EQ(input.getPosition(), 8u);
-        EXPECT_EQ(kit.find(kit.getKeyWithHash(1)), 1u); // the table is as before
+        const std::string bytes = fields.getBytes();
+        MemoryInputStream input(bytes);
+        expectWrongHeader([&] { fixture.m_table.load(input); });
+        EXPECT_EQ(bytes.size() - input.getRemainingBytes(), 8u);
+        EXPECT_EQ(fixture.find(fixture.getKeyWithHash(1)), 1u); // the table is as before
     }
 }
 
-TYPED_TEST(ParallelHashTableImageOf, AHeaderThatDiffersInOneByteIsRefused) {
-    TypeParam kit;
+TYPED_TEST(ParallelHashTableImageTest, AHeaderThatDiffersInOneByteIsRefused) {
+    TypeParam fixture;
     for (size_t position = 0; position < 17; ++position) {
         SCOPED_TRACE(position);
         ImageFields fields;
         fields.header[position] = static_cast<char>(fields.header[position] ^ 1);
-        MemoryInputStream input(fields.getBytes());
-        expectWrongHeader([&] { kit.m_table.load(input); });
-        EXPECT_EQ(input.getPosition(), HEADER_SIZE);
+        const std::string bytes = fields.getBytes();
+        MemoryInputStream input(bytes);
+        expectWrongHeader([&] { fixture.m_table.load(input); });
+        EXPECT_EQ(bytes.size() - input.getRemainingBytes(), HEADER_SIZE);
     }
 }
 
-TYPED_TEST(ParallelHashTableImageOf, MoreBucketsThanTheBudgetHoldsAreRefused) {
+TYPED_TEST(ParallelHashTableImageTest, MoreBucketsThanTheBudgetHoldsAreRefused) {
     const size_t bytes = 2048 * TypeParam::BUCKET_SIZE;
-    TypeParam kit(bytes - 1);
+    TypeParam fixture(bytes - 1);
     ImageFields fields;
     fields.numberOfBuckets = fields.maximumNumberOfItems = fields.end = 2048;
     fields.buckets = std::string(bytes, '\0');
-    test::expectOutOfMemory(bytes - 1, bytes - 1, bytes, [&] { load(kit, fields.getBytes()); });
-    EXPECT_EQ(kit.m_memoryManager.getChargedBytes(), 0u);
+    test::expectOutOfMemory(bytes - 1, bytes - 1, bytes, [&] { load(fixture, fields.getBytes()); });
+    EXPECT_EQ(fixture.m_memoryManager.getChargedBytes(), 0u);
 }
 
-TEST(ParallelHashTableImage, ReservationsOfEverySlotComeBack) {
-    ThreadSlots::ensureSlot();
-    test::TableKit<test::IntegerEntries<unsigned int>> kit;
+TYPED_TEST(ParallelHashTableImageTest, ReservationsOfEverySlotAreLoaded) {
+    TypeParam fixture;
     ImageFields fields;
     for (uint32_t slot = 0; slot < 256; ++slot) {
         fields.freeReservations[slot] = slot;
         fields.usedCount += slot;
     }
-    fields.buckets = std::string(1024 * 16, '\0');
-    load(kit, fields.getBytes());
-    EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), 0u);
-    EXPECT_EQ(save(kit), fields.getBytes());
+    fields.buckets = std::string(1024 * TypeParam::BUCKET_SIZE, '\0');
+    load(fixture, fields.getBytes());
+    EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), 0u);
+    EXPECT_EQ(save(fixture), fields.getBytes());
 }
 
 }

@@ -1,5 +1,6 @@
-#include "platform/collections/TableKits.h"
-#include "support/MemoryStreams.h"
+#include "core/platform/stream/MemoryInputStream.h"
+#include "platform/collections/TableFixtures.h"
+#include "support/Bytes.h"
 #include "support/Scale.h"
 
 #include <gtest/gtest.h>
@@ -14,13 +15,13 @@
 
 namespace kavix {
 
-using test::AllTableKits;
-using test::TableKitNames;
+using test::AllTableFixtures;
+using test::TableFixtureNames;
 
-template<typename Kit>
-class ParallelHashTablePropertyOf : public test::TableTest<Kit> { };
+template<typename Fixture>
+class ParallelHashTableTest : public test::TableTest<Fixture> { };
 
-TYPED_TEST_SUITE(ParallelHashTablePropertyOf, AllTableKits, TableKitNames);
+TYPED_TEST_SUITE(ParallelHashTableTest, AllTableFixtures, TableFixtureNames);
 
 namespace {
 
@@ -66,11 +67,32 @@ struct Model {
         m_handedOut -= m_reservation;
         m_reservation = 0;
         size_t needed = 1024;
-        while (needed * 7 < m_handedOut * 10) // never equal: 7 * 2^k is no multiple of 10
+        while (needed * 7 < m_handedOut * 10) // never equal: 7 * 2^k is not a multiple of 10
             needed *= 2;
         m_numberOfBuckets = std::min(m_numberOfBuckets, needed);
     }
 };
+
+template<typename Fixture>
+void expectCounts(Fixture& fixture, const Model<typename Fixture::KeyWord>& model) {
+    ASSERT_EQ(fixture.m_table.getNumberOfBuckets(), model.m_numberOfBuckets);
+    ASSERT_EQ(fixture.m_table.getResizeThreshold(), model.getThreshold());
+    ASSERT_EQ(fixture.m_table.getDeletedCount(), model.m_deleted);
+    ASSERT_EQ(fixture.m_table.getNumberOfUsedBuckets(), model.m_handedOut - model.m_reservation);
+    ASSERT_EQ(fixture.m_table.getNumberOfUsedBuckets(), model.m_entries.size() + model.m_deleted);
+    ASSERT_EQ(fixture.m_memoryManager.getChargedBytes(), fixture.m_table.getCommittedBytes());
+}
+
+template<typename Fixture>
+void expectContent(
+    Fixture& fixture, const Model<typename Fixture::KeyWord>& model, const std::vector<typename Fixture::Key>& keys) {
+    fixture.expectConsistent();
+    ASSERT_EQ(fixture.m_numberOfLiveBuckets, model.m_entries.size());
+    for (size_t keyIndex = 0; keyIndex < keys.size(); ++keyIndex) {
+        const auto entry = model.m_entries.find(keyIndex);
+        ASSERT_EQ(fixture.find(keys[keyIndex]), entry == model.m_entries.end() ? 0 : entry->second.m_resourceID);
+    }
+}
 
 uint64_t getSeed(uint64_t seed) {
     const char* const replay = std::getenv("KAVIX_TEST_SEED"); // one variable to replay a failure
@@ -79,20 +101,20 @@ uint64_t getSeed(uint64_t seed) {
 
 }
 
-TYPED_TEST(ParallelHashTablePropertyOf, BehavesLikeAMapUnderRandomOperations) {
-    using Kit = TypeParam;
-    using ModelType = Model<typename Kit::KeyWord>;
+TYPED_TEST(ParallelHashTableTest, BehavesLikeAMapUnderRandomOperations) {
+    using Fixture = TypeParam;
+    using ModelType = Model<typename Fixture::KeyWord>;
     for (uint64_t round = 1; round <= 6; ++round) {
         const uint64_t seed = getSeed(round);
         SCOPED_TRACE("KAVIX_TEST_SEED=" + std::to_string(seed));
         std::mt19937_64 random(seed);
-        Kit kit;
+        Fixture fixture;
         ModelType model;
         // Half of the keys crowd at a few start buckets, at the ends of arrays of all sizes among them.
-        std::vector<typename Kit::Key> keys;
+        std::vector<typename Fixture::Key> keys;
         for (size_t index = 0; index < 2500; ++index)
             keys.push_back(
-                kit.getKeyWithHash(index % 2 == 0 ? random() : (random() << 11) + 1020 + random() % 4 * 256));
+                fixture.getKeyWithHash(index % 2 == 0 ? random() : (random() << 11) + 1020 + random() % 4 * 256));
         uint64_t nextID = 2;
         const unsigned deletions = static_cast<unsigned>(round % 3) * 20; // rounds that grow, and rounds that churn
         const size_t steps = 8000 / test::STRESS_DIVISOR;
@@ -104,16 +126,16 @@ TYPED_TEST(ParallelHashTablePropertyOf, BehavesLikeAMapUnderRandomOperations) {
             const unsigned choice = static_cast<unsigned>(random() % 1000);
             if (choice < 10 * deletions) {
                 if (found != model.m_entries.end()) {
-                    kit.m_table.markDeleted(key, found->second.m_keyWord);
+                    fixture.m_table.markDeleted(key, found->second.m_keyWord);
                     model.m_entries.erase(found);
                     ++model.m_deleted;
                 }
                 else
-                    kit.m_table.markDeleted(key, 1); // a key word that no entry has
+                    fixture.m_table.markDeleted(key, 1); // a key word that no entry has
             }
             else if (choice < 990) {
                 model.reserve();
-                const auto insertion = kit.insert(key, nextID);
+                const auto insertion = fixture.insert(key, nextID);
                 if (expectedID != 0) {
                     ASSERT_EQ(insertion.m_resourceID, expectedID);
                     ASSERT_EQ(insertion.m_keyWord, 0u);
@@ -126,37 +148,26 @@ TYPED_TEST(ParallelHashTablePropertyOf, BehavesLikeAMapUnderRandomOperations) {
                 }
             }
             else if (choice < 992) {
-                kit.m_table.clear();
+                fixture.m_table.clear();
                 model.clear();
             }
             else if (choice < 996) {
-                kit.m_table.shrinkToFit(1024);
+                fixture.m_table.shrinkToFit(1024);
                 model.shrinkToFit();
             }
             else {
-                test::MemoryOutputStream output;
-                kit.m_table.save(output);
-                test::MemoryInputStream input(output.getBytes());
-                kit.m_table.load(input);
+                const std::string image = test::saveToBytes(fixture.m_table);
+                MemoryInputStream input(image);
+                fixture.m_table.load(input);
             }
 
-            ASSERT_EQ(kit.m_table.getNumberOfBuckets(), model.m_numberOfBuckets);
-            ASSERT_EQ(kit.m_table.getResizeThreshold(), model.getThreshold());
-            ASSERT_EQ(kit.m_table.getDeletedCount(), model.m_deleted);
-            ASSERT_EQ(kit.m_table.getNumberOfUsedBuckets(), model.m_handedOut - model.m_reservation);
-            ASSERT_EQ(kit.m_table.getNumberOfUsedBuckets(), model.m_entries.size() + model.m_deleted);
-            ASSERT_EQ(kit.m_memoryManager.getChargedBytes(), kit.m_table.getCommittedBytes());
+            ASSERT_NO_FATAL_FAILURE(expectCounts(fixture, model));
             const uint64_t other = random() % keys.size();
             const auto otherEntry = model.m_entries.find(other);
-            ASSERT_EQ(kit.find(keys[other]), otherEntry == model.m_entries.end() ? 0 : otherEntry->second.m_resourceID);
+            ASSERT_EQ(
+                fixture.find(keys[other]), otherEntry == model.m_entries.end() ? 0 : otherEntry->second.m_resourceID);
             if (step % 32 == 0 || choice >= 990) {
-                kit.expectConsistent();
-                ASSERT_EQ(kit.m_numberOfLiveBuckets, model.m_entries.size());
-                for (size_t keyIndex = 0; keyIndex < keys.size(); ++keyIndex) {
-                    const auto entry = model.m_entries.find(keyIndex);
-                    ASSERT_EQ(
-                        kit.find(keys[keyIndex]), entry == model.m_entries.end() ? 0 : entry->second.m_resourceID);
-                }
+                expectContent(fixture, model, keys);
                 if (testing::Test::HasFailure())
                     return;
             }

@@ -1,5 +1,5 @@
 #include "core/platform/errors/KavixException.h"
-#include "platform/collections/TableKits.h"
+#include "platform/collections/TableFixtures.h"
 #include "support/Scale.h"
 #include "support/Threads.h"
 
@@ -11,19 +11,19 @@
 #include <cstdint>
 #include <random>
 #include <set>
-#include <string>
+#include <thread>
 #include <vector>
 
 namespace kavix {
 
-using test::AllTableKits;
+using test::AllTableFixtures;
 using test::STRESS_DIVISOR;
-using test::TableKitNames;
+using test::TableFixtureNames;
 
 /// Many threads in one table. The checks afterwards run in a thread of their own, so that all slots but those taken
 /// before are free for the threads of the test.
-template<typename Kit>
-class ParallelHashTableStressOf : public testing::Test {
+template<typename Fixture>
+class ParallelHashTableTest : public testing::Test {
 
 protected:
 
@@ -33,36 +33,38 @@ protected:
         return std::min(numberOfThreads, test::getNumberOfFreeSlots());
     }
 
-    static typename Kit::Key getKey(uint64_t index) { return Kit::getKeyWithHash(index * 0x9e3779b97f4a7c15 >> 3); }
+    static typename Fixture::Key getKey(uint64_t index) {
+        return Fixture::getKeyWithHash(index * 0x9e3779b97f4a7c15 >> 3);
+    }
 
     /// Checks that exactly the keys 0 to n - 1 with an ID that is not 0 are in the table, under these IDs, and that no
     /// two IDs are the same.
-    static void expectExactly(Kit& kit, const std::vector<uint64_t>& ids) {
+    static void expectExactly(Fixture& fixture, const std::vector<uint64_t>& ids) {
         test::runThreads(1, [&](size_t) {
-            kit.expectConsistent();
+            fixture.expectConsistent();
             std::set<uint64_t> distinct;
             uint64_t numberOfLiveKeys = 0;
             for (size_t index = 0; index < ids.size(); ++index) {
-                ASSERT_EQ(kit.find(getKey(index)), ids[index]) << "key " << index;
+                ASSERT_EQ(fixture.find(getKey(index)), ids[index]) << "key " << index;
                 if (ids[index] != 0) {
                     ASSERT_TRUE(distinct.insert(ids[index]).second) << "ID " << ids[index];
                     ++numberOfLiveKeys;
                 }
             }
-            EXPECT_EQ(kit.m_numberOfLiveBuckets, numberOfLiveKeys);
+            EXPECT_EQ(fixture.m_numberOfLiveBuckets, numberOfLiveKeys);
         });
     }
 };
 
-TYPED_TEST_SUITE(ParallelHashTableStressOf, AllTableKits, TableKitNames);
+TYPED_TEST_SUITE(ParallelHashTableTest, AllTableFixtures, TableFixtureNames);
 
-TYPED_TEST(ParallelHashTableStressOf, ThreadsThatInsertTheSameKeysAgreeOnEveryID) {
+TYPED_TEST(ParallelHashTableTest, ThreadsThatInsertTheSameKeysAgreeOnEveryID) {
     for (const size_t wanted : this->THREAD_COUNTS) {
         const size_t numberOfThreads = this->limitToFreeSlots(wanted);
         SCOPED_TRACE(numberOfThreads);
         const size_t rounds = numberOfThreads <= 8 ? 4 : 1;
         for (size_t round = 0; round < rounds; ++round) {
-            TypeParam kit;
+            TypeParam fixture;
             const size_t numberOfKeys = 12000 / STRESS_DIVISOR;
             const size_t insertionsPerThread = std::max<size_t>(numberOfKeys / 4, 4 * numberOfKeys / numberOfThreads);
             std::atomic<uint64_t> nextID{1};
@@ -73,9 +75,9 @@ TYPED_TEST(ParallelHashTableStressOf, ThreadsThatInsertTheSameKeysAgreeOnEveryID
                 for (size_t insertion = 0; insertion < insertionsPerThread; ++insertion) {
                     position = (position + random() % 8) % numberOfKeys;
                     const auto key = this->getKey(position);
-                    const uint64_t id = kit.m_table.findOrInsert(key, [&](const auto&) {
+                    const uint64_t id = fixture.m_table.findOrInsert(key, [&](const auto&) {
                         const uint64_t newID = nextID.fetch_add(1);
-                        return typename TypeParam::Table::Entry{kit.createKeyWord(key, newID), newID};
+                        return typename TypeParam::Table::Entry{fixture.createKeyWord(key, newID), newID};
                     });
                     ASSERT_NE(id, 0u);
                     ASSERT_TRUE(idsSeen[threadIndex][position] == 0 || idsSeen[threadIndex][position] == id);
@@ -89,47 +91,47 @@ TYPED_TEST(ParallelHashTableStressOf, ThreadsThatInsertTheSameKeysAgreeOnEveryID
                         ASSERT_TRUE(ids[index] == 0 || ids[index] == seen[index]) << "two IDs of key " << index;
                         ids[index] = seen[index];
                     }
-            this->expectExactly(kit, ids);
-            EXPECT_EQ(kit.m_numberOfLiveBuckets, nextID - 1); // an ID was taken for each entry and for nothing else
-            EXPECT_EQ(kit.m_table.getDeletedCount(), 0u);
+            this->expectExactly(fixture, ids);
+            EXPECT_EQ(fixture.m_numberOfLiveBuckets, nextID - 1); // an ID was taken for each entry and for nothing else
+            EXPECT_EQ(fixture.m_table.getDeletedCount(), 0u);
             if (testing::Test::HasFailure())
                 return;
         }
     }
 }
 
-TYPED_TEST(ParallelHashTableStressOf, ThreadsThatInsertDifferentKeysLoseNone) {
+TYPED_TEST(ParallelHashTableTest, ThreadsThatInsertDifferentKeysLoseNone) {
     for (const size_t wanted : this->THREAD_COUNTS) {
         const size_t numberOfThreads = this->limitToFreeSlots(wanted);
         SCOPED_TRACE(numberOfThreads);
-        TypeParam kit;
+        TypeParam fixture;
         const size_t keysPerThread = 40000 / STRESS_DIVISOR / numberOfThreads;
         std::vector<uint64_t> ids(keysPerThread * numberOfThreads);
         test::runThreads(numberOfThreads, [&](size_t threadIndex) {
             for (size_t index = threadIndex; index < ids.size();
                  index += numberOfThreads) { // neighbours in the same buckets
                 ids[index] = index + 1;
-                ASSERT_EQ(kit.insert(this->getKey(index), index + 1).m_resourceID, index + 1);
-                ASSERT_EQ(kit.find(this->getKey(index)), index + 1);
+                ASSERT_EQ(fixture.insert(this->getKey(index), index + 1).m_resourceID, index + 1);
+                ASSERT_EQ(fixture.find(this->getKey(index)), index + 1);
             }
         });
-        this->expectExactly(kit, ids);
-        EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), ids.size());
+        this->expectExactly(fixture, ids);
+        EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), ids.size());
         if (testing::Test::HasFailure())
             return;
     }
 }
 
-TYPED_TEST(ParallelHashTableStressOf, LookupsDuringGrowthFindAllThatWasThereAndNothingElse) {
+TYPED_TEST(ParallelHashTableTest, LookupsDuringGrowthFindAllThatWasThereAndNothingElse) {
     for (size_t round = 0; round < 3; ++round) {
-        TypeParam kit;
+        TypeParam fixture;
         const size_t numberOfKeys = 30000 / STRESS_DIVISOR;
         constexpr size_t NUMBER_OF_WRITERS = 2;
         std::atomic<size_t> inserted[NUMBER_OF_WRITERS] = {};
         test::runThreads(5, [&](size_t threadIndex) {
             if (threadIndex < NUMBER_OF_WRITERS)
                 for (size_t index = threadIndex; index < numberOfKeys; index += NUMBER_OF_WRITERS) {
-                    ASSERT_EQ(kit.insert(this->getKey(index), index + 1).m_resourceID, index + 1);
+                    ASSERT_EQ(fixture.insert(this->getKey(index), index + 1).m_resourceID, index + 1);
                     inserted[threadIndex].store(index + 1, std::memory_order_release);
                 }
             else {
@@ -143,10 +145,10 @@ TYPED_TEST(ParallelHashTableStressOf, LookupsDuringGrowthFindAllThatWasThereAndN
                             continue;
                         const size_t index =
                             random() % ((end - 1 - writer) / NUMBER_OF_WRITERS + 1) * NUMBER_OF_WRITERS + writer;
-                        ASSERT_EQ(kit.find(this->getKey(index)), index + 1) << "of " << end;
-                        ASSERT_EQ(kit.find(this->getKey(numberOfKeys + random() % numberOfKeys)), 0u);
+                        ASSERT_EQ(fixture.find(this->getKey(index)), index + 1) << "of " << end;
+                        ASSERT_EQ(fixture.find(this->getKey(numberOfKeys + random() % numberOfKeys)), 0u);
                         // A key that is being entered is absent or complete.
-                        const uint64_t id = kit.find(this->getKey(end - 1 + NUMBER_OF_WRITERS));
+                        const uint64_t id = fixture.find(this->getKey(end - 1 + NUMBER_OF_WRITERS));
                         ASSERT_TRUE(id == 0 || id == end + NUMBER_OF_WRITERS);
                     }
                 }
@@ -155,15 +157,15 @@ TYPED_TEST(ParallelHashTableStressOf, LookupsDuringGrowthFindAllThatWasThereAndN
         std::vector<uint64_t> ids(numberOfKeys);
         for (size_t index = 0; index < numberOfKeys; ++index)
             ids[index] = index + 1;
-        this->expectExactly(kit, ids);
+        this->expectExactly(fixture, ids);
     }
 }
 
-TYPED_TEST(ParallelHashTableStressOf, OwnersDeleteWhileTheTableGrowsAndIsRebuilt) {
+TYPED_TEST(ParallelHashTableTest, OwnersDeleteWhileTheTableGrowsAndIsRebuilt) {
     for (const size_t wanted : {size_t(1), size_t(2), size_t(8), size_t(32)}) {
         const size_t numberOfThreads = this->limitToFreeSlots(wanted);
         SCOPED_TRACE(numberOfThreads);
-        TypeParam kit;
+        TypeParam fixture;
         const size_t stepsPerThread = 60000 / STRESS_DIVISOR / numberOfThreads;
         const size_t keysPerThread = 600 / numberOfThreads + 20;
         std::vector<uint64_t> ids(keysPerThread * numberOfThreads);
@@ -175,29 +177,29 @@ TYPED_TEST(ParallelHashTableStressOf, OwnersDeleteWhileTheTableGrowsAndIsRebuilt
                 const size_t own = random() % keysPerThread;
                 const size_t index = own * numberOfThreads + threadIndex;
                 const auto key = this->getKey(index);
-                ASSERT_EQ(kit.find(key), ids[index]);
+                ASSERT_EQ(fixture.find(key), ids[index]);
                 if (ids[index] != 0 && random() % 8 != 0) {
-                    kit.m_table.markDeleted(key, keyWords[own]);
+                    fixture.m_table.markDeleted(key, keyWords[own]);
                     ids[index] = 0;
-                    ASSERT_EQ(kit.find(key), 0u);
+                    ASSERT_EQ(fixture.find(key), 0u);
                 }
                 else if (ids[index] == 0) {
                     const uint64_t id = nextID.fetch_add(1);
-                    const auto insertion = kit.insert(key, id);
+                    const auto insertion = fixture.insert(key, id);
                     ASSERT_EQ(insertion.m_resourceID, id);
                     ids[index] = id;
                     keyWords[own] = insertion.m_keyWord;
                 }
             }
         });
-        this->expectExactly(kit, ids);
+        this->expectExactly(fixture, ids);
         if (testing::Test::HasFailure())
             return;
     }
 }
 
-TYPED_TEST(ParallelHashTableStressOf, EntriesThatCannotBeCreatedDisturbNobody) {
-    TypeParam kit;
+TYPED_TEST(ParallelHashTableTest, EntriesThatCannotBeCreatedDisturbNoOtherThread) {
+    TypeParam fixture;
     const size_t numberOfKeys = 8000 / STRESS_DIVISOR;
     std::vector<uint64_t> ids(numberOfKeys);
     std::atomic<uint64_t> nextID{1};
@@ -207,11 +209,11 @@ TYPED_TEST(ParallelHashTableStressOf, EntriesThatCannotBeCreatedDisturbNobody) {
             const auto key = this->getKey(index);
             for (bool isDone = false; !isDone;)
                 try {
-                    kit.m_table.findOrInsert(key, [&](const auto&) {
+                    fixture.m_table.findOrInsert(key, [&](const auto&) {
                         if (random() % 2 == 0)
                             throw 1;
                         const uint64_t id = nextID.fetch_add(1);
-                        return typename TypeParam::Table::Entry{kit.createKeyWord(key, id), id};
+                        return typename TypeParam::Table::Entry{fixture.createKeyWord(key, id), id};
                     });
                     isDone = true;
                 }
@@ -221,20 +223,20 @@ TYPED_TEST(ParallelHashTableStressOf, EntriesThatCannotBeCreatedDisturbNobody) {
     });
     test::runThreads(1, [&](size_t) {
         for (size_t index = 0; index < numberOfKeys; ++index)
-            ids[index] = kit.find(this->getKey(index));
+            ids[index] = fixture.find(this->getKey(index));
     });
     EXPECT_EQ(std::count(ids.begin(), ids.end(), 0u), 0);
-    this->expectExactly(kit, ids);
+    this->expectExactly(fixture, ids);
     EXPECT_EQ(nextID - 1, numberOfKeys);
 }
 
-TYPED_TEST(ParallelHashTableStressOf, ABudgetThatRunsOutStopsInsertionsAndLosesNothing) {
+TYPED_TEST(ParallelHashTableTest, ABudgetThatRunsOutStopsInsertionsAndLosesNothing) {
     for (const size_t wanted : {size_t(2), size_t(8), size_t(32)}) {
         const size_t numberOfThreads = this->limitToFreeSlots(wanted);
         SCOPED_TRACE(numberOfThreads);
         // Enough for 2048 and then 4096 buckets at a time, not for 4096 and 8192. All reserve 3200 at most before that.
         const uint64_t budget = uint64_t(4096 + 4096) * TypeParam::BUCKET_SIZE;
-        TypeParam kit(budget);
+        TypeParam fixture(budget);
         const size_t numberOfKeys = 10000;
         std::vector<uint64_t> ids(numberOfKeys);
         std::atomic<size_t> failures{0};
@@ -242,73 +244,73 @@ TYPED_TEST(ParallelHashTableStressOf, ABudgetThatRunsOutStopsInsertionsAndLosesN
             test::runThreads(numberOfThreads, [&](size_t threadIndex) {
                 for (size_t index = threadIndex; index < numberOfKeys; index += numberOfThreads)
                     try {
-                        const uint64_t id = kit.insert(this->getKey(index), index + 1).m_resourceID;
+                        const uint64_t id = fixture.insert(this->getKey(index), index + 1).m_resourceID;
                         ASSERT_EQ(id, index + 1);
                         ids[index] = id;
-                        ASSERT_EQ(kit.find(this->getKey(index)), id);
+                        ASSERT_EQ(fixture.find(this->getKey(index)), id);
                     }
                     catch (const KavixException& exception) {
                         ASSERT_TRUE(mayFail) << exception.what();
                         ++failures;
-                        ASSERT_EQ(kit.find(this->getKey(index)), ids[index]); // lookups need no memory
+                        ASSERT_EQ(fixture.find(this->getKey(index)), ids[index]); // lookups need no memory
                         if (failures > 50 * numberOfThreads)
                             return; // seen enough
                     }
             });
         };
         insertAll(true);
-        EXPECT_EQ(kit.m_table.getNumberOfBuckets(), 4096u);
+        EXPECT_EQ(fixture.m_table.getNumberOfBuckets(), 4096u);
         EXPECT_GT(failures, numberOfThreads);
-        EXPECT_EQ(kit.m_memoryManager.getTotalBytes(), budget);
-        this->expectExactly(kit, ids);
+        EXPECT_EQ(fixture.m_memoryManager.getTotalBytes(), budget);
+        this->expectExactly(fixture, ids);
         const size_t inserted = numberOfKeys - static_cast<size_t>(std::count(ids.begin(), ids.end(), 0u));
-        EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), inserted);
+        EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), inserted);
 
-        ASSERT_TRUE(kit.m_memoryManager.trySetTotalBytes(100 * budget));
+        ASSERT_TRUE(fixture.m_memoryManager.trySetTotalBytes(100 * budget));
         insertAll(false);
         EXPECT_EQ(std::count(ids.begin(), ids.end(), 0u), 0);
-        this->expectExactly(kit, ids);
+        this->expectExactly(fixture, ids);
         if (testing::Test::HasFailure())
             return;
     }
 }
 
-TYPED_TEST(ParallelHashTableStressOf, StatisticsAreReadWhileOthersInsert) {
-    TypeParam kit;
+TYPED_TEST(ParallelHashTableTest, StatisticsAreReadWhileOthersInsert) {
+    TypeParam fixture;
     const size_t numberOfKeys = 20000 / STRESS_DIVISOR;
     std::atomic<size_t> numberOfWritersDone{0};
     test::runThreads(3, [&](size_t threadIndex) {
         if (threadIndex < 2) {
             for (size_t index = threadIndex; index < numberOfKeys; index += 2)
-                kit.insert(this->getKey(index), index + 1);
+                fixture.insert(this->getKey(index), index + 1);
             ++numberOfWritersDone;
         }
         else {
             size_t previousSize = 1024;
             while (numberOfWritersDone != 2) {
-                const size_t numberOfBuckets = kit.m_table.getNumberOfBuckets();
+                const size_t numberOfBuckets = fixture.m_table.getNumberOfBuckets();
                 ASSERT_GE(numberOfBuckets, previousSize);
                 previousSize = numberOfBuckets;
-                kit.m_table.getNumberOfUsedBuckets(); // may be off for a moment
-                kit.m_table.getCommittedBytes();
-                ASSERT_EQ(kit.m_table.getDeletedCount(), 0u);
+                fixture.m_table.getNumberOfUsedBuckets(); // may be off for a moment
+                fixture.m_table.getCommittedBytes();
+                ASSERT_EQ(fixture.m_table.getDeletedCount(), 0u);
                 std::this_thread::yield();
             }
         }
     });
-    EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), numberOfKeys);
+    EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), numberOfKeys);
 }
 
-TYPED_TEST(ParallelHashTableStressOf, OneInsertionByEachOfAllThreadsReservesABoundedSize) {
+TYPED_TEST(ParallelHashTableTest, OneInsertionByEachOfAllThreadsReservesABoundedSize) {
     const size_t numberOfThreads = this->limitToFreeSlots(NUMBER_OF_THREAD_SLOTS);
-    TypeParam kit;
+    TypeParam fixture;
     std::vector<uint64_t> ids(numberOfThreads);
     test::runThreads(numberOfThreads, [&](size_t threadIndex) {
-        ids[threadIndex] = kit.insert(this->getKey(threadIndex), threadIndex + 1).m_resourceID;
+        ids[threadIndex] = fixture.insert(this->getKey(threadIndex), threadIndex + 1).m_resourceID;
     });
-    EXPECT_EQ(kit.m_table.getNumberOfUsedBuckets(), numberOfThreads);
-    EXPECT_LE(kit.m_table.getNumberOfBuckets(), 65536u);
-    this->expectExactly(kit, ids);
+    EXPECT_EQ(fixture.m_table.getNumberOfUsedBuckets(), numberOfThreads);
+    EXPECT_LE(fixture.m_table.getNumberOfBuckets(), 65536u);
+    this->expectExactly(fixture, ids);
 }
 
 }

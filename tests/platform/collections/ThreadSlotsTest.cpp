@@ -14,7 +14,7 @@
 
 namespace kavix {
 
-TEST(ThreadSlots, AThreadKeepsTheSlotItGotAndGivesItBackWhenItEnds) {
+TEST(ThreadSlots, AThreadKeepsItsSlotAndReleasesItWhenItEnds) {
     const size_t takenBefore = ThreadSlots::getNumberOfTakenSlots();
     std::thread([&] {
         EXPECT_EQ(s_currentThreadContextIndex, NO_THREAD_SLOT);
@@ -45,7 +45,7 @@ TEST(ThreadSlots, LiveThreadsHaveSlotsOfTheirOwn) {
     EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore);
 }
 
-TEST(ThreadSlots, OneThreadTooManyIsRefusedAndTheOthersGoOn) {
+TEST(ThreadSlots, OneThreadTooManyIsRefusedAndTheOthersContinue) {
     const size_t takenBefore = ThreadSlots::getNumberOfTakenSlots();
     const size_t numberOfThreads = test::getNumberOfFreeSlots();
     std::atomic<bool> isOver{false};
@@ -135,7 +135,7 @@ TEST(ThreadSlots, AThreadLocalDestructorMayBeTheFirstUser) {
     EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore);
 }
 
-TEST(ThreadSlots, ASlotTakenAgainAfterItWasGivenBackIsGivenBackToo) {
+TEST(ThreadSlots, ASlotTakenAgainAfterItsReleaseIsReleasedToo) {
     // Keys are destroyed in the order of their creation: this one after that of the slots.
     test::runThreads(1, [](size_t) {});
     static size_t s_slotSeenLate;
@@ -158,67 +158,6 @@ TEST(ThreadSlots, ASlotTakenAgainAfterItWasGivenBackIsGivenBackToo) {
     EXPECT_LT(s_slotSeenLate, NUMBER_OF_THREAD_SLOTS);
     EXPECT_EQ(ThreadSlots::getNumberOfTakenSlots(), takenBefore);
     ::pthread_key_delete(key);
-}
-
-TEST(ThreadContext, StartsWithoutReservationAndFillsItsLine) {
-    ThreadContext contexts[2];
-    EXPECT_EQ(contexts[0].getFreeReservation(), 0u);
-    contexts[0].setFreeReservation(99);
-    EXPECT_EQ(contexts[0].getFreeReservation(), 99u);
-    EXPECT_EQ(contexts[1].getFreeReservation(), 0u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(&contexts[0]) % 128, 0u);
-}
-
-namespace {
-
-/// How many hold a context or wait for it. Its first word; there is no operation for it, since only tests need to know.
-uint32_t getEntryCount(const ThreadContext& context) {
-    return reinterpret_cast<const std::atomic<uint32_t>*>(&context)->load(std::memory_order_acquire);
-}
-
-}
-
-TEST(ThreadContext, AHolderWithTwoWaitingHandsOverToOneAndThatOneToTheOther) {
-    // What an old leader that is still releasing, the owner, and the leader of the next resize can bring about.
-    ThreadContext context;
-    std::atomic<int> numberInside{0};
-    std::atomic<int> numberOfVisits{0};
-    context.enter();
-    EXPECT_EQ(getEntryCount(context), 1u);
-    test::runThreads(3, [&](size_t threadIndex) {
-        if (threadIndex == 0) {
-            test::waitUntil([&] { return getEntryCount(context) == 3; });
-            EXPECT_EQ(numberOfVisits, 0);
-            context.leave();
-        }
-        else {
-            context.enter();
-            EXPECT_EQ(++numberInside, 1);
-            ++numberOfVisits;
-            test::letOthersRun();
-            --numberInside;
-            context.leave();
-        }
-    });
-    EXPECT_EQ(numberOfVisits, 2);
-    EXPECT_EQ(getEntryCount(context), 0u);
-}
-
-TEST(ThreadContext, OneOfManyHoldsItAtATime) {
-    ThreadContext context;
-    uint64_t counter = 0; // guarded by the context
-    constexpr size_t ROUNDS = 300;
-    test::runThreads(6, [&](size_t) {
-        for (size_t round = 0; round < ROUNDS; ++round) {
-            context.enter();
-            ++counter;
-            if (round % 16 == 0)
-                std::this_thread::yield(); // let the others queue up
-            context.leave();
-        }
-    });
-    EXPECT_EQ(counter, 6 * ROUNDS);
-    EXPECT_EQ(getEntryCount(context), 0u);
 }
 
 }

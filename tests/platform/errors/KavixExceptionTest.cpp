@@ -101,7 +101,7 @@ TEST(KavixException, CanBeThrownDuringStaticInitialisation) {
                         "at most 1 items.0");
 }
 
-/// What the composing stream sees when it gets no memory for a piece.
+/// What happens to the composing stream when it gets no memory for a piece.
 struct PieceThatDoesNotFit { };
 
 std::ostream& operator<<(std::ostream& stream, const PieceThatDoesNotFit&) {
@@ -172,17 +172,17 @@ TEST(KavixException, PrintsCausesOfEveryClassIndented) {
                           "    message: an exception of an unknown class\n");
 }
 
-TEST(KavixException, AFailureToPrintIsNotTakenForACause) {
+TEST(KavixException, AFailureToPrintIsNotMistakenForACause) {
     const std::vector<std::exception_ptr> causes = {
         makeCause(KavixException("Inner", 2, KavixException::NO_CAUSES, "Inner failure."))};
     const KavixException exception("Outer", 1, causes, "Outer failure.");
 
     constexpr size_t NUMBER_OF_WRITES = 9; // four details, a heading, four details
-    for (size_t writesBeforeFailure = 0; writesBeforeFailure != NUMBER_OF_WRITES; ++writesBeforeFailure) {
-        test::FailingOutputStream output(writesBeforeFailure);
-        EXPECT_THROW(exception.printArguments(output), std::runtime_error) << writesBeforeFailure;
+    for (size_t n = 1; n <= NUMBER_OF_WRITES; ++n) {
+        test::FailingOutputStream output(n);
+        EXPECT_THROW(exception.printArguments(output), std::runtime_error) << n;
     }
-    test::FailingOutputStream output(NUMBER_OF_WRITES);
+    test::FailingOutputStream output(NUMBER_OF_WRITES + 1);
     EXPECT_NO_THROW(exception.printArguments(output));
 }
 

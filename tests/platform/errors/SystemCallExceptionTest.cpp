@@ -102,7 +102,7 @@ TEST(SystemCallException, TheSystemsTextFollowsTheMessage) {
 
 TEST(SystemCallException, ThreadsDoNotMixTheirTexts) {
     constexpr int NUMBER_OF_THREADS = 4;
-    constexpr int FIRST_ERROR_NUMBER = 100000; // unknown, so that the text is composed anew each time
+    constexpr int FIRST_ERROR_NUMBER = 100000; // unknown, so that the text is composed again each time
     std::vector<std::thread> threads;
     std::vector<int> wrongTexts(NUMBER_OF_THREADS);
     for (int threadIndex = 0; threadIndex != NUMBER_OF_THREADS; ++threadIndex)

@@ -1,42 +1,19 @@
 #include "core/platform/stream/InputStream.h"
 
 #include "core/platform/errors/KavixException.h"
-#include "core/platform/stream/MemoryInputStream.h"
+#include "support/ShortReadInputStream.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
 
 namespace kavix {
+
+using test::ShortReadInputStream;
+
 namespace {
 
 constexpr std::string_view CONTENT = "the bytes of a source that hands them out in small pieces";
-
-/// Returns at most a given number of bytes a read, as pipes and sockets do; counts the reads.
-class ShortReadInputStream : public InputStream {
-
-public:
-
-    ShortReadInputStream(std::string_view content, size_t maximumBytesPerRead) :
-        m_content(content),
-        m_maximumBytesPerRead(maximumBytesPerRead) { }
-
-    void rewind() override { m_content.rewind(); }
-
-    size_t read(void* data, size_t numberOfBytes) override {
-        ++m_numberOfReads;
-        return m_content.read(data, std::min(numberOfBytes, m_maximumBytesPerRead));
-    }
-
-    size_t getNumberOfReads() const { return m_numberOfReads; }
-
-private:
-
-    MemoryInputStream m_content;
-    size_t m_maximumBytesPerRead;
-    size_t m_numberOfReads = 0;
-};
 
 TEST(InputStream, ReadingExactlyJoinsShortReads) {
     for (size_t maximumBytesPerRead = 1; maximumBytesPerRead <= CONTENT.size() + 1; ++maximumBytesPerRead) {

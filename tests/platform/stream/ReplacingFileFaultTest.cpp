@@ -3,30 +3,26 @@
 #include "core/platform/stream/ReplacingFile.h"
 
 #include "core/platform/errors/SystemCallException.h"
-#include "support/AllocationInjection.h"
 #include "support/ExpectError.h"
-#include "support/FileCallInjection.h"
+#include "support/FaultInjection.h"
 #include "support/KilledProcess.h"
-#include "support/SystemCallInjection.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <new>
 #include <set>
 #include <string>
 
 namespace kavix {
 
-using test::FileCall;
-using test::FileCallFault;
-using test::FileCallHook;
+using test::Call;
+using test::CallHook;
+using test::Fault;
+using test::FaultPoint;
 using test::readFile;
-using test::SystemCall;
-using test::SystemCallFault;
 using test::TemporaryFolder;
 using test::writeFile;
 
@@ -54,10 +50,10 @@ size_t countOpenFiles() {
 
 }
 
-TEST(ReplacingFileFault, EveryCallMayFailOnce) {
+TEST(ReplacingFile, EveryCallMayFailOnce) {
     struct Row {
         const char* name;
-        FileCall fileCall;
+        Call call;
         uint64_t n;
         int errorNumber;
         const char* sourceFile;
@@ -69,19 +65,19 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
     const char* const replacingFile = "Engine/core/platform/stream/ReplacingFile";
     const char* const fileOutputStream = "Engine/core/platform/stream/FileOutputStream";
     const Row rows[] = {
-        {"opening the new file", FileCall::OPEN, 1, EACCES, fileOutputStream, 20, "open",
+        {"opening the new file", Call::OPEN, 1, EACCES, fileOutputStream, 20, "open",
          "File '%.unfinished' cannot be opened for writing.", false},
-        {"locking the new file", FileCall::FLOCK, 1, ENOLCK, replacingFile, 50, "flock",
+        {"locking the new file", Call::FLOCK, 1, ENOLCK, replacingFile, 50, "flock",
          "File '%.unfinished' is being written by another process.", false},
-        {"emptying the new file", FileCall::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write",
+        {"emptying the new file", Call::FTRUNCATE, 1, EIO, fileOutputStream, 30, "write",
          "An error occurred while writing file '%.unfinished', which is now incomplete.", false},
-        {"synchronising the new file", FileCall::FSYNC, 1, EIO, fileOutputStream, 90, "fsync",
+        {"synchronising the new file", Call::FSYNC, 1, EIO, fileOutputStream, 90, "fsync",
          "Not all of file '%.unfinished' could be written to the device; it may be incomplete.", false},
-        {"renaming", FileCall::RENAME, 1, EACCES, replacingFile, 90, "rename",
+        {"renaming", Call::RENAME, 1, EACCES, replacingFile, 90, "rename",
          "File '%.unfinished' is complete but cannot take the place of file '%', which is unchanged.", false},
-        {"opening the folder", FileCall::OPEN, 2, EMFILE, replacingFile, 95, "fsync",
+        {"opening the folder", Call::OPEN, 2, EMFILE, replacingFile, 95, "fsync",
          "File '%' is written and in place, but folder '", true},
-        {"synchronising the folder", FileCall::FSYNC, 2, EIO, replacingFile, 95, "fsync",
+        {"synchronising the folder", Call::FSYNC, 2, EIO, replacingFile, 95, "fsync",
          "File '%' is written and in place, but folder '", true},
     };
     for (const Row& row : rows) {
@@ -94,13 +90,13 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
             message.replace(position, 1, fileName);
         const size_t openFiles = countOpenFiles();
         {
-            const FileCallFault fault(row.fileCall, row.n, row.errorNumber);
+            const Fault fault(row.call, row.n, row.errorNumber);
             test::expectSystemCallError(
                 row.sourceFile, row.line, row.systemCall, row.errorNumber, message, [&] { replace(fileName); });
             EXPECT_TRUE(fault.wasHit());
         }
         EXPECT_EQ(readFile(fileName), row.isInPlace ? NEW : OLD);
-        if (row.fileCall != FileCall::FLOCK) {
+        if (row.call != Call::FLOCK) {
             EXPECT_EQ(folder.list(), Names{"store"}) << "nothing is left behind";
         }
         EXPECT_EQ(countOpenFiles(), openFiles);
@@ -110,53 +106,48 @@ TEST(ReplacingFileFault, EveryCallMayFailOnce) {
     }
 }
 
-TEST(ReplacingFileFault, EveryWriteMayFailOnce) {
+TEST(ReplacingFile, EveryWriteMayFailOnce) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     writeFile(fileName, OLD);
-    uint64_t failures = 0;
-    for (uint64_t n = 1;; ++n) {
-        SCOPED_TRACE("write " + std::to_string(n));
+    const uint64_t failures = test::failEach(Call::WRITE, ENOSPC, [&](FaultPoint& point) {
         const test::ShortTransfers shortTransfers(20'000);
-        const SystemCallFault fault(SystemCall::WRITE, n, ENOSPC);
+        const Fault fault(point);
         try {
             replace(fileName);
             EXPECT_FALSE(fault.wasHit());
-            break;
         }
         catch (const SystemCallException& exception) {
-            ++failures;
+            EXPECT_TRUE(fault.wasHit());
             EXPECT_EQ(exception.getErrorNumber(), ENOSPC);
             EXPECT_EQ(readFile(fileName), OLD);
             EXPECT_EQ(folder.list(), Names{"store"});
         }
-    }
+    });
     EXPECT_GE(failures, 8u);
     EXPECT_EQ(readFile(fileName), NEW);
 }
 
-TEST(ReplacingFileFault, ADeviceThatStaysFullLeavesTheOldFile) {
+TEST(ReplacingFile, ADeviceThatStaysFullLeavesTheOldFile) {
     const TemporaryFolder folder;
     writeFile(folder / "store", OLD);
     {
-        const SystemCallFault fault(SystemCall::WRITE, 1, ENOSPC, SystemCallFault::FOREVER);
+        const Fault fault(Call::WRITE, 1, ENOSPC, Fault::FOREVER);
         EXPECT_THROW(replace(folder / "store"), SystemCallException);
     }
     EXPECT_EQ(readFile(folder / "store"), OLD);
     EXPECT_EQ(folder.list(), Names{"store"});
 }
 
-TEST(ReplacingFileFault, EveryAllocationMayFailOnce) {
+TEST(ReplacingFile, EveryAllocationMayFailOnce) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     writeFile(fileName, OLD);
     const size_t openFiles = countOpenFiles();
-    for (uint64_t n = 1;; ++n) {
-        SCOPED_TRACE("allocation " + std::to_string(n));
-        ASSERT_LT(n, 100u);
+    const uint64_t allocations = test::failEach(Call::ALLOCATION, [&](FaultPoint& point) {
         bool hasThrown = false;
         {
-            const test::AllocationFault fault(n);
+            const Fault fault(point);
             try {
                 replace(fileName);
             }
@@ -164,23 +155,23 @@ TEST(ReplacingFileFault, EveryAllocationMayFailOnce) {
                 hasThrown = true;
             }
         }
+        EXPECT_EQ(hasThrown, point.wasHit());
         EXPECT_EQ(countOpenFiles(), openFiles) << "a descriptor left open would keep the lock";
         EXPECT_EQ(folder.list(), Names{"store"});
-        if (!hasThrown)
-            break;
-    }
+    });
+    EXPECT_LT(allocations, 100u);
     EXPECT_EQ(readFile(fileName), NEW);
 }
 
-/// The previous writer renames its file between our opening it and our lock: we lock what is the target by now.
-TEST(ReplacingFileFault, AFileThatWasRenamedMeanwhileIsNotWritten) {
+/// The previous writer renames its file between our open and our lock: what we lock is the target by now.
+TEST(ReplacingFile, AFileRenamedBeforeItIsLockedIsNotWritten) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     writeFile(fileName + ".unfinished", OLD);
     int calls = 0;
     {
-        const FileCallHook hook([&] {
-            if (++calls == 2) // after open
+        const CallHook hook({Call::OPEN, Call::FLOCK}, [&] {
+            if (++calls == 2) // between the two
                 std::filesystem::rename(fileName + ".unfinished", fileName);
         });
         ReplacingFile file(fileName);
@@ -191,7 +182,7 @@ TEST(ReplacingFileFault, AFileThatWasRenamedMeanwhileIsNotWritten) {
     EXPECT_EQ(folder.list(), Names{"store"});
 }
 
-TEST(ReplacingFileFault, AKilledProcessLeavesTheOldFileOrTheNewOne) {
+TEST(ReplacingFile, AKilledProcessLeavesTheOldFileOrTheNewOne) {
     const TemporaryFolder folder;
     const std::string fileName = folder / "store";
     bool sawOld = false, sawNew = false;

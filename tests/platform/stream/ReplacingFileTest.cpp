@@ -1,6 +1,5 @@
 #include "core/platform/stream/ReplacingFile.h"
 
-#include "core/platform/errors/SystemCallException.h"
 #include "support/ExpectError.h"
 #include "support/TemporaryFolder.h"
 

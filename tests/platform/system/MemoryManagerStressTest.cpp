@@ -1,6 +1,6 @@
-#include "core/platform/errors/KavixException.h"
 #include "core/platform/system/MemoryManager.h"
-#include "core/platform/system/SpinLock.h"
+
+#include "core/platform/errors/KavixException.h"
 #include "support/Scale.h"
 #include "support/Threads.h"
 
@@ -8,13 +8,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <random>
-#include <vector>
 
 namespace kavix {
 
-TEST(MemoryManagerStress, ThreadsNeverChargeMoreThanTheBudget) {
+TEST(MemoryManager, ThreadsNeverChargeMoreThanTheBudget) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     const size_t rounds = 100000 / test::STRESS_DIVISOR;
     constexpr uint64_t TOTAL = 1000;
@@ -38,7 +36,7 @@ TEST(MemoryManagerStress, ThreadsNeverChargeMoreThanTheBudget) {
     EXPECT_EQ(memoryManager.getFreeBytes(), TOTAL);
 }
 
-TEST(MemoryManagerStress, ThreadsThatRaceForTheLastBytesGetThemExactlyOnce) {
+TEST(MemoryManager, ThreadsThatRaceForTheLastBytesGetThemExactlyOnce) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     constexpr uint64_t PIECE = 7;
     constexpr uint64_t NUMBER_OF_PIECES = 5000;
@@ -58,7 +56,7 @@ TEST(MemoryManagerStress, ThreadsThatRaceForTheLastBytesGetThemExactlyOnce) {
     EXPECT_EQ(memoryManager.getFreeBytes(), PIECE - 1);
 }
 
-TEST(MemoryManagerStress, TheSizeMayChangeWhileOthersCharge) {
+TEST(MemoryManager, TheSizeMayChangeWhileOthersCharge) {
     constexpr size_t NUMBER_OF_THREADS = 4;
     const size_t rounds = 50000 / test::STRESS_DIVISOR;
     MemoryManager memoryManager(1000);
@@ -79,19 +77,6 @@ TEST(MemoryManagerStress, TheSizeMayChangeWhileOthersCharge) {
         }
     });
     EXPECT_EQ(memoryManager.getFreeBytes(), memoryManager.getTotalBytes());
-}
-
-TEST(SpinLockStress, OneThreadAtATimeHoldsIt) {
-    const size_t rounds = 20000 / test::STRESS_DIVISOR;
-    SpinLock lock;
-    uint64_t counter = 0;
-    test::runThreads(8, [&](size_t) {
-        for (size_t round = 0; round < rounds; ++round) {
-            const std::lock_guard<SpinLock> guard(lock);
-            ++counter;
-        }
-    });
-    EXPECT_EQ(counter, 8 * rounds);
 }
 
 }

@@ -8,7 +8,7 @@
 
 namespace kavix {
 
-TEST(MemoryManager, ChargingTakesFromTheFreeBytesAndReleasingGivesThemBack) {
+TEST(MemoryManager, ChargingTakesFreeBytesAndReleasingReturnsThem) {
     MemoryManager memoryManager(1000);
     EXPECT_EQ(memoryManager.getTotalBytes(), 1000u);
     EXPECT_EQ(memoryManager.getFreeBytes(), 1000u);
@@ -24,7 +24,7 @@ TEST(MemoryManager, ChargingTakesFromTheFreeBytesAndReleasingGivesThemBack) {
     EXPECT_EQ(memoryManager.getTotalBytes(), 1000u);
 }
 
-TEST(MemoryManager, AChargeBeyondTheFreeBytesTakesNothingAndTellsTheFigures) {
+TEST(MemoryManager, AChargeBeyondTheFreeBytesTakesNothingAndReportsTheNumbers) {
     constexpr uint64_t LARGEST = std::numeric_limits<uint64_t>::max();
     struct Row {
         const char* name;
@@ -81,7 +81,7 @@ TEST(MemoryManager, ItsSizeCanChangeDownToWhatIsCharged) {
     }
 }
 
-TEST(MemoryCharge, GivesTheBytesBackUnlessTheyAreKept) {
+TEST(MemoryCharge, ReleasesTheBytesUnlessTheyAreKept) {
     MemoryManager memoryManager(1000);
     {
         const MemoryCharge charge(memoryManager, 600);

@@ -1,13 +1,14 @@
-#include "core/platform/errors/SystemCallException.h"
 #include "core/platform/system/MemoryRegion.h"
+
+#include "core/platform/errors/SystemCallException.h"
+#include "core/platform/stream/MemoryInputStream.h"
 #include "core/platform/system/VMPageSize.h"
+#include "support/Bytes.h"
 #include "support/ExpectError.h"
-#include "support/MemoryStreams.h"
-#include "support/SystemCallInjection.h"
+#include "support/FaultInjection.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -17,8 +18,9 @@
 
 namespace kavix {
 
-using test::SystemCall;
-using test::SystemCallFault;
+using test::Call;
+using test::Fault;
+using test::FaultPoint;
 
 namespace {
 
@@ -27,7 +29,7 @@ constexpr const char* COMMIT_MESSAGE =
 
 }
 
-TEST(MemoryRegionFault, ARefusedCommitReturnsTheChargeAndFreesTheLock) {
+TEST(MemoryRegion, ARefusedCommitReturnsTheChargeAndFreesTheLock) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(10 * page);
     MemoryRegion<uint64_t> region(memoryManager);
@@ -35,7 +37,7 @@ TEST(MemoryRegionFault, ARefusedCommitReturnsTheChargeAndFreesTheLock) {
     region.ensureEndAtLeast(1);
     region[0] = 3;
     for (const int errorNumber : {ENOMEM, EACCES}) {
-        const SystemCallFault fault(SystemCall::MPROTECT, 1, errorNumber);
+        const Fault fault(Call::MPROTECT, 1, errorNumber);
         test::expectSystemCallError(
             "Engine/core/platform/system/MemoryRegion", 167, "mprotect", errorNumber, COMMIT_MESSAGE,
             [&] { region.ensureEndAtLeast(3 * page / 8); });
@@ -49,14 +51,14 @@ TEST(MemoryRegionFault, ARefusedCommitReturnsTheChargeAndFreesTheLock) {
     EXPECT_EQ(memoryManager.getChargedBytes(), 3 * page);
 }
 
-TEST(MemoryRegionFault, ARefusedReservationLeavesTheRegionEmpty) {
+TEST(MemoryRegion, ARefusedReservationLeavesTheRegionEmpty) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(10 * page);
     MemoryRegion<uint64_t> region(memoryManager);
     region.initialize(page);
     region.ensureEndAtLeast(1);
     {
-        const SystemCallFault fault(SystemCall::MMAP, 1, EAGAIN);
+        const Fault fault(Call::MMAP, 1, EAGAIN);
         test::expectSystemCallError(
             "Engine/core/platform/system/MemoryRegion", 212, "mmap", EAGAIN,
             "An error occurred while reserving " + std::to_string(2 * page) + " bytes of address space.",
@@ -71,7 +73,7 @@ TEST(MemoryRegionFault, ARefusedReservationLeavesTheRegionEmpty) {
     EXPECT_EQ(region.getEnd(), page);
 }
 
-TEST(MemoryRegionFault, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
+TEST(MemoryRegion, EveryCallOfALifetimeMayFailAndTheRetrySucceeds) {
     const size_t page = getVMPageSize();
     std::string image;
     {
@@ -79,31 +81,27 @@ TEST(MemoryRegionFault, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
         MemoryRegion<uint64_t> region(memoryManager);
         region.initialize(3 * page);
         region.ensureEndAtLeast(1000);
-        test::MemoryOutputStream output;
-        region.save(output);
-        image = output.getBytes();
+        image = test::saveToBytes(region);
     }
-    for (const SystemCall systemCall : {SystemCall::MMAP, SystemCall::MPROTECT}) {
-        uint64_t n = 1;
-        for (bool wasHit = true; wasHit; ++n) {
-            SCOPED_TRACE(n);
+    for (const Call call : {Call::MMAP, Call::MPROTECT}) {
+        const uint64_t failures = test::failEach(call, [&](FaultPoint& point) {
             MemoryManager memoryManager(100 * page);
             MemoryRegion<uint64_t> region(memoryManager);
             const std::vector<std::function<void()>> steps = {
                 [&] { region.initialize(4 * page); },
                 [&] { region.ensureEndAtLeast(1); },
                 [&] { region.ensureEndAtLeast(4 * page); },
-                [&] { region.truncate(page); }, // a refused decommit is no error
+                [&] { region.truncate(page); }, // a refused decommit is not an error
                 [&] { region.ensureEndAtLeast(2 * page); },
                 [&] {
-                    test::MemoryInputStream input(image);
+                    MemoryInputStream input(image);
                     region.load(input);
                 },
                 [&] { region.ensureEndAtLeast(3 * page); },
                 [&] { region.initialize(page); },
                 [&] { region.ensureEndAtLeast(page); },
             };
-            const SystemCallFault fault(systemCall, n, ENOMEM);
+            const Fault fault(point);
             for (const std::function<void()>& step : steps) {
                 const size_t endBefore = region.getEnd();
                 try {
@@ -118,9 +116,8 @@ TEST(MemoryRegionFault, EveryCallOfALifeMayFailAndTheRetrySucceeds) {
                 ASSERT_EQ(region.getCommittedBytes(), (region.getEnd() * 8 + page - 1) / page * page);
             }
             EXPECT_EQ(region.getEnd(), page);
-            wasHit = fault.wasHit();
-        }
-        EXPECT_GT(n, 4u);
+        });
+        EXPECT_GE(failures, 3u);
     }
 }
 

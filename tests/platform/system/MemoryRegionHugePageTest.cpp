@@ -1,6 +1,8 @@
 #include "core/platform/system/MemoryRegion.h"
+
+#include "core/platform/stream/MemoryInputStream.h"
 #include "core/platform/system/VMPageSize.h"
-#include "support/MemoryStreams.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -8,13 +10,11 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace kavix {
@@ -24,11 +24,12 @@ namespace {
 constexpr uint64_t AMPLE = uint64_t(1) << 40;
 constexpr size_t HUGE = size_t(1) << 21;
 
-/// Asks the system whether a page can be read, by having it do so.
+/// Asks the system whether a page can be read, by having it do so. Past a sanitizer's wrapper of write(), which objects
+/// to memory that is not ours.
 bool isAccessible(const void* address) {
     int ends[2];
     EXPECT_EQ(::pipe(ends), 0);
-    const bool result = ::write(ends[1], address, 1) == 1;
+    const bool result = ::syscall(SYS_write, ends[1], address, 1) == 1;
     ::close(ends[0]);
     ::close(ends[1]);
     return result;
@@ -74,7 +75,7 @@ size_t roundUp(size_t number, size_t unit) {
     return (number + unit - 1) / unit * unit;
 }
 
-/// The same life with and without huge pages: whatever can be seen of it.
+/// The same life with and without huge pages: everything observable about it.
 std::vector<size_t> live(bool useHugePages, size_t capacity, std::string& bytes) {
     std::vector<size_t> seen;
     MemoryManager memoryManager(AMPLE, useHugePages);
@@ -115,10 +116,8 @@ std::vector<size_t> live(bool useHugePages, size_t capacity, std::string& bytes)
     region.swapContents(other);
     region.ensureEndAtLeast(capacity);
     look();
-    test::MemoryOutputStream output;
-    region.save(output);
-    bytes = output.getBytes();
-    test::MemoryInputStream input(bytes);
+    bytes = test::saveToBytes(region);
+    MemoryInputStream input(bytes);
     other.load(input);
     look();
     EXPECT_EQ(std::memcmp(other.getData(), region.getData(), region.getEnd() * 8), 0);
@@ -146,13 +145,15 @@ TEST(MemoryRegionHugePage, GrowthIsToTheEndOfAHugePageButNotBeyondTheReservation
     const size_t page = getVMPageSize();
     for (const size_t reserved : {2 * HUGE, 3 * HUGE + 5 * page}) {
         MemoryManager memoryManager(AMPLE, true);
-        MemoryRegion<uint8_t> guard(memoryManager);
-        guard.initialize(8 * HUGE);
-        // Usually the system reserves right below the last reservation, so that what follows is the guard's,
-        // inaccessible.
-        MemoryRegion<uint8_t> region(memoryManager);
-        region.initialize(reserved - 3);
-        const bool isGuarded = !isAccessible(region.getData() + reserved);
+        // The system usually reserves right below the last reservation, so what follows is inaccessible. A region that
+        // lands in a gap elsewhere stays, and fills it.
+        std::vector<std::unique_ptr<MemoryRegion<uint8_t>>> regions;
+        do {
+            regions.push_back(std::make_unique<MemoryRegion<uint8_t>>(memoryManager));
+            regions.back()->initialize(reserved - 3);
+        } while (regions.size() < 100 && (regions.size() == 1 || isAccessible(regions.back()->getData() + reserved)));
+        MemoryRegion<uint8_t>& region = *regions.back();
+        ASSERT_FALSE(isAccessible(region.getData() + reserved));
         for (const size_t n : {size_t(1), page + 1, HUGE - 1, HUGE + 7, 2 * HUGE - 9, reserved - 4, reserved - 3}) {
             SCOPED_TRACE(n);
             region.ensureEndAtLeast(n);
@@ -161,11 +162,8 @@ TEST(MemoryRegionHugePage, GrowthIsToTheEndOfAHugePageButNotBeyondTheReservation
                 measureAccessibleBytes(region, reserved),
                 std::min(reserved, roundUp(begin + region.getCommittedBytes(), HUGE) - begin));
             EXPECT_EQ(memoryManager.getChargedBytes(), roundUp(n, page));
-            if (isGuarded) {
-                EXPECT_FALSE(isAccessible(region.getData() + reserved));
-            }
+            EXPECT_FALSE(isAccessible(region.getData() + reserved));
         }
-        EXPECT_TRUE(isGuarded);
     }
 }
 
@@ -187,7 +185,7 @@ TEST(MemoryRegionHugePage, SmallRegionsAndRegionsWithoutHugePagesAreAccessibleAs
     }
 }
 
-TEST(MemoryRegionHugePage, TruncationGivesBackAllThatWasAccessibleBeyondWhatIsKept) {
+TEST(MemoryRegionHugePage, TruncationReleasesEverythingBeyondWhatIsKept) {
     const size_t page = getVMPageSize();
     const size_t reserved = 4 * HUGE;
     for (const size_t kept : {size_t(0), page, HUGE, HUGE + 3 * page, 2 * HUGE + page}) {
@@ -231,7 +229,7 @@ TEST(MemoryRegionHugePage, TheSystemIsAskedForHugePagesAlsoAfterTruncation) {
     expectAdvised();
 }
 
-TEST(MemoryRegionHugePage, ExchangedRegionsGoOnWithTheirOwnPages) {
+TEST(MemoryRegionHugePage, ExchangedRegionsKeepTheirOwnPages) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(AMPLE, true);
     MemoryRegion<uint8_t> large(memoryManager);

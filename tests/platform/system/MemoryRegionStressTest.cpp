@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -15,7 +14,7 @@
 
 namespace kavix {
 
-TEST(MemoryRegionStress, EightThreadsGrowOneRegionAndTheChargeIsExact) {
+TEST(MemoryRegion, EightThreadsGrowOneRegionAndTheChargeIsExact) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(uint64_t);
@@ -30,7 +29,7 @@ TEST(MemoryRegionStress, EightThreadsGrowOneRegionAndTheChargeIsExact) {
                 region.ensureEndAtLeast(index + 1);
                 ASSERT_GE(region.getEnd(), index + 1);
                 ASSERT_EQ(region[index], 0u);
-                region[index] = index; // usable at once, whoever grew the region
+                region[index] = index; // usable at once, no matter which thread grew the region
             }
         });
         ASSERT_EQ(region.getEnd(), numberOfPages * perPage);
@@ -42,7 +41,7 @@ TEST(MemoryRegionStress, EightThreadsGrowOneRegionAndTheChargeIsExact) {
     }
 }
 
-TEST(MemoryRegionStress, AReaderUsesEverythingBelowTheEndThatItSees) {
+TEST(MemoryRegion, AReaderUsesEverythingBelowTheEndThatItObserves) {
     const size_t page = getVMPageSize();
     const size_t numberOfPages = 2000 / test::STRESS_DIVISOR;
     MemoryManager memoryManager(numberOfPages * page);
@@ -62,7 +61,7 @@ TEST(MemoryRegionStress, AReaderUsesEverythingBelowTheEndThatItSees) {
     });
 }
 
-TEST(MemoryRegionStress, RegionsThatShareAShortBudgetChargeWhatTheyCommit) {
+TEST(MemoryRegion, RegionsThatShareAShortBudgetChargeWhatTheyCommit) {
     constexpr size_t NUMBER_OF_THREADS = 8;
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(100 * page + page / 2);

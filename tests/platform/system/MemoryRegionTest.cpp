@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -41,21 +40,14 @@ bool isZero(const MemoryRegion<T>& region) {
 }
 
 template<typename T>
-class MemoryRegionOf : public testing::Test { };
+class MemoryRegionTest : public testing::Test { };
 
 using ItemTypes = testing::Types<uint8_t, std::atomic<uint8_t>, unsigned long, Item16, Item24>;
-TYPED_TEST_SUITE(MemoryRegionOf, ItemTypes);
+TYPED_TEST_SUITE(MemoryRegionTest, ItemTypes);
 
 }
 
-TEST(VMPageSize, IsAPowerOfTwo) {
-    const size_t pageSize = getVMPageSize();
-    EXPECT_GE(pageSize, 4096u);
-    EXPECT_EQ(pageSize & (pageSize - 1), 0u);
-    EXPECT_EQ(getVMPageSize(), pageSize);
-}
-
-TYPED_TEST(MemoryRegionOf, StartsEmptyAndChargesNothingForAReservation) {
+TYPED_TEST(MemoryRegionTest, StartsEmptyAndChargesNothingForAReservation) {
     MemoryManager memoryManager(0);
     MemoryRegion<TypeParam> region(memoryManager);
     EXPECT_EQ(region.getData(), nullptr);
@@ -73,7 +65,7 @@ TYPED_TEST(MemoryRegionOf, StartsEmptyAndChargesNothingForAReservation) {
     expectState(region, memoryManager, 0, 0);
 }
 
-TYPED_TEST(MemoryRegionOf, GrowsExactlyToThePageBoundary) {
+TYPED_TEST(MemoryRegionTest, GrowsExactlyToThePageBoundary) {
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 10 * perPage + 3;
@@ -94,7 +86,7 @@ TYPED_TEST(MemoryRegionOf, GrowsExactlyToThePageBoundary) {
     }
 }
 
-TYPED_TEST(MemoryRegionOf, NeverMovesAndKeepsItsContentWhileItGrows) {
+TYPED_TEST(MemoryRegionTest, NeverMovesAndKeepsItsContentWhileItGrows) {
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<TypeParam> region(memoryManager);
     const size_t maximum = 40000;
@@ -118,7 +110,7 @@ TYPED_TEST(MemoryRegionOf, NeverMovesAndKeepsItsContentWhileItGrows) {
     EXPECT_EQ(memoryManager.getChargedBytes(), region.getCommittedBytes());
 }
 
-TYPED_TEST(MemoryRegionOf, TruncationGivesPagesBackAndZeroesTheRestOfTheLastPageKept) {
+TYPED_TEST(MemoryRegionTest, TruncationReleasesPagesAndZeroesTheRestOfTheLastPageKept) {
     const size_t page = getVMPageSize();
     const size_t perPage = page / sizeof(TypeParam);
     const size_t maximum = 4 * perPage + perPage / 2;
@@ -281,7 +273,7 @@ TEST(MemoryRegion, ASizeThatCannotBeReservedLeavesTheRegionEmpty) {
     }
 }
 
-TEST(MemoryRegion, InitialisingAgainGivesTheOldContentBack) {
+TEST(MemoryRegion, InitialisingAgainReleasesTheOldContent) {
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<uint64_t> region(memoryManager);
     region.initialize(100000);
@@ -294,7 +286,7 @@ TEST(MemoryRegion, InitialisingAgainGivesTheOldContentBack) {
     EXPECT_EQ(region.getEnd(), 200u);
 }
 
-TEST(MemoryRegion, DestructionGivesEverythingBack) {
+TEST(MemoryRegion, DestructionReleasesEverything) {
     MemoryManager memoryManager(AMPLE);
     {
         MemoryRegion<uint64_t> region(memoryManager);
@@ -305,7 +297,7 @@ TEST(MemoryRegion, DestructionGivesEverythingBack) {
     EXPECT_EQ(memoryManager.getChargedBytes(), 0u);
 }
 
-TEST(MemoryRegion, SwappedRegionsHaveEachOthersContent) {
+TEST(MemoryRegion, SwappedRegionsHaveExchangedContents) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<uint64_t> first(memoryManager);
@@ -335,7 +327,7 @@ TEST(MemoryRegion, SwappedRegionsHaveEachOthersContent) {
     EXPECT_EQ(second[0], 1u);
 }
 
-TEST(MemoryRegion, ReachesAnItemThatLiesAcrossTwoPages) {
+TEST(MemoryRegion, ReachesAnItemThatSpansTwoPages) {
     const size_t page = getVMPageSize();
     MemoryManager memoryManager(AMPLE);
     MemoryRegion<Item24> region(memoryManager);

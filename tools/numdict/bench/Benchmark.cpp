@@ -2,16 +2,16 @@
 
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/embedding/Transaction.h"
-#include "numdict/bench/PlainReading.h"
 #include "numdict/console/Failures.h"
 #include "numdict/console/WorkerThreads.h"
 #include "numdict/import/Import.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/LineReader.h"
+#include "numdict/input/PlainReading.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/TurtleReader.h"
-#include "numdict/literals/NumericNames.h"
-#include "numdict/stores/StoreFile.h"
+#include "numdict/literals/Datatypes.h"
+#include "numdict/stores/Resources.h"
 
 #include <fmt/format.h>
 
@@ -19,8 +19,9 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <memory>
-#include <span>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -43,16 +44,15 @@ public:
 
     bool receive(const Statement& statement, const StatementContext&) override {
         ++m_statements;
-        if (statement.m_object->type != SERD_LITERAL || statement.m_datatypeIRI.empty())
+        if (!statement.hasTypedLiteral())
             return true;
-        const size_t datatype = findNumericDatatype(statement.m_datatypeIRI);
-        if (datatype == NO_NUMERIC_DATATYPE)
+        const uint8_t datatypeID = findNumericDatatype(statement.m_datatypeIRI);
+        if (datatypeID == D_NONE)
             return true;
         ++m_literals;
+        const std::string_view lexicalForm = statement.getLexicalForm();
         ResourceValue value;
-        if (tryParseNumericValue(
-                NUMERIC_NAMES[datatype].m_datatypeID, reinterpret_cast<const char*>(statement.m_object->buf),
-                statement.m_object->n_bytes, value) != LexicalFormStatus::VALID)
+        if (tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value) != LexicalFormStatus::VALID)
             return true;
         ++m_accepted;
         if (m_keptValues == m_maximumNumberOfValues)
@@ -153,7 +153,7 @@ double measureBatches(unsigned numberOfThreads, const std::vector<Batch>& batche
     });
 }
 
-/// Looks at what a dictionary is charged each millisecond, from a thread of its own, and keeps the largest.
+/// Samples what a dictionary is charged each millisecond, from a thread of its own, and keeps the maximum.
 class PeakObserver : private Unmovable {
 
 public:
@@ -197,7 +197,7 @@ public:
         m_report(report),
         m_results(results) { }
 
-    /// Does everything once; the first time, which warms up, no times are kept, but the memory is looked at.
+    /// Does everything once; the first time, which warms up, no times are kept, but the memory is sampled.
     void runOnce(bool isFirst) {
         add(m_results.m_reading, isFirst, measure([this] { readPlainly(m_files, m_results.m_numberOfThreads); }));
         import(isFirst);
@@ -231,11 +231,7 @@ private:
     }
 
     std::unique_ptr<Dictionary> makeDictionary() const {
-        Dictionary::Options options;
-        options.memoryBudgetBytes = m_options.m_memoryBytes / 2;
-        options.resourceIDWidth = m_options.m_resourceIDWidth;
-        options.useHugePages = m_options.m_useHugePages;
-        return std::make_unique<Dictionary>(options);
+        return std::make_unique<Dictionary>(m_options.m_dictionaryOptions);
     }
 
     void import(bool isFirst) {
@@ -272,7 +268,7 @@ private:
         const uint64_t numberOfValues = countResources(*dictionary);
         if (m_report.m_keptValues == m_report.m_accepted && numberOfValues != m_report.m_distinctValues)
             throw SystemFailure(fmt::format(
-                "bench: {} values were entered where the import entered {}; did a file change?", numberOfValues,
+                "bench: {} values were inserted, but the import entered {}; did a file change?", numberOfValues,
                 m_report.m_distinctValues));
         return dictionary;
     }
@@ -289,7 +285,7 @@ private:
             });
         if (missing.load(std::memory_order_relaxed) != 0)
             throw SystemFailure(fmt::format(
-                "bench: {} values that were entered were not found", missing.load(std::memory_order_relaxed)));
+                "bench: {} values that were inserted were not found", missing.load(std::memory_order_relaxed)));
         add(timing, isFirst, seconds);
     }
 
@@ -330,15 +326,15 @@ int BenchmarkReport::getExitCode() const noexcept {
     return isDamaged || m_accepted != m_literals ? EXIT_DAMAGED_INPUT : EXIT_ALL_WELL;
 }
 
-BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::function<void(std::string)>& tell) {
+BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::function<void(std::string)>& reportStep) {
     BenchmarkReport report;
     report.m_numberOfProcessors = getNumberOfProcessors();
     report.m_repetitions = options.m_repetitions;
-    report.m_useHugePages = options.m_useHugePages;
-    ValueKeeper keeper(options.m_memoryBytes / 2 / sizeof(ResourceValue));
+    report.m_useHugePages = options.m_dictionaryOptions.useHugePages;
+    ValueKeeper keeper(options.m_dictionaryOptions.memoryBudgetBytes / sizeof(ResourceValue));
     std::vector<InputFile> files;
     for (const InputFile& input : options.m_files) {
-        tell("reading " + input.m_path);
+        reportStep("reading " + input.m_path);
         BenchmarkFile& file = report.m_files.emplace_back();
         file.m_path = input.m_path;
         readFile(input, keeper, file);
@@ -359,7 +355,7 @@ BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::functio
         ThreadRun run(options, files, keeper.getBatches(), report, results);
         for (unsigned repetition = 0; repetition <= options.m_repetitions; ++repetition) {
             const std::string threads = numberOfThreads == 1 ? "1 thread" : fmt::format("{} threads", numberOfThreads);
-            tell(
+            reportStep(
                 repetition == 0 ? threads + ", warming up"
                                 : fmt::format("{}, run {} of {}", threads, repetition, options.m_repetitions));
             run.runOnce(repetition == 0);

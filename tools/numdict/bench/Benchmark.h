@@ -13,13 +13,10 @@
 namespace kavix::numdict {
 
 struct BenchmarkOptions {
-    std::vector<InputFile> m_files; // no standard input: they are read again and again
+    std::vector<InputFile> m_files; // no standard input: they are read several times
     std::vector<unsigned> m_numbersOfThreads;
     unsigned m_repetitions = 5;
-    uint64_t m_memoryBytes =
-        uint64_t(1) << 30; // a half for a dictionary, a half for values that are kept to be entered
-    ResourceIDWidth m_resourceIDWidth = ResourceIDWidth::BITS_32;
-    bool m_useHugePages = true;
+    Dictionary::Options m_dictionaryOptions; // as much memory again is used for the values that are kept
 };
 
 /// The times that repetitions of one thing took.
@@ -44,18 +41,18 @@ struct ThreadBenchmark {
     Timing m_enteringBatches;
     Timing m_findingSingly;
     Timing m_findingBatches;
-    uint64_t m_peakBytes = 0; // charged during an import, looked at each millisecond
+    uint64_t m_peakBytes = 0; // charged during an import, sampled each millisecond
     uint64_t m_usedBytes = 0; // charged at the end of it
-    std::optional<uint64_t> m_hugePageBytes; // at the end of it; absent where the system does not tell
+    std::optional<uint64_t> m_hugePageBytes; // at the end of it; absent if the system does not report it
 };
 
-/// A file, as it was read to begin with.
+/// A file, as it was first read.
 struct BenchmarkFile {
     std::string m_path;
-    uint64_t m_bytes = 0; // unpacked
+    uint64_t m_bytes = 0; // uncompressed
     uint64_t m_statements = 0;
     std::string m_error; // empty if there is none
-    bool m_isLeftOut = false; // it cannot be read to its end, so that it is no measure
+    bool m_isLeftOut = false; // it cannot be read to its end, so it is not measured
 };
 
 struct BenchmarkReport {
@@ -90,9 +87,9 @@ public:
 /// entered and looked up. Each thing is done once to warm up and then as often as asked, in turns, so that what
 /// disturbs the machine disturbs all alike. What was looked up must have been found, and all dictionaries must have as
 /// many values.
-/// @param tell  called with what is being done, before it is
+/// @param reportStep  called with each step before it is done
 /// @throws BenchmarkLimit, KavixException  the memory or the resource IDs are used up
-BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::function<void(std::string)>& tell);
+BenchmarkReport runBenchmark(const BenchmarkOptions& options, const std::function<void(std::string)>& reportStep);
 
 /// For people.
 std::string formatBenchmark(const BenchmarkReport& report);

@@ -1,12 +1,13 @@
 #include "numdict/bench/Benchmark.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/TextTable.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 namespace kavix::numdict {
 
@@ -61,7 +62,7 @@ std::string formatImport(const BenchmarkReport& report) {
     return "\nReading the files, and importing them\n" + table.format();
 }
 
-/// What the last row, which has the most threads, says about what is worth making faster.
+/// Names the bottleneck, according to the last row, which has the most threads.
 std::string formatVerdict(const BenchmarkReport& report) {
     const ThreadBenchmark& results = report.m_threads.back();
     const double ratio = getImportPerReading(results);
@@ -70,22 +71,24 @@ std::string formatVerdict(const BenchmarkReport& report) {
         "times as long.\n",
         formatThreads(results.m_numberOfThreads), ratio);
     if (ratio <= 1)
-        return start + "The difference is lost in what the runs differ by: serd is what holds the import back.\n";
+        return start + "The difference is smaller than the spread of the runs: the parser (serd) is the bottleneck.\n";
     const double share = 100 / ratio;
     const std::string others = "finding the lines, counting and the dictionary";
     if (ratio < LITTLE_MORE_THAN_READING)
         return start +
                fmt::format(
-                   "Serd is what holds the import back: it has {:.0f}% of the time; {} together have {:.0f}%.\n", share,
-                   others, 100 - share);
-    return start + fmt::format("Serd has {:.0f}% of the time; {} together have {:.0f}%.\n", share, others, 100 - share);
+                   "The parser (serd) is the bottleneck: it takes {:.0f}% of the time; {} together take {:.0f}%.\n",
+                   share, others, 100 - share);
+    return start +
+           fmt::format(
+               "The parser (serd) takes {:.0f}% of the time; {} together take {:.0f}%.\n", share, others, 100 - share);
 }
 
 std::string formatValues(const BenchmarkReport& report) {
     if (report.m_keptValues == 0)
-        return "\nThere are no values to enter and to look up.\n";
+        return "\nThere are no values to insert and look up.\n";
     TextTable table;
-    table.addRow({"threads", "enter singly", "in batches", "look up singly", "in batches"});
+    table.addRow({"threads", "insert, one at a time", "in batches", "look up, one at a time", "in batches"});
     for (const ThreadBenchmark& results : report.m_threads)
         table.addRow(
             {std::to_string(results.m_numberOfThreads), formatRate(results.m_enteringSingly, report.m_keptValues),
@@ -93,7 +96,8 @@ std::string formatValues(const BenchmarkReport& report) {
              formatRate(results.m_findingSingly, report.m_keptValues),
              formatRate(results.m_findingBatches, report.m_keptValues)});
     std::string text =
-        "\nValues a second, without reading: entered into an empty dictionary, and looked up in it\n" + table.format();
+        "\nValues per second, without reading: inserted into an empty dictionary, and looked up in it\n" +
+        table.format();
     if (report.m_keptValues != report.m_accepted)
         text += fmt::format(
             "  (the first {} values; the others do not fit in half of --memory)\n", formatCount(report.m_keptValues));
@@ -102,7 +106,7 @@ std::string formatValues(const BenchmarkReport& report) {
 
 std::string formatMemory(const BenchmarkReport& report) {
     TextTable table;
-    table.addRow({"threads", "peak", "at the end", "bytes a distinct value", "on huge pages"});
+    table.addRow({"threads", "peak", "at the end", "bytes per distinct value", "on huge pages"});
     for (const ThreadBenchmark& results : report.m_threads) {
         const std::string bytesPerValue = report.m_distinctValues == 0
                                               ? std::string("-")
@@ -112,16 +116,16 @@ std::string formatMemory(const BenchmarkReport& report) {
         table.addRow(
             {std::to_string(results.m_numberOfThreads), formatSize(results.m_peakBytes),
              formatSize(results.m_usedBytes), bytesPerValue,
-             results.m_hugePageBytes ? formatSize(*results.m_hugePageBytes) : std::string("not told")});
+             results.m_hugePageBytes ? formatSize(*results.m_hugePageBytes) : std::string("unknown")});
     }
     return fmt::format(
-               "\nMemory that an import charges to the budget (the peak was looked for each millisecond); huge pages "
-               "were {}asked for\n",
+               "\nMemory that an import charges to the budget (the peak was sampled each millisecond); huge pages "
+               "were {}requested\n",
                report.m_useHugePages ? "" : "not ") +
            table.format();
 }
 
-/// How far apart runs of one thing lie at worst.
+/// The largest spread of the runs of one measurement.
 std::string formatSpread(const BenchmarkReport& report) {
     double largest = 0;
     std::string where;
@@ -129,10 +133,10 @@ std::string formatSpread(const BenchmarkReport& report) {
         const std::pair<std::string_view, const Timing*> timings[] = {
             {"reading", &results.m_reading},
             {"import", &results.m_import},
-            {"entering singly", &results.m_enteringSingly},
-            {"entering batches", &results.m_enteringBatches},
-            {"looking up singly", &results.m_findingSingly},
-            {"looking up batches", &results.m_findingBatches}};
+            {"inserting one at a time", &results.m_enteringSingly},
+            {"inserting in batches", &results.m_enteringBatches},
+            {"looking up one at a time", &results.m_findingSingly},
+            {"looking up in batches", &results.m_findingBatches}};
         for (const auto& [name, timing] : timings)
             if (timing->getSpread() >= largest) {
                 largest = timing->getSpread();
@@ -144,28 +148,28 @@ std::string formatSpread(const BenchmarkReport& report) {
         report.m_repetitions == 1 ? "run" : "runs", report.m_numberOfProcessors,
         report.m_numberOfProcessors == 1 ? "processor" : "processors");
     if (report.m_repetitions == 1)
-        return text + "One run does not tell how much they vary: try --repetitions 5.\n";
+        return text + "One run does not show the spread: try --repetitions 5.\n";
     return text + fmt::format(
                       "Runs lie up to {:.0f}% of the median apart\n({}); differences of that size mean nothing. MB are "
-                      "1,000,000 bytes, unpacked.\n",
+                      "1,000,000 bytes, uncompressed.\n",
                       100 * largest, where);
 }
 
-nlohmann::ordered_json toJSON(const Timing& timing) {
-    nlohmann::ordered_json object;
+JSON toJSON(const Timing& timing) {
+    JSON object;
     object["seconds"] = timing.m_seconds;
     object["median"] = timing.getMedian();
     return object;
 }
 
-nlohmann::ordered_json toJSON(const Timing& timing, const char* rateName, uint64_t count) {
-    nlohmann::ordered_json object = toJSON(timing);
+JSON toJSON(const Timing& timing, const char* rateName, uint64_t count) {
+    JSON object = toJSON(timing);
     object[rateName] = timing.getPerSecond(count);
     return object;
 }
 
-nlohmann::ordered_json toJSON(const ThreadBenchmark& results, const BenchmarkReport& report) {
-    nlohmann::ordered_json object;
+JSON toJSON(const ThreadBenchmark& results, const BenchmarkReport& report) {
+    JSON object;
     object["threads"] = results.m_numberOfThreads;
     object["reading"] = toJSON(results.m_reading, "bytesPerSecond", report.m_bytes);
     object["import"] = toJSON(results.m_import, "bytesPerSecond", report.m_bytes);
@@ -179,11 +183,9 @@ nlohmann::ordered_json toJSON(const ThreadBenchmark& results, const BenchmarkRep
     object["memory"]["used"] = results.m_usedBytes;
     object["memory"]["perDistinctValue"] =
         report.m_distinctValues == 0
-            ? nlohmann::ordered_json()
-            : nlohmann::ordered_json(
-                  static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
-    object["memory"]["onHugePages"] =
-        results.m_hugePageBytes ? nlohmann::ordered_json(*results.m_hugePageBytes) : nlohmann::ordered_json();
+            ? JSON()
+            : JSON(static_cast<double>(results.m_usedBytes) / static_cast<double>(report.m_distinctValues));
+    object["memory"]["onHugePages"] = numdict::toJSON(results.m_hugePageBytes);
     return object;
 }
 
@@ -198,14 +200,14 @@ std::string formatBenchmark(const BenchmarkReport& report) {
 }
 
 std::string formatBenchmarkAsJSON(const BenchmarkReport& report) {
-    nlohmann::ordered_json object;
-    object["files"] = nlohmann::ordered_json::array();
+    JSON object;
+    object["files"] = JSON::array();
     for (const BenchmarkFile& file : report.m_files) {
-        nlohmann::ordered_json item;
+        JSON item;
         item["path"] = file.m_path;
         item["statements"] = file.m_statements;
         item["bytes"] = file.m_bytes;
-        item["error"] = file.m_error.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(file.m_error);
+        item["error"] = toJSONOrNull(file.m_error);
         item["leftOut"] = file.m_isLeftOut;
         object["files"].push_back(std::move(item));
     }
@@ -218,11 +220,10 @@ std::string formatBenchmarkAsJSON(const BenchmarkReport& report) {
     object["accepted"] = report.m_accepted;
     object["distinctValues"] = report.m_distinctValues;
     object["keptValues"] = report.m_keptValues;
-    object["runs"] = nlohmann::ordered_json::array();
+    object["runs"] = JSON::array();
     for (const ThreadBenchmark& results : report.m_threads)
         object["runs"].push_back(toJSON(results, report));
-    // Paths may be no UTF-8.
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSON(object);
 }
 
 }

@@ -3,13 +3,14 @@
 #include "numdict/console/Failures.h"
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
+#include "numdict/console/StandardError.h"
 #include "numdict/console/StandardOutput.h"
-#include "numdict/stores/MemoryBudget.h"
+#include "numdict/console/WorkerThreads.h"
+#include "numdict/stores/DictionaryOptions.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -28,43 +29,36 @@ std::vector<unsigned> getDefaultNumbersOfThreads() {
     return numbers;
 }
 
-std::vector<unsigned> getNumbersOfThreads(const BenchCommand& command) {
-    if (command.m_numbersOfThreads.empty())
-        return getDefaultNumbersOfThreads();
-    for (const unsigned number : command.m_numbersOfThreads)
-        if (number == 0 || number > MAXIMUM_NUMBER_OF_THREADS)
-            throw UsageError(fmt::format(
-                "bench: --threads can be 1 to {}, or several of them such as 1,2,4", MAXIMUM_NUMBER_OF_THREADS));
-    return command.m_numbersOfThreads;
+BenchmarkOptions makeBenchmarkOptions(const BenchCommand& command) {
+    BenchmarkOptions options;
+    options.m_files = makeInputFiles("bench", command.m_paths, command.m_format);
+    options.m_numbersOfThreads =
+        command.m_numbersOfThreads.empty() ? getDefaultNumbersOfThreads() : command.m_numbersOfThreads;
+    options.m_repetitions = command.m_repetitions;
+    options.m_dictionaryOptions = makeDictionaryOptions(
+        getMemoryBudget("bench", command.m_options.m_memory) / 2, command.m_options, command.m_resourceIDWidth);
+    return options;
 }
 
 }
 
 int runBenchCommand(const BenchCommand& command) {
     if (std::find(command.m_paths.begin(), command.m_paths.end(), "-") != command.m_paths.end())
-        throw UsageError("bench: standard input can be read only once; name files, which are read again and again");
-    if (command.m_repetitions == 0)
-        throw UsageError("bench: --repetitions must be at least 1");
-    BenchmarkOptions options;
-    options.m_files = makeInputFiles("bench", command.m_paths, command.m_format);
-    options.m_numbersOfThreads = getNumbersOfThreads(command);
-    options.m_repetitions = command.m_repetitions;
-    options.m_memoryBytes = getMemoryBudget("bench", command.m_memory);
-    options.m_resourceIDWidth = command.m_resourceIDWidth == 64 ? ResourceIDWidth::BITS_64 : ResourceIDWidth::BITS_32;
-    options.m_useHugePages = !command.m_isWithoutHugePages;
+        throw UsageError("bench: standard input can be read only once; specify files, which are read several times");
+    const BenchmarkOptions options = makeBenchmarkOptions(command);
 
     std::mutex mutex;
-    std::string present; // guarded by the mutex
+    std::string currentStep; // guarded by the mutex
     std::optional<ProgressDisplay> display;
-    if (!command.m_isQuiet)
+    if (!command.m_options.m_isQuiet)
         display.emplace([&](double seconds) {
             const std::lock_guard<std::mutex> lock(mutex);
-            return fmt::format("{}, {}", present, formatDuration(seconds));
+            return fmt::format("{}, {}", currentStep, formatDuration(seconds));
         });
     try {
         const BenchmarkReport report = runBenchmark(options, [&](std::string what) {
             const std::lock_guard<std::mutex> lock(mutex);
-            present = std::move(what);
+            currentStep = std::move(what);
         });
         display.reset();
         writeStandardOutput(command.m_isJSON ? formatBenchmarkAsJSON(report) : formatBenchmark(report));
@@ -72,10 +66,7 @@ int runBenchCommand(const BenchCommand& command) {
     }
     catch (const BenchmarkLimit& limit) {
         display.reset();
-        std::fputs(
-            fmt::format("numdict: bench was stopped: a half of --memory is for the dictionary. {}\n", limit.what())
-                .c_str(),
-            stderr);
+        printMessage(fmt::format("bench was stopped: half of --memory is for the dictionary. {}", limit.what()));
         return EXIT_LIMIT_REACHED;
     }
 }

@@ -3,12 +3,12 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/Limits.h"
+#include "numdict/console/StandardError.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/stores/Limits.h"
 
 #include <fmt/format.h>
 
-#include <cstdio>
 #include <exception>
 #include <new>
 #include <optional>
@@ -19,8 +19,7 @@ namespace kavix::numdict {
 namespace {
 
 int report(int exitCode, const std::string& message) {
-    // Standard error may be closed; the exit code still says it.
-    std::fputs(fmt::format("numdict: {}\n", message).c_str(), stderr);
+    printMessage(message);
     return exitCode;
 }
 
@@ -33,7 +32,7 @@ int runGuarded(const std::function<int()>& command) {
         return exitCode;
     }
     catch (const UsageError& error) {
-        return report(EXIT_WRONG_USAGE, error.what());
+        return report(EXIT_USAGE_ERROR, error.what());
     }
     catch (const std::bad_alloc&) {
         return report(EXIT_FAILURE_INSIDE, "the machine is out of memory");

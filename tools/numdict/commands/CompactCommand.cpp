@@ -1,18 +1,23 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/platform/stream/ReplacingFile.h"
-#include "numdict/commands/StoreCommands.h"
+#include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/OutputFile.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
+#include "numdict/console/StandardError.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/console/Trim.h"
 #include "numdict/input/LineList.h"
 #include "numdict/literals/LiteralDescription.h"
+#include "numdict/stores/OutputFile.h"
 #include "numdict/stores/ResourceRecord.h"
+#include "numdict/stores/Resources.h"
+#include "numdict/stores/StoreFile.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include <cstdio>
+#include <iterator>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -33,21 +38,7 @@ public:
     bool read(const std::string& path) {
         bool isUnderstood = true;
         forEachLine("compact", path, [&](std::string_view line, uint64_t number) {
-            const std::string place = fmt::format("{}:{}", path, number);
-            if (line.find_first_not_of("0123456789") == std::string_view::npos) {
-                const std::optional<uint64_t> resourceID = tryParseResourceID(line);
-                select(
-                    resourceID && m_dictionary.tryGetResourceDatatypeID(*resourceID) != D_NONE ? *resourceID : 0, place,
-                    line);
-                return;
-            }
-            const LiteralDescription description = describeLiteral(line);
-            if (description.m_isValid)
-                select(m_dictionary.tryResolve(description.m_value), place, line);
-            else {
-                isUnderstood = false;
-                std::fputs(fmt::format("numdict: {}: {}: {}\n", place, line, description.m_message).c_str(), stderr);
-            }
+            isUnderstood &= readLine(trim(line, LINE_BLANKS), fmt::format("{}:{}", path, number));
         });
         return isUnderstood;
     }
@@ -58,16 +49,31 @@ public:
 
 private:
 
-    /// As many missing ones are named.
+    /// So many missing ones are shown.
     static constexpr uint64_t LIMIT = 10;
 
+    bool readLine(std::string_view line, const std::string& place) {
+        if (line.find_first_not_of("0123456789") == std::string_view::npos) {
+            const uint64_t resourceID = tryParseResourceID(line).value_or(0); // beyond 64 bits there are none
+            select(m_dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE ? resourceID : 0, place, line);
+            return true;
+        }
+        const LiteralDescription description = describeLiteral(line);
+        if (description.m_isValid)
+            select(m_dictionary.tryResolve(description.m_value), place, line);
+        else
+            printMessage(fmt::format("{}: {}: {}", place, line, description.m_message));
+        return description.m_isValid;
+    }
+
+    /// @param resourceID  0 if there is none
     void select(uint64_t resourceID, const std::string& place, std::string_view line) {
         if (resourceID != 0)
             m_isSelected[resourceID] = true;
         else if (++m_numberOfMissing <= LIMIT)
-            std::fputs(fmt::format("numdict: {}: {} is not in the store\n", place, line).c_str(), stderr);
+            printMessage(fmt::format("{}: {} is not in the store", place, line));
         else if (m_numberOfMissing == LIMIT + 1)
-            std::fputs("numdict: and more that are not in the store\n", stderr);
+            printMessage("and more that are not in the store");
     }
 
     const Dictionary& m_dictionary;
@@ -76,26 +82,61 @@ private:
 };
 
 void writeMap(const std::vector<uint64_t>& newResourceIDs, OutputFile& output) {
-    constexpr size_t BUFFER_SIZE = size_t(1) << 18;
-    std::string text;
     for (uint64_t resourceID = 1; resourceID < newResourceIDs.size(); ++resourceID)
-        if (newResourceIDs[resourceID] != 0) {
-            text += fmt::format("{}\t{}\n", resourceID, newResourceIDs[resourceID]);
-            if (text.size() >= BUFFER_SIZE) {
-                output.write(text);
-                text.clear();
-            }
-        }
-    output.write(text);
+        if (newResourceIDs[resourceID] != 0)
+            output.append([&](std::string& text) {
+                fmt::format_to(std::back_inserter(text), "{}\t{}\n", resourceID, newResourceIDs[resourceID]);
+            });
+}
+
+/// What the compaction has changed.
+struct Compaction {
+    uint64_t m_valuesBefore;
+    uint64_t m_valuesAfter;
+    uint64_t m_memoryBefore;
+    uint64_t m_memoryAfter;
+    std::vector<uint64_t> m_newResourceIDs; // by old resource ID; 0 for those that were dropped
+};
+
+template<typename IsKept>
+Compaction compact(Dictionary& dictionary, const IsKept& isKept) {
+    Compaction compaction{};
+    compaction.m_valuesBefore = countResources(dictionary);
+    compaction.m_memoryBefore = dictionary.getUsedBytes();
+    compaction.m_newResourceIDs = dictionary.compact(isKept);
+    compaction.m_valuesAfter = countResources(dictionary);
+    compaction.m_memoryAfter = dictionary.getUsedBytes();
+    return compaction;
+}
+
+void printResult(
+    const CompactCommand& command, const Compaction& compaction, uint64_t numberOfMissing, uint64_t numberOfBytes) {
+    const uint64_t numberOfDropped = compaction.m_valuesBefore - compaction.m_valuesAfter;
+    if (command.m_isJSON) {
+        JSON object;
+        object["store"] = command.m_outputPath.empty() ? command.m_storePath : command.m_outputPath;
+        object["kept"] = compaction.m_valuesAfter;
+        object["dropped"] = numberOfDropped;
+        object["missing"] = numberOfMissing;
+        object["memoryBefore"] = compaction.m_memoryBefore;
+        object["memoryAfter"] = compaction.m_memoryAfter;
+        object["bytes"] = numberOfBytes;
+        writeStandardOutput(formatJSON(object));
+    }
+    else if (command.m_mapPath != "-")
+        writeStandardOutput(fmt::format(
+            "{} values kept, {} dropped; memory {}, was {}; file {}\n", formatCount(compaction.m_valuesAfter),
+            formatCount(numberOfDropped), formatSize(compaction.m_memoryAfter), formatSize(compaction.m_memoryBefore),
+            formatSize(numberOfBytes)));
 }
 
 }
 
 int runCompactCommand(const CompactCommand& command) {
-    if (!command.m_keepPath.empty() && !command.m_dropPath.empty())
-        throw UsageError("compact: name what to keep or what to drop, not both");
+    const bool isKeeping = !command.m_keepPath.empty();
+    const bool isDropping = !command.m_dropPath.empty();
     checkStoreExists("compact", command.m_storePath);
-    // Locked before the store is read, so that nobody's changes in between are lost.
+    // Locked before the store is read, so that no changes of others in between are lost.
     ReplacingFile file(command.m_outputPath.empty() ? command.m_storePath : command.m_outputPath);
     const std::unique_ptr<Dictionary> dictionary = openStoreFile("compact", command.m_storePath, command.m_options);
     std::optional<OutputFile> map;
@@ -103,39 +144,17 @@ int runCompactCommand(const CompactCommand& command) {
         map.emplace(command.m_mapPath);
 
     Selection selection(*dictionary);
-    const bool isKeeping = !command.m_keepPath.empty();
-    const bool isDropping = !command.m_dropPath.empty();
     if ((isKeeping || isDropping) && !selection.read(isKeeping ? command.m_keepPath : command.m_dropPath)) {
-        std::fputs("numdict: nothing was written\n", stderr);
+        printMessage("nothing was written");
         return EXIT_DAMAGED_INPUT;
     }
-    const uint64_t valuesBefore = countResources(*dictionary);
-    const uint64_t memoryBefore = dictionary->getUsedBytes();
-    const std::vector<uint64_t> newResourceIDs = dictionary->compact([&](uint64_t resourceID) {
-        return isKeeping ? selection.contains(resourceID) : !selection.contains(resourceID);
-    });
-    const uint64_t valuesAfter = countResources(*dictionary);
-    const uint64_t memoryAfter = dictionary->getUsedBytes();
-    const uint64_t size = saveStoreFile(*dictionary, file, command.m_options.m_isQuiet);
+    const Compaction compaction =
+        compact(*dictionary, [&](uint64_t resourceID) { return selection.contains(resourceID) == isKeeping; });
+    const uint64_t numberOfBytes = saveStoreFile(*dictionary, file, command.m_options.m_isQuiet);
     if (map)
-        writeMap(newResourceIDs, *map);
-    if (command.m_isJSON) {
-        nlohmann::ordered_json object;
-        object["store"] = command.m_outputPath.empty() ? command.m_storePath : command.m_outputPath;
-        object["kept"] = valuesAfter;
-        object["dropped"] = valuesBefore - valuesAfter;
-        object["missing"] = selection.getNumberOfMissing();
-        object["memoryBefore"] = memoryBefore;
-        object["memoryAfter"] = memoryAfter;
-        object["bytes"] = size;
-        writeStandardOutput(object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
-    }
-    else if (command.m_mapPath != "-")
-        writeStandardOutput(fmt::format(
-            "{} values kept, {} dropped; memory {}, was {}; file {}\n", formatCount(valuesAfter),
-            formatCount(valuesBefore - valuesAfter), formatSize(memoryAfter), formatSize(memoryBefore),
-            formatSize(size)));
-    flushStandardOutput(); // before the files, so that the store is as it was if this fails
+        writeMap(compaction.m_newResourceIDs, *map);
+    printResult(command, compaction, selection.getNumberOfMissing(), numberOfBytes);
+    flushStandardOutput(); // before the files, so that the store is unchanged if this fails
     // The map first: a store with new IDs and no map to them could not be understood.
     if (map)
         map->finish();

@@ -1,22 +1,24 @@
-#include "core/data-store/dictionary/DatatypeIDs.h"
-#include "numdict/commands/StoreCommands.h"
+#include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
+#include "numdict/console/StandardError.h"
 #include "numdict/console/StandardOutput.h"
 #include "numdict/literals/LiteralDescription.h"
-#include "numdict/stores/MemoryBudget.h"
+#include "numdict/stores/Resources.h"
+#include "numdict/stores/StoreFile.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdio>
+#include <memory>
+#include <string>
 
 namespace kavix::numdict {
 
 namespace {
 
-/// Writes differences, a line each, and counts them.
+/// Writes differences, one line each, and counts them.
 class DifferenceWriter {
 
 public:
@@ -24,27 +26,20 @@ public:
     explicit DifferenceWriter(bool isJSON) :
         m_isJSON(isJSON) { }
 
-    /// @param firstID, secondID  0 where the store does not have the value
+    /// @param firstID, secondID  0 if the store does not have the value
     void write(uint64_t firstID, uint64_t secondID, const ResourceValue& value) {
         ++(secondID == 0 ? m_onlyInFirst : firstID == 0 ? m_onlyInSecond : m_otherIDs);
         const std::string literal = formatTurtleLiteral(value);
-        const auto toText = [](uint64_t resourceID) {
-            return resourceID == 0 ? std::string("-") : std::to_string(resourceID);
-        };
         if (m_isJSON) {
-            nlohmann::ordered_json object;
+            JSON object;
             object["literal"] = literal;
-            object["first"] = firstID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(firstID);
-            object["second"] = secondID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(secondID);
-            writeStandardOutput(object.dump() + "\n");
+            object["first"] = firstID == 0 ? JSON() : JSON(firstID);
+            object["second"] = secondID == 0 ? JSON() : JSON(secondID);
+            writeStandardOutput(formatJSONLine(object));
+            return;
         }
-        else
-            writeStandardOutput(fmt::format(
-                "{}\t{}\t{}\t{}\n",
-                secondID == 0  ? '<'
-                : firstID == 0 ? '>'
-                               : '!',
-                toText(firstID), toText(secondID), literal));
+        const char mark = secondID == 0 ? '<' : firstID == 0 ? '>' : '!';
+        writeStandardOutput(fmt::format("{}\t{}\t{}\t{}\n", mark, orDash(firstID), orDash(secondID), literal));
     }
 
     bool isAny() const noexcept { return m_onlyInFirst + m_onlyInSecond + m_otherIDs != 0; }
@@ -57,19 +52,13 @@ public:
 
 private:
 
+    static std::string orDash(uint64_t resourceID) { return resourceID == 0 ? "-" : std::to_string(resourceID); }
+
     const bool m_isJSON;
     uint64_t m_onlyInFirst = 0;
     uint64_t m_onlyInSecond = 0;
     uint64_t m_otherIDs = 0;
 };
-
-template<typename Function>
-void forEachResource(const Dictionary& dictionary, Function function) {
-    const uint64_t end = getEndOfResourceIDs(dictionary);
-    for (uint64_t resourceID = 1; resourceID < end; ++resourceID)
-        if (dictionary.tryGetResourceDatatypeID(resourceID) != D_NONE)
-            function(resourceID, dictionary.getValue(resourceID));
-}
 
 }
 
@@ -91,7 +80,7 @@ int runDiffCommand(const DiffCommand& command) {
             writer.write(0, resourceID, value);
     });
     if (writer.isAny() && !command.m_options.m_isQuiet)
-        std::fputs(fmt::format("numdict: {}\n", writer.summarise()).c_str(), stderr);
+        printMessage(writer.summarise());
     return writer.isAny() ? EXIT_DAMAGED_INPUT : EXIT_ALL_WELL;
 }
 

@@ -1,12 +1,12 @@
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
+#include "numdict/console/StandardError.h"
 #include "numdict/console/StandardOutput.h"
 #include "numdict/literals/LiteralDescription.h"
 
 #include <fmt/format.h>
 
-#include <cstdio>
 #include <vector>
 
 namespace kavix::numdict {
@@ -15,8 +15,8 @@ int runEqualCommand(const EqualCommand& command) {
     const LiteralDescription description = describeLiteral(command.m_literal);
     if (!description.m_isValid) {
         if (description.m_reason == "syntax")
-            throw UsageError(fmt::format("'{}' is no literal. {}", description.m_literal, description.m_message));
-        std::fputs(fmt::format("numdict: {}: {}\n", description.m_literal, description.m_message).c_str(), stderr);
+            throw UsageError(fmt::format("'{}' is not a literal. {}", description.m_literal, description.m_message));
+        printMessage(fmt::format("{}: {}", description.m_literal, description.m_message));
         return EXIT_DAMAGED_INPUT;
     }
     std::vector<ResourceValue> values;

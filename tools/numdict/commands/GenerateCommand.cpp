@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -33,7 +34,7 @@ int runGenerateCommand(const GenerateCommand& command) {
     const std::optional<uint64_t> numberOfLiterals = tryParseCount(command.m_numberOfLiterals);
     if (!numberOfLiterals)
         throw UsageError(fmt::format(
-            "generate: --literals '{}' is no count; write 1000000, 500k or 100M", command.m_numberOfLiterals));
+            "generate: --literals '{}' is not a valid count; write 1000000, 500k or 100M", command.m_numberOfLiterals));
     std::unique_ptr<std::FILE, FileCloser> file;
     if (command.m_outputPath != "-") {
         file.reset(std::fopen(command.m_outputPath.c_str(), "wbe"));

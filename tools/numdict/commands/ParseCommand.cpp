@@ -1,13 +1,13 @@
+#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/input/LineList.h"
 #include "numdict/literals/LiteralDescription.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include <fstream>
-#include <iostream>
 #include <string>
 #include <string_view>
 
@@ -23,12 +23,10 @@ std::string formatBinary(const ResourceValue& value) {
 }
 
 std::string formatAsJSON(const LiteralDescription& description) {
-    nlohmann::ordered_json object;
+    JSON object;
     object["literal"] = description.m_literal;
-    object["datatype"] =
-        description.m_datatype.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(description.m_datatype);
-    object["datatypeID"] =
-        description.m_datatypeID == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(description.m_datatypeID);
+    object["datatype"] = toJSONOrNull(description.m_datatype);
+    object["datatypeID"] = description.m_datatypeID == D_NONE ? JSON() : JSON(description.m_datatypeID);
     object["valid"] = description.m_isValid;
     if (description.m_isValid) {
         object["lexicalForm"] = description.m_lexicalForm;
@@ -39,7 +37,7 @@ std::string formatAsJSON(const LiteralDescription& description) {
         object["reason"] = description.m_reason;
         object["message"] = description.m_message;
     }
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSONLine(object);
 }
 
 std::string formatForPeople(const LiteralDescription& description) {
@@ -74,37 +72,18 @@ private:
     bool m_areAllValid = true;
 };
 
-void describeLines(std::istream& input, const std::string& name, Describer& describer) {
-    std::string line;
-    while (std::getline(input, line)) {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        // Every line gets its answer, so that answers and lines can be matched; an empty one has nothing to answer.
-        if (line.find_first_not_of(" \t") != std::string::npos)
-            describer.describe(line);
-    }
-    if (input.bad())
-        throw SystemFailure(fmt::format("cannot read '{}'", name));
-}
-
 }
 
 int runParseCommand(const ParseCommand& command) {
     if (command.m_literals.empty() && command.m_file.empty())
-        throw UsageError("parse: name at least one literal, or a file of literals with --file");
+        throw UsageError("parse: specify at least one literal, or a file of literals with --file");
     Describer describer(command.m_isJSON);
     for (const std::string& literal : command.m_literals)
         describer.describe(literal);
-    if (command.m_file == "-") {
-        std::ios::sync_with_stdio(false);
-        describeLines(std::cin, "standard input", describer);
-    }
-    else if (!command.m_file.empty()) {
-        std::ifstream file(command.m_file, std::ios::binary);
-        if (!file)
-            throw UsageError(fmt::format("parse: the file '{}' cannot be opened", command.m_file));
-        describeLines(file, command.m_file, describer);
-    }
+    // Every line gets its answer, so that answers and lines can be matched; an empty one has nothing to answer.
+    if (!command.m_file.empty())
+        forEachLine(
+            "parse", command.m_file, [&describer](std::string_view line, uint64_t) { describer.describe(line); });
     return describer.areAllValid() ? EXIT_ALL_WELL : EXIT_DAMAGED_INPUT;
 }
 

@@ -1,8 +1,10 @@
-#include "numdict/commands/StoreCommands.h"
+#include "numdict/commands/Commands.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/OutputFile.h"
 #include "numdict/console/StandardOutput.h"
+#include "numdict/stores/StoreFile.h"
 #include "numdict/stores/StoreStatistics.h"
+
+#include <memory>
 
 namespace kavix::numdict {
 

@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <utility>
 
 namespace kavix::numdict {
@@ -25,18 +24,6 @@ std::string ByteProgress::describe(double seconds) const {
     if (bytes >= m_totalBytes)
         return fmt::format("{}: {}, {}", m_what, m_afterwards, formatDuration(seconds));
     return fmt::format("{}: {}, {}", m_what, formatSize(bytes), formatShare(bytes, m_totalBytes));
-}
-
-void CountingOutputStream::write(const void* data, size_t numberOfBytes) {
-    constexpr size_t PIECE_SIZE = size_t(16) << 20;
-    const char* position = static_cast<const char*>(data);
-    while (numberOfBytes != 0) {
-        const size_t size = std::min(numberOfBytes, PIECE_SIZE);
-        m_output.write(position, size);
-        m_progress.add(size);
-        position += size;
-        numberOfBytes -= size;
-    }
 }
 
 }

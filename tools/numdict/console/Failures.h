@@ -10,7 +10,7 @@ namespace kavix::numdict {
 enum ExitCode : int {
     EXIT_ALL_WELL = 0,
     EXIT_DAMAGED_INPUT = 1, // literals were rejected or files are damaged
-    EXIT_WRONG_USAGE = 2,
+    EXIT_USAGE_ERROR = 2,
     EXIT_LIMIT_REACHED = 3, // the memory budget or the resource IDs are used up
     EXIT_FAILURE_INSIDE = 4 // the system or the program itself failed
 };

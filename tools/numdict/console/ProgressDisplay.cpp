@@ -1,37 +1,11 @@
 #include "numdict/console/ProgressDisplay.h"
 
-#include "numdict/console/Sizes.h"
-
 #include <unistd.h>
-
-#include <fmt/format.h>
 
 #include <cstdio>
 #include <utility>
 
 namespace kavix::numdict {
-
-std::string formatProgress(uint64_t fileBytesRead, uint64_t totalFileBytes, uint64_t literals, double seconds) {
-    std::string text = formatSize(fileBytesRead);
-    if (totalFileBytes != 0)
-        text += ", " + formatShare(fileBytesRead, totalFileBytes);
-    text += fmt::format(", {} literals", formatCount(literals));
-    if (seconds > 0)
-        text += fmt::format(", {}/s", formatCount(static_cast<uint64_t>(static_cast<double>(literals) / seconds)));
-    if (fileBytesRead != 0 && fileBytesRead < totalFileBytes)
-        text += fmt::format(
-            ", {} left",
-            formatDuration(
-                seconds / static_cast<double>(fileBytesRead) * static_cast<double>(totalFileBytes - fileBytesRead)));
-    return text;
-}
-
-ProgressDisplay::ProgressDisplay(const ImportProgress& progress) :
-    ProgressDisplay([&progress](double seconds) {
-        return formatProgress(
-            progress.m_fileBytesRead.load(std::memory_order_relaxed), progress.m_totalFileBytes,
-            progress.m_literals.load(std::memory_order_relaxed), seconds);
-    }) { }
 
 ProgressDisplay::ProgressDisplay(std::function<std::string(double)> describe) :
     m_describe(std::move(describe)),

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <utility>
 
 namespace kavix::numdict {
@@ -100,7 +101,7 @@ std::string formatSize(uint64_t numberOfBytes) {
 
 std::string formatHugePages(const std::optional<uint64_t>& numberOfBytes) {
     return numberOfBytes ? formatSize(*numberOfBytes) + " on huge pages"
-                         : std::string("the system does not tell what is on huge pages");
+                         : std::string("the system does not report huge pages");
 }
 
 std::string formatCount(uint64_t count) {

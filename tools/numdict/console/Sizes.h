@@ -17,7 +17,7 @@ std::optional<uint64_t> tryParseCount(std::string_view text);
 /// "1.5 GiB"
 std::string formatSize(uint64_t numberOfBytes);
 
-/// "4.0 MiB on huge pages"; says so where the system does not tell.
+/// "4.0 MiB on huge pages"; says so if the system does not report it.
 std::string formatHugePages(const std::optional<uint64_t>& numberOfBytes);
 
 /// "1,234,567"

@@ -2,6 +2,8 @@
 
 #include "numdict/console/Failures.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +17,10 @@ namespace {
     throw SystemFailure(std::string("cannot write to standard output: ") + std::strerror(errno));
 }
 
+}
+
+bool isStandardOutputTerminal() {
+    return ::isatty(STDOUT_FILENO) == 1;
 }
 
 void writeStandardOutput(std::string_view text) {

@@ -4,6 +4,9 @@
 
 namespace kavix::numdict {
 
+/// Whether standard output is a terminal, so that a person reads it.
+bool isStandardOutputTerminal();
+
 /// Writes to standard output, buffered by the system's library.
 /// @throws SystemFailure  it cannot be written
 void writeStandardOutput(std::string_view text);

@@ -1,11 +1,21 @@
 #pragma once
 
+#include <algorithm>
 #include <exception>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 namespace kavix::numdict {
+
+/// The most threads that a command can be given: a dictionary serves 256, and the first thread of the program may be
+/// one more than the workers.
+inline constexpr unsigned MAXIMUM_NUMBER_OF_THREADS = 255;
+
+/// How many threads the machine runs at once, 1 to MAXIMUM_NUMBER_OF_THREADS.
+inline unsigned getNumberOfProcessors() noexcept {
+    return std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
+}
 
 /// Runs work(index) for each index below a number of threads, on as many threads, of which the caller's is one; returns
 /// when all have ended.

@@ -4,11 +4,11 @@
 #include "core/data-store/embedding/Transaction.h"
 #include "core/platform/system/HugePages.h"
 #include "numdict/console/Failures.h"
-#include "numdict/console/Limits.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/LineReader.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/TurtleReader.h"
+#include "numdict/stores/Limits.h"
 
 #include <fmt/format.h>
 
@@ -66,7 +66,7 @@ void Import::orderFiles() {
         const uint64_t size = isRegular ? std::filesystem::file_size(file.m_path, error) : 0;
         areSizesKnown = areSizesKnown && isRegular && !error;
         totalSize += size;
-        sizes.push_back(isRegular ? size : UINT64_MAX); // nobody knows how much a pipe will bring
+        sizes.push_back(isRegular ? size : UINT64_MAX); // it is unknown how much a pipe will bring
     }
     m_progress.m_totalFileBytes = areSizesKnown ? totalSize : 0;
     std::iota(m_fileOrder.begin(), m_fileOrder.end(), size_t(0));
@@ -183,13 +183,8 @@ void Import::readLineBlocks(
     collector.startFile(fileIndex); // the reader's prefixes go with it
 }
 
-ImportReport Import::run() {
-    const auto start = std::chrono::steady_clock::now();
-    const size_t numberOfFiles = m_options.m_files.size();
-    std::vector<ImportCounts> countsOfWorkers;
-    for (unsigned index = 0; index < m_options.m_numberOfThreads; ++index)
-        countsOfWorkers.emplace_back(numberOfFiles);
-    Transaction transaction(m_dictionary);
+ImportCounts Import::runWorkers(Transaction& transaction) {
+    std::vector<ImportCounts> countsOfWorkers(m_options.m_numberOfThreads, ImportCounts(m_options.m_files.size()));
     {
         std::vector<std::jthread> threads;
         try {
@@ -197,35 +192,53 @@ ImportReport Import::run() {
                 threads.emplace_back(
                     [this, &transaction, &counts = countsOfWorkers[index]] { runWorker(transaction, counts); });
         }
-        catch (const std::system_error& error) {
+        catch (const std::system_error&) {
             stopAll(std::make_exception_ptr(SystemFailure(fmt::format(
                 "the system refused thread {} of {}: use fewer --threads", threads.size() + 2,
                 m_options.m_numberOfThreads))));
         }
         runWorker(transaction, countsOfWorkers[0]);
     }
-    ImportReport report;
-    if (m_failure) {
-        try {
-            std::rethrow_exception(m_failure);
-        }
-        catch (const std::exception& failure) {
-            report.m_limitMessage = tryExplainLimit(failure);
-            if (!report.m_limitMessage)
-                throw;
-        }
-    }
-    transaction.commit();
-    ImportCounts& counts = countsOfWorkers[0];
     for (size_t index = 1; index < countsOfWorkers.size(); ++index)
-        counts.add(std::move(countsOfWorkers[index]));
-    report.m_isStoppedByStrict = m_shouldStop.load(std::memory_order_relaxed) && !m_failure;
+        countsOfWorkers[0].add(std::move(countsOfWorkers[index]));
+    return std::move(countsOfWorkers[0]);
+}
+
+std::optional<std::string> Import::getLimitMessage() const {
+    if (!m_failure)
+        return std::nullopt;
+    try {
+        std::rethrow_exception(m_failure);
+    }
+    catch (const std::exception& failure) {
+        std::optional<std::string> message = tryExplainLimit(failure);
+        if (!message)
+            throw;
+        return message;
+    }
+}
+
+ImportReport Import::run() {
+    const auto start = std::chrono::steady_clock::now();
+    Transaction transaction(m_dictionary);
+    ImportCounts counts = runWorkers(transaction);
+    const std::optional<std::string> limitMessage = getLimitMessage();
+    transaction.commit();
     if (m_rejectedStatements)
         m_rejectedStatements->finish();
+    ImportReport report = makeReport(std::move(counts));
+    report.m_limitMessage = limitMessage;
+    report.m_isStoppedByStrict = m_shouldStop.load(std::memory_order_relaxed) && !m_failure;
+    report.m_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return report;
+}
+
+ImportReport Import::makeReport(ImportCounts&& counts) const {
+    ImportReport report;
     const std::array<uint64_t, 256> distinctValues = m_dictionary.countResourcesByDatatypeID();
-    for (size_t index = 0; index < counts.m_datatypes.size(); ++index) {
-        counts.m_datatypes[index].m_distinctValues = distinctValues[NUMERIC_NAMES[index].m_datatypeID];
-        report.m_total.add(counts.m_datatypes[index]);
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        counts.m_datatypes[datatypeID].m_distinctValues = distinctValues[datatypeID];
+        report.m_total.add(counts.m_datatypes[datatypeID]);
     }
     report.m_datatypes = counts.m_datatypes;
     report.m_files = std::move(counts.m_files);
@@ -235,7 +248,6 @@ ImportReport Import::run() {
         if (file.m_error && file.m_damagedLines > 1)
             file.m_error->m_message += fmt::format(" ({} damaged lines in all were skipped)", file.m_damagedLines);
     report.m_rejectedExamples = counts.m_examples.takeAll();
-    report.m_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report.m_memoryBudgetBytes = m_dictionary.getMemoryBudgetBytes();
     report.m_memoryUsedBytes = m_dictionary.getUsedBytes();
     report.m_hugePageBytes = tryGetHugePageBytes();

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -31,11 +30,11 @@ struct ImportOptions {
     std::vector<InputFile> m_files;
     unsigned m_numberOfThreads = 1;
     LiteralCollector::Options m_collectorOptions;
-    std::string m_rejectedPath; // empty where the rejected statements are not wanted
+    std::string m_rejectedPath; // empty if the rejected statements are not wanted
     size_t m_blockSize = LineBlocks::DEFAULT_BLOCK_SIZE;
 };
 
-/// Reads files into a dictionary with several threads. Each worker takes a file that nobody has, the largest first;
+/// Reads files into a dictionary with several threads. Each worker takes a file that no other has, the largest first;
 /// when there are none left it helps with the files in a line format that are still being read, block by block. The
 /// report does not depend on the number of threads, unless the import was stopped early. Everything is entered in one
 /// transaction, which is committed also when a limit was reached, and rolled back after other failures.
@@ -66,6 +65,9 @@ private:
 
     Work takeWork();
 
+    /// Returns what all workers found together.
+    ImportCounts runWorkers(Transaction& transaction);
+
     void runWorker(Transaction& transaction, ImportCounts& counts);
 
     void readTurtleFile(size_t fileIndex, LiteralCollector& collector, ImportCounts& counts);
@@ -73,6 +75,12 @@ private:
     void readLineBlocks(OpenLineFile& lineFile, LiteralCollector& collector, ImportCounts& counts, LineBlock& block);
 
     void stopAll(std::exception_ptr reason);
+
+    /// What to do about the limit that stopped the workers, if one did.
+    /// @throws  the failure that stopped them, if it was another one
+    std::optional<std::string> getLimitMessage() const;
+
+    ImportReport makeReport(ImportCounts&& counts) const;
 
     Dictionary& m_dictionary;
     const ImportOptions m_options;

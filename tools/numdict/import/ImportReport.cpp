@@ -17,48 +17,20 @@ bool comesBefore(size_t fileIndex, uint64_t line, const RejectedExample& example
 
 }
 
-Rejection toRejection(LexicalFormStatus status) noexcept {
-    switch (status) {
-    case LexicalFormStatus::OUT_OF_RANGE:
-        return Rejection::OUT_OF_RANGE;
-    case LexicalFormStatus::BEYOND_CAPACITY:
-        return Rejection::BEYOND_CAPACITY;
-    default:
-        return Rejection::MALFORMED;
-    }
-}
-
-const char* getRejectionName(Rejection rejection) noexcept {
-    switch (rejection) {
-    case Rejection::MALFORMED:
-        return "malformed";
-    case Rejection::OUT_OF_RANGE:
-        return "outOfRange";
-    case Rejection::BEYOND_CAPACITY:
-        break;
-    }
-    return "beyondCapacity";
-}
-
-const char* getRejectionPhrase(Rejection rejection) noexcept {
-    switch (rejection) {
-    case Rejection::MALFORMED:
-        return "malformed";
-    case Rejection::OUT_OF_RANGE:
-        return "out of the datatype's range";
-    case Rejection::BEYOND_CAPACITY:
-        break;
-    }
-    return "beyond the 64-bit capacity";
-}
-
 void DatatypeCounts::add(const DatatypeCounts& other) noexcept {
     m_literals += other.m_literals;
     m_accepted += other.m_accepted;
-    for (size_t index = 0; index < NUMBER_OF_REJECTIONS; ++index)
-        m_rejected[index] += other.m_rejected[index];
+    for (const LexicalFormStatus reason : REJECTION_REASONS)
+        m_rejected[reason] += other.m_rejected[reason];
     m_nonCanonical += other.m_nonCanonical;
     m_distinctValues += other.m_distinctValues;
+}
+
+uint64_t DatatypeCounts::getRejected() const noexcept {
+    uint64_t rejected = 0;
+    for (const LexicalFormStatus reason : REJECTION_REASONS)
+        rejected += m_rejected[reason];
+    return rejected;
 }
 
 void FileCounts::addError(FileError&& error) {
@@ -75,15 +47,15 @@ void FileCounts::add(FileCounts&& other) {
         addError(std::move(*other.m_error));
 }
 
-bool RejectedExamples::wants(size_t datatype, Rejection rejection, size_t fileIndex, uint64_t line) const noexcept {
-    const std::vector<RejectedExample>& list =
-        m_lists[datatype * NUMBER_OF_REJECTIONS + static_cast<size_t>(rejection)];
+bool RejectedExamples::wants(
+    uint8_t datatypeID, LexicalFormStatus reason, size_t fileIndex, uint64_t line) const noexcept {
+    const std::vector<RejectedExample>& list = m_lists[datatypeID][reason];
     return list.size() < LIMIT || comesBefore(fileIndex, line, list.back());
 }
 
 void RejectedExamples::add(RejectedExample&& example) {
-    std::vector<RejectedExample>& list = getList(example.m_datatype, example.m_rejection);
-    // Behind those of the same line: the literals of a line are met in order, by one worker.
+    std::vector<RejectedExample>& list = m_lists[example.m_datatypeID][example.m_reason];
+    // After those of the same line: the literals of a line are met in order, by one worker.
     const auto position = std::upper_bound(
         list.begin(), list.end(), example, [](const RejectedExample& first, const RejectedExample& second) {
             return comesBefore(first.m_fileIndex, first.m_line, second);
@@ -94,21 +66,23 @@ void RejectedExamples::add(RejectedExample&& example) {
 }
 
 void RejectedExamples::add(RejectedExamples&& other) {
-    for (std::vector<RejectedExample>& list : other.m_lists)
-        for (RejectedExample& example : list)
-            add(std::move(example));
+    for (RejectedExample& example : other.takeAll())
+        add(std::move(example));
 }
 
 std::vector<RejectedExample> RejectedExamples::takeAll() {
     std::vector<RejectedExample> all;
-    for (std::vector<RejectedExample>& list : m_lists)
-        std::move(list.begin(), list.end(), std::back_inserter(all));
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
+        for (const LexicalFormStatus reason : REJECTION_REASONS) {
+            std::vector<RejectedExample>& list = m_lists[datatypeID][reason];
+            std::move(list.begin(), list.end(), std::back_inserter(all));
+        }
     return all;
 }
 
 void ImportCounts::add(ImportCounts&& other) {
-    for (size_t index = 0; index < m_datatypes.size(); ++index)
-        m_datatypes[index].add(other.m_datatypes[index]);
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
+        m_datatypes[datatypeID].add(other.m_datatypes[datatypeID]);
     for (size_t index = 0; index < m_files.size(); ++index)
         m_files[index].add(std::move(other.m_files[index]));
     m_examples.add(std::move(other.m_examples));

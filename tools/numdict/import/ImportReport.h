@@ -1,9 +1,8 @@
 #pragma once
 
-#include "core/data-store/numbers/XSDDecimal.h"
-#include "numdict/literals/NumericNames.h"
+#include "numdict/literals/Datatypes.h"
+#include "numdict/literals/RejectionReasons.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -12,34 +11,20 @@
 
 namespace kavix::numdict {
 
-/// Why a literal was not entered.
-enum class Rejection : uint8_t { MALFORMED, OUT_OF_RANGE, BEYOND_CAPACITY };
-
-inline constexpr size_t NUMBER_OF_REJECTIONS = 3;
-
-/// The reason for a status other than VALID.
-Rejection toRejection(LexicalFormStatus status) noexcept;
-
-/// "malformed", "outOfRange", "beyondCapacity".
-const char* getRejectionName(Rejection rejection) noexcept;
-
-/// The same in words.
-const char* getRejectionPhrase(Rejection rejection) noexcept;
-
 /// What was met of one datatype.
 struct DatatypeCounts {
     uint64_t m_literals = 0;
     uint64_t m_accepted = 0;
-    std::array<uint64_t, NUMBER_OF_REJECTIONS> m_rejected{};
+    ByReason<uint64_t> m_rejected;
     uint64_t m_nonCanonical = 0; // accepted, but printed differently
     uint64_t m_distinctValues = 0; // filled in at the end, from the dictionary
 
     void add(const DatatypeCounts& other) noexcept;
 
-    uint64_t getRejected() const noexcept { return m_rejected[0] + m_rejected[1] + m_rejected[2]; }
+    uint64_t getRejected() const noexcept;
 };
 
-/// What is wrong with a file; line and column are 0 where there are none.
+/// What is wrong with a file; line and column are 0 if there are none.
 struct FileError {
     uint64_t m_line = 0;
     uint64_t m_column = 0;
@@ -48,7 +33,7 @@ struct FileError {
 
 struct FileCounts {
     uint64_t m_statements = 0;
-    uint64_t m_bytes = 0; // unpacked
+    uint64_t m_bytes = 0; // uncompressed
     uint64_t m_damagedLines = 0; // line formats only
     std::optional<FileError> m_error; // the first one
 
@@ -62,12 +47,13 @@ struct RejectedExample {
     size_t m_fileIndex = 0;
     uint64_t m_line = 0;
     std::string m_literal; // as Turtle writes it
-    size_t m_datatype = 0; // index into NUMERIC_NAMES
-    Rejection m_rejection = Rejection::MALFORMED;
+    uint8_t m_datatypeID = D_NONE;
+    LexicalFormStatus m_reason = LexicalFormStatus::VALID;
     std::string m_message;
 };
 
-/// The first ten rejected literals of each datatype and reason, in the order of files and lines, whoever met them.
+/// The first ten rejected literals of each datatype and reason, in the order of files and lines, which does not depend
+/// on the workers.
 class RejectedExamples {
 
 public:
@@ -75,7 +61,7 @@ public:
     static constexpr size_t LIMIT = 10;
 
     /// Whether an example from there would be kept: saves composing those that are not.
-    bool wants(size_t datatype, Rejection rejection, size_t fileIndex, uint64_t line) const noexcept;
+    bool wants(uint8_t datatypeID, LexicalFormStatus reason, size_t fileIndex, uint64_t line) const noexcept;
 
     void add(RejectedExample&& example);
 
@@ -86,16 +72,12 @@ public:
 
 private:
 
-    std::vector<RejectedExample>& getList(size_t datatype, Rejection rejection) {
-        return m_lists[datatype * NUMBER_OF_REJECTIONS + static_cast<size_t>(rejection)];
-    }
-
-    std::array<std::vector<RejectedExample>, NUMBER_OF_NUMERIC_DATATYPES * NUMBER_OF_REJECTIONS> m_lists;
+    ByDatatype<ByReason<std::vector<RejectedExample>>> m_lists;
 };
 
 /// What one worker found, and after adding them up, what all found.
 struct ImportCounts {
-    std::array<DatatypeCounts, NUMBER_OF_NUMERIC_DATATYPES> m_datatypes{};
+    ByDatatype<DatatypeCounts> m_datatypes;
     std::vector<FileCounts> m_files;
     RejectedExamples m_examples;
 
@@ -109,7 +91,7 @@ struct ImportCounts {
 struct StoreOutcome {
     std::string m_path;
     bool m_isNew = false;
-    bool m_isWritten = false; // false: it is as it was
+    bool m_isWritten = false; // false: it is unchanged
     uint64_t m_values = 0; // which it would have, if it was not written
     uint64_t m_newValues = 0;
     uint64_t m_bytes = 0; // 0 if it was not written
@@ -119,13 +101,13 @@ struct StoreOutcome {
 struct ImportReport {
     std::vector<std::string> m_paths;
     std::vector<FileCounts> m_files;
-    std::array<DatatypeCounts, NUMBER_OF_NUMERIC_DATATYPES> m_datatypes{};
+    ByDatatype<DatatypeCounts> m_datatypes;
     DatatypeCounts m_total;
     std::vector<RejectedExample> m_rejectedExamples;
     double m_seconds = 0;
     uint64_t m_memoryBudgetBytes = 0;
     uint64_t m_memoryUsedBytes = 0;
-    std::optional<uint64_t> m_hugePageBytes; // of the dictionary's memory; absent where the system does not tell
+    std::optional<uint64_t> m_hugePageBytes; // of the dictionary's memory; absent if the system does not report it
     std::optional<std::string> m_limitMessage; // why the import stopped early, if a limit was reached
     bool m_isStoppedByStrict = false;
     std::optional<StoreOutcome> m_store;

@@ -4,10 +4,10 @@
 #include "core/data-store/dictionary/ResourceValue.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
+#include "numdict/console/Trim.h"
 #include "numdict/literals/TurtleText.h"
 
 #include <span>
-#include <string>
 #include <utility>
 
 namespace kavix::numdict {
@@ -18,12 +18,8 @@ constexpr size_t REJECTED_TEXT_SIZE = 64 * 1024;
 
 constexpr uint64_t PUBLISHING_INTERVAL = 4096;
 
-std::string_view trim(std::string_view text) {
-    constexpr std::string_view WHITE_SPACE(" \t\r\n");
-    const size_t start = text.find_first_not_of(WHITE_SPACE);
-    return start == std::string_view::npos ? std::string_view()
-                                           : text.substr(start, text.find_last_not_of(WHITE_SPACE) + 1 - start);
-}
+/// The white space that --trim ignores.
+constexpr std::string_view WHITE_SPACE(" \t\r\n");
 
 }
 
@@ -55,7 +51,7 @@ void LiteralCollector::startFile(size_t fileIndex) {
 void LiteralCollector::flush() {
     m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
     m_unpublishedLiterals = 0;
-    handOverRejectedStatements(); // first: these are there, whatever becomes of the values
+    handOverRejectedStatements(); // first: these are kept even if the values cannot be entered
     enterValues();
 }
 
@@ -76,7 +72,7 @@ void LiteralCollector::takeBackCounts(size_t numberOfValues) {
     while (index != numberOfValues && m_dictionary.tryResolve(m_values[index]) != 0)
         ++index;
     for (; index != numberOfValues; ++index) {
-        DatatypeCounts& counts = m_counts.m_datatypes[getNumericIndex(m_values[index].datatypeID)];
+        DatatypeCounts& counts = m_counts.m_datatypes[m_values[index].datatypeID];
         --counts.m_accepted;
         counts.m_nonCanonical -= m_areNonCanonical[index];
     }
@@ -90,29 +86,27 @@ void LiteralCollector::handOverRejectedStatements() {
 }
 
 bool LiteralCollector::receive(const Statement& statement, const StatementContext& context) {
-    // Relaxed: whoever sets it has said why elsewhere; a few statements more do no harm.
+    // Relaxed: the reason is recorded elsewhere; a few more statements do no harm.
     if (m_shouldStop.load(std::memory_order_relaxed))
         return false;
     ++m_counts.m_files[m_fileIndex].m_statements;
-    if (statement.m_object->type != SERD_LITERAL || statement.m_datatypeIRI.empty())
+    if (!statement.hasTypedLiteral())
         return true;
-    const size_t datatype = findNumericDatatype(statement.m_datatypeIRI);
-    if (datatype == NO_NUMERIC_DATATYPE)
+    const uint8_t datatypeID = findNumericDatatype(statement.m_datatypeIRI);
+    if (datatypeID == D_NONE)
         return true;
-    DatatypeCounts& counts = m_counts.m_datatypes[datatype];
+    DatatypeCounts& counts = m_counts.m_datatypes[datatypeID];
     ++counts.m_literals;
     if (++m_unpublishedLiterals == PUBLISHING_INTERVAL) {
         m_progress.m_literals.fetch_add(m_unpublishedLiterals, std::memory_order_relaxed);
         m_unpublishedLiterals = 0;
     }
-    const std::string_view writtenForm(
-        reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
-    const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm) : writtenForm;
-    const uint8_t datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
+    const std::string_view writtenForm = statement.getLexicalForm();
+    const std::string_view lexicalForm = m_options.m_isTrimming ? trim(writtenForm, WHITE_SPACE) : writtenForm;
     ResourceValue& value = m_values[m_numberOfValues];
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)
-        return reject(statement, context, datatype, toRejection(status), lexicalForm);
+        return reject(statement, context, datatypeID, status, lexicalForm);
     const bool isCanonical = lexicalForm.size() == writtenForm.size() &&
                              isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
     ++counts.m_accepted;
@@ -124,18 +118,16 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
 }
 
 bool LiteralCollector::reject(
-    const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection,
+    const Statement& statement, const StatementContext& context, uint8_t datatypeID, LexicalFormStatus reason,
     std::string_view lexicalForm) {
     if (m_options.m_isStrict)
         enterValues(); // what comes before may reach a limit, and then this literal is not reached
-    ++m_counts.m_datatypes[datatype].m_rejected[static_cast<size_t>(rejection)];
+    ++m_counts.m_datatypes[datatypeID].m_rejected[reason];
     const uint64_t line = context.getLine();
-    if (m_counts.m_examples.wants(datatype, rejection, m_fileIndex, line)) {
-        const std::string_view writtenForm(
-            reinterpret_cast<const char*>(statement.m_object->buf), statement.m_object->n_bytes);
+    if (m_counts.m_examples.wants(datatypeID, reason, m_fileIndex, line)) {
         m_counts.m_examples.add(RejectedExample{
-            m_fileIndex, line, makeTurtleString(writtenForm) + "^^" + getNumericName(datatype), datatype, rejection,
-            getRejectionMessage(NUMERIC_NAMES[datatype].m_datatypeID, lexicalForm)});
+            m_fileIndex, line, makeTurtleString(statement.getLexicalForm()) + "^^" + getDatatypeName(datatypeID),
+            datatypeID, reason, getRejectionMessage(datatypeID, lexicalForm)});
     }
     if (m_rejectedStatements != nullptr) {
         if (!m_statementWriter)

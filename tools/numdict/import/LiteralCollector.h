@@ -39,7 +39,7 @@ public:
         bool m_isStrict = false; // the first rejected literal ends the import
     };
 
-    /// @param rejectedStatements  null where they are not wanted
+    /// @param rejectedStatements  null if they are not wanted
     /// @param shouldStop          set by anyone to end the import; read at every statement
     LiteralCollector(
         const Dictionary& dictionary, Transaction& transaction, const Options& options, ImportCounts& counts,
@@ -70,7 +70,7 @@ private:
     void handOverRejectedStatements();
 
     bool reject(
-        const Statement& statement, const StatementContext& context, size_t datatype, Rejection rejection,
+        const Statement& statement, const StatementContext& context, uint8_t datatypeID, LexicalFormStatus reason,
         std::string_view lexicalForm);
 
     const Dictionary& m_dictionary;
@@ -82,14 +82,14 @@ private:
     std::atomic<bool>& m_shouldStop;
     size_t m_fileIndex;
     uint64_t m_unpublishedLiterals;
-    std::optional<StatementWriter> m_statementWriter; // of the present file, once it has a rejected literal
+    std::optional<StatementWriter> m_statementWriter; // of the current file, once it has a rejected literal
     uint64_t m_firstRejectedLine; // of the text in the writer
 
     // The batch; the vectors have BATCH_SIZE elements.
     size_t m_numberOfValues;
     std::vector<ResourceValue> m_values;
-    std::vector<uint64_t> m_resourceIDs; // where the transaction writes the IDs, which nobody needs
-    std::vector<uint8_t> m_areNonCanonical; // 1 where a value was spelt differently from how it is printed
+    std::vector<uint64_t> m_resourceIDs; // where the transaction writes the IDs, which are not needed
+    std::vector<uint8_t> m_areNonCanonical; // 1 if a value was spelt differently from how it is printed
 };
 
 }

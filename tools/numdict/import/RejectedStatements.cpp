@@ -1,5 +1,6 @@
 #include "numdict/import/RejectedStatements.h"
 
+#include "core/platform/stream/ReplacingFile.h"
 #include "numdict/console/Failures.h"
 
 #include <fcntl.h>
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <tuple>
@@ -22,57 +22,15 @@ namespace {
     throw SystemFailure("cannot write the rejected statements to '" + path + "': " + std::strerror(errno));
 }
 
-int makeTemporaryFile(const std::string& path, std::string& temporaryPath) {
-    temporaryPath = path + ".XXXXXX";
+/// A file without a name beside the one that it will be copied to.
+int makeTemporaryFile(const std::string& path) {
+    std::string temporaryPath = path + ".XXXXXX";
     const int fileDescriptor = ::mkostemp(temporaryPath.data(), O_CLOEXEC);
     if (fileDescriptor < 0)
         throwCannotWrite(path);
+    ::unlink(temporaryPath.c_str());
     return fileDescriptor;
 }
-
-void writeAll(int fileDescriptor, const char* bytes, size_t length, const std::string& path) {
-    while (length != 0) {
-        const ssize_t count = ::write(fileDescriptor, bytes, length);
-        if (count < 0) {
-            if (errno == EINTR)
-                continue;
-            throwCannotWrite(path);
-        }
-        bytes += count;
-        length -= static_cast<size_t>(count);
-    }
-}
-
-/// Closes and removes a temporary file unless it was given its name.
-class TemporaryFile : private Unmovable {
-
-public:
-
-    explicit TemporaryFile(const std::string& path) :
-        m_fileDescriptor(makeTemporaryFile(path, m_temporaryPath)) { }
-
-    ~TemporaryFile() {
-        ::close(m_fileDescriptor);
-        if (!m_temporaryPath.empty())
-            ::unlink(m_temporaryPath.c_str());
-    }
-
-    int getFileDescriptor() const noexcept { return m_fileDescriptor; }
-
-    void rename(const std::string& path) {
-        const mode_t mask = ::umask(0);
-        ::umask(mask);
-        if (::fchmod(m_fileDescriptor, 0666 & ~mask) != 0 || ::fsync(m_fileDescriptor) != 0 ||
-            std::rename(m_temporaryPath.c_str(), path.c_str()) != 0)
-            throwCannotWrite(path);
-        m_temporaryPath.clear();
-    }
-
-private:
-
-    std::string m_temporaryPath;
-    const int m_fileDescriptor;
-};
 
 }
 
@@ -83,9 +41,7 @@ RejectedStatements::RejectedStatements(std::string path) :
     struct stat status;
     if (::stat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         throw UsageError("--rejected '" + m_path + "': name a regular file; it is replaced when the import has ended");
-    std::string temporaryPath;
-    m_fileDescriptor = makeTemporaryFile(m_path, temporaryPath);
-    ::unlink(temporaryPath.c_str());
+    m_fileDescriptor = makeTemporaryFile(m_path);
 }
 
 RejectedStatements::~RejectedStatements() {
@@ -95,8 +51,27 @@ RejectedStatements::~RejectedStatements() {
 void RejectedStatements::append(size_t fileIndex, uint64_t firstLine, std::string_view statements) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_runs.push_back(Run{fileIndex, firstLine, m_length, statements.size()});
-    writeAll(m_fileDescriptor, statements.data(), statements.size(), m_path);
-    m_length += statements.size();
+    while (!statements.empty()) {
+        const ssize_t count = ::write(m_fileDescriptor, statements.data(), statements.size());
+        if (count < 0) {
+            if (errno == EINTR)
+                continue;
+            throwCannotWrite(m_path);
+        }
+        statements.remove_prefix(static_cast<size_t>(count));
+        m_length += static_cast<uint64_t>(count);
+    }
+}
+
+void RejectedStatements::readRun(const Run& run, std::string& statements) const {
+    statements.resize(run.m_length);
+    for (uint64_t done = 0; done < run.m_length;) {
+        const ssize_t count = ::pread(
+            m_fileDescriptor, statements.data() + done, run.m_length - done, static_cast<off_t>(run.m_offset + done));
+        if (count == 0 || (count < 0 && errno != EINTR))
+            throwCannotWrite(m_path);
+        done += count > 0 ? static_cast<uint64_t>(count) : 0;
+    }
 }
 
 void RejectedStatements::finish() {
@@ -105,20 +80,13 @@ void RejectedStatements::finish() {
     std::stable_sort(m_runs.begin(), m_runs.end(), [](const Run& first, const Run& second) {
         return std::tie(first.m_fileIndex, first.m_firstLine) < std::tie(second.m_fileIndex, second.m_firstLine);
     });
-    TemporaryFile file(m_path);
-    std::string buffer;
+    ReplacingFile file(m_path);
+    std::string statements;
     for (const Run& run : m_runs) {
-        buffer.resize(run.m_length);
-        for (uint64_t done = 0; done < run.m_length;) {
-            const ssize_t count = ::pread(
-                m_fileDescriptor, buffer.data() + done, run.m_length - done, static_cast<off_t>(run.m_offset + done));
-            if (count == 0 || (count < 0 && errno != EINTR))
-                throwCannotWrite(m_path);
-            done += count > 0 ? static_cast<uint64_t>(count) : 0;
-        }
-        writeAll(file.getFileDescriptor(), buffer.data(), buffer.size(), m_path);
+        readRun(run, statements);
+        file.getStream().write(statements.data(), statements.size());
     }
-    file.rename(m_path);
+    file.commit();
 }
 
 }

@@ -12,8 +12,8 @@
 namespace kavix::numdict {
 
 /// The file of rejected statements. Workers append in any order to an unnamed temporary file; finish() puts the
-/// statements in the order of files and lines and gives the result its name, all at once. A failed or abandoned import
-/// leaves nothing, and an earlier file of that name as it was.
+/// statements in the order of files and lines into a file that appears whole. A failed or abandoned import leaves
+/// nothing, and an earlier file of that name unchanged.
 class RejectedStatements : private Unmovable {
 
 public:
@@ -30,18 +30,20 @@ public:
     void append(size_t fileIndex, uint64_t firstLine, std::string_view statements);
 
     /// Writes the file; nothing is appended afterwards.
-    /// @throws SystemFailure  writing failed
+    /// @throws SystemFailure, SystemCallException  writing failed
     void finish();
 
 private:
 
-    /// Statements that were appended in one go.
+    /// Statements that were appended by one call.
     struct Run {
         size_t m_fileIndex;
         uint64_t m_firstLine;
         uint64_t m_offset;
         uint64_t m_length;
     };
+
+    void readRun(const Run& run, std::string& statements) const;
 
     const std::string m_path;
     std::mutex m_mutex;

@@ -1,10 +1,16 @@
 #include "numdict/import/ReportPrinter.h"
 
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/TextTable.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
 
 namespace kavix::numdict {
 
@@ -31,36 +37,38 @@ std::string formatDatatypes(const ImportReport& report) {
              formatShare(counts.m_accepted, counts.m_literals), formatCount(counts.m_distinctValues),
              formatCount(counts.m_nonCanonical), formatCount(counts.getRejected())});
     };
-    for (size_t index = 0; index < report.m_datatypes.size(); ++index)
-        if (report.m_datatypes[index].m_literals != 0)
-            addRow(getNumericName(index), report.m_datatypes[index]);
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
+        if (report.m_datatypes[datatypeID].m_literals != 0)
+            addRow(getDatatypeName(datatypeID), report.m_datatypes[datatypeID]);
     addRow("all", report.m_total);
     return table.format();
 }
 
 std::string formatRejections(const ImportReport& report) {
     TextTable table;
-    table.addRow(
-        {"datatype", getRejectionPhrase(Rejection::MALFORMED), getRejectionPhrase(Rejection::OUT_OF_RANGE),
-         getRejectionPhrase(Rejection::BEYOND_CAPACITY)});
-    for (size_t index = 0; index < report.m_datatypes.size(); ++index) {
-        const DatatypeCounts& counts = report.m_datatypes[index];
-        if (counts.getRejected() != 0)
-            table.addRow(
-                {getNumericName(index), formatCount(counts.m_rejected[0]), formatCount(counts.m_rejected[1]),
-                 formatCount(counts.m_rejected[2])});
+    std::vector<std::string> header{"datatype"};
+    for (const LexicalFormStatus reason : REJECTION_REASONS)
+        header.push_back(getReasonPhrase(reason));
+    table.addRow(std::move(header));
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        const DatatypeCounts& counts = report.m_datatypes[datatypeID];
+        if (counts.getRejected() == 0)
+            continue;
+        std::vector<std::string> row{getDatatypeName(datatypeID)};
+        for (const LexicalFormStatus reason : REJECTION_REASONS)
+            row.push_back(formatCount(counts.m_rejected[reason]));
+        table.addRow(std::move(row));
     }
     std::string text = fmt::format(
         "\nRejected literals: {} ({} of all)\n{}", formatCount(report.m_total.getRejected()),
         formatShare(report.m_total.getRejected(), report.m_total.m_literals), table.format());
     const RejectedExample* previous = nullptr;
     for (const RejectedExample& example : report.m_rejectedExamples) {
-        if (previous == nullptr || previous->m_datatype != example.m_datatype ||
-            previous->m_rejection != example.m_rejection) {
-            const uint64_t count =
-                report.m_datatypes[example.m_datatype].m_rejected[static_cast<size_t>(example.m_rejection)];
+        if (previous == nullptr || previous->m_datatypeID != example.m_datatypeID ||
+            previous->m_reason != example.m_reason) {
+            const uint64_t count = report.m_datatypes[example.m_datatypeID].m_rejected[example.m_reason];
             text += fmt::format(
-                "\n{} {}{}\n", getNumericName(example.m_datatype), getRejectionPhrase(example.m_rejection),
+                "\n{} {}{}\n", getDatatypeName(example.m_datatypeID), getReasonPhrase(example.m_reason),
                 count > RejectedExamples::LIMIT
                     ? fmt::format(", the first {} of {}", RejectedExamples::LIMIT, formatCount(count))
                     : std::string());
@@ -90,34 +98,29 @@ std::string formatStore(const StoreOutcome& store) {
     if (!store.m_isWritten)
         return fmt::format(
             "\n{} was not written{}; it would have {} values, {} of them new\n", store.m_path,
-            store.m_isNew ? "" : " and is as it was", formatCount(store.m_values), formatCount(store.m_newValues));
+            store.m_isNew ? "" : " and is unchanged", formatCount(store.m_values), formatCount(store.m_newValues));
     return fmt::format(
         "\n{} has {} values, {} of them new, and {}\n", store.m_path, formatCount(store.m_values),
         formatCount(store.m_newValues), formatSize(store.m_bytes));
 }
 
-nlohmann::ordered_json toJSON(const DatatypeCounts& counts) {
-    nlohmann::ordered_json object;
+JSON toJSON(const DatatypeCounts& counts) {
+    JSON object;
     object["literals"] = counts.m_literals;
     object["accepted"] = counts.m_accepted;
-    object["malformed"] = counts.m_rejected[static_cast<size_t>(Rejection::MALFORMED)];
-    object["outOfRange"] = counts.m_rejected[static_cast<size_t>(Rejection::OUT_OF_RANGE)];
-    object["beyondCapacity"] = counts.m_rejected[static_cast<size_t>(Rejection::BEYOND_CAPACITY)];
+    for (const LexicalFormStatus reason : REJECTION_REASONS)
+        object[getReasonName(reason)] = counts.m_rejected[reason];
     object["nonCanonical"] = counts.m_nonCanonical;
     object["distinctValues"] = counts.m_distinctValues;
     return object;
 }
 
-nlohmann::ordered_json toJSON(const std::optional<uint64_t>& number) {
-    return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json();
-}
-
-nlohmann::ordered_json toJSON(const std::optional<FileError>& error) {
+JSON toJSON(const std::optional<FileError>& error) {
     if (!error)
         return nullptr;
-    nlohmann::ordered_json object;
-    object["line"] = error->m_line == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(error->m_line);
-    object["column"] = error->m_column == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(error->m_column);
+    JSON object;
+    object["line"] = error->m_line == 0 ? JSON() : JSON(error->m_line);
+    object["column"] = error->m_column == 0 ? JSON() : JSON(error->m_column);
     object["message"] = error->m_message;
     return object;
 }
@@ -150,28 +153,28 @@ std::string formatReport(const ImportReport& report) {
 }
 
 std::string formatReportAsJSON(const ImportReport& report) {
-    nlohmann::ordered_json object;
-    object["files"] = nlohmann::ordered_json::array();
+    JSON object;
+    object["files"] = JSON::array();
     for (size_t index = 0; index < report.m_files.size(); ++index) {
-        nlohmann::ordered_json file;
+        JSON file;
         file["path"] = report.m_paths[index];
         file["statements"] = report.m_files[index].m_statements;
         file["bytes"] = report.m_files[index].m_bytes;
         file["error"] = toJSON(report.m_files[index].m_error);
         object["files"].push_back(std::move(file));
     }
-    object["datatypes"] = nlohmann::ordered_json::object();
-    for (size_t index = 0; index < report.m_datatypes.size(); ++index)
-        object["datatypes"][getNumericName(index)] = toJSON(report.m_datatypes[index]);
+    object["datatypes"] = JSON::object();
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
+        object["datatypes"][getDatatypeName(datatypeID)] = toJSON(report.m_datatypes[datatypeID]);
     object["total"] = toJSON(report.m_total);
-    object["rejectedExamples"] = nlohmann::ordered_json::array();
+    object["rejectedExamples"] = JSON::array();
     for (const RejectedExample& example : report.m_rejectedExamples) {
-        nlohmann::ordered_json item;
+        JSON item;
         item["file"] = report.m_paths[example.m_fileIndex];
         item["line"] = example.m_line;
         item["literal"] = example.m_literal;
-        item["datatype"] = getNumericName(example.m_datatype);
-        item["reason"] = getRejectionName(example.m_rejection);
+        item["datatype"] = getDatatypeName(example.m_datatypeID);
+        item["reason"] = getReasonName(example.m_reason);
         item["message"] = example.m_message;
         object["rejectedExamples"].push_back(std::move(item));
     }
@@ -179,7 +182,7 @@ std::string formatReportAsJSON(const ImportReport& report) {
     object["literalsPerSecond"] = report.getLiteralsPerSecond();
     object["memory"]["budget"] = report.m_memoryBudgetBytes;
     object["memory"]["used"] = report.m_memoryUsedBytes;
-    object["memory"]["onHugePages"] = toJSON(report.m_hugePageBytes);
+    object["memory"]["onHugePages"] = numdict::toJSON(report.m_hugePageBytes);
     if (report.m_store) {
         object["store"]["path"] = report.m_store->m_path;
         object["store"]["isNew"] = report.m_store->m_isNew;
@@ -188,8 +191,7 @@ std::string formatReportAsJSON(const ImportReport& report) {
         object["store"]["newValues"] = report.m_store->m_newValues;
         object["store"]["bytes"] = report.m_store->m_bytes;
     }
-    // Paths may be no UTF-8.
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSON(object);
 }
 
 }

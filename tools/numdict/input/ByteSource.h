@@ -1,7 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
-
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -10,15 +8,19 @@
 
 namespace kavix::numdict {
 
-/// The bytes of a file or of standard input ("-"). gzip is recognised by its first two bytes and unpacked, with any
-/// number of members; zero padding behind the last member is ignored. Used by one thread at a time.
-class ByteSource : private Unmovable {
+/// The bytes of a file or of standard input ("-"). gzip is recognised by its first two bytes and decompressed, with any
+/// number of members; zero padding after the last member is ignored. Used by one thread at a time.
+class ByteSource {
 
 public:
 
-    /// @param fileBytesRead  grows by what is read from the file, before unpacking; any thread may watch it
+    /// @param fileBytesRead  grows by what is read from the file, before decompression; any thread may read it
     /// @throws InputFailure  the file cannot be opened
     ByteSource(const std::string& path, std::atomic<uint64_t>& fileBytesRead);
+
+    ByteSource(const ByteSource&) = delete;
+
+    ByteSource& operator=(const ByteSource&) = delete;
 
     ~ByteSource();
 

@@ -8,13 +8,8 @@
 #include <filesystem>
 #include <optional>
 #include <system_error>
-#include <thread>
 
 namespace kavix::numdict {
-
-unsigned getNumberOfProcessors() noexcept {
-    return std::clamp(std::thread::hardware_concurrency(), 1u, MAXIMUM_NUMBER_OF_THREADS);
-}
 
 std::vector<InputFile> makeInputFiles(
     const std::string& command, const std::vector<std::string>& paths, const std::string& formatName) {
@@ -28,7 +23,7 @@ std::vector<InputFile> makeInputFiles(
         if (path == "-") {
             if (!format)
                 throw UsageError(fmt::format(
-                    "{}: standard input has no name that tells its format; add --format ({})", command,
+                    "{}: standard input has no name to infer the format from; use --format ({})", command,
                     RDF_FORMAT_NAMES));
             if (std::any_of(files.begin(), files.end(), [](const InputFile& file) { return file.m_path == "-"; }))
                 throw UsageError(command + ": standard input can be read only once");
@@ -37,11 +32,11 @@ std::vector<InputFile> makeInputFiles(
             throw UsageError(fmt::format("{}: there is no file '{}'", command, path));
         else if (std::filesystem::is_directory(path, error))
             throw UsageError(
-                fmt::format("{}: '{}' is a directory; name its files, such as {}/*.ttl", command, path, path));
+                fmt::format("{}: '{}' is a directory; specify its files, such as {}/*.ttl", command, path, path));
         const std::optional<RDFFormat> formatOfFile = format ? format : tryGetFormatOfPath(path);
         if (!formatOfFile)
             throw UsageError(fmt::format(
-                "{}: the name '{}' does not tell the format; add --format ({})", command, path, RDF_FORMAT_NAMES));
+                "{}: cannot infer the format from the name '{}'; use --format ({})", command, path, RDF_FORMAT_NAMES));
         files.push_back(InputFile{path, *formatOfFile});
     }
     return files;

@@ -25,11 +25,18 @@ uint64_t countLineEnds(const char* bytes, size_t length) {
     return count + static_cast<uint64_t>(std::count(bytes, bytes + length, '\n'));
 }
 
+/// Makes room for so many bytes, and one more for the reader.
+void ensureCapacity(LineBlock& block, size_t numberOfBytes) {
+    if (block.m_bytes.size() <= numberOfBytes)
+        block.m_bytes.resize(numberOfBytes + 1);
 }
 
-LineBlocks::LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, size_t blockSize) :
+}
+
+LineBlocks::LineBlocks(std::string path, std::atomic<uint64_t>& fileBytesRead, size_t blockSize, Delivery delivery) :
     m_path(std::move(path)),
     m_blockSize(blockSize),
+    m_delivery(delivery),
     m_fileBytesRead(fileBytesRead),
     m_isFinished(false),
     m_nextLine(1),
@@ -56,34 +63,14 @@ bool LineBlocks::doNext(LineBlock& block) {
         throw *m_failure;
     if (!m_source)
         m_source.emplace(m_path, m_fileBytesRead);
-    size_t limit = std::max(m_blockSize, m_carry.size());
-    if (block.m_bytes.size() <= limit)
-        block.m_bytes.resize(limit + 1);
+    ensureCapacity(block, std::max(m_blockSize, m_carry.size()));
     std::copy(m_carry.begin(), m_carry.end(), block.m_bytes.begin());
     size_t length = m_carry.size();
-    size_t linesEnd = 0; // behind the last line end
+    size_t linesEnd = 0;
     m_carry.clear();
     bool isAtEnd = false;
     try {
-        for (;;) {
-            if (length == limit) {
-                if (linesEnd != 0)
-                    break;
-                if (length > MAXIMUM_LINE_LENGTH)
-                    throw InputFailure("the line is longer than 1 GiB: this is no file in a line format", m_nextLine);
-                limit *= 2;
-                if (block.m_bytes.size() <= limit)
-                    block.m_bytes.resize(limit + 1);
-            }
-            const size_t count = m_source->read(block.m_bytes.data() + length, limit - length);
-            if (count == 0) {
-                isAtEnd = true;
-                break;
-            }
-            if (const void* lineEnd = memrchr(block.m_bytes.data() + length, '\n', count))
-                linesEnd = static_cast<size_t>(static_cast<const char*>(lineEnd) - block.m_bytes.data()) + 1;
-            length += count;
-        }
+        isAtEnd = fill(block, length, linesEnd);
     }
     catch (const InputFailure& failure) {
         // The lines that were read whole are good; the failure follows them. The rest of a line is dropped.
@@ -102,6 +89,27 @@ bool LineBlocks::doNext(LineBlock& block) {
     block.m_firstLine = m_nextLine;
     m_nextLine += countLineEnds(block.m_bytes.data(), length);
     return length != 0;
+}
+
+bool LineBlocks::fill(LineBlock& block, size_t& length, size_t& linesEnd) {
+    for (size_t limit = std::max(m_blockSize, length);;) {
+        if (length == limit) {
+            if (linesEnd != 0)
+                return false;
+            if (length > MAXIMUM_LINE_LENGTH)
+                throw InputFailure("the line is longer than 1 GiB: not a line-based format", m_nextLine);
+            limit *= 2;
+            ensureCapacity(block, limit);
+        }
+        const size_t count = m_source->read(block.m_bytes.data() + length, limit - length);
+        if (count == 0)
+            return true;
+        if (const void* lineEnd = memrchr(block.m_bytes.data() + length, '\n', count))
+            linesEnd = static_cast<size_t>(static_cast<const char*>(lineEnd) - block.m_bytes.data()) + 1;
+        length += count;
+        if (linesEnd != 0 && m_delivery == Delivery::LINES_AT_ONCE)
+            return false;
+    }
 }
 
 }

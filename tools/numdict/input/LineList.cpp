@@ -1,41 +1,47 @@
 #include "numdict/input/LineList.h"
 
 #include "numdict/console/Failures.h"
+#include "numdict/console/Trim.h"
 #include "numdict/input/LineBlocks.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <filesystem>
 #include <system_error>
 
 namespace kavix::numdict {
 
-void forEachLine(
-    const std::string& command, const std::string& path,
-    const std::function<void(std::string_view, uint64_t)>& function) {
+void checkFileExists(const std::string& command, const std::string& path) {
     std::error_code error;
     if (path != "-" && (!std::filesystem::exists(path, error) || std::filesystem::is_directory(path, error)))
         throw UsageError(fmt::format("{}: there is no file '{}'", command, path));
+}
+
+std::string getShownName(const std::string& path) {
+    return path == "-" ? "standard input" : path;
+}
+
+void forEachLine(
+    const std::string& command, const std::string& path,
+    const std::function<void(std::string_view, uint64_t)>& function) {
+    constexpr size_t BLOCK_SIZE = size_t(1) << 16;
+    checkFileExists(command, path);
     try {
         std::atomic<uint64_t> bytesRead{0};
-        LineBlocks blocks(path, bytesRead, size_t(1) << 16);
+        LineBlocks blocks(path, bytesRead, BLOCK_SIZE, LineBlocks::Delivery::LINES_AT_ONCE);
         LineBlock block;
-        while (blocks.next(block)) {
-            std::string_view rest(block.m_bytes.data(), block.m_length);
-            for (uint64_t number = block.m_firstLine; !rest.empty(); ++number) {
-                const size_t end = std::min(rest.find('\n'), rest.size());
-                std::string_view line = rest.substr(0, end);
-                rest.remove_prefix(std::min(end + 1, rest.size()));
-                const size_t begin = line.find_first_not_of(" \t\r");
-                if (begin != std::string_view::npos)
-                    function(line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin), number);
-            }
-        }
+        while (blocks.next(block))
+            block.forEachLine([&function](std::string_view line, uint64_t number) {
+                if (line.ends_with('\r'))
+                    line.remove_suffix(1);
+                if (!trim(line, LINE_BLANKS).empty())
+                    function(line, number);
+            });
     }
     catch (const InputFailure& failure) {
-        throw SystemFailure(fmt::format("{}: {}", path == "-" ? "standard input" : path, failure.what()));
+        throw SystemFailure(fmt::format("{}: {}", getShownName(path), failure.what()));
     }
 }
 

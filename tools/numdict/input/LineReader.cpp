@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace kavix::numdict {
@@ -12,7 +13,7 @@ namespace {
 /// it is freed. It is renewed after this many bytes, which costs nothing beside reading them.
 constexpr size_t BYTES_PER_READER = 64 * 1024;
 
-constexpr char NUL_MESSAGE[] = "a NUL byte: this is no text";
+constexpr char NUL_MESSAGE[] = "NUL byte: not a text file";
 
 bool isPrefixedName(const SerdNode* node) {
     return node != nullptr && node->type == SERD_CURIE;
@@ -128,18 +129,18 @@ SerdStatus LineReader::pass(SerdStatementFlags flags, const Statement& statement
     return SERD_SUCCESS;
 }
 
-// The line starts with the subject, as nothing of the line before was left over, and has the whole statement, as the
-// parser sees no more. Its bytes are those of the terms, the full stop, and others (blanks, comments, what is behind
+// The line starts with the subject, as nothing of the previous line was left over, and contains the whole statement, as
+// the parser sees no more. Its bytes are those of the terms, the full stop, and others (blanks, comments, what follows
 // the full stop).
 //  - A term has at least as many bytes as are counted for it: escapes only make it longer.
-//  - Two others are in front of the full stop: the first space found is one, as it is in no IRI and no label of a
-//    blank node, and so not in a subject longer than counted. The second one is another for the same reason, unless
-//    the predicate starts later than counted; and then there is one more other in front of that.
-//  - Of 4 others, at most 2 are left for what is behind the full stop. It is the last byte then, as the two before are
-//  none.
+//  - Two others come before the full stop: the first space found is one, as no IRI and no label of a blank node has
+//    one, so that it is not in a subject longer than counted. The second one is another for the same reason, unless
+//    the predicate starts later than counted; and then there is one more other before that.
+//  - Of 4 others, at most 2 are left for what follows the full stop. It is the last byte then, as the two before it
+//    are not full stops.
 // So there is no NUL in the line either: it would have been the end of the text.
-// Of the parser this takes that it reports a byte or an escape which it replaces by more bytes (nothing is passed
-// then), and that it passes a statement without having looked further than at the byte behind the full stop, which is
+// This requires of the parser that it reports a byte or an escape which it replaces by more bytes (nothing is passed
+// then), and that it passes a statement without having looked further than at the byte after the full stop, which is
 // not the NUL's.
 bool LineReader::fillsLine(const Statement& statement) const {
     const auto getTermLength = [this](const SerdNode& node) {
@@ -157,7 +158,7 @@ bool LineReader::fillsLine(const Statement& statement) const {
     if (m_lineEnd[-1] != '\n')
         return false;
     const char* end = m_lineEnd - 1;
-    end -= end[-1] == '\r'; // the statement has bytes in front of it
+    end -= end[-1] == '\r'; // the statement has bytes before it
     constexpr size_t MAXIMUM_OTHERS =
         4; // as many as separate the terms of a quad; wraps where terms are longer than the line
     return startsTerm(*m_lineStart) && static_cast<size_t>(end - m_lineStart) - countedLength <= MAXIMUM_OTHERS &&
@@ -183,7 +184,7 @@ void LineReader::tryEnterNextLine() {
 }
 
 const char* LineReader::findNUL() const {
-    // The one behind the line, if it is there, is not found.
+    // The one after the line, if it is there, is not found.
     return static_cast<const char*>(std::memchr(m_lineStart, 0, static_cast<size_t>(m_lineEnd - m_lineStart)));
 }
 
@@ -225,7 +226,7 @@ bool LineReader::readLineAlone() {
     m_hasError = false;
     m_statementsToSkip = std::exchange(m_statementsOfLine, 0);
     char* const lineEnd = std::exchange(m_lineEnd, m_lineStart + length);
-    char* const readEnd = std::exchange(m_readEnd, m_lineEnd); // nothing is behind this line
+    char* const readEnd = std::exchange(m_readEnd, m_lineEnd); // nothing follows this line
     *m_lineEnd = '\0';
     renewReader();
     const SerdStatus status = serd_reader_read_string(m_reader.get(), reinterpret_cast<const uint8_t*>(m_lineStart));
@@ -238,7 +239,7 @@ bool LineReader::readLineAlone() {
     if (!m_hasError && (status == SERD_SUCCESS || m_isStopped))
         return true;
     if (!m_hasError)
-        m_error = SyntaxError{m_line, 1, "this is no statement"};
+        m_error = SyntaxError{m_line, 1, "not a statement"};
     size_t contentLength = length;
     while (contentLength != 0 && isBlank(m_lineStart[contentLength - 1]))
         --contentLength;
@@ -270,10 +271,8 @@ LineBlockResult LineReader::read(LineBlock& block, bool stopAtError) {
             if (stopAtError)
                 break;
         }
-        if (m_isStopped) {
-            result.m_isStopped = true;
+        if (m_isStopped)
             break;
-        }
     }
     return result;
 }

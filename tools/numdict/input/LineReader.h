@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
 #include "numdict/input/LineBlocks.h"
 #include "numdict/input/RDFFormat.h"
 #include "numdict/input/SerdHandles.h"
@@ -18,28 +17,31 @@ namespace kavix::numdict {
 struct LineBlockResult {
     uint64_t m_damagedLines = 0;
     std::optional<SyntaxError> m_firstError;
-    bool m_isStopped = false; // the sink wanted no more
 };
 
-/// Reads blocks of N-Triples or N-Quads, each line by itself. So the line number is exact, what a damaged line does not
-/// say is lost and nothing else, and the result does not depend on where a file was cut. One thread uses a reader.
+/// Reads blocks of N-Triples or N-Quads, each line by itself. So the line number is exact, only what a damaged line
+/// does not say is lost, and the result does not depend on where a file was cut. One thread uses a reader.
 ///
-/// To start the parser costs time, so one call of it reads many lines: the text ends for it behind the present line,
-/// where a NUL stands, until a statement is passed that provably fills its line; then the NUL moves behind the next
-/// line. Where anything is unusual it stays. So the parser never sees more than the line that getLine() tells; and a
-/// line that it finds fault with is read again, alone, to learn what a line by itself has.
-class LineReader final : private StatementContext, private Unmovable {
+/// Starting the parser costs time, so one call of it reads many lines: its text ends after the current line, at a NUL
+/// that is put there, until a statement is passed that provably fills its line; then the NUL moves to the end of the
+/// next line. If anything is unusual it stays. So the parser never sees more than the line that getLine() returns; and
+/// a line in which it finds an error is read again, alone, to find out what the line by itself contains.
+class LineReader final : private StatementContext {
 
 public:
 
     /// @param blankPrefix  put before the labels of blank nodes, which mean something in their own file only
     LineReader(RDFFormat format, const std::string& baseIRI, std::string blankPrefix, StatementSink& sink);
 
+    LineReader(const LineReader&) = delete;
+
+    LineReader& operator=(const LineReader&) = delete;
+
     ~LineReader();
 
     /// Reads all lines of a block, which it may overwrite.
     /// @param stopAtError  leave the rest of the block after the first damaged line
-    /// Whatever the sink throws comes out; the rest of the block is then not read.
+    /// Exceptions of the sink pass through; the rest of the block is then not read.
     LineBlockResult read(LineBlock& block, bool stopAtError);
 
 private:
@@ -58,23 +60,23 @@ private:
 
     SerdStatus refuse(const char* reason);
 
-    /// Reads the present line, and those behind it that the parser gets to. The present line is then the last of them;
+    /// Reads the current line, and those after it that the parser reaches. The current line is then the last of them;
     /// returns whether it is well formed. All others are.
     bool readLines();
 
-    /// Reads the present line without its line end; what was passed of it before is not passed again.
+    /// Reads the current line without its line end; what was passed of it before is not passed again.
     bool readLineAlone();
 
-    /// Makes the line at the NUL the present one, if the parser may read on there.
+    /// Makes the line at the NUL the current one, if the parser may continue there.
     void tryEnterNextLine();
 
-    /// Whether nothing is behind the statement in the present line, of which it is the first, and the line has no NUL.
+    /// Whether nothing follows the statement in the current line, of which it is the first, and the line has no NUL.
     bool fillsLine(const Statement& statement) const;
 
-    /// Finds a NUL in the present line, or returns null.
+    /// Finds a NUL in the current line, or returns null.
     const char* findNUL() const;
 
-    /// Puts the NUL behind the present line, or takes it away.
+    /// Puts the NUL after the current line, or takes it away.
     void setNUL();
 
     void removeNUL();
@@ -88,12 +90,12 @@ private:
     SerdReaderPointer m_reader;
     size_t m_bytesSinceRenewal;
 
-    // The present line, and what is behind it.
+    // The current line, and what follows it.
     uint64_t m_line;
     char* m_lineStart;
-    char* m_lineEnd; // behind its line end; where the NUL stands while the parser reads
-    char m_byteAtNUL; // what stood there
-    char* m_readEnd; // no line is entered that ends behind it
+    char* m_lineEnd; // one past its line end; where the NUL is while the parser reads
+    char m_byteAtNUL; // what was there
+    char* m_readEnd; // no line is entered that ends after it
     uint64_t m_statementsOfLine; // passed to the sink
     uint64_t m_statementsToSkip; // were passed before
     bool m_hasError;

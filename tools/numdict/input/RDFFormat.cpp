@@ -1,5 +1,6 @@
 #include "numdict/input/RDFFormat.h"
 
+#include <cstddef>
 #include <string>
 
 namespace kavix::numdict {

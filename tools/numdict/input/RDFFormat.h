@@ -1,7 +1,5 @@
 #pragma once
 
-#include <serd/serd.h>
-
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -17,7 +15,7 @@ inline constexpr char RDF_FORMAT_NAMES[] = "nt, nq, ttl, trig";
 /// The format called nt, nq, ttl or trig.
 std::optional<RDFFormat> tryGetFormatByName(std::string_view name) noexcept;
 
-/// The format that the extension of a file name tells, also before ".gz". Upper and lower case are the same.
+/// The format according to the extension of a file name, also before ".gz". Upper and lower case are the same.
 std::optional<RDFFormat> tryGetFormatOfPath(std::string_view path);
 
 bool isLineFormat(RDFFormat format) noexcept;

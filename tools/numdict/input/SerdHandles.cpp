@@ -1,6 +1,7 @@
 #include "numdict/input/SerdHandles.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>

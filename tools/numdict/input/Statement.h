@@ -15,12 +15,12 @@ struct SyntaxError {
     std::string m_message;
 };
 
-/// What knows the surroundings of a statement: asked only where they matter, since finding a line number costs time.
+/// The context of a statement: asked only if it matters, since finding a line number costs time.
 class StatementContext {
 
 public:
 
-    /// The line in which the object of the present statement ends, from 1.
+    /// The line in which the object of the current statement ends, from 1.
     virtual uint64_t getLine() const = 0;
 
     /// The prefixes and the base IRI in force.
@@ -39,7 +39,15 @@ struct Statement {
     const SerdNode* m_object;
     const SerdNode* m_datatype;
     const SerdNode* m_language;
-    std::string_view m_datatypeIRI; // expanded; empty where there is no datatype
+    std::string_view m_datatypeIRI; // expanded; empty if there is no datatype
+
+    /// Whether the object is a literal with a datatype.
+    bool hasTypedLiteral() const noexcept { return m_object->type == SERD_LITERAL && !m_datatypeIRI.empty(); }
+
+    /// The lexical form of the object, which is a literal.
+    std::string_view getLexicalForm() const noexcept {
+        return std::string_view(reinterpret_cast<const char*>(m_object->buf), m_object->n_bytes);
+    }
 };
 
 /// Takes the statements of a file in their order.
@@ -47,7 +55,7 @@ class StatementSink {
 
 public:
 
-    /// Returns whether to go on reading. Whatever it throws comes out of the reader.
+    /// Returns whether to continue reading. Its exceptions pass through the reader.
     virtual bool receive(const Statement& statement, const StatementContext& context) = 0;
 
 protected:

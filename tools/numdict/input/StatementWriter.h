@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
 #include "numdict/input/SerdHandles.h"
 #include "numdict/input/Statement.h"
 
@@ -10,12 +9,16 @@
 namespace kavix::numdict {
 
 /// Writes statements of one file as N-Quads into a string: prefixes and relative IRIs are expanded.
-class StatementWriter : private Unmovable {
+class StatementWriter {
 
 public:
 
     /// @param environment  where prefixes and base IRI come from; outlives the writer
     explicit StatementWriter(SerdEnv* environment);
+
+    StatementWriter(const StatementWriter&) = delete;
+
+    StatementWriter& operator=(const StatementWriter&) = delete;
 
     ~StatementWriter();
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -61,7 +62,7 @@ std::optional<SyntaxError> TurtleReader::read() {
     m_stackLimit = static_cast<const char*>(__builtin_frame_address(0)) - MAXIMUM_STACK_BYTES;
     serd_reader_start_source_stream(m_reader.get(), onRead, onReadError, this, nullptr, 1);
     SerdStatus status = SERD_SUCCESS;
-    // The parser forgets some errors on its way out of nested brackets, so what it told us counts, not what it returns.
+    // The parser forgets some errors when it leaves nested brackets, so what it reported counts, not what it returns.
     while (status == SERD_SUCCESS && !hasEnded())
         status = serd_reader_read_chunk(m_reader.get());
     serd_reader_end_stream(m_reader.get());
@@ -70,7 +71,7 @@ std::optional<SyntaxError> TurtleReader::read() {
     if (m_isStopped)
         return std::nullopt;
     if (!m_hasError && (status > SERD_FAILURE || !m_isAtEnd))
-        fail("this is no statement");
+        fail("not a statement");
     if (m_hasError)
         return m_error;
     return std::nullopt;
@@ -87,7 +88,7 @@ size_t TurtleReader::onRead(void* buffer, size_t, size_t, void* handle) {
     }
     byte = static_cast<unsigned char>(reader.m_buffer[reader.m_next++]);
     if (byte == 0) {
-        reader.fail("a NUL byte: this is no text");
+        reader.fail("NUL byte: not a text file");
         return 0;
     }
     if (static_cast<const char*>(__builtin_frame_address(0)) < reader.m_stackLimit) {
@@ -104,7 +105,7 @@ int TurtleReader::onReadError(void* handle) {
 bool TurtleReader::refill() {
     if (m_isAtEnd)
         return false;
-    m_isAtEnd = true; // whatever the parser looks at next, everything in the buffer is behind it
+    m_isAtEnd = true; // the next byte of the parser is past everything in the buffer
     countLines();
     m_isAtEnd = false;
     if (m_end != 0)

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/platform/system/Unmovable.h"
 #include "numdict/input/ByteSource.h"
 #include "numdict/input/RDFFormat.h"
 #include "numdict/input/SerdHandles.h"
@@ -17,12 +16,12 @@
 
 namespace kavix::numdict {
 
-/// Reads a Turtle or TriG file from its start to its end or to its first error: behind an error it is unknown what
+/// Reads a Turtle or TriG file from its start to its end or to its first error: after an error it is unknown what
 /// belongs together. One thread uses a reader.
 ///
-/// The parser tells no positions of statements. It is fed byte by byte, from a buffer of ours, so at any moment we know
+/// The parser does not report positions of statements. It is fed byte by byte, from a buffer of ours, so we always know
 /// how far it has read: always one byte beyond what it has understood.
-class TurtleReader final : private StatementContext, private Unmovable {
+class TurtleReader final : private StatementContext {
 
 public:
 
@@ -30,14 +29,18 @@ public:
         ByteSource& source, RDFFormat format, const std::string& baseIRI, const std::string& blankPrefix,
         StatementSink& sink);
 
+    TurtleReader(const TurtleReader&) = delete;
+
+    TurtleReader& operator=(const TurtleReader&) = delete;
+
     ~TurtleReader();
 
     /// Reads the file and returns its error, if it has one.
     /// @throws InputFailure  the source failed; with the line
-    /// Whatever the sink throws comes out.
+    /// Exceptions of the sink pass through.
     std::optional<SyntaxError> read();
 
-    /// The bytes read so far, unpacked.
+    /// The bytes read so far, uncompressed.
     uint64_t getNumberOfBytes() const noexcept { return m_bytesBeforeBuffer + m_end; }
 
 private:
@@ -67,7 +70,7 @@ private:
 
     bool hasEnded() const { return m_hasError || m_isStopped || m_exception; }
 
-    /// Records an error at the present position unless there was one before.
+    /// Records an error at the current position unless there was one before.
     SerdStatus fail(std::string&& message);
 
     bool refill();
@@ -95,7 +98,7 @@ private:
     bool m_isAtEnd;
     const char* m_stackLimit;
 
-    // Lines before m_countedEnd in the buffer, and where the present one starts, counted from the start of the file.
+    // Lines before m_countedEnd in the buffer, and where the current one starts, counted from the start of the file.
     mutable size_t m_countedEnd;
     mutable uint64_t m_line;
     mutable uint64_t m_lineStart;

@@ -1,17 +1,16 @@
 #include "numdict/literals/LiteralDescription.h"
 
-#include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
 #include "core/data-store/dictionary/Prefixes.h"
-#include "numdict/import/ImportReport.h"
-#include "numdict/literals/NumericNames.h"
+#include "numdict/literals/Datatypes.h"
+#include "numdict/literals/RejectionReasons.h"
 #include "numdict/literals/TurtleLiteral.h"
-#include "numdict/literals/TurtleText.h"
 
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstddef>
 #include <variant>
 
 namespace kavix::numdict {
@@ -19,7 +18,7 @@ namespace kavix::numdict {
 namespace {
 
 template<typename T>
-std::string formatFloatingPoint(T value, const char* datatype) {
+std::string formatFloatingPoint(T value, const std::string& datatype) {
     if (std::isinf(value))
         return fmt::format("\"{}INF\"^^{}", value < 0 ? "-" : "", datatype);
     // The shortest digits that give the value back, in the form d.dE0.
@@ -37,9 +36,9 @@ std::string formatFloatingPoint(T value, const char* datatype) {
 
 std::string formatTurtleLiteral(const ResourceValue& value) {
     if (value.datatypeID == D_XSD_DOUBLE)
-        return formatFloatingPoint(value.getBinaryValue<double>(), "xsd:double");
+        return formatFloatingPoint(value.getBinaryValue<double>(), getDatatypeName(value.datatypeID));
     if (value.datatypeID == D_XSD_FLOAT)
-        return formatFloatingPoint(value.getBinaryValue<float>(), "xsd:float");
+        return formatFloatingPoint(value.getBinaryValue<float>(), getDatatypeName(value.datatypeID));
     std::string text;
     s_NumericDatatypeFactory.appendTurtleLiteral(
         value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize,
@@ -58,15 +57,14 @@ LiteralDescription describeLiteral(std::string_view text) {
     }
     const TurtleLiteral& literal = std::get<TurtleLiteral>(parsed);
     description.m_datatype = getDatatypeName(literal.m_datatypeIRI);
-    const size_t datatype = findNumericDatatype(literal.m_datatypeIRI);
-    if (datatype == NO_NUMERIC_DATATYPE) {
+    description.m_datatypeID = findNumericDatatype(literal.m_datatypeIRI);
+    if (description.m_datatypeID == D_NONE) {
         description.m_reason = "notNumeric";
         description.m_message = fmt::format(
             "{} is not one of the numeric datatypes: xsd:decimal, xsd:integer and its derived types.",
             description.m_datatype);
         return description;
     }
-    description.m_datatypeID = NUMERIC_NAMES[datatype].m_datatypeID;
     const std::string& form = literal.m_lexicalForm;
     const LexicalFormStatus status =
         tryParseNumericValue(description.m_datatypeID, form.data(), form.size(), description.m_value);
@@ -79,7 +77,7 @@ LiteralDescription describeLiteral(std::string_view text) {
         description.m_turtle = formatTurtleLiteral(value);
     }
     else {
-        description.m_reason = getRejectionName(toRejection(status));
+        description.m_reason = getReasonName(status);
         description.m_message = getRejectionMessage(description.m_datatypeID, form);
     }
     return description;

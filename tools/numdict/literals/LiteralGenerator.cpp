@@ -21,7 +21,7 @@ void appendNumber(uint64_t number, std::string& text) {
     text.append(digits, static_cast<size_t>(result.ptr - digits));
 }
 
-/// The number with its last digits behind a point.
+/// The number with its last digits after the point.
 void appendFixedPoint(uint64_t unscaled, unsigned fractionDigits, std::string& text) {
     char digits[24];
     const auto result = std::to_chars(digits, digits + sizeof(digits), unscaled);
@@ -98,7 +98,7 @@ void LiteralGenerator::appendPrice(std::string& text) {
 
 void LiteralGenerator::appendRating(std::string& text) {
     appendSubject("product/", nextRank(22), "rating", text);
-    appendNumber(std::max(nextBelow(10), nextBelow(10)) + 1, text); // people are kind
+    appendNumber(std::max(nextBelow(10), nextBelow(10)) + 1, text); // high ratings are more frequent
     appendDatatype("integer", text);
 }
 

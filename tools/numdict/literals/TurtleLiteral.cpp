@@ -1,9 +1,10 @@
 #include "numdict/literals/TurtleLiteral.h"
 
-#include "core/data-store/dictionary/DatatypeIRIs.h"
+#include "numdict/literals/Datatypes.h"
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace kavix::numdict {
@@ -12,7 +13,7 @@ namespace {
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 4> PREFIXES{{
     {"xsd:", XSD_NAMESPACE},
-    {"rdf:", "http://www.w3.org/1999/02/22-rdf-syntax-ns#"},
+    {"rdf:", RDF_NAMESPACE},
     {"rdfs:", "http://www.w3.org/2000/01/rdf-schema#"},
     {"owl:", "http://www.w3.org/2002/07/owl#"},
 }};
@@ -79,7 +80,7 @@ public:
             parseBare();
         skipWhiteSpace();
         if (!m_error && !isAtEnd())
-            fail("unexpected text behind the literal");
+            fail("unexpected text after the literal");
         if (m_error)
             return *m_error;
         return m_literal;
@@ -145,7 +146,7 @@ private:
         }
         if (digits == 0) {
             m_next = start;
-            fail("this is no Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int");
+            fail("not a Turtle literal: write a number, or a text in quotes such as \"5\"^^xsd:int");
             return;
         }
         setLiteral(start, datatype);
@@ -199,7 +200,7 @@ private:
                 ++m_next;
             }
             if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF))
-                return fail("there is no such Unicode character");
+                return fail("no such Unicode character");
             appendUTF8(codePoint, text);
             return true;
         }
@@ -231,7 +232,7 @@ private:
                    (isLetter(m_text[m_next + 1]) || isDigit(m_text[m_next + 1])))
                 for (++m_next; isLetter(peek()) || isDigit(peek());)
                     ++m_next;
-            m_literal.m_datatypeIRI = "http://www.w3.org/1999/02/22-rdf-syntax-ns#langString";
+            m_literal.m_datatypeIRI = std::string(RDF_NAMESPACE) + "langString";
         }
         else
             m_literal.m_datatypeIRI = std::string(XSD_NAMESPACE) + "string";

@@ -1,8 +1,5 @@
 #include "numdict/literals/TurtleText.h"
 
-#include "core/data-store/dictionary/NumericLexicalForms.h"
-#include "core/platform/errors/KavixException.h"
-
 #include <fmt/format.h>
 
 namespace kavix::numdict {
@@ -33,16 +30,6 @@ std::string makeTurtleString(std::string_view text) {
         }
     quoted += '"';
     return quoted;
-}
-
-std::string getRejectionMessage(uint8_t datatypeID, std::string_view lexicalForm) {
-    try {
-        parseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size());
-    }
-    catch (const KavixException& exception) {
-        return exception.getMessage();
-    }
-    return std::string();
 }
 
 }

@@ -2,13 +2,13 @@
 
 #include "core/platform/system/Unmovable.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace kavix::numdict {
 
-/// The bytes of a file, mapped for reading. Nobody may shorten the file meanwhile; stores are never changed in place.
+/// The bytes of a file, mapped for reading. The file must not be shortened while it is mapped; stores are never changed
+/// in place.
 class MappedFile : private Unmovable {
 
 public:

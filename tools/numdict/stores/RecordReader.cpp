@@ -3,6 +3,7 @@
 #include "numdict/console/Failures.h"
 #include "numdict/console/ProgressDisplay.h"
 #include "numdict/console/Sizes.h"
+#include "numdict/console/Trim.h"
 #include "numdict/input/LineBlocks.h"
 
 #include <fmt/format.h>
@@ -15,17 +16,14 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <variant>
 
 namespace kavix::numdict {
 
 namespace {
 
-bool isBlank(std::string_view line) {
-    return line.find_first_not_of(" \t\r") == std::string_view::npos;
-}
-
 bool isHeader(std::string_view line, uint64_t number) {
-    return number == 1 && line.starts_with(CSV_HEADER) && isBlank(line.substr(CSV_HEADER.size()));
+    return number == 1 && line.starts_with(CSV_HEADER) && trim(line.substr(CSV_HEADER.size()), LINE_BLANKS).empty();
 }
 
 }
@@ -48,7 +46,42 @@ void RecordReader::addBadRecord(uint64_t line, std::string&& message) {
         m_badRecords.pop_back();
 }
 
-void RecordReader::read(const std::function<void(const ResourceRecord&)>& consume) {
+void RecordReader::readLine(std::string_view line, uint64_t number, const Consumer& consume) {
+    if (trim(line, LINE_BLANKS).empty() || isHeader(line, number))
+        return;
+    std::variant<ResourceRecord, std::string> record = parseRecord(line);
+    if (auto* message = std::get_if<std::string>(&record)) {
+        addBadRecord(number, std::move(*message));
+        return;
+    }
+    try {
+        consume(std::get<ResourceRecord>(record));
+    }
+    catch (const RecordFailure& failure) {
+        addBadRecord(number, failure.what());
+    }
+}
+
+void RecordReader::readBlocks(LineBlocks& blocks, std::atomic<bool>& shouldStop, const Consumer& consume) {
+    try {
+        LineBlock block;
+        // Relaxed: the thread that sets it has kept the reason under the mutex.
+        while (!shouldStop.load(std::memory_order_relaxed) && blocks.next(block))
+            block.forEachLine(
+                [this, &consume](std::string_view line, uint64_t number) { readLine(line, number, consume); });
+    }
+    catch (const InputFailure& failure) {
+        addBadRecord(failure.getLine(), failure.what());
+    }
+    catch (...) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_failure)
+            m_failure = std::current_exception();
+        shouldStop.store(true, std::memory_order_relaxed);
+    }
+}
+
+void RecordReader::read(const Consumer& consume) {
     std::atomic<uint64_t> bytesRead{0};
     std::error_code error;
     const uint64_t totalBytes =
@@ -61,52 +94,16 @@ void RecordReader::read(const std::function<void(const ResourceRecord&)>& consum
         });
     LineBlocks blocks(m_path, bytesRead);
     std::atomic<bool> shouldStop{false};
-    const auto readBlocks = [&] {
-        try {
-            LineBlock block;
-            // Relaxed: whoever sets it has kept the reason under the mutex.
-            while (!shouldStop.load(std::memory_order_relaxed) && blocks.next(block)) {
-                std::string_view rest(block.m_bytes.data(), block.m_length);
-                for (uint64_t number = block.m_firstLine; !rest.empty(); ++number) {
-                    const size_t end = std::min(rest.find('\n'), rest.size());
-                    const std::string_view line = rest.substr(0, end);
-                    rest.remove_prefix(std::min(end + 1, rest.size()));
-                    if (isBlank(line) || isHeader(line, number))
-                        continue;
-                    std::variant<ResourceRecord, std::string> record = parseRecord(line);
-                    if (auto* message = std::get_if<std::string>(&record)) {
-                        addBadRecord(number, std::move(*message));
-                        continue;
-                    }
-                    try {
-                        consume(std::get<ResourceRecord>(record));
-                    }
-                    catch (const RecordFailure& failure) {
-                        addBadRecord(number, failure.what());
-                    }
-                }
-            }
-        }
-        catch (const InputFailure& failure) {
-            addBadRecord(failure.getLine(), failure.what());
-        }
-        catch (...) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            if (!m_failure)
-                m_failure = std::current_exception();
-            shouldStop.store(true, std::memory_order_relaxed);
-        }
-    };
     {
         std::vector<std::jthread> threads;
         try {
             for (unsigned index = 1; index < m_numberOfThreads; ++index)
-                threads.emplace_back(readBlocks);
+                threads.emplace_back([&] { readBlocks(blocks, shouldStop, consume); });
         }
         catch (const std::system_error&) {
             // Fewer threads do the same work.
         }
-        readBlocks();
+        readBlocks(blocks, shouldStop, consume);
     }
     if (m_failure)
         std::rethrow_exception(m_failure);

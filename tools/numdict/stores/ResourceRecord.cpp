@@ -1,9 +1,9 @@
 #include "numdict/stores/ResourceRecord.h"
 
-#include "core/data-store/dictionary/DatatypeIRIs.h"
 #include "core/data-store/dictionary/NumericLexicalForms.h"
+#include "numdict/console/Trim.h"
+#include "numdict/literals/Datatypes.h"
 #include "numdict/literals/LiteralDescription.h"
-#include "numdict/literals/NumericNames.h"
 #include "numdict/literals/TurtleLiteral.h"
 
 #include <fmt/format.h>
@@ -16,8 +16,6 @@
 namespace kavix::numdict {
 
 namespace {
-
-constexpr std::string_view BLANKS(" \t\r");
 
 /// The longest name of a numeric datatype.
 constexpr size_t DATATYPE_WIDTH = sizeof("xsd:nonNegativeInteger") - 1;
@@ -34,17 +32,11 @@ void appendQuoted(std::string_view text, std::string_view escapedQuote, std::str
 
 /// Cuts the first word off a text.
 std::string_view takeWord(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
-    const size_t end = std::min(text.find_first_of(BLANKS), text.size());
+    text.remove_prefix(std::min(text.find_first_not_of(LINE_BLANKS), text.size()));
+    const size_t end = std::min(text.find_first_of(LINE_BLANKS), text.size());
     const std::string_view word = text.substr(0, end);
     text.remove_prefix(end);
     return word;
-}
-
-std::string_view trim(std::string_view text) {
-    const size_t begin = text.find_first_not_of(BLANKS);
-    return begin == std::string_view::npos ? std::string_view()
-                                           : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
 }
 
 /// Cuts a field of CSV off a line; returns false if its quotes are wrong.
@@ -78,26 +70,26 @@ std::variant<ResourceRecord, std::string> makeRecord(
     ResourceRecord record;
     const std::optional<uint64_t> parsedID = tryParseResourceID(resourceID);
     if (!parsedID)
-        return fmt::format("'{}' is no resource ID", resourceID);
+        return fmt::format("'{}' is not a resource ID", resourceID);
     record.m_resourceID = *parsedID;
     const auto parsed = parseTurtleLiteral(literal);
     if (const auto* error = std::get_if<TurtleLiteralError>(&parsed))
-        return fmt::format("'{}' is no Turtle literal: {}", literal, error->m_message);
+        return fmt::format("'{}' is not a Turtle literal: {}", literal, error->m_message);
     const TurtleLiteral& turtle = std::get<TurtleLiteral>(parsed);
-    const size_t index = findNumericDatatype(turtle.m_datatypeIRI);
-    if (index == NO_NUMERIC_DATATYPE || tryParseNumericValue(
-                                            NUMERIC_NAMES[index].m_datatypeID, turtle.m_lexicalForm.data(),
-                                            turtle.m_lexicalForm.size(), record.m_value) != LexicalFormStatus::VALID)
+    const uint8_t datatypeID = findNumericDatatype(turtle.m_datatypeIRI);
+    if (datatypeID == D_NONE ||
+        tryParseNumericValue(datatypeID, turtle.m_lexicalForm.data(), turtle.m_lexicalForm.size(), record.m_value) !=
+            LexicalFormStatus::VALID)
         return describeLiteral(literal).m_message;
-    if (datatype != getNumericName(index))
-        return fmt::format("the literal {} is of datatype {}, not '{}'", literal, getNumericName(index), datatype);
+    if (const std::string name = getDatatypeName(datatypeID); name != datatype)
+        return fmt::format("the literal {} is of datatype {}, not '{}'", literal, name, datatype);
     return record;
 }
 
 std::variant<ResourceRecord, std::string> parseJSONRecord(std::string_view line) {
     const nlohmann::json object = nlohmann::json::parse(line, nullptr, false);
     if (!object.is_object())
-        return "this is no JSON object";
+        return "not a JSON object";
     const auto id = object.find("id");
     const auto datatype = object.find("datatype");
     const auto literal = object.find("literal");
@@ -114,7 +106,7 @@ std::variant<ResourceRecord, std::string> parseCSVRecord(std::string_view line) 
     if (line.ends_with('\r'))
         line.remove_suffix(1);
     if (!takeField(line, resourceID) || !takeField(line, datatype) || !takeField(line, literal) || !line.empty())
-        return "this is no line of three fields separated by commas: ID, datatype, literal";
+        return "expected three comma-separated fields: ID, datatype, literal";
     return makeRecord(resourceID, datatype, literal);
 }
 
@@ -166,17 +158,16 @@ void RecordWriter::appendCells(
 }
 
 void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value, std::string& text) const {
-    const size_t index = getNumericIndex(value.datatypeID);
     const fmt::format_int id(resourceID);
     const std::string_view idText(id.data(), id.size());
     switch (m_format) {
     case RecordFormat::TEXT:
-        appendCells(idText, getNumericName(index), formatTurtleLiteral(value), text);
+        appendCells(idText, getDatatypeName(value.datatypeID), formatTurtleLiteral(value), text);
         break;
     case RecordFormat::CSV:
         text += idText;
         text += ',';
-        text += getNumericName(index);
+        text += getDatatypeName(value.datatypeID);
         text += ',';
         if (const std::string literal = formatTurtleLiteral(value); literal.starts_with('"'))
             appendQuoted(literal, "\"\"", text);
@@ -187,7 +178,7 @@ void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value,
         text += "{\"id\":";
         text += idText;
         text += ",\"datatype\":\"";
-        text += getNumericName(index);
+        text += getDatatypeName(value.datatypeID);
         text += "\",\"literal\":";
         appendQuoted(formatTurtleLiteral(value), "\\\"", text);
         text += '}';
@@ -197,11 +188,12 @@ void RecordWriter::appendRecord(uint64_t resourceID, const ResourceValue& value,
         const size_t length = writeNumericLexicalForm(value.datatypeID, value.data, lexicalForm);
         text += "<urn:kavix:resource:";
         text += idText;
-        text += "> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value> \"";
+        text += "> <";
+        text += RDF_NAMESPACE;
+        text += "value> \"";
         text.append(lexicalForm, length);
         text += "\"^^<";
-        text += XSD_NAMESPACE;
-        text += NUMERIC_NAMES[index].m_localName;
+        text += getDatatypeIRI(value.datatypeID);
         text += "> .";
         break;
     }
@@ -220,7 +212,7 @@ void RecordWriter::appendMissing(
 }
 
 std::variant<ResourceRecord, std::string> parseRecord(std::string_view line) {
-    const std::string_view trimmed = trim(line);
+    const std::string_view trimmed = trim(line, LINE_BLANKS);
     if (trimmed.starts_with('{'))
         return parseJSONRecord(trimmed);
     const size_t endOfID = trimmed.find_first_not_of("0123456789");
@@ -231,7 +223,7 @@ std::variant<ResourceRecord, std::string> parseRecord(std::string_view line) {
     std::string_view rest = trimmed;
     const std::string_view resourceID = takeWord(rest);
     const std::string_view datatype = takeWord(rest);
-    return makeRecord(resourceID, datatype, trim(rest));
+    return makeRecord(resourceID, datatype, trim(rest, LINE_BLANKS));
 }
 
 }

@@ -11,10 +11,10 @@
 
 namespace kavix::numdict {
 
-/// How resources are written, a line each: ID, datatype, Turtle literal.
+/// How resources are written, one per line: ID, datatype, Turtle literal.
 ///
 ///   TEXT        17<TAB>xsd:int<TAB>"5"^^xsd:int          aligned by blanks on a terminal
-///   CSV         17,xsd:int,"""5""^^xsd:int"              behind a line with the names of the columns
+///   CSV         17,xsd:int,"""5""^^xsd:int"              after a line with the names of the columns
 ///   JSON_LINES  {"id":17,"datatype":"xsd:int","literal":"\"5\"^^xsd:int"}
 ///   N_TRIPLES   <urn:kavix:resource:17> <http://www.w3.org/1999/02/22-rdf-syntax-ns#value>
 ///               "5"^^<http://www.w3.org/2001/XMLSchema#int> .
@@ -41,7 +41,7 @@ public:
 
     void appendRecord(uint64_t resourceID, const ResourceValue& value, std::string& text) const;
 
-    /// Appends a line of text for something that has no ID, or no value: whatever is empty shows as "-". The note comes
+    /// Appends a line of text for something without ID, or without value: empty cells show as "-". The note comes
     /// last.
     void appendMissing(
         std::string_view resourceID, std::string_view datatype, std::string_view literal, std::string_view note,
@@ -62,7 +62,7 @@ struct ResourceRecord {
     ResourceValue m_value;
 };
 
-/// Reads a line of TEXT, CSV or JSON_LINES, without its line end; which it is, is seen by the line itself. The datatype
+/// Reads a line of TEXT, CSV or JSON_LINES, without its line end; the format is detected. The datatype
 /// must be that of the literal. Otherwise returns what is wrong, a sentence.
 std::variant<ResourceRecord, std::string> parseRecord(std::string_view line);
 

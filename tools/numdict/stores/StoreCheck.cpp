@@ -6,10 +6,12 @@
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/MemoryInputStream.h"
-#include "numdict/stores/StoreFile.h"
+#include "numdict/stores/Resources.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>

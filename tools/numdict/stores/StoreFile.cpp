@@ -5,14 +5,13 @@
 #include "core/platform/errors/KavixException.h"
 #include "core/platform/stream/FileInputStream.h"
 #include "core/platform/stream/ReplacingFile.h"
+#include "numdict/console/ByteProgress.h"
 #include "numdict/console/Failures.h"
-#include "numdict/stores/MemoryBudget.h"
+#include "numdict/stores/CountingStreams.h"
 
 #include <fmt/format.h>
 
-#include <array>
 #include <filesystem>
-#include <numeric>
 #include <system_error>
 
 namespace kavix::numdict {
@@ -41,7 +40,7 @@ void checkStoreExists(const std::string& command, const std::string& path) {
         throw UsageError(fmt::format(
             "{}: there is no store '{}'; 'numdict import --store {} FILE...' makes one", command, path, path));
     if (!std::filesystem::is_regular_file(path, error))
-        throw UsageError(fmt::format("{}: '{}' is no file, and a store is one", command, path));
+        throw UsageError(fmt::format("{}: '{}' is not a regular file", command, path));
 }
 
 ResourceIDWidth readResourceIDWidth(const std::string& path) {
@@ -52,7 +51,7 @@ ResourceIDWidth readResourceIDWidth(const std::string& path) {
 }
 
 std::unique_ptr<Dictionary> openStoreFile(
-    const std::string& path, uint64_t memoryBudgetBytes, const StoreOptions& options) {
+    const std::string& path, uint64_t memoryBudgetBytes, const DictionaryOptions& options) {
     return nameFileInRefusal(path, [&] {
         std::error_code error;
         const uint64_t size = std::filesystem::file_size(path, error);
@@ -68,7 +67,7 @@ std::unique_ptr<Dictionary> openStoreFile(
 }
 
 std::unique_ptr<Dictionary> openStoreFile(
-    const std::string& command, const std::string& path, const StoreOptions& options) {
+    const std::string& command, const std::string& path, const DictionaryOptions& options) {
     checkStoreExists(command, path);
     return openStoreFile(path, getMemoryBudget(command, options.m_memory), options);
 }
@@ -78,15 +77,6 @@ uint64_t saveStoreFile(const Dictionary& dictionary, ReplacingFile& file, bool i
     CountingOutputStream output(file.getStream(), progress);
     dictionary.saveStore(output);
     return progress.getBytes();
-}
-
-uint64_t countResources(const Dictionary& dictionary) {
-    const std::array<uint64_t, 256> counts = dictionary.countResourcesByDatatypeID();
-    return std::accumulate(counts.begin(), counts.end(), uint64_t(0));
-}
-
-uint64_t getEndOfResourceIDs(const Dictionary& dictionary) {
-    return dictionary.takeSnapshot().resourceIDEnd;
 }
 
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/data-store/embedding/Dictionary.h"
-#include "numdict/console/ByteProgress.h"
+#include "numdict/stores/DictionaryOptions.h"
 
 #include <cstdint>
 #include <memory>
@@ -24,14 +24,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// What every command that opens a store can be told.
-struct StoreOptions {
-    std::string m_memory; // empty: half of the machine's
-    bool m_isTrusted = false; // skip the check of every value
-    bool m_isQuiet = false; // no progress
-    bool m_isWithoutHugePages = false; // do not ask the system for huge pages
-};
-
 /// Throws unless there is a file to open, before anything is done.
 /// @throws UsageError  there is none
 void checkStoreExists(const std::string& command, const std::string& path);
@@ -41,22 +33,16 @@ void checkStoreExists(const std::string& command, const std::string& path);
 ResourceIDWidth readResourceIDWidth(const std::string& path);
 
 /// Opens a store within a memory budget.
-/// @throws StoreFailure    the store is damaged, or none
+/// @throws StoreFailure    the store is damaged, or not a store
 /// @throws KavixException  the budget is too small, or the file cannot be read
 std::unique_ptr<Dictionary> openStoreFile(
-    const std::string& path, uint64_t memoryBudgetBytes, const StoreOptions& options);
+    const std::string& path, uint64_t memoryBudgetBytes, const DictionaryOptions& options);
 
 /// The same with the budget of the options.
 std::unique_ptr<Dictionary> openStoreFile(
-    const std::string& command, const std::string& path, const StoreOptions& options);
+    const std::string& command, const std::string& path, const DictionaryOptions& options);
 
 /// Writes a dictionary to a file that is still to be committed; returns its size in bytes.
 uint64_t saveStoreFile(const Dictionary& dictionary, ReplacingFile& file, bool isQuiet);
-
-/// How many resources a dictionary has.
-uint64_t countResources(const Dictionary& dictionary);
-
-/// Behind the highest resource ID that was ever given out.
-uint64_t getEndOfResourceIDs(const Dictionary& dictionary);
 
 }

@@ -4,14 +4,15 @@
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DecimalRecord.h"
 #include "core/platform/system/HugePages.h"
+#include "numdict/console/JSON.h"
 #include "numdict/console/Sizes.h"
 #include "numdict/console/TextTable.h"
-#include "numdict/stores/StoreFile.h"
+#include "numdict/stores/Resources.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <variant>
 #include <vector>
@@ -38,12 +39,12 @@ std::string formatNumber(const std::optional<XSDDecimal>& number) {
     return number ? number->toString(false) : std::string("-");
 }
 
-nlohmann::ordered_json toJSON(const std::optional<XSDDecimal>& number) {
-    return number ? nlohmann::ordered_json(number->toString(false)) : nlohmann::ordered_json();
+JSON toJSON(const std::optional<XSDDecimal>& number) {
+    return number ? JSON(number->toString(false)) : JSON();
 }
 
-nlohmann::ordered_json toJSON(const ComponentInfo& component) {
-    nlohmann::ordered_json object;
+JSON toJSON(const ComponentInfo& component) {
+    JSON object;
     object["name"] = component.getName();
     for (const ComponentInfo::Property& property : component.getProperties())
         std::visit([&](auto value) { object["properties"][property.m_name] = value; }, property.m_value);
@@ -73,7 +74,7 @@ std::string formatFractionDigits(const StoreStatistics& statistics, bool isForPe
     std::string text = isForPeople ? "\nFraction digits of decimals\n" : "\nfraction digits\tvalues\n";
     for (size_t digits = 0; digits < end; ++digits)
         if (isForPeople) {
-            // A bar for whatever is there at all.
+            // Every count that is not zero has a bar.
             const auto length =
                 static_cast<size_t>(divide(counts[digits], largest) * BAR_LENGTH + (counts[digits] == 0 ? 0 : 0.999));
             text += fmt::format(
@@ -104,23 +105,18 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
     StoreStatistics statistics;
     const uint64_t recordSize = DecimalRecord(dictionary.getResourceIDWidth()).getSize();
     for (const TableStatistics& table : dictionary.getTableStatistics()) {
-        DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(table.m_datatypeID)];
+        DatatypeStatistics& datatype = statistics.m_datatypes[table.m_datatypeID];
         datatype.m_table = table;
         const uint64_t bytesPerResource =
             sizeof(uint64_t) + sizeof(uint8_t) + (table.m_datatypeID == D_XSD_DECIMAL ? recordSize : 0);
         datatype.m_bytes = table.m_committedBytes + table.m_liveBuckets * bytesPerResource;
     }
     std::vector<int64_t> integralValues;
-    const uint64_t end = getEndOfResourceIDs(dictionary);
-    for (uint64_t resourceID = 1; resourceID < end; ++resourceID) {
-        const uint8_t datatypeID = dictionary.tryGetResourceDatatypeID(resourceID);
-        if (datatypeID == D_NONE)
-            continue;
-        const ResourceValue value = dictionary.getValue(resourceID);
-        const bool isDecimal = datatypeID == D_XSD_DECIMAL;
+    forEachResource(dictionary, [&](uint64_t, const ResourceValue& value) {
+        const bool isDecimal = value.datatypeID == D_XSD_DECIMAL;
         const XSDDecimal number =
             isDecimal ? value.getBinaryValue<XSDDecimal>() : XSDDecimal(value.getBinaryValue<int64_t>());
-        DatatypeStatistics& datatype = statistics.m_datatypes[getNumericIndex(datatypeID)];
+        DatatypeStatistics& datatype = statistics.m_datatypes[value.datatypeID];
         if (!datatype.m_minimum || number < *datatype.m_minimum)
             datatype.m_minimum = number;
         if (!datatype.m_maximum || number > *datatype.m_maximum)
@@ -130,7 +126,7 @@ StoreStatistics collectStatistics(const Dictionary& dictionary) {
         if (number.isInteger())
             integralValues.push_back(number.getUnscaledValue());
         ++statistics.m_values;
-    }
+    });
     statistics.m_sharedNumbers = countRepeated(integralValues);
     statistics.m_usedBytes = dictionary.getUsedBytes();
     statistics.m_hugePageBytes = tryGetHugePageBytes();
@@ -144,8 +140,8 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
          "minimum", "maximum"});
     TableStatistics total{};
     const auto count = [isForPeople](uint64_t value) { return formatCountFor(isForPeople, value); };
-    for (size_t index = 0; index < statistics.m_datatypes.size(); ++index) {
-        const DatatypeStatistics& datatype = statistics.m_datatypes[index];
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        const DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
         const TableStatistics& buckets = datatype.m_table;
         total.m_liveBuckets += buckets.m_liveBuckets;
         total.m_deletedBuckets += buckets.m_deletedBuckets;
@@ -154,7 +150,7 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
         total.m_totalProbeLength += buckets.m_totalProbeLength;
         total.m_maxProbeLength = std::max(total.m_maxProbeLength, buckets.m_maxProbeLength);
         table.addRow(
-            {getNumericName(index), count(buckets.m_liveBuckets), count(buckets.m_deletedBuckets),
+            {getDatatypeName(datatypeID), count(buckets.m_liveBuckets), count(buckets.m_deletedBuckets),
              count(buckets.m_reservedBuckets), count(buckets.m_numberOfBuckets),
              fmt::format("{:.3f}", datatype.getLoad()), formatBytesFor(isForPeople, buckets.m_committedBytes),
              fmt::format("{:.2f}", datatype.getMeanProbeLength()), count(buckets.m_maxProbeLength),
@@ -189,13 +185,13 @@ std::string formatStatistics(const StoreStatistics& statistics, bool isForPeople
 
 std::string formatStatisticsAsJSON(
     const StoreStatistics& statistics, const Dictionary& dictionary, const std::string& path) {
-    nlohmann::ordered_json object;
+    JSON object;
     object["store"] = path;
     object["idWidth"] = static_cast<unsigned>(dictionary.getResourceIDWidth());
     object["values"] = statistics.m_values;
-    for (size_t index = 0; index < statistics.m_datatypes.size(); ++index) {
-        const DatatypeStatistics& datatype = statistics.m_datatypes[index];
-        nlohmann::ordered_json& item = object["datatypes"][getNumericName(index)];
+    for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS) {
+        const DatatypeStatistics& datatype = statistics.m_datatypes[datatypeID];
+        JSON& item = object["datatypes"][getDatatypeName(datatypeID)];
         item["live"] = datatype.m_table.m_liveBuckets;
         item["deleted"] = datatype.m_table.m_deletedBuckets;
         item["reserved"] = datatype.m_table.m_reservedBuckets;
@@ -212,10 +208,9 @@ std::string formatStatisticsAsJSON(
     object["sharedNumbers"] = statistics.m_sharedNumbers;
     object["memory"]["budget"] = dictionary.getMemoryBudgetBytes();
     object["memory"]["used"] = statistics.m_usedBytes;
-    object["memory"]["onHugePages"] =
-        statistics.m_hugePageBytes ? nlohmann::ordered_json(*statistics.m_hugePageBytes) : nlohmann::ordered_json();
+    object["memory"]["onHugePages"] = numdict::toJSON(statistics.m_hugePageBytes);
     object["components"] = toJSON(*dictionary.getComponentInfo());
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return formatJSON(object);
 }
 
 }

@@ -1,0 +1,23 @@
+#include "numdict/ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+using namespace kavix::numdict;
+
+TEST(EqualCommand, ExitCodesTellWhatHappened) {
+    const ExpectedEnd rows[] = {
+        {"equal well", "equal 5", 0, ""},
+        {"equal of a bad literal", "equal '\"300\"^^xsd:byte'", 1, "not in the range"},
+        {"equal of what is not a literal", "equal hello", 2, "not a literal"},
+    };
+    for (const ExpectedEnd& row : rows)
+        expectEnd(row);
+}
+
+TEST(EqualCommand, TheOtherDatatypesAreListed) {
+    EXPECT_EQ(runProgram("equal 2.5").m_output, "\"2.5E0\"^^xsd:double\n\"2.5E0\"^^xsd:float\n");
+    EXPECT_EQ(
+        runProgram("equal -- '\"-1\"^^xsd:short'").m_output,
+        "\"-1.0E0\"^^xsd:double\n\"-1.0E0\"^^xsd:float\n-1.0\n-1\n\"-1\"^^xsd:nonPositiveInteger\n\"-1\"^^xsd:"
+        "negativeInteger\n\"-1\"^^xsd:long\n\"-1\"^^xsd:int\n\"-1\"^^xsd:byte\n");
+}
