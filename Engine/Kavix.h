@@ -15,4 +15,6 @@
 #include "core/data-store/repair/StoreRepair.h" // recovers what is recoverable of a damaged store
 #include "core/platform/errors/SystemCallException.h" // system call errors; every error is a KavixException
 #include "core/platform/stream/FileInputStream.h" // reads a file
+#include "core/platform/stream/InputStream.h" // where stores are read from
+#include "core/platform/stream/OutputStream.h" // where stores are written to
 #include "core/platform/stream/ReplacingFile.h" // writes a file that atomically replaces another one

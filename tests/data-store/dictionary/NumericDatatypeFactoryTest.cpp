@@ -183,13 +183,6 @@ TEST(NumericDatatypeFactory, FourteenDatatypesAreServedInTheOrderOfTheirIDs) {
         {34, XSD_UNSIGNED_SHORT},
         {35, XSD_UNSIGNED_BYTE}};
     EXPECT_EQ(factory.getDatatypeIDsAndIRIs(), expected);
-    for (const auto& [datatypeID, datatypeIRI] : expected) {
-        EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(datatypeID), &factory);
-        EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeID(datatypeIRI), datatypeID);
-        EXPECT_EQ(DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID), datatypeIRI);
-    }
-    EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(D_XSD_DOUBLE), nullptr);
-    EXPECT_EQ(DictionaryDatatypeFactory::tryGetFactory(D_XSD_FLOAT), nullptr);
 }
 
 TEST(NumericDatatypeFactory, ParsedValuesAreInTheOwnBufferUnderTheRequestedDatatype) {

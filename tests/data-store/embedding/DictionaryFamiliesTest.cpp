@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/DictionaryDatatype.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/embedding/Dictionary.h"
+#include "core/data-store/embedding/DictionaryFamily.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "core/data-store/inspection/DictionaryDatatypeInspector.h"
 #include "core/platform/stream/MemoryOutputStream.h"
@@ -220,8 +221,6 @@ class LetterInspector : public DictionaryDatatypeInspector {
 
 public:
 
-    using DictionaryDatatypeInspector::DictionaryDatatypeInspector;
-
     void checkBinaryValue(const ResourceValue& value) const override {
         if (value.dataSize != sizeof(uint64_t))
             throw KavixException("letters", 2, KavixException::NO_CAUSES, "wrong size");
@@ -274,11 +273,12 @@ protected:
         return options;
     }
 
-    LetterFactory<LetterDictionary> m_plainFactory{{PLAIN_ID, "http://example.org/plain"}};
-    LetterFactory<CountingLetterDictionary> m_countedFactory{
+    const LetterFactory<LetterDictionary> m_plainFactory{{PLAIN_ID, "http://example.org/plain"}};
+    const LetterFactory<CountingLetterDictionary> m_countedFactory{
         {COUNTED_ID, "http://example.org/counted"}, {SECOND_COUNTED_ID, "http://example.org/second"}};
-    const LetterInspector m_plainInspector{m_plainFactory};
-    const LetterInspector m_countedInspector{m_countedFactory};
+    const LetterInspector m_inspector;
+    const DictionaryFamily m_plainFamily{m_plainFactory, m_inspector};
+    const DictionaryFamily m_countedFamily{m_countedFactory, m_inspector};
 };
 
 TEST_F(DictionaryFamiliesTest, ValuesOfAllFamiliesGetTheIDsOfOneAtATime) {
@@ -375,8 +375,9 @@ TEST_F(DictionaryFamiliesTest, LiteralsOfAllFamiliesHaveTheOutcomesOfOneAtATime)
 TEST(DictionaryFamilies, ADictionaryHasTheFamiliesThatThereWereWhenItWasMade) {
     Dictionary older({.maxResourceID = 1 << 16});
     const uint64_t five = older.resolve("5", D_XSD_INT);
-    LetterFactory<LetterDictionary> factory{{PLAIN_ID, "http://example.org/plain"}};
-    const LetterInspector inspector(factory);
+    const LetterFactory<LetterDictionary> factory{{PLAIN_ID, "http://example.org/plain"}};
+    const LetterInspector inspector;
+    const DictionaryFamily family(factory, inspector);
     Dictionary newer({.maxResourceID = 1 << 16});
 
     EXPECT_EQ(newer.getLexicalForm(newer.resolve("v7", PLAIN_ID)), "v7");
@@ -390,14 +391,6 @@ TEST(DictionaryFamilies, ADictionaryHasTheFamiliesThatThereWereWhenItWasMade) {
     older.saveStore(output); // with the sections of its own families
     EXPECT_NE(output.getContent().find("dictionary-22"), std::string::npos);
     EXPECT_EQ(output.getContent().find("dictionary-240"), std::string::npos);
-}
-
-TEST(DictionaryFamilies, AFamilyWithoutAnInspectorIsRefused) {
-    const LetterFactory<LetterDictionary> factory{{PLAIN_ID, "http://example.org/plain"}};
-    expectError(
-        "Engine/core/data-store/embedding/Dictionary", 110,
-        "The datatype family of 'http://example.org/plain' has no inspector; create it before the dictionary.",
-        [] { Dictionary dictionary({.maxResourceID = 1 << 16}); });
 }
 
 }

@@ -1,5 +1,6 @@
 // Of Dictionary alone: what must happen before main().
 
+#include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/platform/errors/KavixException.h"
@@ -27,6 +28,8 @@ std::string getErrorOfCreation() {
     return "";
 }
 
+const std::string s_firstTable = s_dictionary.getComponentInfo()->getChildren()[0]->getChildren()[0]->getName();
+
 // Before the library's own.
 [[gnu::init_priority(500)]] const std::string s_earlyError = getErrorOfCreation();
 
@@ -36,6 +39,7 @@ TEST(StaticDictionary, WorksBeforeMainBegins) {
     EXPECT_EQ(s_literal, "\"5\"^^xsd:int");
     EXPECT_EQ(s_dictionary.getLexicalForm(s_half), "0.5");
     EXPECT_EQ(s_dictionary.tryResolve(".5", D_XSD_DECIMAL), s_half);
+    EXPECT_EQ(s_firstTable, "xsd:decimal");
 }
 
 TEST(StaticDictionary, BeforeTheLibraryIsReadyThereIsAnError) {

@@ -2,11 +2,9 @@
 
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
-#include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 #include "support/ExpectError.h"
-#include "support/NamesOnlyFactory.h"
 
 #include <gtest/gtest.h>
 
@@ -33,38 +31,6 @@ void expectInvalid(const ResourceValue& value, const std::string& reason) {
     EXPECT_EQ(inspector.countValidBinaryValues(std::span(values).first(2)), 2u);
     EXPECT_EQ(inspector.countValidBinaryValues(std::span(values).subspan(2)), 0u);
     EXPECT_EQ(inspector.countValidBinaryValues({}), 0u);
-}
-
-/// Inspects nothing.
-class IdleInspector : public DictionaryDatatypeInspector {
-
-public:
-
-    using DictionaryDatatypeInspector::DictionaryDatatypeInspector;
-
-    void checkBinaryValue(const ResourceValue&) const override { }
-    size_t countValidBinaryValues(std::span<const ResourceValue> values) const noexcept override {
-        return values.size();
-    }
-    void checkImage(InputStream&, const ImageLimits&, const ProblemReport&) const override { }
-    void verify(const DictionaryDatatype&, const StoreContents&, const ProblemReport&) const override { }
-    std::vector<TableStatistics> getTableStatistics(const DictionaryDatatype&, const StoreContents&) const override {
-        return {};
-    }
-};
-
-TEST(DictionaryDatatypeInspector, AFactoryHasItsInspectorWhileThatLives) {
-    NamesOnlyFactory factory{{240, "http://example.org/inspected"}};
-    EXPECT_EQ(factory.tryGetInspector(), nullptr);
-    {
-        const IdleInspector inspector(factory);
-        EXPECT_EQ(factory.tryGetInspector(), &inspector);
-    }
-    EXPECT_EQ(factory.tryGetInspector(), nullptr);
-}
-
-TEST(DictionaryDatatypeInspector, TheNumericFactoryHasTheNumericInspector) {
-    EXPECT_EQ(s_NumericDatatypeFactory.tryGetInspector(), &s_NumericDatatypeInspector);
 }
 
 TEST(DictionaryDatatypeInspector, IntegersMustBeInTheRangeOfTheirDatatype) {

@@ -1,6 +1,7 @@
 #include "core/data-store/dictionary/DatatypeNames.h"
 
-#include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/dictionary/DatatypeIDs.h"
+#include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/Prefixes.h"
 
 namespace kavix {
@@ -12,8 +13,11 @@ std::string getDatatypeName(std::string_view datatypeIRI) {
 }
 
 std::string getDatatypeName(uint8_t datatypeID) {
-    const std::string_view datatypeIRI = DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID);
-    return datatypeIRI.empty() ? "the unknown datatype ID " + std::to_string(datatypeID) : getDatatypeName(datatypeIRI);
+    if (datatypeID == D_XSD_DECIMAL)
+        return getDatatypeName(s_xsdDecimal);
+    if (isIntegerDatatype(datatypeID))
+        return getDatatypeName(getIntegerDatatypeInfo(datatypeID).datatypeIRI);
+    return "the unknown datatype ID " + std::to_string(datatypeID);
 }
 
 }

@@ -10,7 +10,7 @@ namespace kavix {
 /// xsd:byte.
 std::string getDatatypeName(std::string_view datatypeIRI);
 
-/// The same for a datatype ID; "the unknown datatype ID 7" if no registered family has it.
+/// The same for the ID of a numeric datatype; for any other one, "the unknown datatype ID 7".
 std::string getDatatypeName(uint8_t datatypeID);
 
 }

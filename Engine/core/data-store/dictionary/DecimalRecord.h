@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/ResourceIDWidth.h"
 #include "core/data-store/numbers/XSDDecimal.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -53,6 +54,8 @@ private:
     const size_t m_resourceIDSize;
 };
 
+// The low bytes of an ID come first.
+static_assert(std::endian::native == std::endian::little);
 static_assert(DecimalRecord(ResourceIDWidth::BITS_32).getSize() == 13);
 static_assert(DecimalRecord(ResourceIDWidth::BITS_64).getSize() == 17);
 

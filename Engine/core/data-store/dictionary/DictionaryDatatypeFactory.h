@@ -17,7 +17,6 @@ namespace kavix {
 
 class DataPool;
 class DictionaryDatatype;
-class DictionaryDatatypeInspector;
 class MemoryManager;
 class OutputStream;
 class Prefixes;
@@ -25,32 +24,17 @@ template<typename T>
 class MemoryRegion;
 
 /// A family of datatypes: creates its dictionaries, and parses and prints its values, for which no dictionary is
-/// needed. One object per family; it registers itself at construction and is found by the IDs and IRIs of its datatypes
-/// until it is destroyed. A Dictionary has the families that are registered when it is created, which must have an
-/// inspector each and outlive it; one that is registered later belongs to later dictionaries.
+/// needed. One object per family, which a DictionaryFamily makes known to dictionaries.
 ///
 /// Values are passed in five arguments: datatype ID, data, data size in bytes, auxiliary data, auxiliary data size;
-/// data is the binary form. All operations are safe to call from any number of threads, also while families are
-/// registered and removed; what an operation returns about a family is valid as long as the family exists.
+/// data is the binary form. All operations are safe to call from any number of threads.
 class DictionaryDatatypeFactory : private Unmovable {
 
 public:
 
     using DatatypeIDsAndIRIs = std::vector<std::pair<uint8_t, std::string>>;
 
-    /// The factory of a datatype, or null.
-    static const DictionaryDatatypeFactory* tryGetFactory(uint8_t datatypeID) noexcept;
-
-    /// The ID of a datatype, or D_NONE if no registered family has it.
-    static uint8_t tryGetDatatypeID(std::string_view datatypeIRI) noexcept;
-
-    /// The IRI of a datatype; empty if no registered family has it. Lives as long as the factory.
-    static std::string_view tryGetDatatypeIRI(uint8_t datatypeID) noexcept;
-
-    /// The registered factories, in the order of their smallest datatype IDs.
-    static std::vector<const DictionaryDatatypeFactory*> getFactories();
-
-    /// Registers the factory. The pairs are the datatypes it serves; no other factory may serve one of the IDs.
+    /// The pairs are the datatypes it serves.
     DictionaryDatatypeFactory(std::initializer_list<std::pair<uint8_t, std::string>> datatypeIDsAndIRIs);
 
     virtual ~DictionaryDatatypeFactory();
@@ -104,21 +88,9 @@ public:
 
     const DatatypeIDsAndIRIs& getDatatypeIDsAndIRIs() const noexcept { return m_datatypeIDsAndIRIs; }
 
-    /// The inspector of the family, or null if it has none yet.
-    const DictionaryDatatypeInspector* tryGetInspector() const noexcept {
-        // Acquire. Pairs with the release in setInspector(): a thread that observes the inspector observes it complete.
-        return m_inspector.load(std::memory_order_acquire);
-    }
-
-    /// Called by the inspector of the family, with its address when it is made and with null when it is destroyed.
-    void setInspector(const DictionaryDatatypeInspector* inspector) noexcept {
-        m_inspector.store(inspector, std::memory_order_release); // pairs with the acquire in tryGetInspector()
-    }
-
 private:
 
     const DatatypeIDsAndIRIs m_datatypeIDsAndIRIs;
-    std::atomic<const DictionaryDatatypeInspector*> m_inspector;
 };
 
 }

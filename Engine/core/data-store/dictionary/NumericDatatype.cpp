@@ -58,7 +58,7 @@ namespace kavix {
     {D_XSD_UNSIGNED_BYTE, XSD_UNSIGNED_BYTE, 0, std::numeric_limits<uint8_t>::max()},
 };
 
-[[gnu::init_priority(INITIALISE_FACTORIES)]] NumericDatatypeFactory s_NumericDatatypeFactory;
+[[gnu::init_priority(INITIALISE_FACTORIES)]] const NumericDatatypeFactory s_NumericDatatypeFactory;
 
 // Defined here, because linking the factory requires the dictionaries. Their alignment to a pair of cache lines comes
 // from the slots of their tables; the aligned forms of new and delete follow from it.

@@ -63,6 +63,6 @@ public:
 };
 
 /// The single factory of the numeric family.
-extern NumericDatatypeFactory s_NumericDatatypeFactory;
+extern const NumericDatatypeFactory s_NumericDatatypeFactory;
 
 }

@@ -3,6 +3,7 @@
 #include "core/data-store/dictionary/ComponentInfo.h"
 #include "core/data-store/dictionary/DatatypeIDs.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/embedding/DictionaryFamily.h"
 #include "core/data-store/embedding/DictionaryState.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
@@ -18,14 +19,14 @@ Dictionary::Dictionary(const Options& options) :
 Dictionary::~Dictionary() = default;
 
 uint8_t Dictionary::getDatatypeID(std::string_view datatypeIRI) {
-    const uint8_t datatypeID = DictionaryDatatypeFactory::tryGetDatatypeID(datatypeIRI);
+    const uint8_t datatypeID = DictionaryFamily::tryGetDatatypeID(datatypeIRI);
     if (datatypeID == D_NONE)
         Errors::throwUnknownDatatype(std::string(datatypeIRI));
     return datatypeID;
 }
 
 std::string_view Dictionary::getDatatypeIRI(uint8_t datatypeID) {
-    const std::string_view datatypeIRI = DictionaryDatatypeFactory::tryGetDatatypeIRI(datatypeID);
+    const std::string_view datatypeIRI = DictionaryFamily::tryGetDatatypeIRI(datatypeID);
     if (datatypeIRI.empty())
         Errors::throwUnknownDatatypeID(datatypeID);
     return datatypeIRI;

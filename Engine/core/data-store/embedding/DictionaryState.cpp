@@ -5,12 +5,16 @@
 #include "core/data-store/dictionary/DictionaryCompactionState.h"
 #include "core/data-store/dictionary/DictionaryDatatypeBatches.h"
 #include "core/data-store/dictionary/DictionaryDatatypeFactory.h"
+#include "core/data-store/dictionary/NumericDatatypeFactory.h"
+#include "core/data-store/embedding/DictionaryFamily.h"
 #include "core/data-store/inspection/NumericDatatypeInspector.h"
 #include "core/platform/collections/ThreadSlots.h"
 #include "core/platform/errors/ErrorCatalogue.h"
 #include "core/platform/system/SpinWait.h"
+#include "core/platform/system/StaticInitialisation.h"
 
 #include <algorithm>
+#include <cassert>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -19,10 +23,12 @@ namespace kavix {
 
 namespace {
 
-/// The families that the library provides. A new one is named here and nowhere else, by its inspector, which names its
-/// factory; that makes the linker include both objects. They register themselves when they are constructed, during
-/// static initialisation; an embedder's own families are registered by constructing them, too.
-constexpr const DictionaryDatatypeInspector* BUILT_IN_FAMILIES[] = {&s_NumericDatatypeInspector};
+// The families that come with the library: a new one is added here and nowhere else. Families of an embedder's own are
+// registered in the same way, from anywhere.
+[[gnu::init_priority(INITIALISE_FAMILIES)]] const DictionaryFamily s_numericFamily(
+    s_NumericDatatypeFactory, s_NumericDatatypeInspector);
+
+constexpr const DictionaryFamily* BUILT_IN_FAMILIES[] = {&s_numericFamily};
 
 uint64_t checkMaxResourceID(const Dictionary::Options& options) {
     const bool isNarrow = options.resourceIDWidth == ResourceIDWidth::BITS_32;
@@ -56,31 +62,27 @@ DictionaryState::DictionaryState(const Dictionary::Options& options) :
     m_dataPool(m_memoryManager),
     m_familiesByID(),
     m_snapshotBeforeTransaction(Dictionary::EVERYTHING) {
-    const std::vector<const DictionaryDatatypeFactory*> factories = DictionaryDatatypeFactory::getFactories();
-    for (const DictionaryDatatypeInspector* inspector : BUILT_IN_FAMILIES)
-        if (std::none_of(factories.begin(), factories.end(), [inspector](const DictionaryDatatypeFactory* factory) {
-                return factory->tryGetInspector() == inspector;
-            }))
+    const std::vector<const DictionaryFamily*> families = DictionaryFamily::getFamilies();
+    for (const DictionaryFamily* family : BUILT_IN_FAMILIES)
+        if (std::find(families.begin(), families.end(), family) == families.end())
             Errors::throwFamiliesNotReady();
     m_resourceData.initialize(m_maxResourceID);
     m_resourceDatatypeIDs.initialize(m_maxResourceID);
     m_dataPool.initialize(getMaximumDataPoolSize(m_maxResourceID));
-    m_families.reserve(factories.size()); // so that they never move
-    for (const DictionaryDatatypeFactory* factory : factories)
-        addFamily(*factory);
+    m_families.reserve(families.size()); // so that they never move
+    for (const DictionaryFamily* family : families)
+        addFamily(*family);
 }
 
-void DictionaryState::addFamily(const DictionaryDatatypeFactory& factory) {
-    const DictionaryDatatypeInspector* const inspector = factory.tryGetInspector();
-    if (inspector == nullptr)
-        Errors::throwFamilyWithoutInspector(std::string(factory.getDatatypeIDsAndIRIs().front().second));
-    std::unique_ptr<DictionaryDatatype> dictionaryDatatype = factory.createDictionaryDatatype(
+void DictionaryState::addFamily(const DictionaryFamily& family) {
+    std::unique_ptr<DictionaryDatatype> dictionaryDatatype = family.getFactory().createDictionaryDatatype(
         m_resourceIDWidth == ResourceIDWidth::BITS_32, m_memoryManager, m_nextResourceID, m_resourceData,
         m_resourceDatatypeIDs, m_dataPool);
+    assert(dynamic_cast<DictionaryDatatypeBatches*>(dictionaryDatatype.get()) != nullptr);
     dictionaryDatatype->initialize(m_maxResourceID, 0);
     auto& batches = static_cast<DictionaryDatatypeBatches&>(*dictionaryDatatype); // every factory makes one
-    m_families.push_back(Family{factory, *inspector, std::move(dictionaryDatatype), batches});
-    for (const auto& [datatypeID, datatypeIRI] : factory.getDatatypeIDsAndIRIs())
+    m_families.push_back(Family{family.getFactory(), family.getInspector(), std::move(dictionaryDatatype), batches});
+    for (const auto& [datatypeID, datatypeIRI] : family.getFactory().getDatatypeIDsAndIRIs())
         m_familiesByID[datatypeID] = &m_families.back();
 }
 

@@ -22,6 +22,7 @@ namespace kavix {
 
 class DictionaryDatatypeBatches;
 class DictionaryDatatypeFactory;
+class DictionaryFamily;
 class StoreReader;
 
 namespace StoreFormat {
@@ -123,7 +124,7 @@ public:
 
 private:
 
-    void addFamily(const DictionaryDatatypeFactory& factory);
+    void addFamily(const DictionaryFamily& family);
 };
 
 }

@@ -14,7 +14,6 @@
 namespace kavix {
 
 class DictionaryDatatype;
-class DictionaryDatatypeFactory;
 class InputStream;
 
 /// The limits that an image must observe.
@@ -42,8 +41,7 @@ class DictionaryDatatypeInspector : private Unmovable {
 
 public:
 
-    /// @param factory  of the family; must outlive the inspector
-    explicit DictionaryDatatypeInspector(DictionaryDatatypeFactory& factory) noexcept;
+    DictionaryDatatypeInspector() noexcept = default;
 
     virtual ~DictionaryDatatypeInspector();
 
@@ -68,10 +66,6 @@ public:
     /// The state of each table of a consistent dictionary, in the order of the datatype IDs.
     virtual std::vector<TableStatistics> getTableStatistics(
         const DictionaryDatatype& dictionary, const StoreContents& contents) const = 0;
-
-private:
-
-    DictionaryDatatypeFactory& m_factory;
 };
 
 }

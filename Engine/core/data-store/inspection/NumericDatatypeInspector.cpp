@@ -3,7 +3,6 @@
 #include "core/data-store/dictionary/DatatypeNames.h"
 #include "core/data-store/dictionary/IntegerDatatypeInfo.h"
 #include "core/data-store/dictionary/NumericDatatype.h"
-#include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "core/data-store/dictionary/NumericImageFormat.h"
 #include "core/data-store/inspection/NumericDatatypeVerifier.h"
 #include "core/data-store/numbers/XSDDecimal.h"
@@ -51,9 +50,7 @@ BinaryValueStatus classifyBinaryValue(const ResourceValue& value) noexcept {
 
 }
 
-// After the factory, which it refers to.
-[[gnu::init_priority(INITIALISE_INSPECTORS)]] const NumericDatatypeInspector s_NumericDatatypeInspector(
-    s_NumericDatatypeFactory);
+[[gnu::init_priority(INITIALISE_FACTORIES)]] const NumericDatatypeInspector s_NumericDatatypeInspector;
 
 void NumericDatatypeInspector::checkBinaryValue(const ResourceValue& value) const {
     switch (classifyBinaryValue(value)) {

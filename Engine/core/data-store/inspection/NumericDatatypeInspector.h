@@ -13,7 +13,7 @@ class NumericDatatypeInspector : public DictionaryDatatypeInspector {
 
 public:
 
-    using DictionaryDatatypeInspector::DictionaryDatatypeInspector;
+    NumericDatatypeInspector() noexcept = default;
 
     void checkBinaryValue(const ResourceValue& value) const override;
 

@@ -6,6 +6,7 @@
 #include "core/data-store/dictionary/NumericImageFormat.h"
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/store/Checksum.h"
+#include "core/platform/system/StaticInitialisation.h"
 
 #include <algorithm>
 #include <cstring>
@@ -27,9 +28,10 @@ bool isImage(const uint8_t* data, uint64_t length) {
 
 }
 
-const std::array<std::string, DamagedStore::NUMBER_OF_SECTIONS> DamagedStore::SECTION_NAMES{
-    StoreFormat::COUNTERS, StoreFormat::DATATYPE_IDS, StoreFormat::RESOURCE_DATA, StoreFormat::DATA_POOL,
-    StoreFormat::DICTIONARY_PREFIX + std::to_string(D_XSD_DECIMAL)};
+[[gnu::init_priority(INITIALISE_TABLES)]] const std::array<std::string, DamagedStore::NUMBER_OF_SECTIONS>
+    DamagedStore::SECTION_NAMES{
+        StoreFormat::COUNTERS, StoreFormat::DATATYPE_IDS, StoreFormat::RESOURCE_DATA, StoreFormat::DATA_POOL,
+        StoreFormat::DICTIONARY_PREFIX + std::to_string(D_XSD_DECIMAL)};
 
 DamagedStore::DamagedStore(const uint8_t* data, uint64_t length) :
     m_data(data),

@@ -3,6 +3,7 @@
 #include "core/data-store/store/Checksum.h"
 #include "core/platform/system/VMPageSize.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cstring>
 
@@ -35,7 +36,7 @@ std::string getName(const Section& section) {
 
 void setName(Section& section, std::string_view name) noexcept {
     assert(name.size() <= sizeof(section.m_name));
-    std::memcpy(section.m_name, name.data(), name.size());
+    std::memcpy(section.m_name, name.data(), std::min(name.size(), sizeof(section.m_name)));
 }
 
 }

@@ -134,12 +134,6 @@ void throwFamiliesNotReady() {
         "A dictionary cannot be created before the library's own static objects; create it later.");
 }
 
-void throwFamilyWithoutInspector(std::string&& datatypeIRI) {
-    throwKavixException(
-        ErrorSites::FAMILY_WITHOUT_INSPECTOR, "The datatype family of '", std::move(datatypeIRI),
-        "' has no inspector; create it before the dictionary.");
-}
-
 void throwTransactionRuns() {
     throwKavixException(
         ErrorSites::TRANSACTION_RUNS, "Another transaction is writing to this dictionary; wait until it has been "

@@ -53,7 +53,6 @@ inline constexpr ErrorSite RESOURCE_ID_OUT_OF_RANGE{"Engine/core/data-store/embe
 inline constexpr ErrorSite CONTRADICTING_RECORD{"Engine/core/data-store/dictionary/Restoration", 50};
 inline constexpr ErrorSite TRANSACTION_RUNS{"Engine/core/data-store/dictionary/Dictionary", 90};
 inline constexpr ErrorSite FAMILIES_NOT_READY{"Engine/core/data-store/embedding/Dictionary", 100};
-inline constexpr ErrorSite FAMILY_WITHOUT_INSPECTOR{"Engine/core/data-store/embedding/Dictionary", 110};
 inline constexpr ErrorSite TRANSACTION_HAS_ENDED{"Engine/core/data-store/dictionary/Transaction", 40};
 inline constexpr ErrorSite INVALID_DECIMAL{"Engine/core/data-store/dictionary/XSDDecimal", 58};
 inline constexpr ErrorSite DECIMAL_BEYOND_CAPACITY{"Engine/core/data-store/dictionary/XSDDecimal", 60};
@@ -141,8 +140,6 @@ namespace Errors {
 [[noreturn]] void throwContradictingRecord(uint64_t resourceID, std::string&& reason);
 
 [[noreturn]] void throwFamiliesNotReady();
-
-[[noreturn]] void throwFamilyWithoutInspector(std::string&& datatypeIRI);
 
 [[noreturn]] void throwTransactionRuns();
 
