@@ -9,8 +9,13 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cassert>
+#include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <string_view>
+#include <system_error>
 #include <variant>
 
 namespace kavix::numdict {
@@ -21,15 +26,18 @@ template<typename T>
 std::string formatFloatingPoint(T value, const std::string& datatype) {
     if (std::isinf(value))
         return fmt::format("\"{}INF\"^^{}", value < 0 ? "-" : "", datatype);
-    // The shortest digits that give the value back, in the form d.dE0.
-    std::string text = fmt::format("{:e}", value);
+    // The fewest digits that read back to the same value, as d.ddde+dd; the canonical form has a digit after the point
+    // and an exponent without plus and leading zeros.
+    std::array<char, 32> buffer;
+    const std::to_chars_result result =
+        std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::scientific);
+    assert(result.ec == std::errc()); // a double takes at most 24 characters
+    const std::string_view text(buffer.data(), static_cast<size_t>(result.ptr - buffer.data()));
     const size_t exponent = text.find('e');
-    std::string mantissa = text.substr(0, exponent);
-    while (mantissa.find('.') != std::string::npos && mantissa.back() == '0' && mantissa[mantissa.size() - 2] != '.')
-        mantissa.pop_back();
-    if (mantissa.find('.') == std::string::npos)
-        mantissa += ".0";
-    return fmt::format("\"{}E{}\"^^{}", mantissa, std::stoi(text.substr(exponent + 1)), datatype);
+    const std::string_view mantissa = text.substr(0, exponent);
+    return fmt::format(
+        "\"{}{}E{}\"^^{}", mantissa, mantissa.find('.') == std::string_view::npos ? ".0" : "",
+        std::stoi(std::string(text.substr(exponent + 1))), datatype);
 }
 
 }
