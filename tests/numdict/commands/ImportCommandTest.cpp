@@ -112,3 +112,20 @@ TEST(ImportCommand, StandardInputIsReadPlainAndPacked) {
 TEST(ImportCommand, NothingIsSaidOnStandardErrorWhenItIsQuiet) {
     EXPECT_EQ(runProgram("import --quiet " + DATA + "mixed.nt").m_errors, "");
 }
+
+TEST(ImportCommand, OnlyWhatIsPrintedDifferentlyIsNotCanonical) {
+    TemporaryDirectory directory;
+    const std::string xsd = "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n";
+    const std::string good = directory.write("good.ttl", xsd + "<s> <p> 6.0 , -0.5 , 0.0 , 7 , \"8\"^^xsd:int .");
+    EXPECT_EQ(json::parse(runProgram("import --json " + good).m_output)["total"]["nonCanonical"], 0);
+    EXPECT_EQ(runProgram("import " + good).m_output.find("(not canonical"), std::string::npos);
+    const std::string other =
+        directory.write("other.ttl", xsd + "<s> <p> +6.0 , 1.50 , \"6\"^^xsd:decimal , 6.0 , 007 .");
+    EXPECT_EQ(json::parse(runProgram("import --json " + other).m_output)["total"]["nonCanonical"], 4);
+    const std::string report = runProgram("import " + other).m_output;
+    EXPECT_NE(
+        report.find("  (not canonical: accepted, but get and dump print another text: 5 for +5, 1.5 for 1.50, 6.0 for "
+                    "\"6\"^^xsd:decimal)\n"),
+        std::string::npos)
+        << report;
+}

@@ -2,6 +2,7 @@
 
 #include "core/data-store/dictionary/NumericDatatypeFactory.h"
 #include "numdict/literals/Datatypes.h"
+#include "numdict/literals/TurtleLiteral.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,7 @@
 #include <regex>
 #include <string>
 #include <type_traits>
+#include <variant>
 #include <vector>
 
 using namespace kavix;
@@ -158,4 +160,45 @@ TEST(LiteralDescription, EqualValuesOfRandomNumbersReadBack) {
                     EXPECT_TRUE(describeLiteral(formatTurtleLiteral(value)).m_isValid);
             }
         }
+}
+
+TEST(LiteralDescription, ACanonicalTurtleFormIsTheOneThatIsPrinted) {
+    const struct {
+        uint8_t datatypeID;
+        const char* form;
+        bool isCanonical;
+    } rows[] = {
+        {D_XSD_DECIMAL, "6.0", true},   {D_XSD_DECIMAL, "6", false},    {D_XSD_DECIMAL, "6.", false},
+        {D_XSD_DECIMAL, "6.00", false}, {D_XSD_DECIMAL, "+6.0", false}, {D_XSD_DECIMAL, "06.0", false},
+        {D_XSD_DECIMAL, "0.0", true},   {D_XSD_DECIMAL, "-0.0", false}, {D_XSD_DECIMAL, ".0", false},
+        {D_XSD_DECIMAL, "0", false},    {D_XSD_DECIMAL, "-10.0", true}, {D_XSD_DECIMAL, "10", false},
+        {D_XSD_DECIMAL, "1.5", true},   {D_XSD_DECIMAL, "1.50", false}, {D_XSD_DECIMAL, "10.05", true},
+        {D_XSD_DECIMAL, "-.5", false},  {D_XSD_DECIMAL, "-0.5", true},  {D_XSD_DECIMAL, "100.0", true},
+        {D_XSD_INTEGER, "6", true},     {D_XSD_INTEGER, "+6", false},   {D_XSD_INTEGER, "-0", false},
+        {D_XSD_BYTE, "100", true},      {D_XSD_BYTE, "007", false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.form);
+        EXPECT_EQ(isCanonicalTurtleForm(row.datatypeID, row.form), row.isCanonical);
+    }
+}
+
+TEST(LiteralDescription, RandomFormsAreCanonicalIfTheyAreWhatIsPrinted) {
+    std::mt19937_64 random(11);
+    int numberOfCanonical[2] = {0, 0};
+    for (int round = 0; round < 100000; ++round) {
+        std::string form;
+        for (uint64_t length = 1 + random() % 6; length != 0; --length)
+            form += "0015+-.."[random() % 8];
+        const uint8_t datatypeID = random() % 2 == 0 ? D_XSD_DECIMAL : D_XSD_INTEGER;
+        const LiteralDescription description = describeLiteral('"' + form + "\"^^" + getDatatypeName(datatypeID));
+        if (!description.m_isValid)
+            continue;
+        const auto printed = parseTurtleLiteral(description.m_turtle);
+        const bool isCanonical = std::get<TurtleLiteral>(printed).m_lexicalForm == form;
+        EXPECT_EQ(isCanonicalTurtleForm(datatypeID, form), isCanonical) << form;
+        ++numberOfCanonical[isCanonical];
+    }
+    EXPECT_GT(numberOfCanonical[false], 1000);
+    EXPECT_GT(numberOfCanonical[true], 1000);
 }

@@ -54,6 +54,18 @@ std::string formatTurtleLiteral(const ResourceValue& value) {
     return text;
 }
 
+bool isCanonicalTurtleForm(uint8_t datatypeID, std::string_view lexicalForm) noexcept {
+    if (datatypeID == D_XSD_DECIMAL) {
+        // An integral decimal is its lexical form and ".0"; every other one has a point anyway.
+        constexpr std::string_view INTEGRAL_ENDING(".0");
+        if (lexicalForm.ends_with(INTEGRAL_ENDING))
+            lexicalForm.remove_suffix(INTEGRAL_ENDING.size());
+        else if (lexicalForm.find('.') == std::string_view::npos)
+            return false;
+    }
+    return isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
+}
+
 LiteralDescription describeLiteral(std::string_view text) {
     LiteralDescription description;
     description.m_literal = text;

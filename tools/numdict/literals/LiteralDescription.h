@@ -27,4 +27,11 @@ LiteralDescription describeLiteral(std::string_view text);
 /// The literal of a value as Turtle writes it, xsd:double and xsd:float included.
 std::string formatTurtleLiteral(const ResourceValue& value);
 
+/// Whether a lexical form of a numeric datatype (22 to 35) is the one in the literal that formatTurtleLiteral() writes
+/// for its value. This is the canonical lexical form, but for integral decimals: Turtle needs a point to tell 6.0 from
+/// an integer, and the lexical form is 6. Decided from the text alone, without printing: called for every literal of an
+/// import.
+/// @param lexicalForm  a form that tryParseNumericValue() accepts; for any other text the result means nothing
+bool isCanonicalTurtleForm(uint8_t datatypeID, std::string_view lexicalForm) noexcept;
+
 }
