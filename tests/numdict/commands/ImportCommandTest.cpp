@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <string>
 
@@ -38,8 +39,11 @@ TEST(ImportCommand, ExitCodesTellWhatHappened) {
         {"strange width", "import --id-width 16 " + good, 2, "--id-width"},
         {"strange memory", "import --memory lots " + good, 2, "512M"},
         {"rejected to a device", "import --rejected /dev/null " + good, 2, "regular file"},
+        {"rejected and JSON in one stream", "import --json --rejected - " + good, 2, "--rejected"},
         {"too little memory", "import --memory 1000 " + good, 3, "--memory"},
         {"rejected to nowhere", "import --rejected /nonexistent/r.nq " + good, 4, "cannot write"},
+        {"rejected to a full disk", "import --quiet --rejected - " + DATA + "mixed.nt > /dev/full", 4,
+         "standard output"},
         {"standard output full", "import --quiet " + good + " > /dev/full", 4, "standard output"},
         {"empty file", "import --format nt /dev/null", 0, ""},
     };
@@ -128,4 +132,33 @@ TEST(ImportCommand, OnlyWhatIsPrintedDifferentlyIsNotCanonical) {
                     "\"6\"^^xsd:decimal)\n"),
         std::string::npos)
         << report;
+}
+
+TEST(ImportCommand, RejectedStatementsGoToStandardOutputAndNothingElseDoes) {
+    TemporaryDirectory directory;
+    const std::string rejectedPath = directory.getPath("rejected.nq");
+    const std::string files = DATA + "mixed.nt " + DATA + "mixed.ttl";
+    runProgram("import --quiet --rejected " + rejectedPath + " " + files);
+    const std::string rejected = readFile(rejectedPath);
+    EXPECT_EQ(std::count(rejected.begin(), rejected.end(), '\n'), 8);
+    const ProgramResult result = runProgram(
+        "import --quiet --threads 1 --rejected - " + files + " --resolve 5", "cd '" + directory.getPath(".") + "';");
+    EXPECT_EQ(result.m_exitCode, 1);
+    EXPECT_EQ(result.m_output, rejected);
+    EXPECT_NE(result.m_errors.find(" 18 numeric literals"), std::string::npos) << result.m_errors;
+    EXPECT_TRUE(result.m_errors.ends_with("1\txsd:integer\t5\n")) << result.m_errors;
+    EXPECT_FALSE(std::filesystem::exists(directory.getPath("-")));
+    // A file of that name can still be named.
+    EXPECT_EQ(
+        runProgram("import --quiet --rejected ./- " + files, "cd '" + directory.getPath(".") + "';").m_exitCode, 1);
+    EXPECT_EQ(readFile(directory.getPath("-")), rejected);
+}
+
+TEST(ImportCommand, RejectedStatementsThatCannotBePrintedLeaveNoStore) {
+    TemporaryDirectory directory;
+    const std::string store = directory.getPath("numbers.store");
+    const ProgramResult result =
+        runProgram("import --quiet --rejected - --store " + store + " " + DATA + "mixed.nt > /dev/full");
+    EXPECT_EQ(result.m_exitCode, 4);
+    EXPECT_FALSE(std::filesystem::exists(store));
 }

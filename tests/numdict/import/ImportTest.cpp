@@ -37,6 +37,7 @@ json importFiles(
         dictionary, ImportOptions{std::move(files), numberOfThreads, collectorOptions, rejectedPath, blockSize},
         progress);
     json report = json::parse(formatReportAsJSON(import.run()));
+    import.writeRejectedStatements();
     report.erase("seconds");
     report.erase("literalsPerSecond");
     report.erase("memory");
