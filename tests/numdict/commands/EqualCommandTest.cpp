@@ -8,6 +8,7 @@ TEST(EqualCommand, ExitCodesTellWhatHappened) {
     const ExpectedEnd rows[] = {
         {"equal well", "equal 5", 0, ""},
         {"equal of a bad literal", "equal '\"300\"^^xsd:byte'", 1, "not in the range"},
+        {"equal of what is too large", "equal 99999999999999999999", 1, "It is a legal xsd:integer, but Kavix holds"},
         {"equal of what is not a literal", "equal hello", 2, "not a literal"},
     };
     for (const ExpectedEnd& row : rows)

@@ -162,3 +162,18 @@ TEST(ImportCommand, RejectedStatementsThatCannotBePrintedLeaveNoStore) {
     EXPECT_EQ(result.m_exitCode, 4);
     EXPECT_FALSE(std::filesystem::exists(store));
 }
+
+TEST(ImportCommand, ExamplesOfLegalIntegersBeyondTheCapacityAreExplained) {
+    const json examples =
+        json::parse(runProgram("import --json --quiet " + DATA + "mixed.nt").m_output)["rejectedExamples"];
+    int numberOfExplanations = 0;
+    for (const json& example : examples)
+        if (example.contains("explanation")) {
+            EXPECT_EQ(example["datatype"], "xsd:unsignedLong");
+            EXPECT_EQ(
+                example["explanation"], "It is a legal xsd:unsignedLong, but Kavix holds integers from "
+                                        "-9223372036854775808 to 9223372036854775807.");
+            ++numberOfExplanations;
+        }
+    EXPECT_EQ(numberOfExplanations, 1);
+}

@@ -177,6 +177,8 @@ std::string formatReportAsJSON(const ImportReport& report) {
         item["datatype"] = getDatatypeName(example.m_datatypeID);
         item["reason"] = getReasonName(example.m_reason);
         item["message"] = example.m_message;
+        if (const std::string text = getRejectionExplanation(example.m_datatypeID, example.m_reason); !text.empty())
+            item["explanation"] = text;
         object["rejectedExamples"].push_back(std::move(item));
     }
     object["seconds"] = report.m_seconds;

@@ -42,6 +42,10 @@ std::string formatFloatingPoint(T value, const std::string& datatype) {
 
 }
 
+std::string LiteralDescription::getFullMessage() const {
+    return m_explanation.empty() ? m_message : m_message + " " + m_explanation;
+}
+
 std::string formatTurtleLiteral(const ResourceValue& value) {
     if (value.datatypeID == D_XSD_DOUBLE)
         return formatFloatingPoint(value.getBinaryValue<double>(), getDatatypeName(value.datatypeID));
@@ -99,6 +103,7 @@ LiteralDescription describeLiteral(std::string_view text) {
     else {
         description.m_reason = getReasonName(status);
         description.m_message = getRejectionMessage(description.m_datatypeID, form);
+        description.m_explanation = getRejectionExplanation(description.m_datatypeID, status);
     }
     return description;
 }

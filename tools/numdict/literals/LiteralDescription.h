@@ -19,6 +19,10 @@ struct LiteralDescription {
     std::string m_turtle; // canonical, as Turtle writes it
     std::string m_reason; // if not valid: malformed, outOfRange, beyondCapacity, notNumeric, syntax
     std::string m_message;
+    std::string m_explanation; // if the message does not tell the reason, else empty
+
+    /// The message and the explanation, for people.
+    std::string getFullMessage() const;
 };
 
 /// Reads a Turtle literal and says what the dictionary would make of it. Throws nothing for bad literals.
