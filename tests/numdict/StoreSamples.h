@@ -43,7 +43,7 @@ inline std::string dumpStore(const std::string& path) {
 /// A folder with the sample store and what else commands on stores may be given.
 struct StoreFolder {
 
-    const TemporaryDirectory m_directory;
+    const TemporaryDirectory m_directory{}; // clang needs the braces: the class has no constructor of its own
     const std::string m_store = makeSampleStore(m_directory);
     const std::string m_other = importTurtle(m_directory, "other.store", "<s> <p> 5 .");
     const std::string m_records = m_directory.write("records", SAMPLE_DUMP);

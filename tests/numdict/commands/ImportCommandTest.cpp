@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <string>
 
@@ -38,8 +39,11 @@ TEST(ImportCommand, ExitCodesTellWhatHappened) {
         {"strange width", "import --id-width 16 " + good, 2, "--id-width"},
         {"strange memory", "import --memory lots " + good, 2, "512M"},
         {"rejected to a device", "import --rejected /dev/null " + good, 2, "regular file"},
+        {"rejected and JSON in one stream", "import --json --rejected - " + good, 2, "--rejected"},
         {"too little memory", "import --memory 1000 " + good, 3, "--memory"},
         {"rejected to nowhere", "import --rejected /nonexistent/r.nq " + good, 4, "cannot write"},
+        {"rejected to a full disk", "import --quiet --rejected - " + DATA + "mixed.nt > /dev/full", 4,
+         "standard output"},
         {"standard output full", "import --quiet " + good + " > /dev/full", 4, "standard output"},
         {"empty file", "import --format nt /dev/null", 0, ""},
     };
@@ -111,4 +115,65 @@ TEST(ImportCommand, StandardInputIsReadPlainAndPacked) {
 
 TEST(ImportCommand, NothingIsSaidOnStandardErrorWhenItIsQuiet) {
     EXPECT_EQ(runProgram("import --quiet " + DATA + "mixed.nt").m_errors, "");
+}
+
+TEST(ImportCommand, OnlyWhatIsPrintedDifferentlyIsNotCanonical) {
+    TemporaryDirectory directory;
+    const std::string xsd = "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n";
+    const std::string good = directory.write("good.ttl", xsd + "<s> <p> 6.0 , -0.5 , 0.0 , 7 , \"8\"^^xsd:int .");
+    EXPECT_EQ(json::parse(runProgram("import --json " + good).m_output)["total"]["nonCanonical"], 0);
+    EXPECT_EQ(runProgram("import " + good).m_output.find("(not canonical"), std::string::npos);
+    const std::string other =
+        directory.write("other.ttl", xsd + "<s> <p> +6.0 , 1.50 , \"6\"^^xsd:decimal , 6.0 , 007 .");
+    EXPECT_EQ(json::parse(runProgram("import --json " + other).m_output)["total"]["nonCanonical"], 4);
+    const std::string report = runProgram("import " + other).m_output;
+    EXPECT_NE(
+        report.find("  (not canonical: accepted, but get and dump print another text: 5 for +5, 1.5 for 1.50, 6.0 for "
+                    "\"6\"^^xsd:decimal)\n"),
+        std::string::npos)
+        << report;
+}
+
+TEST(ImportCommand, RejectedStatementsGoToStandardOutputAndNothingElseDoes) {
+    TemporaryDirectory directory;
+    const std::string rejectedPath = directory.getPath("rejected.nq");
+    const std::string files = DATA + "mixed.nt " + DATA + "mixed.ttl";
+    runProgram("import --quiet --rejected " + rejectedPath + " " + files);
+    const std::string rejected = readFile(rejectedPath);
+    EXPECT_EQ(std::count(rejected.begin(), rejected.end(), '\n'), 8);
+    const ProgramResult result = runProgram(
+        "import --quiet --threads 1 --rejected - " + files + " --resolve 5", "cd '" + directory.getPath(".") + "';");
+    EXPECT_EQ(result.m_exitCode, 1);
+    EXPECT_EQ(result.m_output, rejected);
+    EXPECT_NE(result.m_errors.find(" 18 numeric literals"), std::string::npos) << result.m_errors;
+    EXPECT_TRUE(result.m_errors.ends_with("1\txsd:integer\t5\n")) << result.m_errors;
+    EXPECT_FALSE(std::filesystem::exists(directory.getPath("-")));
+    // A file of that name can still be named.
+    EXPECT_EQ(
+        runProgram("import --quiet --rejected ./- " + files, "cd '" + directory.getPath(".") + "';").m_exitCode, 1);
+    EXPECT_EQ(readFile(directory.getPath("-")), rejected);
+}
+
+TEST(ImportCommand, RejectedStatementsThatCannotBePrintedLeaveNoStore) {
+    TemporaryDirectory directory;
+    const std::string store = directory.getPath("numbers.store");
+    const ProgramResult result =
+        runProgram("import --quiet --rejected - --store " + store + " " + DATA + "mixed.nt > /dev/full");
+    EXPECT_EQ(result.m_exitCode, 4);
+    EXPECT_FALSE(std::filesystem::exists(store));
+}
+
+TEST(ImportCommand, ExamplesOfLegalIntegersBeyondTheCapacityAreExplained) {
+    const json examples =
+        json::parse(runProgram("import --json --quiet " + DATA + "mixed.nt").m_output)["rejectedExamples"];
+    int numberOfExplanations = 0;
+    for (const json& example : examples)
+        if (example.contains("explanation")) {
+            EXPECT_EQ(example["datatype"], "xsd:unsignedLong");
+            EXPECT_EQ(
+                example["explanation"], "It is a legal xsd:unsignedLong, but Kavix holds integers from "
+                                        "-9223372036854775808 to 9223372036854775807.");
+            ++numberOfExplanations;
+        }
+    EXPECT_EQ(numberOfExplanations, 1);
 }

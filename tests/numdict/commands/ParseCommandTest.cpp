@@ -34,7 +34,8 @@ TEST(ParseCommand, EachLiteralIsAnsweredWithALineOfJSON) {
         "\"outOfRange\",\"message\":\"Value '300' is not in the range of datatype xsd:byte.\"}\n"
         "{\"literal\":\"99999999999999999999\",\"datatype\":\"xsd:integer\",\"datatypeID\":23,\"valid\":false,"
         "\"reason\":\"beyondCapacity\",\"message\":\"Lexical form '99999999999999999999' is invalid for datatype "
-        "xsd:integer.\"}\n"
+        "xsd:integer.\",\"explanation\":\"It is a legal xsd:integer, but Kavix holds integers from "
+        "-9223372036854775808 to 9223372036854775807.\"}\n"
         "{\"literal\":\"\\\"a\",\"datatype\":null,\"datatypeID\":null,\"valid\":false,\"reason\":\"syntax\","
         "\"message\":\"Column 3: the closing quote is missing.\"}\n"
         "{\"literal\":\"\\\"-0\\\"^^xsd:int\",\"datatype\":\"xsd:int\",\"datatypeID\":29,\"valid\":true,"
@@ -44,4 +45,20 @@ TEST(ParseCommand, EachLiteralIsAnsweredWithALineOfJSON) {
         "{\"literal\":\"\\\"x\\\"@en\",\"datatype\":\"rdf:langString\",\"datatypeID\":null,\"valid\":false,\"reason\":"
         "\"notNumeric\",\"message\":\"rdf:langString is not one of the numeric datatypes: xsd:decimal, xsd:integer and "
         "its derived types.\"}\n");
+}
+
+TEST(ParseCommand, ALegalIntegerBeyondTheCapacityIsExplained) {
+    EXPECT_EQ(
+        runProgram("parse 99999999999999999999 '\"-9223372036854775809\"^^xsd:negativeInteger'").m_output,
+        "99999999999999999999\n  error      Lexical form '99999999999999999999' is invalid for datatype xsd:integer. "
+        "It "
+        "is a legal xsd:integer, but Kavix holds integers from -9223372036854775808 to 9223372036854775807. "
+        "(beyondCapacity)\n"
+        "\"-9223372036854775809\"^^xsd:negativeInteger\n  error      Lexical form '-9223372036854775809' is invalid "
+        "for "
+        "datatype xsd:negativeInteger. It is a legal xsd:negativeInteger, but Kavix holds integers from "
+        "-9223372036854775808 to 9223372036854775807. (beyondCapacity)\n");
+    for (const char* literal :
+         {"'\"99999999999999999999\"^^xsd:long'", "99999999999999999999x", "0.12345678901234567891"})
+        EXPECT_EQ(runProgram(std::string("parse ") + literal).m_output.find("legal"), std::string::npos) << literal;
 }

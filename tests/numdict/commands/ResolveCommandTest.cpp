@@ -72,3 +72,19 @@ TEST(ResolveCommand, GetAnswersEachIDWithALine) {
         "{\"id\":3,\"datatype\":\"xsd:decimal\",\"literal\":\"6.5\"}\n"
         "{\"id\":77,\"datatype\":null,\"literal\":null,\"reason\":\"absent\",\"message\":\"not found\"}\n");
 }
+
+TEST(ResolveCommand, ALegalIntegerBeyondTheCapacityIsExplained) {
+    TemporaryDirectory directory;
+    const std::string store = makeSampleStore(directory);
+    const std::string message = "Lexical form '99999999999999999999' is invalid for datatype xsd:integer.";
+    const std::string explanation =
+        "It is a legal xsd:integer, but Kavix holds integers from -9223372036854775808 to 9223372036854775807.";
+    EXPECT_EQ(
+        runProgram("resolve " + store + " 99999999999999999999").m_output,
+        "-\txsd:integer\t99999999999999999999\t" + message + " " + explanation + "\n");
+    EXPECT_EQ(
+        runProgram("resolve --json " + store + " 99999999999999999999").m_output,
+        "{\"id\":null,\"datatype\":\"xsd:integer\",\"literal\":\"99999999999999999999\",\"reason\":"
+        "\"beyondCapacity\",\"message\":\"" +
+            message + "\",\"explanation\":\"" + explanation + "\"}\n");
+}

@@ -4,10 +4,18 @@
 #include "core/data-store/embedding/Dictionary.h"
 #include "numdict/import/Import.h"
 #include "numdict/import/ImportReport.h"
+#include "numdict/input/ByteSource.h"
+#include "numdict/input/LineBlocks.h"
+#include "numdict/input/LineReader.h"
+#include "numdict/input/TurtleReader.h"
 #include "numdict/literals/Datatypes.h"
+#include "numdict/literals/LiteralDescription.h"
+#include "numdict/literals/TurtleLiteral.h"
+#include "numdict/literals/TurtleText.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +23,7 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 using namespace kavix;
@@ -79,6 +88,44 @@ ImportReport importFiles(const std::vector<std::string>& names, unsigned numberO
     ImportProgress progress;
     return Import(dictionary, std::move(options), progress).run();
 }
+
+/// Passes all statements of a file to a sink.
+void readStatements(const std::string& name, StatementSink& sink) {
+    const std::string path = (getDataFolder() / name).string();
+    const RDFFormat format = *tryGetFormatOfPath(name);
+    std::atomic<uint64_t> bytesRead{0};
+    if (isLineFormat(format)) {
+        LineBlocks blocks(path, bytesRead);
+        LineReader reader(format, "file:///f", "f1_", sink);
+        LineBlock block;
+        while (blocks.next(block))
+            EXPECT_FALSE(reader.read(block, false).m_firstError);
+    }
+    else {
+        ByteSource source(path, bytesRead);
+        EXPECT_FALSE(TurtleReader(source, format, "file:///f", "f1_", sink).read());
+    }
+}
+
+/// Counts the valid literals of each datatype whose text is another one once it was parsed and printed.
+class PrintedDifferently final : public StatementSink {
+
+public:
+
+    bool receive(const Statement& statement, const StatementContext&) override {
+        if (!statement.hasTypedLiteral() || findNumericDatatype(statement.m_datatypeIRI) == D_NONE)
+            return true;
+        const std::string form(statement.getLexicalForm());
+        const LiteralDescription description =
+            describeLiteral(makeTurtleString(form) + "^^" + getDatatypeName(statement.m_datatypeIRI));
+        if (description.m_isValid)
+            m_counts[description.m_datatypeID] +=
+                std::get<TurtleLiteral>(parseTurtleLiteral(description.m_turtle)).m_lexicalForm != form;
+        return true;
+    }
+
+    ByDatatype<uint64_t> m_counts;
+};
 
 class RealData : public testing::Test {
 
@@ -156,4 +203,22 @@ TEST_F(RealData, EachBadLiteralIsRejectedForItsReason) {
                     found[getDatatypeName(datatypeID) + " " + kind] = count;
         EXPECT_TRUE(found == expected[name]);
     }
+}
+
+TEST_F(RealData, WhatIsPrintedDifferentlyIsNotCanonical) {
+    uint64_t nonCanonicalDecimals = 0;
+    uint64_t decimals = 0;
+    for (const std::string& name : m_names) {
+        SCOPED_TRACE(name);
+        PrintedDifferently expected;
+        readStatements(name, expected);
+        const ImportReport report = importFiles({name}, 2, ResourceIDWidth::BITS_32);
+        for (const uint8_t datatypeID : NUMERIC_DATATYPE_IDS)
+            EXPECT_EQ(report.m_datatypes[datatypeID].m_nonCanonical, expected.m_counts[datatypeID])
+                << getDatatypeName(datatypeID);
+        nonCanonicalDecimals += report.m_datatypes[D_XSD_DECIMAL].m_nonCanonical;
+        decimals += report.m_datatypes[D_XSD_DECIMAL].m_accepted;
+    }
+    // Most are in Turtle files, as their publishers' programs print them.
+    EXPECT_LT(nonCanonicalDecimals, decimals / 2);
 }

@@ -32,14 +32,16 @@ void AnswerPrinter::resolve(std::string_view literal) {
     if (resourceID != 0)
         print(resourceID, description.m_value);
     else if (description.m_isValid)
-        print(Miss{"", description.m_datatype, description.m_turtle, ABSENT, NOT_FOUND});
+        print(Miss{"", description.m_datatype, description.m_turtle, ABSENT, NOT_FOUND, ""});
     else
-        print(Miss{"", description.m_datatype, literal, description.m_reason, description.m_message});
+        print(Miss{
+            "", description.m_datatype, literal, description.m_reason, description.m_message,
+            description.m_explanation});
 }
 
 void AnswerPrinter::get(uint64_t resourceID) {
     if (m_dictionary.tryGetResourceDatatypeID(resourceID) == D_NONE)
-        print(Miss{std::to_string(resourceID), "", "", ABSENT, NOT_FOUND});
+        print(Miss{std::to_string(resourceID), "", "", ABSENT, NOT_FOUND, ""});
     else
         print(resourceID, m_dictionary.getValue(resourceID));
 }
@@ -48,7 +50,7 @@ void AnswerPrinter::get(std::string_view text) {
     if (const std::optional<uint64_t> resourceID = tryParseResourceID(text))
         get(*resourceID);
     else
-        print(Miss{text, "", "", "syntax", "not a resource ID, which is a number"});
+        print(Miss{text, "", "", "syntax", "not a resource ID, which is a number", ""});
 }
 
 int AnswerPrinter::getExitCode() const noexcept {
@@ -72,10 +74,16 @@ void AnswerPrinter::print(const Miss& miss) {
         object["literal"] = toJSONOrNull(miss.m_literal);
         object["reason"] = miss.m_reason;
         object["message"] = miss.m_message;
+        if (!miss.m_explanation.empty())
+            object["explanation"] = miss.m_explanation;
         m_text = formatJSONLine(object);
     }
-    else
-        m_recordWriter.appendMissing(miss.m_resourceID, miss.m_datatype, miss.m_literal, miss.m_message, m_text);
+    else {
+        std::string message(miss.m_message);
+        if (!miss.m_explanation.empty())
+            message.append(" ").append(miss.m_explanation);
+        m_recordWriter.appendMissing(miss.m_resourceID, miss.m_datatype, miss.m_literal, message, m_text);
+    }
     m_write(m_text);
 }
 

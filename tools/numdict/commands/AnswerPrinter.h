@@ -42,6 +42,7 @@ private:
         std::string_view m_literal;
         std::string_view m_reason; // as programs read it
         std::string_view m_message;
+        std::string_view m_explanation; // follows the message
     };
 
     void print(uint64_t resourceID, const ResourceValue& value);

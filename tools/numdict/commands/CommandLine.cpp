@@ -75,7 +75,8 @@ void CommandLine::addImport() {
         "--trim", m_import.m_isTrimming, "Ignore white space around lexical forms, such as \" 5 \"^^xsd:int");
     addFile(
         import, "--rejected", m_import.m_rejectedPath,
-        "Write the statements of rejected literals to this file, as N-Quads");
+        "Write the statements of rejected literals to this file, as N-Quads; - is standard output, and the report and "
+        "look-ups go to standard error");
     addJSON(import, m_import.m_isJSON, "Print the report as one JSON object (look-ups go to standard error)");
     addQuiet(import, m_import.m_options);
     import.add_option("--resolve", m_import.m_literalsToResolve, "After the import, print the IDs of these literals")

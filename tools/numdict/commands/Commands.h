@@ -24,7 +24,7 @@ struct ImportCommand {
     bool m_isStrict = false;
     bool m_isTrimming = false;
     bool m_isJSON = false;
-    std::string m_rejectedPath; // empty: none
+    std::string m_rejectedPath; // empty: none; "-": standard output
     std::vector<std::string> m_literalsToResolve;
     std::vector<uint64_t> m_resourceIDsToGet;
     DictionaryOptions m_options;

@@ -62,7 +62,7 @@ private:
         if (description.m_isValid)
             select(m_dictionary.tryResolve(description.m_value), place, line);
         else
-            printMessage(fmt::format("{}: {}: {}", place, line, description.m_message));
+            printMessage(fmt::format("{}: {}: {}", place, line, description.getFullMessage()));
         return description.m_isValid;
     }
 

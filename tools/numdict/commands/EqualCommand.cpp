@@ -16,7 +16,7 @@ int runEqualCommand(const EqualCommand& command) {
     if (!description.m_isValid) {
         if (description.m_reason == "syntax")
             throw UsageError(fmt::format("'{}' is not a literal. {}", description.m_literal, description.m_message));
-        printMessage(fmt::format("{}: {}", description.m_literal, description.m_message));
+        printMessage(fmt::format("{}: {}", description.m_literal, description.getFullMessage()));
         return EXIT_DAMAGED_INPUT;
     }
     std::vector<ResourceValue> values;

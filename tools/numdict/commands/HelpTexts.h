@@ -27,6 +27,7 @@ Examples
   numdict import *.ttl dump.nq.gz --memory 8G
   curl -s https://example.org/data.nt.gz | numdict import - --format nt
   numdict import data.ttl --rejected rejected.nq    then correct rejected.nq and import it as well
+  numdict import data.ttl --rejected - 2> report.txt | less
   numdict import *.nt.gz --store numbers.store      again with other files: the store is extended
   numdict import data.ttl --resolve 5 '"5"^^xsd:int' --get 1 2 3
   numdict import data.nt --json --quiet > report.json)";

@@ -36,6 +36,17 @@ ImportOptions makeImportOptions(const ImportCommand& command) {
     return options;
 }
 
+/// Whether standard output is for the rejected statements, so that everything else goes to standard error.
+bool isPrintingRejected(const ImportCommand& command) {
+    return command.m_rejectedPath == "-";
+}
+
+/// Checks what goes where before anything is done.
+void checkOutputs(const ImportCommand& command) {
+    if (isPrintingRejected(command) && command.m_isJSON)
+        throw UsageError("import: --json and --rejected - both write to standard output; give --rejected a file");
+}
+
 /// Checks the path of the store before anything is done.
 void checkStorePath(const ImportCommand& command) {
     if (command.m_storePath.empty())
@@ -72,7 +83,10 @@ ImportReport runImport(const ImportCommand& command, ImportOptions&& options, Di
     std::optional<ProgressDisplay> display;
     if (!command.m_options.m_isQuiet)
         display.emplace([&progress](double seconds) { return progress.describe(seconds); });
-    return import.run();
+    ImportReport report = import.run();
+    display.reset(); // before the rejected statements, which may go to the same terminal
+    import.writeRejectedStatements();
+    return report;
 }
 
 /// Writes the store, unless the import was stopped or there is none to write, and adds what became of it to the report.
@@ -103,12 +117,12 @@ std::exception_ptr saveStore(
 int lookUp(const ImportCommand& command, const Dictionary& dictionary) {
     if (command.m_literalsToResolve.empty() && command.m_resourceIDsToGet.empty())
         return EXIT_ALL_WELL;
+    // With --json standard output holds one object and nothing else, with --rejected - statements and nothing else.
+    const bool isStandardOutputTaken = command.m_isJSON || isPrintingRejected(command);
+    const auto write = isStandardOutputTaken ? writeStandardError : writeStandardOutput;
     if (!command.m_isJSON)
-        writeStandardOutput("\n");
-    // With --json standard output holds one object and nothing else.
-    AnswerPrinter printer(
-        dictionary, false, !command.m_isJSON && isStandardOutputTerminal(),
-        command.m_isJSON ? writeStandardError : writeStandardOutput);
+        write("\n");
+    AnswerPrinter printer(dictionary, false, !isStandardOutputTaken && isStandardOutputTerminal(), write);
     for (const std::string& literal : command.m_literalsToResolve)
         printer.resolve(literal);
     for (const uint64_t resourceID : command.m_resourceIDsToGet)
@@ -129,6 +143,7 @@ void printWhyStopped(const ImportReport& report) {
 int runImportCommand(const ImportCommand& command) {
     ImportOptions options = makeImportOptions(command);
     const bool hasStore = !command.m_storePath.empty();
+    checkOutputs(command);
     checkStorePath(command);
     std::optional<ReplacingFile> newStore;
     if (hasStore && !command.m_isDryRun)
@@ -141,7 +156,10 @@ int runImportCommand(const ImportCommand& command) {
     std::exception_ptr failure;
     if (hasStore)
         failure = saveStore(command, *dictionary, valuesBefore, newStore ? &*newStore : nullptr, report);
-    writeStandardOutput(command.m_isJSON ? formatReportAsJSON(report) : formatReport(report));
+    if (isPrintingRejected(command))
+        writeStandardError(formatReport(report));
+    else
+        writeStandardOutput(command.m_isJSON ? formatReportAsJSON(report) : formatReport(report));
     const int lookUpExitCode = lookUp(command, *dictionary);
     printWhyStopped(report);
     flushStandardOutput(); // before the store, so that it is unchanged if this fails

@@ -36,6 +36,8 @@ std::string formatAsJSON(const LiteralDescription& description) {
     else {
         object["reason"] = description.m_reason;
         object["message"] = description.m_message;
+        if (!description.m_explanation.empty())
+            object["explanation"] = description.m_explanation;
     }
     return formatJSONLine(object);
 }
@@ -43,7 +45,7 @@ std::string formatAsJSON(const LiteralDescription& description) {
 std::string formatForPeople(const LiteralDescription& description) {
     if (!description.m_isValid)
         return fmt::format(
-            "{}\n  error      {} ({})\n", description.m_literal, description.m_message, description.m_reason);
+            "{}\n  error      {} ({})\n", description.m_literal, description.getFullMessage(), description.m_reason);
     return fmt::format(
         "{}\n  datatype   {} (ID {})\n  value      {}\n  Turtle     {}\n  binary     {}\n", description.m_literal,
         description.m_datatype, description.m_datatypeID, description.m_lexicalForm, description.m_turtle,

@@ -2,15 +2,22 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace kavix::numdict {
 
-/// Shows the progress of long work on standard error, from a thread of its own, until it is destroyed: a line that is
-/// rewritten on a terminal, otherwise a new line every ten seconds.
+/// The start of a UTF-8 text that stays in one line of a window and leaves its last column free: a terminal may start
+/// a new line after a character there. Characters of three and four bytes are taken to be two columns wide.
+/// @param columns  the width of the window; 0 if it is unknown, which is taken as 80
+std::string_view fitToWindow(std::string_view text, size_t columns) noexcept;
+
+/// Shows the progress of long work on standard error, from a thread of its own, until it is destroyed: on a terminal a
+/// line that is rewritten, cut to the width that the window has at that moment, otherwise a new line every ten seconds.
 class ProgressDisplay {
 
 public:

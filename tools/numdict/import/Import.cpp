@@ -224,13 +224,16 @@ ImportReport Import::run() {
     ImportCounts counts = runWorkers(transaction);
     const std::optional<std::string> limitMessage = getLimitMessage();
     transaction.commit();
-    if (m_rejectedStatements)
-        m_rejectedStatements->finish();
     ImportReport report = makeReport(std::move(counts));
     report.m_limitMessage = limitMessage;
     report.m_isStoppedByStrict = m_shouldStop.load(std::memory_order_relaxed) && !m_failure;
     report.m_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return report;
+}
+
+void Import::writeRejectedStatements() {
+    if (m_rejectedStatements)
+        m_rejectedStatements->finish();
 }
 
 ImportReport Import::makeReport(ImportCounts&& counts) const {

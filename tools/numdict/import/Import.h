@@ -30,7 +30,7 @@ struct ImportOptions {
     std::vector<InputFile> m_files;
     unsigned m_numberOfThreads = 1;
     LiteralCollector::Options m_collectorOptions;
-    std::string m_rejectedPath; // empty if the rejected statements are not wanted
+    std::string m_rejectedPath; // empty if the rejected statements are not wanted, "-" for standard output
     size_t m_blockSize = LineBlocks::DEFAULT_BLOCK_SIZE;
 };
 
@@ -49,6 +49,10 @@ public:
     /// Does the work; once. Damaged files and reached limits are in the report.
     /// @throws  any other failure, after all workers have ended
     ImportReport run();
+
+    /// After run(): writes the rejected statements, if they are wanted; once.
+    /// @throws SystemFailure, SystemCallException  writing failed
+    void writeRejectedStatements();
 
 private:
 

@@ -16,7 +16,7 @@ struct DatatypeCounts {
     uint64_t m_literals = 0;
     uint64_t m_accepted = 0;
     ByReason<uint64_t> m_rejected;
-    uint64_t m_nonCanonical = 0; // accepted, but printed differently
+    uint64_t m_nonCanonical = 0; // accepted, but the Turtle form of the value is another text
     uint64_t m_distinctValues = 0; // filled in at the end, from the dictionary
 
     void add(const DatatypeCounts& other) noexcept;

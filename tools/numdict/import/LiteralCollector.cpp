@@ -5,6 +5,7 @@
 #include "core/data-store/embedding/Dictionary.h"
 #include "core/data-store/embedding/Transaction.h"
 #include "numdict/console/Trim.h"
+#include "numdict/literals/LiteralDescription.h"
 #include "numdict/literals/TurtleText.h"
 
 #include <span>
@@ -107,8 +108,7 @@ bool LiteralCollector::receive(const Statement& statement, const StatementContex
     const LexicalFormStatus status = tryParseNumericValue(datatypeID, lexicalForm.data(), lexicalForm.size(), value);
     if (status != LexicalFormStatus::VALID)
         return reject(statement, context, datatypeID, status, lexicalForm);
-    const bool isCanonical = lexicalForm.size() == writtenForm.size() &&
-                             isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
+    const bool isCanonical = lexicalForm.size() == writtenForm.size() && isCanonicalTurtleForm(datatypeID, lexicalForm);
     ++counts.m_accepted;
     counts.m_nonCanonical += !isCanonical;
     m_areNonCanonical[m_numberOfValues] = !isCanonical;

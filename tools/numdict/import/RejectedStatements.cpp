@@ -1,7 +1,7 @@
 #include "numdict/import/RejectedStatements.h"
 
-#include "core/platform/stream/ReplacingFile.h"
 #include "numdict/console/Failures.h"
+#include "numdict/stores/OutputFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <tuple>
 #include <utility>
 
@@ -22,12 +24,19 @@ namespace {
     throw SystemFailure("cannot write the rejected statements to '" + path + "': " + std::strerror(errno));
 }
 
-/// A file without a name beside the one that it will be copied to.
+/// A file without a name beside the one that it will be copied to, or in the folder for temporary files.
 int makeTemporaryFile(const std::string& path) {
     std::string temporaryPath = path + ".XXXXXX";
+    if (path == "-") {
+        std::error_code error;
+        const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+        if (error)
+            throw SystemFailure("there is no folder for temporary files: " + error.message());
+        temporaryPath = folder / "numdict-rejected.XXXXXX";
+    }
     const int fileDescriptor = ::mkostemp(temporaryPath.data(), O_CLOEXEC);
     if (fileDescriptor < 0)
-        throwCannotWrite(path);
+        throwCannotWrite(temporaryPath);
     ::unlink(temporaryPath.c_str());
     return fileDescriptor;
 }
@@ -39,7 +48,7 @@ RejectedStatements::RejectedStatements(std::string path) :
     m_fileDescriptor(-1),
     m_length(0) {
     struct stat status;
-    if (::stat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    if (m_path != "-" && ::stat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         throw UsageError("--rejected '" + m_path + "': name a regular file; it is replaced when the import has ended");
     m_fileDescriptor = makeTemporaryFile(m_path);
 }
@@ -80,13 +89,13 @@ void RejectedStatements::finish() {
     std::stable_sort(m_runs.begin(), m_runs.end(), [](const Run& first, const Run& second) {
         return std::tie(first.m_fileIndex, first.m_firstLine) < std::tie(second.m_fileIndex, second.m_firstLine);
     });
-    ReplacingFile file(m_path);
+    OutputFile file(m_path);
     std::string statements;
     for (const Run& run : m_runs) {
         readRun(run, statements);
-        file.getStream().write(statements.data(), statements.size());
+        file.append([&statements](std::string& text) { text += statements; });
     }
-    file.commit();
+    file.finish();
 }
 
 }

@@ -11,13 +11,14 @@
 
 namespace kavix::numdict {
 
-/// The file of rejected statements. Workers append in any order to an unnamed temporary file; finish() puts the
-/// statements in the order of files and lines into a file that appears whole. A failed or abandoned import leaves
-/// nothing, and an earlier file of that name unchanged.
+/// Where the rejected statements go: a file, or standard output. Workers append in any order to an unnamed temporary
+/// file; finish() puts the statements in the order of files and lines into a file that appears whole, or prints them. A
+/// failed or abandoned import leaves nothing, and an earlier file of that name unchanged.
 class RejectedStatements : private Unmovable {
 
 public:
 
+    /// @param path  "-" for standard output
     /// @throws UsageError     something other than a regular file has that name
     /// @throws SystemFailure  the directory cannot be written to
     explicit RejectedStatements(std::string path);
@@ -29,7 +30,7 @@ public:
     /// @throws SystemFailure  writing failed
     void append(size_t fileIndex, uint64_t firstLine, std::string_view statements);
 
-    /// Writes the file; nothing is appended afterwards.
+    /// Writes the file, or to standard output; nothing is appended afterwards.
     /// @throws SystemFailure, SystemCallException  writing failed
     void finish();
 

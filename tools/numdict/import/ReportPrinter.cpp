@@ -137,7 +137,8 @@ std::string formatReport(const ImportReport& report) {
         formatCount(report.m_total.m_literals), formatCount(report.m_total.m_distinctValues));
     text += formatDatatypes(report);
     if (report.m_total.m_nonCanonical != 0)
-        text += "  (not canonical: accepted, but printed differently from how they were written, such as +5 or 1.50)\n";
+        text += "  (not canonical: accepted, but get and dump print another text: 5 for +5, 1.5 for 1.50, 6.0 for "
+                "\"6\"^^xsd:decimal)\n";
     if (report.m_total.getRejected() != 0)
         text += formatRejections(report);
     if (report.hasDamagedFiles())
@@ -176,6 +177,8 @@ std::string formatReportAsJSON(const ImportReport& report) {
         item["datatype"] = getDatatypeName(example.m_datatypeID);
         item["reason"] = getReasonName(example.m_reason);
         item["message"] = example.m_message;
+        if (const std::string text = getRejectionExplanation(example.m_datatypeID, example.m_reason); !text.empty())
+            item["explanation"] = text;
         object["rejectedExamples"].push_back(std::move(item));
     }
     object["seconds"] = report.m_seconds;

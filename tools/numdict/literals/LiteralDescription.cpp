@@ -9,8 +9,13 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cassert>
+#include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <string_view>
+#include <system_error>
 #include <variant>
 
 namespace kavix::numdict {
@@ -21,17 +26,24 @@ template<typename T>
 std::string formatFloatingPoint(T value, const std::string& datatype) {
     if (std::isinf(value))
         return fmt::format("\"{}INF\"^^{}", value < 0 ? "-" : "", datatype);
-    // The shortest digits that give the value back, in the form d.dE0.
-    std::string text = fmt::format("{:e}", value);
+    // The fewest digits that read back to the same value, as d.ddde+dd; the canonical form has a digit after the point
+    // and an exponent without plus and leading zeros.
+    std::array<char, 32> buffer;
+    const std::to_chars_result result =
+        std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::scientific);
+    assert(result.ec == std::errc()); // a double takes at most 24 characters
+    const std::string_view text(buffer.data(), static_cast<size_t>(result.ptr - buffer.data()));
     const size_t exponent = text.find('e');
-    std::string mantissa = text.substr(0, exponent);
-    while (mantissa.find('.') != std::string::npos && mantissa.back() == '0' && mantissa[mantissa.size() - 2] != '.')
-        mantissa.pop_back();
-    if (mantissa.find('.') == std::string::npos)
-        mantissa += ".0";
-    return fmt::format("\"{}E{}\"^^{}", mantissa, std::stoi(text.substr(exponent + 1)), datatype);
+    const std::string_view mantissa = text.substr(0, exponent);
+    return fmt::format(
+        "\"{}{}E{}\"^^{}", mantissa, mantissa.find('.') == std::string_view::npos ? ".0" : "",
+        std::stoi(std::string(text.substr(exponent + 1))), datatype);
 }
 
+}
+
+std::string LiteralDescription::getFullMessage() const {
+    return m_explanation.empty() ? m_message : m_message + " " + m_explanation;
 }
 
 std::string formatTurtleLiteral(const ResourceValue& value) {
@@ -44,6 +56,18 @@ std::string formatTurtleLiteral(const ResourceValue& value) {
         value.datatypeID, value.data, value.dataSize, value.auxiliaryData, value.auxiliaryDataSize,
         Prefixes::s_defaultPrefixes, text);
     return text;
+}
+
+bool isCanonicalTurtleForm(uint8_t datatypeID, std::string_view lexicalForm) noexcept {
+    if (datatypeID == D_XSD_DECIMAL) {
+        // An integral decimal is its lexical form and ".0"; every other one has a point anyway.
+        constexpr std::string_view INTEGRAL_ENDING(".0");
+        if (lexicalForm.ends_with(INTEGRAL_ENDING))
+            lexicalForm.remove_suffix(INTEGRAL_ENDING.size());
+        else if (lexicalForm.find('.') == std::string_view::npos)
+            return false;
+    }
+    return isCanonicalNumericForm(datatypeID, lexicalForm.data(), lexicalForm.size());
 }
 
 LiteralDescription describeLiteral(std::string_view text) {
@@ -79,6 +103,7 @@ LiteralDescription describeLiteral(std::string_view text) {
     else {
         description.m_reason = getReasonName(status);
         description.m_message = getRejectionMessage(description.m_datatypeID, form);
+        description.m_explanation = getRejectionExplanation(description.m_datatypeID, status);
     }
     return description;
 }

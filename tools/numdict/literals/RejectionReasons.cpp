@@ -1,6 +1,11 @@
 #include "numdict/literals/RejectionReasons.h"
 
 #include "core/platform/errors/KavixException.h"
+#include "numdict/literals/Datatypes.h"
+
+#include <fmt/format.h>
+
+#include <limits>
 
 namespace kavix::numdict {
 
@@ -40,6 +45,15 @@ std::string getRejectionMessage(uint8_t datatypeID, std::string_view lexicalForm
         return exception.getMessage();
     }
     return std::string();
+}
+
+std::string getRejectionExplanation(uint8_t datatypeID, LexicalFormStatus reason) {
+    // The message for a decimal says that it exceeds the capacity.
+    if (reason != LexicalFormStatus::BEYOND_CAPACITY || datatypeID == D_XSD_DECIMAL)
+        return std::string();
+    return fmt::format(
+        "It is a legal {}, but Kavix holds integers from {} to {}.", getDatatypeName(datatypeID),
+        std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max());
 }
 
 }

@@ -44,4 +44,8 @@ const char* getReasonPhrase(LexicalFormStatus reason) noexcept;
 /// What the library says about an invalid lexical form of a numeric datatype; empty for a valid one.
 std::string getRejectionMessage(uint8_t datatypeID, std::string_view lexicalForm);
 
+/// A sentence to add where that message does not tell the reason: it says of a legal integer beyond 64 bits that its
+/// form is invalid. Empty for everything else.
+std::string getRejectionExplanation(uint8_t datatypeID, LexicalFormStatus reason);
+
 }

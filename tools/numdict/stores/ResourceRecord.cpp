@@ -80,7 +80,7 @@ std::variant<ResourceRecord, std::string> makeRecord(
     if (datatypeID == D_NONE ||
         tryParseNumericValue(datatypeID, turtle.m_lexicalForm.data(), turtle.m_lexicalForm.size(), record.m_value) !=
             LexicalFormStatus::VALID)
-        return describeLiteral(literal).m_message;
+        return describeLiteral(literal).getFullMessage();
     if (const std::string name = getDatatypeName(datatypeID); name != datatype)
         return fmt::format("the literal {} is of datatype {}, not '{}'", literal, name, datatype);
     return record;
