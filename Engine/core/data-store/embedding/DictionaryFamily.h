@@ -11,8 +11,8 @@ namespace kavix {
 class DictionaryDatatypeFactory;
 class DictionaryDatatypeInspector;
 
-/// A family of datatypes as dictionaries know it: a factory and the inspector that belongs to it. It is registered while
-/// it exists, so both are complete before any thread finds them. A Dictionary has the families that are registered when
+/// A family of datatypes as dictionaries know it: a factory and the inspector that belongs to it. It is registered
+/// while it exists, so both are complete before any thread finds them. A Dictionary has the families that are registered when
 /// it is created, and they must outlive it; a family that is registered later, by a plug-in for example, belongs to
 /// later dictionaries.
 /// Threads   all operations: any number at once, also while families come and go; what an operation returns about a
