@@ -12,9 +12,9 @@ class DictionaryDatatypeFactory;
 class DictionaryDatatypeInspector;
 
 /// A family of datatypes as dictionaries know it: a factory and the inspector that belongs to it. It is registered
-/// while it exists, so both are complete before any thread finds them. A Dictionary has the families that are registered when
-/// it is created, and they must outlive it; a family that is registered later, by a plug-in for example, belongs to
-/// later dictionaries.
+/// while it exists, so both are complete before any thread finds them. A Dictionary has the families that are
+/// registered when it is created, and they must outlive it; a family that is registered later, by a plug-in for
+/// example, belongs to later dictionaries.
 /// Threads   all operations: any number at once, also while families come and go; what an operation returns about a
 ///           family is valid as long as the family exists. Look-ups take no lock.
 class DictionaryFamily : private Unmovable {
