@@ -186,7 +186,7 @@ TEST(DictionaryStore, AStoreWrittenByHandOpens) {
         EXPECT_EQ(dictionary->getResourceIDWidth(), width);
         EXPECT_EQ(
             dictionary->takeSnapshot(),
-            Dictionary::Snapshot(7, 64 + 2 * (width == ResourceIDWidth::BITS_32 ? 13 : 17)));
+            (Dictionary::Snapshot{7, uint64_t(64 + 2 * (width == ResourceIDWidth::BITS_32 ? 13 : 17))}));
         EXPECT_EQ(
             test::listResources(*dictionary, 4096),
             (std::vector<std::string>{"1 0.5", "2 -2", "4 \"7\"^^xsd:int", "5 -12.25"}));
