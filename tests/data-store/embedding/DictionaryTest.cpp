@@ -187,7 +187,7 @@ TEST_P(DictionaryTest, InvalidFormsAndBinaryValuesChangeNothing) {
     Transaction transaction(m_dictionary);
     expectError(SOURCE, 60, message, [&] { transaction.resolve(value); });
     transaction.commit();
-    EXPECT_EQ(m_dictionary.takeSnapshot(), Dictionary::Snapshot(1, DataPool::FIRST_OFFSET));
+    EXPECT_EQ(m_dictionary.takeSnapshot(), (Dictionary::Snapshot{1, DataPool::FIRST_OFFSET}));
     EXPECT_EQ(m_dictionary.resolve("1", D_XSD_INT), 1u); // no error kept the gate
 }
 
