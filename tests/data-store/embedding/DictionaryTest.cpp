@@ -9,6 +9,7 @@
 #include "core/platform/collections/ThreadSlots.h"
 #include "support/ExpectError.h"
 #include "support/ResourceIDWidths.h"
+#include "support/Scale.h"
 #include "support/Threads.h"
 
 #include <gtest/gtest.h>
