@@ -99,10 +99,7 @@ inline void expectEqual(const Dictionary& first, const Dictionary& second) {
 
 /// A dictionary with the first n integers, and with the halves after them.
 inline std::unique_ptr<Dictionary> makeFilledDictionary(ResourceIDWidth width, int numberOfValues) {
-    Dictionary::Options options;
-    options.resourceIDWidth = width;
-    options.maxResourceID = 1 << 20;
-    auto dictionary = std::make_unique<Dictionary>(options);
+    auto dictionary = std::make_unique<Dictionary>(makeOptions(width, 1 << 20, true));
     Transaction transaction(*dictionary);
     for (int i = 0; i < numberOfValues; ++i) {
         transaction.resolve(std::to_string(i), D_XSD_INTEGER);

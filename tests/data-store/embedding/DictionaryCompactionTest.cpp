@@ -4,6 +4,7 @@
 
 #include "core/data-store/embedding/Transaction.h"
 #include "support/ExpectError.h"
+#include "support/ResourceIDWidths.h"
 #include "support/SampleStore.h"
 
 #include <gtest/gtest.h>
@@ -29,10 +30,7 @@ const std::vector<std::string> NONE;
 
 /// Two thousand integers, decimals and integers of another datatype, some rolled back, in blocks with lost IDs.
 std::unique_ptr<Dictionary> makeDictionary(ResourceIDWidth width) {
-    Dictionary::Options options;
-    options.resourceIDWidth = width;
-    options.maxResourceID = 1 << 20;
-    auto dictionary = std::make_unique<Dictionary>(options);
+    auto dictionary = std::make_unique<Dictionary>(test::makeOptions(width, 1 << 20, true));
     {
         Transaction transaction(*dictionary);
         for (int i = 0; i < NUMBER_OF_EACH; ++i) {
